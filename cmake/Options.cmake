@@ -1,0 +1,27 @@
+# One interface target carries the language level, the warnings and Qt's strictness to every target of the project.
+add_library(skylet_options INTERFACE)
+target_compile_features(skylet_options INTERFACE cxx_std_20)
+target_compile_options(skylet_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wnon-virtual-dtor
+  -Woverloaded-virtual -Wcast-align -Wformat=2 -Wimplicit-fallthrough -Wduplicated-cond -Wlogical-op -Werror)
+target_compile_definitions(skylet_options INTERFACE
+  QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY QT_NO_URL_CAST_FROM_STRING
+  QT_STRICT_ITERATORS QT_NO_FOREACH QT_NO_KEYWORDS QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
+  QT_DISABLE_DEPRECATED_BEFORE=0x060400)
+target_include_directories(skylet_options INTERFACE ${PROJECT_SOURCE_DIR}/src ${PROJECT_BINARY_DIR}/generated)
+
+# The sanitizers are options of the whole build, so that no target can be left out.
+option(SKYLET_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+if(SKYLET_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+  add_compile_options(-D_FORTIFY_SOURCE=2 -fstack-protector-strong -fstack-clash-protection)
+  add_link_options(-pie -Wl,-z,relro,-z,now,--as-needed)
+endif()
+
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()
