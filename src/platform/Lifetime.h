@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <memory>
 #include <utility>
 
@@ -20,7 +21,9 @@ class Lifetime {
     /// Wraps `action`, which may take any arguments and returns nothing. A later `reset` silences it as well.
     template <typename Action>
     [[nodiscard]] auto guard(Action action) const {
-        return [token = std::weak_ptr<const char>(token_), action = std::move(action)](auto&&... arguments) mutable {
+        return [token = std::weak_ptr<const char>(token_), action = std::move(action)](auto&&... arguments) mutable
+                   requires std::invocable<Action&, decltype(arguments)...>
+        {
             if (!token.expired()) {
                 action(std::forward<decltype(arguments)>(arguments)...);
             }

@@ -50,6 +50,8 @@ class TransferSession {
     /// inside this call or from inside `cancel`, and no later than the session's limit. A body is never read. Dropping
     /// the handle does not end the transfer.
     virtual std::shared_ptr<TransferTask> head(const QUrl& url, Completion completion) = 0;
+    /// The answer from `url`'s host was not what it should be: the next request there goes over a new connection.
+    virtual void distrust(const QUrl& url) = 0;
     /// Ends every transfer (each still completes, with an error) and closes every connection.
     virtual void invalidateAndCancel() = 0;
 };

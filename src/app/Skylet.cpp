@@ -1,0 +1,184 @@
+#include "app/Skylet.h"
+
+#include <QFileInfo>
+
+#include <functional>
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+const auto showTrafficKey = QStringLiteral("showTraffic");
+constexpr int menuIconSize = 16;
+
+std::shared_ptr<MenuItem> informationLine() {
+    return std::make_shared<MenuItem>(QString(), nullptr, QString());
+}
+
+std::shared_ptr<MenuItem> command(const QString& title, std::function<void()> action,
+                                  const QString& keyEquivalent = {}) {
+    return std::make_shared<MenuItem>(L(title), std::move(action), keyEquivalent);
+}
+
+} // namespace
+
+Skylet::Skylet(const Services& services, std::unique_ptr<ConnectivityEngine> connectivity, QString agentPath)
+    : services_(services), connectivity_(std::move(connectivity)), statusLine_(informationLine()),
+      rateLine_(informationLine()), speedLine_(informationLine()), agentPath_(std::move(agentPath)) {
+    state_.showTraffic = services_.userDefaults.boolForKey(showTrafficKey).value_or(true);
+    state_.lastSpeed = L(QStringLiteral("not run yet"));
+}
+
+void Skylet::applicationDidFinishLaunching() {
+    dbg(QStringLiteral("didFinishLaunching"));
+    services_.application.becomeAccessory();
+    item_ = services_.application.makeStatusItem();
+    dbg(QStringLiteral("item created button=%1 window=%2").arg(item_->buttonDescription(), item_->windowDescription()));
+    item_->setAutosaveName(QStringLiteral("Skylet"));
+    item_->setVisible(true);
+    item_->setMenu(makeMenu());
+    render();
+    connectivity_->onChange = lifetime_.guard([this](const ConnectionState& state) { connectionChanged(state); });
+    services_.pathMonitor.start(lifetime_.guard([this](bool satisfied) { pathChanged(satisfied); }));
+    services_.sleepMonitor.start(lifetime_.guard([this] { willSleep(); }), lifetime_.guard([this] { didWake(); }));
+    connectivity_->start();
+    startRateTimer();
+    sampleRate();
+}
+
+void Skylet::applicationWillTerminate() {
+    connectivity_->stop();
+    services_.pathMonitor.cancel();
+    if (rateTimer_) {
+        rateTimer_->cancel();
+    }
+    services_.sleepMonitor.stop();
+}
+
+void Skylet::checkNow() {
+    connectivity_->checkNow();
+}
+
+void Skylet::togglePause() {
+    state_.paused = !state_.paused;
+    connectivity_->setPaused(state_.paused);
+    render();
+}
+
+void Skylet::toggleTraffic() {
+    state_.showTraffic = !state_.showTraffic;
+    services_.userDefaults.setBool(state_.showTraffic, showTrafficKey);
+    render();
+}
+
+void Skylet::willSleep() {
+    connectivity_->sleep();
+    if (rateTimer_) {
+        rateTimer_->cancel();
+    }
+    resetTraffic();
+}
+
+void Skylet::didWake() {
+    resetTraffic();
+    connectivity_->wake();
+    startRateTimer();
+    sampleRate();
+}
+
+void Skylet::sampleRate() {
+    const auto interfaces = services_.interfaceCounters.read();
+    const auto current = trafficTotals(interfaces, services_.clock.systemUptime());
+    if (lastCounters_) {
+        const auto rates = trafficRates(*lastCounters_, current, {state_.downRate, state_.upRate});
+        state_.downRate = rates.down;
+        state_.upRate = rates.up;
+    }
+    lastCounters_ = current;
+    render();
+}
+
+void Skylet::render() {
+    if (!item_ || !pauseItem_) {
+        qFatal("Skylet: render() before the start-up has built the menu");
+    }
+    const auto display = renderDisplay(state_);
+    item_->setTitle(display.title);
+    item_->setToolTip(display.toolTip);
+    statusLine_->setTitle(display.statusLine);
+    rateLine_->setTitle(display.rateLine);
+    speedLine_->setTitle(display.speedLine);
+    pauseItem_->setChecked(display.pauseChecked);
+    trafficItem_->setChecked(display.trafficChecked);
+    testItem_->setEnabled(display.testEnabled);
+    checkItem_->setEnabled(display.checkEnabled);
+}
+
+void Skylet::dbg(const QString& message) {
+    const auto date = services_.clock.currentDate().toUTC().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss '+0000'"));
+    services_.diagnosticLog.append(date + u' ' + message + u'\n');
+}
+
+Menu Skylet::makeMenu() {
+    for (const auto& line : {statusLine_, rateLine_, speedLine_}) {
+        line->setEnabled(false);
+    }
+    testItem_ = command(QStringLiteral("Run Speed Test…  (up to ~60 MB of data)"), nullptr, QStringLiteral("t"));
+    checkItem_ = command(QStringLiteral("Check Connection Now"), lifetime_.guard([this] { checkNow(); }),
+                         QStringLiteral("r"));
+    trafficItem_ = command(QStringLiteral("Show Live Traffic in Menu Bar   (e.g. ↓12.4M ↑210K)"),
+                           lifetime_.guard([this] { toggleTraffic(); }));
+    pauseItem_ = command(QStringLiteral("Pause Automatic Checks"), lifetime_.guard([this] { togglePause(); }));
+    loginItem_ = command(QStringLiteral("Launch at Login"), nullptr);
+    loginItem_->setChecked(QFileInfo::exists(agentPath_));
+    const auto aboutItem = command(QStringLiteral("About Skylet"), nullptr);
+    if (!services_.application.hasApplicationIcon()) {
+        qFatal("Skylet: the application icon is missing");
+    }
+    aboutItem->setApplicationIconSize(menuIconSize);
+    const auto quitItem = command(QStringLiteral("Quit"), lifetime_.guard([this] { services_.application.terminate(); }),
+                                  QStringLiteral("q"));
+    return {statusLine_, rateLine_, speedLine_, MenuItem::separator(), testItem_, checkItem_, MenuItem::separator(),
+            trafficItem_, pauseItem_, loginItem_, MenuItem::separator(), aboutItem, quitItem};
+}
+
+void Skylet::connectionChanged(const ConnectionState& connection) {
+    switch (connection.kind()) {
+    case ConnectionState::Kind::online:
+        state_.online = true;
+        state_.latencyMs = connection.latency();
+        break;
+    case ConnectionState::Kind::offline:
+        state_.online = false;
+        state_.latencyMs = 0;
+        break;
+    case ConnectionState::Kind::checking:
+    case ConnectionState::Kind::paused:
+        // The grey display comes from the pause flag of the display state, not from the engine's paused state.
+        state_.online.reset();
+        state_.latencyMs = 0;
+        break;
+    }
+    render();
+}
+
+void Skylet::pathChanged(bool satisfied) {
+    resetTraffic();
+    connectivity_->pathChanged(satisfied);
+}
+
+void Skylet::startRateTimer() {
+    if (rateTimer_) {
+        rateTimer_->cancel();
+    }
+    rateTimer_ = services_.repeatingTimer(rateInterval, rateTolerance, lifetime_.guard([this] { sampleRate(); }));
+}
+
+void Skylet::resetTraffic() {
+    lastCounters_.reset();
+    state_.downRate = 0;
+    state_.upRate = 0;
+}
+
+} // namespace skylet

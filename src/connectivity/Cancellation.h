@@ -1,0 +1,27 @@
+#pragma once
+
+#include <functional>
+#include <utility>
+
+namespace skylet {
+
+/// A handle on pending work. Dropping it cancels nothing.
+class Cancellation {
+  public:
+    virtual ~Cancellation() = default;
+    /// Stops the work; harmless when it has already ended.
+    virtual void cancel() = 0;
+};
+
+/// A Cancellation that runs an action, each time it is told to: it neither counts nor forgets, so the action has to be
+/// harmless when repeated.
+class CancellationAction final : public Cancellation {
+  public:
+    explicit CancellationAction(std::function<void()> action) : action_(std::move(action)) {}
+    void cancel() override { action_(); }
+
+  private:
+    const std::function<void()> action_;
+};
+
+} // namespace skylet

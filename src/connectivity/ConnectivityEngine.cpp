@@ -1,0 +1,207 @@
+#include "connectivity/ConnectivityEngine.h"
+
+#include "BuildConstants.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+#include <QTimer>
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+/// Arms `timer` for the time left until `due`, rounded up to the timer's own unit, so that it cannot be early.
+void armUntil(QTimer& timer, SteadyClock::time_point due) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - SteadyClock::now());
+    timer.start(std::max(left, std::chrono::milliseconds::zero()));
+}
+
+} // namespace
+
+ConnectivityEngine::ConnectivityEngine(std::shared_ptr<ConnectivityProbing> probe, std::vector<QUrl> endpoints,
+                                       Schedule schedule)
+    : probe_(std::move(probe)), schedule_(std::move(schedule)), endpoints_(std::move(endpoints)) {
+    if (endpoints_.empty()) {
+        qFatal("ConnectivityEngine: the list of endpoints is empty");
+    }
+}
+
+std::vector<QUrl> ConnectivityEngine::defaultEndpoints() {
+    std::vector<QUrl> endpoints;
+    for (const char* text : build::endpoints) {
+        const QUrl url(QString::fromUtf8(text), QUrl::StrictMode);
+        if (!url.isValid() || url.host().isEmpty()) {
+            qFatal("ConnectivityEngine: \"%s\" is not a URL", text);
+        }
+        endpoints.push_back(url);
+    }
+    return endpoints;
+}
+
+std::shared_ptr<Cancellation> ConnectivityEngine::commonTimer(Seconds interval, std::function<void()> action) {
+    // The timer belongs to the application and goes when it has fired or was cancelled, whichever handles are left.
+    // Qt's coarse timers stray by 5 % in both directions; the precise ones cost nothing more at these intervals.
+    auto* timer = new QTimer(QCoreApplication::instance());
+    timer->setSingleShot(true);
+    timer->setTimerType(Qt::PreciseTimer);
+    const auto due = SteadyClock::now() + std::chrono::ceil<SteadyClock::duration>(interval);
+    QObject::connect(timer, &QTimer::timeout, timer, [timer, due, action = std::move(action)] {
+        if (SteadyClock::now() < due) {
+            armUntil(*timer, due);
+            return;
+        }
+        timer->deleteLater();
+        action();
+    });
+    armUntil(*timer, due);
+    return std::make_shared<CancellationAction>([timer = QPointer<QTimer>(timer)] {
+        if (timer) {
+            timer->stop();
+            timer->deleteLater();
+        }
+    });
+}
+
+void ConnectivityEngine::checkNow() {
+    if (paused_ || sleeping_ || checking_) {
+        return;
+    }
+    cancelTimer();
+    if (pathAvailable_ == false) {
+        assign(ConnectionState::offline());
+        return;
+    }
+    assign(ConnectionState::checking());
+    begin(false);
+}
+
+void ConnectivityEngine::pathChanged(bool available) {
+    pathAvailable_ = available;
+    invalidate();
+    if (paused_ || sleeping_) {
+        return;
+    }
+    if (!available) {
+        assign(ConnectionState::offline());
+        return;
+    }
+    assign(ConnectionState::checking());
+    begin(false);
+}
+
+void ConnectivityEngine::setPaused(bool paused) {
+    paused_ = paused;
+    invalidate();
+    if (paused) {
+        assign(ConnectionState::paused());
+    } else {
+        checkNow();
+    }
+}
+
+void ConnectivityEngine::sleep() {
+    sleeping_ = true;
+    invalidate();
+    if (!paused_) {
+        assign(ConnectionState::checking());
+    }
+}
+
+void ConnectivityEngine::wake() {
+    sleeping_ = false;
+    pathAvailable_.reset();
+    invalidate();
+    checkNow();
+}
+
+void ConnectivityEngine::stop() {
+    sleeping_ = true;
+    invalidate();
+}
+
+void ConnectivityEngine::begin(bool confirming) {
+    if (paused_ || sleeping_) {
+        return;
+    }
+    invalidate();
+    checking_ = true;
+    remaining_ = static_cast<std::int64_t>(endpoints_.size());
+    const auto generation = generation_;
+    for (const auto& endpoint : endpoints_) {
+        if (generation_ != generation) {
+            return;
+        }
+        auto task =
+            probe_->probe(endpoint, lifetime_.guard([this, generation, confirming](std::optional<std::int64_t> latency) {
+                probeCompleted(latency, generation, confirming);
+            }));
+        if (generation_ != generation) {
+            // The completion ran inside the call and closed the cycle.
+            task->cancel();
+        } else {
+            tasks_.push_back(std::move(task));
+        }
+    }
+}
+
+void ConnectivityEngine::probeCompleted(std::optional<std::int64_t> latency, std::int64_t generation, bool confirming) {
+    if (generation_ != generation) {
+        return;
+    }
+    if (latency) {
+        invalidate();
+        assign(ConnectionState::online(*latency));
+        scheduleCycle(delayAfterSuccess, false);
+        return;
+    }
+    if (remaining_ == std::numeric_limits<std::int64_t>::min()) {
+        qFatal("ConnectivityEngine: the count of remaining endpoints overflowed");
+    }
+    --remaining_;
+    if (remaining_ != 0) {
+        return;
+    }
+    invalidate();
+    assign(confirming ? ConnectionState::offline() : ConnectionState::checking());
+    scheduleCycle(confirming ? delayAfterOffline : delayBeforeConfirming, !confirming);
+}
+
+void ConnectivityEngine::invalidate() {
+    if (generation_ == std::numeric_limits<std::int64_t>::max()) {
+        qFatal("ConnectivityEngine: the cycle counter overflowed");
+    }
+    ++generation_;
+    cancelTimer();
+    // A handle may run its completion inside cancel() and so come back here; the list is ours alone by then.
+    const auto tasks = std::exchange(tasks_, {});
+    for (const auto& task : tasks) {
+        task->cancel();
+    }
+    checking_ = false;
+}
+
+void ConnectivityEngine::assign(const ConnectionState& state) {
+    state_ = state;
+    if (onChange) {
+        onChange(state_);
+    }
+}
+
+void ConnectivityEngine::scheduleCycle(Seconds delay, bool confirming) {
+    timer_ = schedule_(delay, lifetime_.guard([this, confirming] { begin(confirming); }));
+}
+
+void ConnectivityEngine::cancelTimer() {
+    if (timer_) {
+        std::exchange(timer_, nullptr)->cancel();
+    }
+}
+
+} // namespace skylet

@@ -1,0 +1,71 @@
+#include "connectivity/HTTPConnectivityProbe.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+/// Whole milliseconds, cut off, at least 1: an answer came, so it took some time.
+std::int64_t latencyOf(Seconds elapsed) {
+    const double milliseconds = elapsed.count() * 1000;
+    constexpr double limit = 9223372036854775808.0; // 2^63
+    if (!std::isfinite(milliseconds) || milliseconds >= limit || milliseconds < -limit) {
+        qFatal("HTTPConnectivityProbe: a response time is out of range");
+    }
+    return std::max<std::int64_t>(static_cast<std::int64_t>(milliseconds), 1);
+}
+
+} // namespace
+
+HTTPConnectivityProbe::HTTPConnectivityProbe(TransferSessionFactory makeSession, std::shared_ptr<const Clock> clock,
+                                             SessionConfiguration configuration)
+    : makeSession_(std::move(makeSession)), clock_(std::move(clock)), configuration_(configuration) {
+    configuration_.timeoutIntervalForRequest = timeout;
+    configuration_.timeoutIntervalForResource = timeout;
+}
+
+std::shared_ptr<Cancellation> HTTPConnectivityProbe::probe(const QUrl& url, Completion completion) {
+    const Seconds start = clock_->systemUptime();
+    auto completed = [this, start, url, completion = std::move(completion)](const auto& response, const auto& error) {
+        const Seconds elapsed = clock_->systemUptime() - start;
+        if (accepts(response, url, error)) {
+            completion(latencyOf(elapsed));
+            return;
+        }
+        if (response) {
+            session().distrust(url);
+        }
+        completion(std::nullopt);
+    };
+    auto task = session().head(url, lifetime_.guard(std::move(completed)));
+    return std::make_shared<CancellationAction>([task = std::move(task)] { task->cancel(); });
+}
+
+bool HTTPConnectivityProbe::accepts(const std::optional<TransferResponse>& response, const QUrl& url,
+                                    const std::optional<TransferError>& error) {
+    if (error || !response || !response->url || response->statusCode != 204) {
+        return false;
+    }
+    // The scheme is compared in the text, since QUrl would turn capitals into the same scheme.
+    if (!response->url->startsWith(QStringLiteral("https:"))) {
+        return false;
+    }
+    const QUrl answered(*response->url);
+    return answered.host() == url.host() && answered.port() == url.port() && answered.path() == url.path();
+}
+
+void HTTPConnectivityProbe::invalidate() {
+    session().invalidateAndCancel();
+}
+
+TransferSession& HTTPConnectivityProbe::session() {
+    if (!session_) {
+        session_ = makeSession_(configuration_);
+    }
+    return *session_;
+}
+
+} // namespace skylet

@@ -1,0 +1,272 @@
+#include "platform/linux/transfer/ConnectionPool.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <chrono>
+#include <optional>
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+template <typename Value>
+void setOption(const CurlEasy& handle, CURLoption option, Value value) {
+    if (const CURLcode result = curl_easy_setopt(handle.get(), option, value); result != CURLE_OK) {
+        qFatal("libcurl refuses option %d: %s", static_cast<int>(option), curl_easy_strerror(result));
+    }
+}
+
+curl_off_t timeOf(const CurlEasy& handle, CURLINFO info) {
+    curl_off_t microseconds = 0;
+    curl_easy_getinfo(handle.get(), info, &microseconds);
+    return microseconds;
+}
+
+} // namespace
+
+/// One request: the caller's side (until `finish`) and the wire's side (until it is taken out of the pool).
+class ConnectionPool::Exchange {
+  public:
+    Exchange(ConnectionPool& pool, const QUrl& url, TransferSession::Completion completion)
+        : pool_(pool), completion_(std::move(completion)), easy_(curl_easy_init()) {
+        if (!easy_) {
+            qFatal("libcurl is out of memory");
+        }
+        configure(url);
+        limit_->setSingleShot(true);
+        limit_->setTimerType(Qt::PreciseTimer);
+    }
+
+    CURL* handle() const { return easy_.get(); }
+    QTimer& limit() const { return *limit_; }
+    bool isSeen() const { return static_cast<bool>(completion_); }
+    bool isLookingUp() const { return lookingUp_; }
+    /// The connection that a pending look-up is for shall not be opened any more.
+    void abandon() {
+        abandoned_ = true;
+        limit_->stop();
+    }
+
+    Stage stage() const {
+        if (timeOf(easy_, CURLINFO_APPCONNECT_TIME_T) > 0) {
+            return Stage::secured;
+        }
+        return timeOf(easy_, CURLINFO_CONNECT_TIME_T) > 0 ? Stage::connected : Stage::nothing;
+    }
+
+    TransferResponse response() const {
+        long status = 0;
+        const char* url = nullptr;
+        curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+        curl_easy_getinfo(easy_.get(), CURLINFO_EFFECTIVE_URL, &url);
+        return {static_cast<int>(status), url ? std::optional(QString::fromUtf8(url)) : std::nullopt};
+    }
+
+    /// The caller's side ends here; whoever takes the completion owes the call.
+    TransferSession::Completion takeCompletion() { return std::exchange(completion_, nullptr); }
+
+    void finish(std::optional<TransferResponse> response, std::optional<TransferError> error) {
+        if (const auto completion = takeCompletion()) {
+            completion(std::move(response), std::move(error));
+        }
+    }
+
+  private:
+    void configure(const QUrl& url) {
+        setOption(easy_, CURLOPT_URL, url.toEncoded().constData());
+        setOption(easy_, CURLOPT_NOBODY, 1L);
+        setOption(easy_, CURLOPT_PROTOCOLS_STR, "https");
+        setOption(easy_, CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
+        setOption(easy_, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_2TLS});
+        // Rather share a connection that is still being made than make a second one.
+        setOption(easy_, CURLOPT_PIPEWAIT, 1L);
+        setOption(easy_, CURLOPT_NOSIGNAL, 1L);
+        // A name look-up that never ends must not hold up the program's end.
+        setOption(easy_, CURLOPT_QUICK_EXIT, 1L);
+        setOption(easy_, CURLOPT_SHARE, pool_.share_);
+        useHashedCertificates();
+        setOption(easy_, CURLOPT_RESOLVER_START_FUNCTION, &Exchange::lookupStarts);
+        setOption(easy_, CURLOPT_RESOLVER_START_DATA, this);
+        setOption(easy_, CURLOPT_OPENSOCKETFUNCTION, &Exchange::openSocket);
+        setOption(easy_, CURLOPT_OPENSOCKETDATA, this);
+        setOption(easy_, CURLOPT_HEADERFUNCTION, &Exchange::headReceived);
+        setOption(easy_, CURLOPT_HEADERDATA, this);
+        setOption(easy_, CURLOPT_WRITEFUNCTION, &Exchange::bodyReceived);
+    }
+
+    /// Where the system keeps its certificates both as one bundle and as hashed files, libcurl would read the whole bundle
+    /// for every connection; the hashed files are opened as needed.
+    void useHashedCertificates() const {
+        if (const char* folder = curl_version_info(CURLVERSION_NOW)->capath) {
+            setOption(easy_, CURLOPT_CAPATH, folder);
+            setOption<const char*>(easy_, CURLOPT_CAINFO, nullptr);
+        }
+    }
+
+    static int lookupStarts(void* /*state*/, void* /*reserved*/, void* self) {
+        static_cast<Exchange*>(self)->lookingUp_ = true;
+        return 0;
+    }
+
+    static curl_socket_t openSocket(void* self, curlsocktype /*purpose*/, curl_sockaddr* address) {
+        auto& exchange = *static_cast<Exchange*>(self);
+        exchange.lookingUp_ = false;
+        if (exchange.abandoned_) {
+            return CURL_SOCKET_BAD;
+        }
+        // A new connection starts from the beginning, whatever the ones before it had reached.
+        exchange.pool_.stage_ = Stage::nothing;
+        return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    }
+
+    static std::size_t headReceived(const char* /*data*/, std::size_t size, std::size_t count, void* self) {
+        auto& exchange = *static_cast<Exchange*>(self);
+        exchange.headBytes_ += size * count;
+        return exchange.headBytes_ > headLimitBytes ? 0 : size * count;
+    }
+
+    static std::size_t bodyReceived(const char* /*data*/, std::size_t /*size*/, std::size_t /*count*/, void* /*self*/) {
+        return 0;
+    }
+
+    ConnectionPool& pool_;
+    TransferSession::Completion completion_;
+    CurlEasy easy_;
+    /// May end inside its own signal.
+    std::unique_ptr<QTimer, void (*)(QTimer*)> limit_{new QTimer, [](QTimer* timer) { timer->deleteLater(); }};
+    std::size_t headBytes_ = 0;
+    bool lookingUp_ = false;
+    bool abandoned_ = false;
+};
+
+/// The caller's handle. The caller is told of the end from the event loop, never from inside `cancel`.
+class ConnectionPool::Task final : public TransferTask {
+  public:
+    explicit Task(std::weak_ptr<Exchange> exchange) : exchange_(std::move(exchange)) {}
+    void cancel() override {
+        if (const auto exchange = exchange_.lock()) {
+            cancelExchange(*exchange);
+        }
+    }
+
+    static void cancelExchange(Exchange& exchange) {
+        if (auto completion = exchange.takeCompletion()) {
+            QTimer::singleShot(0, [completion = std::move(completion)] {
+                completion({}, TransferError{QStringLiteral("cancelled")});
+            });
+        }
+    }
+
+  private:
+    std::weak_ptr<Exchange> exchange_;
+};
+
+ConnectionPool::ConnectionPool(CURLSH* share, std::chrono::milliseconds limit, std::function<void()> onSettled)
+    : share_(share), limit_(limit), onSettled_(std::move(onSettled)),
+      multi_([this](CURL* handle, CURLcode result) { done(handle, result); }) {}
+
+ConnectionPool::~ConnectionPool() {
+    for (const auto& exchange : exchanges_) {
+        multi_.remove(exchange->handle());
+    }
+}
+
+std::shared_ptr<TransferTask> ConnectionPool::head(const QUrl& url, TransferSession::Completion completion) {
+    const auto exchange = std::make_shared<Exchange>(*this, url, std::move(completion));
+    exchanges_.push_back(exchange);
+    exchange->limit().callOnTimeout(lifetime_.guard([this, weak = std::weak_ptr<Exchange>(exchange)] {
+        if (const auto reached = weak.lock()) {
+            limitReached(reached);
+        }
+    }));
+    exchange->limit().start(limit_);
+    multi_.add(exchange->handle());
+    return std::make_shared<Task>(exchange);
+}
+
+void ConnectionPool::distrust() {
+    if (trusted_) {
+        trusted_ = false;
+        settle();
+    }
+}
+
+void ConnectionPool::retire() {
+    retired_ = true;
+    for (const auto& exchange : std::list(exchanges_)) {
+        if (!exchange->isSeen()) {
+            discard(exchange);
+        }
+    }
+}
+
+void ConnectionPool::cancelAll() {
+    for (const auto& exchange : exchanges_) {
+        Task::cancelExchange(*exchange);
+    }
+}
+
+std::size_t ConnectionPool::pendingLookups() const {
+    return static_cast<std::size_t>(std::count_if(exchanges_.begin(), exchanges_.end(),
+                                                  [](const auto& exchange) { return exchange->isLookingUp(); }));
+}
+
+void ConnectionPool::done(CURL* handle, CURLcode result) {
+    const auto place = std::find_if(exchanges_.begin(), exchanges_.end(),
+                                    [&](const auto& exchange) { return exchange->handle() == handle; });
+    if (place == exchanges_.end()) {
+        return;
+    }
+    const auto exchange = *place;
+    exchanges_.erase(place);
+    exchange->limit().stop();
+    settle();
+    if (result == CURLE_OK) {
+        stage_ = Stage::answered;
+        exchange->finish(exchange->response(), {});
+    } else {
+        distrust();
+        exchange->finish({}, TransferError{QString::fromUtf8(curl_easy_strerror(result))});
+    }
+}
+
+void ConnectionPool::limitReached(const std::shared_ptr<Exchange>& exchange) {
+    if (!retired_ && isProgressing()) {
+        exchange->limit().start(limit_);
+    } else {
+        distrust();
+        discard(exchange);
+    }
+    exchange->finish({}, TransferError{QStringLiteral("timed out")});
+}
+
+void ConnectionPool::discard(const std::shared_ptr<Exchange>& exchange) {
+    if (exchange->isLookingUp()) {
+        // The resolver's thread cannot be ended. Kept until it ends by itself, it stays counted.
+        exchange->abandon();
+        return;
+    }
+    multi_.remove(exchange->handle());
+    exchanges_.remove(exchange);
+    settle();
+}
+
+bool ConnectionPool::isProgressing() {
+    auto reached = stage_;
+    for (const auto& exchange : exchanges_) {
+        reached = std::max(reached, exchange->stage());
+    }
+    if (reached > stage_) {
+        stage_ = reached;
+        lastProgress_ = std::chrono::steady_clock::now();
+    }
+    return stage_ != Stage::answered && lastProgress_ && std::chrono::steady_clock::now() - *lastProgress_ < limit_ / 2;
+}
+
+void ConnectionPool::settle() {
+    QTimer::singleShot(0, lifetime_.guard([this] { onSettled_(); }));
+}
+
+} // namespace skylet

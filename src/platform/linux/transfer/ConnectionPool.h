@@ -1,0 +1,78 @@
+#pragma once
+
+#include "platform/Lifetime.h"
+#include "platform/TransferSession.h"
+#include "platform/linux/transfer/CurlMulti.h"
+
+#include <QTimer>
+#include <QUrl>
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+
+namespace skylet {
+
+/// The connections to one host, and the requests on them. A request ends for its caller at the limit or when cancelled;
+/// on the wire it may go on unseen, so that an answer or a handshake that is under way still warms the connection for the
+/// next request. It judges whether its connections deserve to be used again, and leaves it to the session to act on that.
+class ConnectionPool {
+  public:
+    /// Bytes of response head, all interim responses included, after which a transfer fails.
+    static constexpr std::size_t headLimitBytes = 64 * 1024;
+
+    /// `share`: TLS sessions to resume; outlives the pool. `limit`: for one exchange as a whole. `onSettled` is called from
+    /// the event loop after a request has ended or the pool has lost its trust.
+    ConnectionPool(CURLSH* share, std::chrono::milliseconds limit, std::function<void()> onSettled);
+    ~ConnectionPool();
+    ConnectionPool(const ConnectionPool&) = delete;
+    ConnectionPool& operator=(const ConnectionPool&) = delete;
+    ConnectionPool(ConnectionPool&&) = delete;
+    ConnectionPool& operator=(ConnectionPool&&) = delete;
+
+    std::shared_ptr<TransferTask> head(const QUrl& url, TransferSession::Completion completion);
+
+    /// False once a request has failed here: a connection is used again only while it has never disappointed.
+    bool isTrusted() const { return trusted_; }
+    void distrust();
+    /// No further request comes: drops what runs on unseen.
+    void retire();
+    /// Ends every request for its caller.
+    void cancelAll();
+    /// Nothing runs any more.
+    bool isIdle() const { return exchanges_.empty(); }
+    /// Name look-ups under way. Each occupies a thread of the resolver that nobody can end.
+    std::size_t pendingLookups() const;
+
+  private:
+    class Exchange;
+    class Task;
+
+    /// How far the newest connection has come.
+    enum class Stage { nothing, connected, secured, answered };
+
+    void done(CURL* handle, CURLcode result);
+    void limitReached(const std::shared_ptr<Exchange>& exchange);
+    void discard(const std::shared_ptr<Exchange>& exchange);
+    /// Whether a handshake is under way that has come further lately. On a link with a round trip of a second or more no
+    /// new connection can answer within the limit; dropped each time, it never would.
+    bool isProgressing();
+    void settle();
+
+    CURLSH* share_;
+    const std::chrono::milliseconds limit_;
+    const std::function<void()> onSettled_;
+    bool trusted_ = true;
+    bool retired_ = false;
+    Stage stage_ = Stage::nothing;
+    /// When a limit last found the newest connection further than before.
+    std::optional<std::chrono::steady_clock::time_point> lastProgress_;
+    CurlMulti multi_;
+    std::list<std::shared_ptr<Exchange>> exchanges_;
+    Lifetime lifetime_;
+};
+
+} // namespace skylet

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <memory>
+
+namespace skylet {
+
+/// Owning pointers to libcurl's handles.
+struct CurlEasyCleanup {
+    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+};
+using CurlEasy = std::unique_ptr<CURL, CurlEasyCleanup>;
+
+struct CurlMultiCleanup {
+    void operator()(CURLM* handle) const { curl_multi_cleanup(handle); }
+};
+using CurlMultiHandle = std::unique_ptr<CURLM, CurlMultiCleanup>;
+
+struct CurlShareCleanup {
+    void operator()(CURLSH* handle) const { curl_share_cleanup(handle); }
+};
+using CurlShare = std::unique_ptr<CURLSH, CurlShareCleanup>;
+
+} // namespace skylet

@@ -1,0 +1,106 @@
+#include "platform/linux/transfer/CurlTransferSession.h"
+
+#include <QTimer>
+
+#include <algorithm>
+#include <mutex>
+#include <numeric>
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+/// libcurl wants this before anything else, and once.
+CurlShare makeShare() {
+    static std::once_flag once;
+    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+    CurlShare share(curl_share_init());
+    if (!share) {
+        qFatal("libcurl is out of memory");
+    }
+    curl_share_setopt(share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    return share;
+}
+
+/// Connections are shared by requests to the same host and port, and by no others.
+QString poolKey(const QUrl& url) {
+    return url.authority();
+}
+
+/// The end of a request that never began.
+class NoTask final : public TransferTask {
+  public:
+    void cancel() override {}
+};
+
+} // namespace
+
+CurlTransferSession::CurlTransferSession(const SessionConfiguration& configuration,
+                                         std::shared_ptr<const NetworkEpoch> epoch)
+    : limit_(std::chrono::ceil<std::chrono::milliseconds>(
+          std::min(configuration.timeoutIntervalForRequest, configuration.timeoutIntervalForResource))),
+      epoch_(std::move(epoch)), epochOfPools_(epoch_->current()), share_(makeShare()) {}
+
+std::shared_ptr<TransferTask> CurlTransferSession::head(const QUrl& url, Completion completion) {
+    auto& pool = poolFor(url);
+    if (pendingLookups() >= lookupLimit) {
+        QTimer::singleShot(0, [completion = std::move(completion)] {
+            completion({}, TransferError{QStringLiteral("too many name look-ups without an answer")});
+        });
+        return std::make_shared<NoTask>();
+    }
+    return pool.head(url, std::move(completion));
+}
+
+void CurlTransferSession::distrust(const QUrl& url) {
+    if (const auto pool = pools_.find(poolKey(url)); pool != pools_.end()) {
+        pool->second->distrust();
+    }
+}
+
+void CurlTransferSession::invalidateAndCancel() {
+    while (!pools_.empty()) {
+        pools_.begin()->second->cancelAll();
+        retire(pools_.begin());
+    }
+}
+
+ConnectionPool& CurlTransferSession::poolFor(const QUrl& url) {
+    if (std::exchange(epochOfPools_, epoch_->current()) != epoch_->current()) {
+        while (!pools_.empty()) {
+            retire(pools_.begin());
+        }
+    }
+    const auto key = poolKey(url);
+    if (const auto old = pools_.find(key); old != pools_.end()) {
+        if (old->second->isTrusted()) {
+            return *old->second;
+        }
+        retire(old);
+    }
+    auto pool = std::make_unique<ConnectionPool>(share_.get(), limit_, lifetime_.guard([this] { sweep(); }));
+    return *pools_.emplace(key, std::move(pool)).first->second;
+}
+
+void CurlTransferSession::retire(Pools::iterator pool) {
+    pool->second->retire();
+    retired_.push_back(std::move(pool->second));
+    pools_.erase(pool);
+    QTimer::singleShot(0, lifetime_.guard([this] { sweep(); }));
+}
+
+void CurlTransferSession::sweep() {
+    std::erase_if(pools_, [](const auto& entry) { return !entry.second->isTrusted() && entry.second->isIdle(); });
+    std::erase_if(retired_, [](const auto& pool) { return pool->isIdle(); });
+}
+
+std::size_t CurlTransferSession::pendingLookups() const {
+    const auto add = [](std::size_t sum, const ConnectionPool& pool) { return sum + pool.pendingLookups(); };
+    const auto current = std::accumulate(pools_.begin(), pools_.end(), std::size_t{0},
+                                         [&](std::size_t sum, const auto& entry) { return add(sum, *entry.second); });
+    return std::accumulate(retired_.begin(), retired_.end(), current,
+                           [&](std::size_t sum, const auto& pool) { return add(sum, *pool); });
+}
+
+} // namespace skylet

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "platform/Lifetime.h"
+#include "platform/NetworkEpoch.h"
+#include "platform/TransferSession.h"
+#include "platform/linux/transfer/ConnectionPool.h"
+#include "platform/linux/transfer/CurlHandles.h"
+
+#include <QString>
+
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace skylet {
+
+/// HTTPS over libcurl on the Qt event loop, HTTP/2 where the server speaks it. Each host has a pool of its own, which is
+/// thrown away, connections and all, once a request failed there or the network has become another one.
+class CurlTransferSession final : public TransferSession {
+  public:
+    /// While names do not resolve, each attempt leaves a resolver thread behind for some tens of seconds. Beyond this
+    /// number requests fail at once.
+    static constexpr std::size_t lookupLimit = 8;
+
+    CurlTransferSession(const SessionConfiguration& configuration, std::shared_ptr<const NetworkEpoch> epoch);
+
+    std::shared_ptr<TransferTask> head(const QUrl& url, Completion completion) override;
+    void distrust(const QUrl& url) override;
+    void invalidateAndCancel() override;
+
+  private:
+    using Pools = std::map<QString, std::unique_ptr<ConnectionPool>>;
+
+    ConnectionPool& poolFor(const QUrl& url);
+    void retire(Pools::iterator pool);
+    void sweep();
+    std::size_t pendingLookups() const;
+
+    const std::chrono::milliseconds limit_;
+    const std::shared_ptr<const NetworkEpoch> epoch_;
+    std::uint64_t epochOfPools_;
+    /// TLS sessions, so that a new connection to a known host need not carry the certificates again. Outlives the pools.
+    const CurlShare share_;
+    Pools pools_;
+    /// Out of use; each goes as soon as nothing runs there any more.
+    std::vector<std::unique_ptr<ConnectionPool>> retired_;
+    Lifetime lifetime_;
+};
+
+} // namespace skylet

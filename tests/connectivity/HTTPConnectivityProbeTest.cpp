@@ -1,0 +1,244 @@
+#include "connectivity/HTTPConnectivityProbe.h"
+
+#include "support/FakeClock.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace skylet {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const auto address = QStringLiteral("https://probe.example/generate_204");
+const QUrl url(address);
+
+TransferResponse answer(int status, const QString& from = address) {
+    return {status, from};
+}
+
+bool accepted(int status, const QString& from, const QString& asked = address) {
+    return HTTPConnectivityProbe::accepts(answer(status, from), QUrl(asked), {});
+}
+
+TEST(HTTPConnectivityProbeAccepts, ADirect204OfTheRequestedAddress) {
+    EXPECT_TRUE(accepted(204, address));
+}
+
+TEST(HTTPConnectivityProbeAccepts, NoAnswerThatCameWithAnError) {
+    EXPECT_FALSE(HTTPConnectivityProbe::accepts(answer(204), url, TransferError{QStringLiteral("reset")}));
+}
+
+TEST(HTTPConnectivityProbeAccepts, NothingWithoutAResponse) {
+    EXPECT_FALSE(HTTPConnectivityProbe::accepts({}, url, {}));
+}
+
+TEST(HTTPConnectivityProbeAccepts, NoResponseOfAnUnknownAddress) {
+    EXPECT_FALSE(HTTPConnectivityProbe::accepts(TransferResponse{204, {}}, url, {}));
+}
+
+TEST(HTTPConnectivityProbeAccepts, NoOtherStatus) {
+    for (const int status : {0, 100, 200, 203, 205, 301, 302, 304, 404, 500, 511}) {
+        EXPECT_FALSE(accepted(status, address)) << status;
+    }
+}
+
+TEST(HTTPConnectivityProbeAccepts, NoOtherScheme) {
+    EXPECT_FALSE(accepted(204, QStringLiteral("http://probe.example/generate_204")));
+    EXPECT_FALSE(accepted(204, QStringLiteral("//probe.example/generate_204")));
+}
+
+TEST(HTTPConnectivityProbeAccepts, NoSchemeInCapitals) {
+    EXPECT_FALSE(accepted(204, QStringLiteral("HTTPS://probe.example/generate_204")));
+}
+
+TEST(HTTPConnectivityProbeAccepts, NoOtherHost) {
+    EXPECT_FALSE(accepted(204, QStringLiteral("https://portal.example/generate_204")));
+    EXPECT_FALSE(accepted(204, QStringLiteral("https:/generate_204")));
+}
+
+TEST(HTTPConnectivityProbeAccepts, TwoAbsentHostsAsEqual) {
+    EXPECT_TRUE(accepted(204, QStringLiteral("https:/generate_204"), QStringLiteral("https:/generate_204")));
+}
+
+TEST(HTTPConnectivityProbeAccepts, AnExplicitPortOnlyWithTheSameExplicitPort) {
+    const auto withPort = QStringLiteral("https://probe.example:8443/generate_204");
+    const auto withDefaultPort = QStringLiteral("https://probe.example:443/generate_204");
+    EXPECT_TRUE(accepted(204, withPort, withPort));
+    EXPECT_FALSE(accepted(204, address, withPort));
+    EXPECT_FALSE(accepted(204, withPort, address));
+    EXPECT_FALSE(accepted(204, withDefaultPort, address));
+    EXPECT_FALSE(accepted(204, withDefaultPort, withPort));
+}
+
+TEST(HTTPConnectivityProbeAccepts, NoOtherPath) {
+    EXPECT_FALSE(accepted(204, QStringLiteral("https://probe.example/login")));
+    EXPECT_FALSE(accepted(204, QStringLiteral("https://probe.example")));
+}
+
+/// A session whose transfers end when the test says so.
+class FakeSession final : public TransferSession {
+  public:
+    struct Request {
+        QUrl url;
+        Completion completion;
+        bool cancelled = false;
+    };
+    struct Log {
+        std::vector<std::shared_ptr<Request>> requests;
+        std::vector<QUrl> distrusted;
+        int invalidations = 0;
+    };
+
+    explicit FakeSession(std::shared_ptr<Log> log) : log_(std::move(log)) {}
+
+    std::shared_ptr<TransferTask> head(const QUrl& target, Completion completion) override {
+        auto request = std::make_shared<Request>(Request{target, std::move(completion)});
+        log_->requests.push_back(request);
+        return std::make_shared<Task>(request);
+    }
+    void distrust(const QUrl& target) override { log_->distrusted.push_back(target); }
+    void invalidateAndCancel() override { ++log_->invalidations; }
+
+  private:
+    class Task final : public TransferTask {
+      public:
+        explicit Task(std::shared_ptr<Request> request) : request_(std::move(request)) {}
+        void cancel() override { request_->cancelled = true; }
+
+      private:
+        std::shared_ptr<Request> request_;
+    };
+
+    std::shared_ptr<Log> log_;
+};
+
+class HTTPConnectivityProbeTest : public testing::Test {
+  protected:
+    HTTPConnectivityProbeTest()
+        : probe(
+              [this](const SessionConfiguration& configuration) {
+                  configurations.push_back(configuration);
+                  clock->uptime += sessionCost;
+                  return std::make_unique<FakeSession>(log);
+              },
+              clock) {}
+
+    std::shared_ptr<Cancellation> start() {
+        return probe.probe(url, [this](std::optional<std::int64_t> latency) { results.push_back(latency); });
+    }
+
+    void answerAfter(Seconds elapsed, int status = 204) {
+        clock->uptime += elapsed;
+        log->requests.back()->completion(answer(status), {});
+    }
+
+    std::shared_ptr<test::FakeClock> clock = std::make_shared<test::FakeClock>();
+    std::shared_ptr<FakeSession::Log> log = std::make_shared<FakeSession::Log>();
+    std::vector<SessionConfiguration> configurations;
+    Seconds sessionCost{0};
+    std::vector<std::optional<std::int64_t>> results;
+    HTTPConnectivityProbe probe;
+};
+
+TEST_F(HTTPConnectivityProbeTest, LimitsTheWholeExchangeToThreeSeconds) {
+    EXPECT_EQ(probe.configuration().timeoutIntervalForRequest, Seconds(3));
+    EXPECT_EQ(probe.configuration().timeoutIntervalForResource, Seconds(3));
+}
+
+TEST_F(HTTPConnectivityProbeTest, MakesOneSessionWithTheFirstProbeAndKeepsIt) {
+    EXPECT_THAT(configurations, IsEmpty());
+    start();
+    start();
+    ASSERT_EQ(configurations.size(), 1U);
+    EXPECT_EQ(configurations.front().timeoutIntervalForResource, Seconds(3));
+}
+
+TEST_F(HTTPConnectivityProbeTest, AsksTheVeryAddressItWasGiven) {
+    start();
+    ASSERT_EQ(log->requests.size(), 1U);
+    EXPECT_EQ(log->requests.front()->url, url);
+}
+
+TEST_F(HTTPConnectivityProbeTest, AnAnswerAfter400MicrosecondsCountsAsOneMillisecond) {
+    start();
+    answerAfter(Seconds(0.0004));
+    EXPECT_THAT(results, ElementsAre(1));
+}
+
+TEST_F(HTTPConnectivityProbeTest, MillisecondsAreCutOffNotRounded) {
+    start();
+    answerAfter(Seconds(0.0379));
+    EXPECT_THAT(results, ElementsAre(37));
+}
+
+TEST_F(HTTPConnectivityProbeTest, TheFirstLatencyIncludesMakingTheSession) {
+    sessionCost = Seconds(0.25);
+    start();
+    answerAfter(Seconds(0.25));
+    EXPECT_THAT(results, ElementsAre(500));
+}
+
+TEST_F(HTTPConnectivityProbeTest, A200OfACaptivePortalIsAFailure) {
+    start();
+    answerAfter(Seconds(0.01), 200);
+    EXPECT_THAT(results, ElementsAre(std::nullopt));
+}
+
+TEST_F(HTTPConnectivityProbeTest, ARedirectIsAFailure) {
+    for (const int status : {301, 302}) {
+        start();
+        answerAfter(Seconds(0.01), status);
+    }
+    EXPECT_THAT(results, ElementsAre(std::nullopt, std::nullopt));
+}
+
+TEST_F(HTTPConnectivityProbeTest, AWrongAnswerCostsTheConnectionItsTrust) {
+    start();
+    answerAfter(Seconds(0.01), 200);
+    EXPECT_THAT(log->distrusted, ElementsAre(url));
+}
+
+TEST_F(HTTPConnectivityProbeTest, ARightAnswerKeepsTheConnection) {
+    start();
+    answerAfter(Seconds(0.01));
+    EXPECT_THAT(log->distrusted, IsEmpty());
+}
+
+TEST_F(HTTPConnectivityProbeTest, ATransportErrorIsAFailure) {
+    start();
+    log->requests.back()->completion({}, TransferError{QStringLiteral("no route")});
+    EXPECT_THAT(results, ElementsAre(std::nullopt));
+}
+
+TEST_F(HTTPConnectivityProbeTest, CancellingTheHandleCancelsTheTransferWhichThenFails) {
+    const auto handle = start();
+    handle->cancel();
+    ASSERT_TRUE(log->requests.back()->cancelled);
+    EXPECT_THAT(results, IsEmpty());
+    log->requests.back()->completion({}, TransferError{QStringLiteral("cancelled")});
+    EXPECT_THAT(results, ElementsAre(std::nullopt));
+}
+
+TEST_F(HTTPConnectivityProbeTest, InvalidateEndsTheSessionAndMakesItFirstIfNeedBe) {
+    probe.invalidate();
+    EXPECT_EQ(configurations.size(), 1U);
+    EXPECT_EQ(log->invalidations, 1);
+}
+
+using HTTPConnectivityProbeDeathTest = HTTPConnectivityProbeTest;
+
+TEST_F(HTTPConnectivityProbeDeathTest, AResponseTimeThatIsNoNumberStopsTheProgram) {
+    start();
+    EXPECT_DEATH(answerAfter(Seconds(std::numeric_limits<double>::quiet_NaN())), "out of range");
+}
+
+} // namespace
+} // namespace skylet
