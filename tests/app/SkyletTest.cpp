@@ -1,0 +1,419 @@
+#include "app/Skylet.h"
+
+#include "support/FakeClock.h"
+#include "support/FakeProbe.h"
+#include "support/FakeSchedule.h"
+#include "support/FakeServices.h"
+#include "support/QStringPrinting.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace skylet {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using namespace std::chrono_literals;
+
+class SkyletTest : public testing::Test {
+  protected:
+    SkyletTest() { makeSkylet(); }
+
+    void makeSkylet() {
+        auto loggedProbe = std::make_shared<LoggedProbe>(calls, probe);
+        const Skylet::Services services{application,   pathMonitor, sleepMonitor,
+                                        counters,      defaults,    log,
+                                        clock,         [this](Seconds interval, Seconds tolerance, auto action) {
+                                            calls += QStringLiteral("rateTimer.start");
+                                            tolerances.push_back(tolerance);
+                                            const auto handle = rateTimers(interval, std::move(action));
+                                            return std::make_shared<CancellationAction>([this, handle] {
+                                                calls += QStringLiteral("rateTimer.cancel");
+                                                handle->cancel();
+                                            });
+                                        }};
+        skylet = std::make_unique<Skylet>(
+            services,
+            std::make_unique<ConnectivityEngine>(
+                std::move(loggedProbe), std::vector<QUrl>{QUrl(QStringLiteral("https://one.example/generate_204"))},
+                [this](Seconds interval, std::function<void()> action) {
+                    const auto handle = schedule(interval, std::move(action));
+                    return std::make_shared<CancellationAction>([this, handle] {
+                        calls += QStringLiteral("engineTimer.cancel");
+                        handle->cancel();
+                    });
+                }),
+            folder.filePath(QStringLiteral("agent.desktop")));
+    }
+
+    void launch() {
+        skylet->applicationDidFinishLaunching();
+        calls.clear();
+    }
+
+    void goOnline(std::int64_t latency = 87) {
+        probe->complete(probe->calls.size() - 1, latency);
+        calls.clear();
+    }
+
+    /// Lets the rate timer fire two seconds later, with the given totals.
+    void sample(std::uint64_t received, std::uint64_t sent) {
+        counters.set(received, sent);
+        clock.uptime += 2s;
+        rateTimers.pending().front()->action();
+    }
+
+    QString title() const {
+        QString text;
+        for (const auto& segment : application.shown->title) {
+            text += segment.text;
+        }
+        return text;
+    }
+
+    std::shared_ptr<MenuItem> item(int index) const { return application.shown->menu.at(static_cast<std::size_t>(index)); }
+
+    /// Passes probes on and logs them among the calls.
+    class LoggedProbe final : public ConnectivityProbing {
+      public:
+        LoggedProbe(test::CallLog& calls, std::shared_ptr<test::FakeProbe> probe) : calls_(calls), probe_(std::move(probe)) {}
+        std::shared_ptr<Cancellation> probe(const QUrl& url, Completion completion) override {
+            calls_ += QStringLiteral("probe");
+            return probe_->probe(url, std::move(completion));
+        }
+
+      private:
+        test::CallLog& calls_;
+        std::shared_ptr<test::FakeProbe> probe_;
+    };
+
+    // The menu from top to bottom.
+    enum { status, rate, speed, separator1, runTest, check, separator2, traffic, pause, login, separator3, about, quit };
+
+    test::CallLog calls;
+    test::FakeApplication application{calls};
+    test::FakePathMonitor pathMonitor{calls};
+    test::FakeSleepMonitor sleepMonitor{calls};
+    test::FakeInterfaceCounters counters{calls};
+    test::FakeUserDefaults defaults;
+    test::FakeDiagnosticLog log{calls};
+    test::FakeClock clock;
+    test::FakeSchedule schedule;
+    test::FakeSchedule rateTimers;
+    std::vector<Seconds> tolerances;
+    std::shared_ptr<test::FakeProbe> probe = std::make_shared<test::FakeProbe>();
+    QTemporaryDir folder;
+    std::unique_ptr<Skylet> skylet;
+};
+
+TEST_F(SkyletTest, MakingItStartsNothing) {
+    EXPECT_THAT(calls, IsEmpty());
+    EXPECT_THAT(schedule.timers(), IsEmpty());
+}
+
+TEST_F(SkyletTest, StartsUpInOrder) {
+    skylet->applicationDidFinishLaunching();
+    EXPECT_EQ(calls.filter(QStringLiteral("setTitle")).size(), 3) << "first picture, checking, first sample";
+    EXPECT_EQ(calls, (QStringList{QStringLiteral("diagnosticLog.append"), QStringLiteral("application.becomeAccessory"),
+                                  QStringLiteral("application.makeStatusItem"), QStringLiteral("diagnosticLog.append"),
+                                  QStringLiteral("item.setMenu"), QStringLiteral("item.setTitle"),
+                                  QStringLiteral("pathMonitor.start"), QStringLiteral("sleepMonitor.start"),
+                                  QStringLiteral("item.setTitle"), QStringLiteral("probe"),
+                                  QStringLiteral("rateTimer.start"), QStringLiteral("interfaceCounters.read"),
+                                  QStringLiteral("item.setTitle")}));
+}
+
+TEST_F(SkyletTest, ShutsDownInOrder) {
+    launch();
+    goOnline();
+    skylet->applicationWillTerminate();
+    EXPECT_EQ(calls, (QStringList{QStringLiteral("engineTimer.cancel"), QStringLiteral("pathMonitor.cancel"),
+                                  QStringLiteral("rateTimer.cancel"), QStringLiteral("sleepMonitor.stop")}));
+}
+
+TEST_F(SkyletTest, TheFirstTitleShowsTheCheckingState) {
+    launch();
+    EXPECT_EQ(title(), QStringLiteral("●  Checking…"));
+    EXPECT_TRUE(application.shown->visible);
+    EXPECT_EQ(application.shown->autosaveName, QStringLiteral("Skylet"));
+}
+
+TEST_F(SkyletTest, TheMenuHasItsEntriesInOrderWithTheirKeys) {
+    launch();
+    QStringList titles;
+    QStringList keys;
+    for (const auto& entry : application.shown->menu) {
+        titles += entry->isSeparator() ? QStringLiteral("---") : entry->title();
+        keys += entry->keyEquivalent();
+    }
+    EXPECT_EQ(titles, (QStringList{QStringLiteral("Checking connection..."),
+                                   QStringLiteral("Live traffic:  ↓ 0b/s   ↑ 0b/s"),
+                                   QStringLiteral("Last speed test:  not run yet"), QStringLiteral("---"),
+                                   QStringLiteral("Run Speed Test…  (up to ~60 MB of data)"),
+                                   QStringLiteral("Check Connection Now"), QStringLiteral("---"),
+                                   QStringLiteral("Show Live Traffic in Menu Bar   (e.g. ↓12.4M ↑210K)"),
+                                   QStringLiteral("Pause Automatic Checks"), QStringLiteral("Launch at Login"),
+                                   QStringLiteral("---"), QStringLiteral("About Skylet"), QStringLiteral("Quit")}));
+    EXPECT_EQ(keys.join(u','), QStringLiteral(",,,,t,r,,,,,,,q"));
+}
+
+TEST_F(SkyletTest, TheInformationLinesAreDisabledAndTheCommandsFollowTheState) {
+    launch();
+    for (const int line : {status, rate, speed}) {
+        EXPECT_FALSE(item(line)->isEnabled());
+    }
+    EXPECT_FALSE(item(runTest)->isEnabled());
+    EXPECT_TRUE(item(check)->isEnabled());
+    goOnline();
+    EXPECT_TRUE(item(runTest)->isEnabled());
+    for (const int line : {status, rate, speed}) {
+        EXPECT_FALSE(item(line)->isEnabled());
+    }
+}
+
+TEST_F(SkyletTest, OnlyTheAboutItemHasAnImage) {
+    launch();
+    for (int index = 0; index < static_cast<int>(application.shown->menu.size()); ++index) {
+        EXPECT_EQ(item(index)->applicationIconSize(), index == about ? 16 : 0);
+    }
+}
+
+TEST_F(SkyletTest, TheLoginItemIsCheckedWhenTheAgentFileExists) {
+    launch();
+    EXPECT_TRUE(item(login)->isCheckable());
+    EXPECT_FALSE(item(login)->isChecked());
+}
+
+TEST_F(SkyletTest, TheLoginItemIsCheckedAtStartWhenTheAgentFileWasThere) {
+    QFile agent(folder.filePath(QStringLiteral("agent.desktop")));
+    ASSERT_TRUE(agent.open(QIODevice::WriteOnly));
+    launch();
+    EXPECT_TRUE(item(login)->isChecked());
+}
+
+TEST_F(SkyletTest, TheQuitItemTerminatesTheApplication) {
+    launch();
+    item(quit)->trigger();
+    EXPECT_THAT(calls, ElementsAre(QStringLiteral("application.terminate")));
+}
+
+TEST_F(SkyletTest, TrafficIsShownAtTheFirstLaunch) {
+    EXPECT_TRUE(skylet->displayState().showTraffic);
+}
+
+TEST_F(SkyletTest, TheStoredChoiceOfTrafficIsRead) {
+    defaults.stored[QStringLiteral("showTraffic")] = false;
+    makeSkylet();
+    EXPECT_FALSE(skylet->displayState().showTraffic);
+}
+
+TEST_F(SkyletTest, LogsTheStartWithDatesInUtc) {
+    launch();
+    EXPECT_THAT(log.lines, ElementsAre(QStringLiteral("2024-03-05 14:07:09 +0000 didFinishLaunching\n"),
+                                       QStringLiteral("2024-03-05 14:07:09 +0000 item created button=fake button "
+                                                      "window=no window\n")));
+}
+
+TEST_F(SkyletTest, LogsTheDateInUtcAlsoWhenTheClockSpeaksAnotherZone) {
+    clock.date = clock.date.toOffsetFromUtc(2 * 3600);
+    launch();
+    EXPECT_TRUE(log.lines.front().startsWith(QStringLiteral("2024-03-05 14:07:09 +0000 ")));
+}
+
+TEST_F(SkyletTest, EachConnectionStateBecomesWhatIsShown) {
+    launch();
+    goOnline(1234);
+    EXPECT_EQ(skylet->displayState().online, true);
+    EXPECT_EQ(skylet->displayState().latencyMs, 1234);
+    EXPECT_EQ(title(), QStringLiteral("●  1.2 s  Very high delay  ↓0 ↑0"));
+    pathMonitor.report(false);
+    EXPECT_EQ(skylet->displayState().online, false);
+    EXPECT_EQ(skylet->displayState().latencyMs, 0);
+    EXPECT_EQ(title(), QStringLiteral("●  Offline"));
+    pathMonitor.report(true);
+    EXPECT_EQ(skylet->displayState().online, std::nullopt);
+    EXPECT_EQ(title(), QStringLiteral("●  Checking…"));
+    skylet->togglePause();
+    EXPECT_EQ(skylet->displayState().online, std::nullopt);
+    EXPECT_EQ(title(), QStringLiteral("●  Paused"));
+    EXPECT_EQ(item(status)->title(), QStringLiteral("Automatic checks paused"));
+}
+
+TEST_F(SkyletTest, ThePauseCommandTogglesChecksAndItsCheckMark) {
+    launch();
+    goOnline();
+    item(pause)->trigger();
+    EXPECT_TRUE(item(pause)->isChecked());
+    EXPECT_FALSE(item(check)->isEnabled());
+    EXPECT_THAT(schedule.pending(), IsEmpty());
+    item(pause)->trigger();
+    EXPECT_FALSE(item(pause)->isChecked());
+    EXPECT_EQ(calls.count(QStringLiteral("probe")), 1);
+    EXPECT_EQ(title(), QStringLiteral("●  Checking…"));
+}
+
+TEST_F(SkyletTest, TheCheckCommandChecksAtOnceAndDrawsNothingItself) {
+    launch();
+    goOnline();
+    item(check)->trigger();
+    EXPECT_EQ(calls, (QStringList{QStringLiteral("engineTimer.cancel"), QStringLiteral("item.setTitle"),
+                                  QStringLiteral("probe")}));
+}
+
+TEST_F(SkyletTest, CheckNowWhilePausedReachesTheEngineWhichIgnoresIt) {
+    launch();
+    skylet->togglePause();
+    calls.clear();
+    skylet->checkNow();
+    EXPECT_THAT(calls, IsEmpty());
+}
+
+TEST_F(SkyletTest, TheFirstSampleOnlySetsTheBaseline) {
+    counters.set(1'000'000, 1'000'000);
+    launch();
+    goOnline();
+    EXPECT_EQ(skylet->displayState().downRate, 0);
+    sample(1'000'000 + 3'100'000, 1'000'000 + 52'500);
+    EXPECT_EQ(skylet->displayState().downRate, 1'550'000);
+    EXPECT_EQ(skylet->displayState().upRate, 26'250);
+    EXPECT_EQ(title(), QStringLiteral("●  87 ms  Responsive  ↓12.4M ↑210K"));
+    EXPECT_EQ(item(rate)->title(), QStringLiteral("Live traffic:  ↓ 12.4Mb/s   ↑ 210Kb/s"));
+}
+
+TEST_F(SkyletTest, WithoutAnyPortTheRatesStayZero) {
+    launch();
+    counters.interfaces = std::vector<InterfaceCounter>{};
+    rateTimers.pending().front()->action();
+    EXPECT_EQ(item(rate)->title(), QStringLiteral("Live traffic:  ↓ 0b/s   ↑ 0b/s"));
+}
+
+TEST_F(SkyletTest, ATotalThatWentDownShowsZeroForThatIntervalAndIsTheNewBaseline) {
+    counters.set(1000, 1000);
+    launch();
+    sample(5000, 3000);
+    sample(4000, 9000);
+    EXPECT_EQ(skylet->displayState().downRate, 0);
+    EXPECT_EQ(skylet->displayState().upRate, 0);
+    sample(4200, 9000);
+    EXPECT_EQ(skylet->displayState().downRate, 100);
+}
+
+TEST_F(SkyletTest, WithoutElapsedTimeTheRatesStayAndTheBaselineMovesOn) {
+    counters.set(0, 0);
+    launch();
+    sample(4000, 0);
+    counters.set(8000, 0);
+    rateTimers.pending().front()->action();
+    EXPECT_EQ(skylet->displayState().downRate, 2000);
+    sample(8000, 0);
+    EXPECT_EQ(skylet->displayState().downRate, 0);
+}
+
+TEST_F(SkyletTest, TheRateTimerRunsEveryTwoSecondsWithATenthOfSlack) {
+    launch();
+    ASSERT_EQ(rateTimers.timers().size(), 1U);
+    EXPECT_EQ(rateTimers.timers().front()->interval, 2s);
+    EXPECT_THAT(tolerances, ElementsAre(Seconds(0.2)));
+}
+
+TEST_F(SkyletTest, APathChangeForgetsTheTrafficBeforeTheEngineIsTold) {
+    counters.set(1000, 1000);
+    launch();
+    sample(5000, 3000);
+    ASSERT_NE(skylet->displayState().downRate, 0);
+    pathMonitor.report(false);
+    EXPECT_EQ(item(rate)->title(), QStringLiteral("Live traffic:  ↓ 0b/s   ↑ 0b/s"))
+        << "the picture that the engine's report draws has the rates at zero";
+    sample(900'000, 900'000);
+    EXPECT_EQ(skylet->displayState().downRate, 0) << "the next sample is only a baseline";
+    sample(900'200, 900'000);
+    EXPECT_EQ(skylet->displayState().downRate, 100);
+}
+
+TEST_F(SkyletTest, AskedTwiceTheTrafficCommandRestoresTheChoiceAndTheTitle) {
+    launch();
+    goOnline();
+    const auto before = title();
+    item(traffic)->trigger();
+    EXPECT_EQ(defaults.stored.value(QStringLiteral("showTraffic"), true), false);
+    EXPECT_FALSE(item(traffic)->isChecked());
+    EXPECT_EQ(title(), QStringLiteral("●  87 ms  Responsive"));
+    item(traffic)->trigger();
+    EXPECT_EQ(defaults.stored.value(QStringLiteral("showTraffic"), false), true);
+    EXPECT_TRUE(item(traffic)->isChecked());
+    EXPECT_EQ(title(), before);
+}
+
+TEST_F(SkyletTest, SleepTellsTheEngineAndStopsTheSamplesWithoutDrawingItself) {
+    counters.set(1000, 1000);
+    launch();
+    goOnline();
+    sample(5000, 3000);
+    calls.clear();
+    sleepMonitor.sleep();
+    EXPECT_EQ(calls, (QStringList{QStringLiteral("engineTimer.cancel"), QStringLiteral("item.setTitle"),
+                                  QStringLiteral("rateTimer.cancel")}));
+    EXPECT_EQ(skylet->displayState().downRate, 0);
+    EXPECT_THAT(rateTimers.pending(), IsEmpty());
+}
+
+TEST_F(SkyletTest, WakeChecksAtOnceAndStartsTheSamplesAfresh) {
+    counters.set(1000, 1000);
+    launch();
+    goOnline();
+    sleepMonitor.sleep();
+    calls.clear();
+    counters.set(9'000'000, 9'000'000);
+    sleepMonitor.wake();
+    EXPECT_EQ(calls, (QStringList{QStringLiteral("item.setTitle"), QStringLiteral("probe"),
+                                  QStringLiteral("rateTimer.cancel"), QStringLiteral("rateTimer.start"),
+                                  QStringLiteral("interfaceCounters.read"), QStringLiteral("item.setTitle")}));
+    EXPECT_EQ(skylet->displayState().downRate, 0) << "what moved during the sleep is no rate";
+    sample(9'000'200, 9'000'000);
+    EXPECT_EQ(skylet->displayState().downRate, 100);
+}
+
+TEST_F(SkyletTest, TwoWakesInARowLeaveOneRateTimer) {
+    launch();
+    sleepMonitor.wake();
+    sleepMonitor.wake();
+    EXPECT_EQ(rateTimers.pending().size(), 1U);
+    EXPECT_EQ(rateTimers.timers().size(), 3U);
+}
+
+TEST_F(SkyletTest, HandlersThatRunAfterItIsGoneDoNothing) {
+    launch();
+    goOnline();
+    const auto menu = application.shown->menu;
+    skylet.reset();
+    calls.clear();
+    pathMonitor.report(true);
+    sleepMonitor.sleep();
+    sleepMonitor.wake();
+    rateTimers.timers().front()->action();
+    schedule.timers().front()->action();
+    for (const auto& entry : menu) {
+        entry->trigger();
+    }
+    EXPECT_THAT(calls, IsEmpty());
+}
+
+using SkyletDeathTest = SkyletTest;
+
+TEST_F(SkyletDeathTest, RenderingBeforeTheStartUpStopsTheProgram) {
+    EXPECT_DEATH(skylet->render(), "before the start-up");
+}
+
+TEST_F(SkyletDeathTest, AMissingApplicationIconStopsTheProgram) {
+    application.hasIcon = false;
+    EXPECT_DEATH(skylet->applicationDidFinishLaunching(), "icon is missing");
+}
+
+} // namespace
+} // namespace skylet
