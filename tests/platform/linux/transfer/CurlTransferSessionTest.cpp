@@ -1,0 +1,318 @@
+#include "platform/linux/transfer/CurlTransferSession.h"
+
+#include "PrivateSystem.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <chrono>
+#include <memory>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+namespace skylet {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::Contains;
+
+/// A loopback socket that is bound, so that its port is known, and never answers.
+class SilentSocket {
+  public:
+    explicit SilentSocket(int type, std::uint16_t port = 0) : handle_(::socket(AF_INET, type | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(port);
+        EXPECT_EQ(::bind(handle_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        socklen_t size = sizeof address;
+        ::getsockname(handle_, reinterpret_cast<sockaddr*>(&address), &size);
+        port_ = ntohs(address.sin_port);
+    }
+    ~SilentSocket() { ::close(handle_); }
+    SilentSocket(const SilentSocket&) = delete;
+    SilentSocket& operator=(const SilentSocket&) = delete;
+    SilentSocket(SilentSocket&&) = delete;
+    SilentSocket& operator=(SilentSocket&&) = delete;
+
+    void listen() const { ASSERT_EQ(::listen(handle_, 16), 0); }
+    /// The kernel accepts connections to it, nobody speaks on them.
+    QUrl url() const { return QUrl(QStringLiteral("https://127.0.0.1:%1/generate_204").arg(port_)); }
+
+  private:
+    int handle_;
+    std::uint16_t port_ = 0;
+};
+
+struct Result {
+    std::optional<TransferResponse> response;
+    std::optional<TransferError> error;
+    std::chrono::steady_clock::duration after;
+};
+
+class CurlTransferSessionTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (const auto reason = test::PrivateSystem::enter()) {
+            GTEST_SKIP() << "needs namespaces: " << reason->toStdString();
+        }
+        makeSession(200ms);
+    }
+
+    void makeSession(Seconds limit) {
+        session = std::make_unique<CurlTransferSession>(SessionConfiguration{Seconds(60), limit}, epoch);
+    }
+
+    std::shared_ptr<TransferTask> head(const QUrl& url) {
+        return session->head(url, [this, start = std::chrono::steady_clock::now()](auto response, auto error) {
+            results.push_back({response, error, std::chrono::steady_clock::now() - start});
+        });
+    }
+
+    void runUntil(std::size_t count, std::chrono::milliseconds longest = 5000ms) {
+        QElapsedTimer since;
+        since.start();
+        while (results.size() < count && since.elapsed() < longest.count()) {
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
+        }
+    }
+
+    void runFor(std::chrono::milliseconds time) { runUntil(std::numeric_limits<std::size_t>::max(), time); }
+
+    /// Sockets, pipes and the like that this process holds open.
+    static qsizetype openDescriptors() {
+        return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System).size();
+    }
+
+    static qsizetype threads() {
+        return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+    }
+
+    std::shared_ptr<NetworkEpoch> epoch = std::make_shared<NetworkEpoch>();
+    std::unique_ptr<CurlTransferSession> session;
+    std::vector<Result> results;
+};
+
+TEST_F(CurlTransferSessionTest, ARefusedConnectionFailsAtOnceAndNotFromInsideTheCall) {
+    const SilentSocket closed(SOCK_STREAM);
+    head(closed.url());
+    EXPECT_TRUE(results.empty());
+    runUntil(1);
+    ASSERT_EQ(results.size(), 1U);
+    EXPECT_TRUE(results[0].error.has_value());
+    EXPECT_FALSE(results[0].response.has_value());
+    EXPECT_LT(results[0].after, 100ms);
+}
+
+TEST_F(CurlTransferSessionTest, AServerThatAcceptsAndSaysNothingFailsAtTheLimitNeitherEarlyNorLate) {
+    const SilentSocket silent(SOCK_STREAM);
+    silent.listen();
+    head(silent.url());
+    runUntil(1);
+    ASSERT_EQ(results.size(), 1U);
+    EXPECT_TRUE(results[0].error.has_value());
+    EXPECT_GE(results[0].after, 200ms);
+    EXPECT_LT(results[0].after, 250ms);
+    runFor(500ms);
+    EXPECT_EQ(results.size(), 1U);
+}
+
+TEST_F(CurlTransferSessionTest, TheSmallerOfTheTwoLimitsRules) {
+    const SilentSocket silent(SOCK_STREAM);
+    silent.listen();
+    session = std::make_unique<CurlTransferSession>(SessionConfiguration{Seconds(0.1), Seconds(5)}, epoch);
+    head(silent.url());
+    runUntil(1);
+    ASSERT_EQ(results.size(), 1U);
+    EXPECT_LT(results[0].after, 150ms);
+}
+
+TEST_F(CurlTransferSessionTest, SpeaksHttpsAlone) {
+    const SilentSocket silent(SOCK_STREAM);
+    silent.listen();
+    for (const auto& scheme : {QStringLiteral("http"), QStringLiteral("ftp"), QStringLiteral("file")}) {
+        auto url = silent.url();
+        url.setScheme(scheme);
+        head(url);
+    }
+    runUntil(3);
+    ASSERT_EQ(results.size(), 3U);
+    for (const auto& result : results) {
+        EXPECT_TRUE(result.error.has_value());
+        EXPECT_LT(result.after, 100ms) << "a plain connection would have waited for the silent server";
+    }
+}
+
+TEST_F(CurlTransferSessionTest, CancellingCompletesOnceWithAnErrorFromTheEventLoop) {
+    const SilentSocket silent(SOCK_STREAM);
+    silent.listen();
+    const auto task = head(silent.url());
+    runFor(20ms);
+    task->cancel();
+    task->cancel();
+    EXPECT_TRUE(results.empty());
+    runUntil(1);
+    ASSERT_EQ(results.size(), 1U);
+    EXPECT_TRUE(results[0].error.has_value());
+    EXPECT_LT(results[0].after, 100ms);
+    runFor(400ms);
+    EXPECT_EQ(results.size(), 1U);
+    task->cancel();
+    runFor(5ms);
+    EXPECT_EQ(results.size(), 1U);
+}
+
+TEST_F(CurlTransferSessionTest, ACancelledTransferIsGoneFromTheWireAfterItsLimits) {
+    const SilentSocket silent(SOCK_STREAM);
+    silent.listen();
+    runFor(5ms);
+    const auto before = openDescriptors();
+    head(silent.url())->cancel();
+    runFor(20ms);
+    EXPECT_GT(openDescriptors(), before);
+    runFor(600ms);
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(CurlTransferSessionTest, ADroppedHandleDoesNotEndTheTransfer) {
+    const SilentSocket silent(SOCK_STREAM);
+    silent.listen();
+    head(silent.url());
+    runUntil(1);
+    ASSERT_EQ(results.size(), 1U);
+    EXPECT_GE(results[0].after, 200ms);
+}
+
+TEST_F(CurlTransferSessionTest, AnotherNetworkDropsWhatRanUnseen) {
+    const SilentSocket silent(SOCK_STREAM);
+    const SilentSocket closed(SOCK_STREAM);
+    silent.listen();
+    const auto before = openDescriptors();
+    head(silent.url())->cancel();
+    runFor(20ms);
+    epoch->advance();
+    head(closed.url());
+    runUntil(2);
+    runFor(10ms);
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(CurlTransferSessionTest, InvalidateEndsEveryTransferOnceWithAnError) {
+    const SilentSocket silent(SOCK_STREAM);
+    silent.listen();
+    const auto before = openDescriptors();
+    head(silent.url());
+    head(silent.url());
+    runFor(20ms);
+    session->invalidateAndCancel();
+    runUntil(2);
+    ASSERT_EQ(results.size(), 2U);
+    for (const auto& result : results) {
+        EXPECT_TRUE(result.error.has_value());
+        EXPECT_LT(result.after, 150ms);
+    }
+    runFor(20ms);
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(CurlTransferSessionTest, ManyFailuresLeaveNothingBehind) {
+    const SilentSocket closed(SOCK_STREAM);
+    const SilentSocket silent(SOCK_STREAM);
+    silent.listen();
+    makeSession(5ms);
+    head(closed.url());
+    runUntil(1);
+    runFor(10ms);
+    const auto before = openDescriptors();
+    for (std::size_t i = 0; i < 100; ++i) {
+        head(closed.url());
+        head(silent.url());
+        runUntil(3 + 2 * i);
+    }
+    EXPECT_EQ(results.size(), 201U);
+    runFor(50ms);
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(CurlTransferSessionTest, DestroyingTheSessionWithTransfersUnderWayIsHarmless) {
+    const SilentSocket silent(SOCK_STREAM);
+    silent.listen();
+    const auto task = head(silent.url());
+    runFor(20ms);
+    session.reset();
+    task->cancel();
+    runFor(300ms);
+    EXPECT_LE(results.size(), 1U);
+}
+
+/// Names are looked up at a server that never answers.
+class DeadNamesTest : public CurlTransferSessionTest {
+  protected:
+    void SetUp() override {
+        CurlTransferSessionTest::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        nameServer = std::make_unique<SilentSocket>(SOCK_DGRAM, 53);
+        QFile resolver(folder.filePath(QStringLiteral("resolv.conf")));
+        ASSERT_TRUE(resolver.open(QIODevice::WriteOnly));
+        resolver.write("nameserver 127.0.0.1\noptions timeout:1 attempts:1\n");
+        resolver.close();
+        configuration = std::make_unique<test::Replacement>(QStringLiteral("/etc/resolv.conf"), resolver.fileName());
+        ASSERT_TRUE(configuration->isInPlace());
+    }
+
+    static QUrl host(std::size_t number) {
+        return QUrl(QStringLiteral("https://dead%1.example/generate_204").arg(number));
+    }
+
+    QTemporaryDir folder;
+    std::unique_ptr<test::Replacement> configuration;
+    std::unique_ptr<SilentSocket> nameServer;
+};
+
+TEST_F(DeadNamesTest, ALookUpWithoutAnAnswerFailsAtTheLimitAndHoldsUpNothing) {
+    head(host(0));
+    runUntil(1);
+    ASSERT_EQ(results.size(), 1U);
+    EXPECT_TRUE(results[0].error.has_value());
+    EXPECT_GE(results[0].after, 200ms);
+    EXPECT_LT(results[0].after, 250ms);
+}
+
+TEST_F(DeadNamesTest, LookUpsWithoutAnAnswerAreLimitedInNumber) {
+    const auto before = threads();
+    for (std::size_t i = 0; i < CurlTransferSession::lookupLimit; ++i) {
+        head(host(i));
+        runFor(1ms);
+    }
+    runFor(30ms);
+    EXPECT_TRUE(results.empty());
+    head(host(99));
+    runUntil(1);
+    ASSERT_EQ(results.size(), 1U);
+    EXPECT_LT(results[0].after, 50ms) << "beyond the limit a request fails at once";
+    EXPECT_LE(threads() - before, static_cast<qsizetype>(CurlTransferSession::lookupLimit));
+    // The look-ups outlive their requests, and are counted until they end by themselves.
+    runUntil(1 + CurlTransferSession::lookupLimit);
+    head(host(100));
+    runUntil(2 + CurlTransferSession::lookupLimit);
+    EXPECT_LT(results.back().after, 50ms);
+    runFor(2500ms);
+    head(host(101));
+    runUntil(3 + CurlTransferSession::lookupLimit);
+    EXPECT_GE(results.back().after, 200ms) << "with the old look-ups gone there is room for a new one";
+}
+
+} // namespace
+} // namespace skylet
