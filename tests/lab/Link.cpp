@@ -1,0 +1,446 @@
+// lab_link NAMESPACE_A DEVICE_A NAMESPACE_B DEVICE_B
+//
+// Joins two named network namespaces by a point-to-point link: makes a TUN device in each and carries the IP packets
+// between them, "up" from A to B and "down" back, with a delay, a rate, loss and black holes that can be changed at any
+// time. It gives the devices neither addresses nor routes. Prints "ready", then obeys one command a line on standard
+// input and answers each with one line; ends when standard input ends. WAY is up, down or both.
+//
+//   delay WAY MS            one-way delay
+//   rate WAY KBIT           serialisation rate in kbit/s; 0: unlimited
+//   queue WAY MS            longest time a packet may wait for its turn at that rate; one that would wait longer is
+//   dropped loss WAY SHARE SEED     drops this share of the packets at random, the same ones for the same seed hole WAY
+//   on|off         drops everything, what is already under way too mute|unmute ADDRESS     drops everything to and from
+//   this address, or no longer stats                   JSON: packets and IP bytes that were put on the link, and how
+//   many packets were dropped trace                   JSON: every packet: seconds (monotonic), way, far address, near
+//   port, far port, bytes, TCP flags reset                   forgets the counters and the trace
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <linux/if_tun.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sys/epoll.h>
+#include <sys/ioctl.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <iomanip>
+#include <iostream>
+#include <map>
+#include <optional>
+#include <random>
+#include <set>
+#include <span>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock; // CLOCK_MONOTONIC, the timerfd's clock too
+using Time = Clock::time_point;
+using Milliseconds = std::chrono::duration<double, std::milli>;
+
+// An idle processor takes this long to wake up: the link wakes early and watches the clock for the rest.
+constexpr auto wakeUp = std::chrono::microseconds(250);
+constexpr auto defaultQueue = std::chrono::milliseconds(200);
+constexpr std::size_t largestPacket = 65536;
+constexpr std::size_t longestTrace = 200'000;
+constexpr int packetsPerTurn = 64;
+
+class FileDescriptor {
+  public:
+    explicit FileDescriptor(int fd, const std::string& what) : fd_(fd) {
+        if (fd < 0) {
+            throw std::system_error(errno, std::generic_category(), what);
+        }
+    }
+    ~FileDescriptor() {
+        if (fd_ >= 0) {
+            close(fd_);
+        }
+    }
+    FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(FileDescriptor&&) = delete;
+
+    int get() const { return fd_; }
+
+  private:
+    int fd_;
+};
+
+/// What a packet says about itself, seen from the link: the far end is the one on B's side.
+struct Header {
+    std::string farAddress;
+    unsigned nearPort = 0;
+    unsigned farPort = 0;
+    unsigned tcpFlags = 0;
+};
+
+unsigned bigEndian16(std::span<const std::uint8_t> packet, std::size_t at) {
+    return at + 1 < packet.size() ? packet[at] * 256U + packet[at + 1] : 0;
+}
+
+std::optional<Header> parse(std::span<const std::uint8_t> packet, bool up) {
+    if (packet.empty()) {
+        return std::nullopt;
+    }
+    const bool v6 = packet[0] >> 4U == 6;
+    const std::size_t fixedLength = v6 ? 40 : 20;
+    if (packet.size() < fixedLength) {
+        return std::nullopt;
+    }
+    const std::size_t addressLength = v6 ? 16 : 4;
+    const std::size_t source = v6 ? 8 : 12;
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    inet_ntop(v6 ? AF_INET6 : AF_INET, &packet[up ? source + addressLength : source], text.data(), text.size());
+    Header header;
+    header.farAddress = text.data();
+    const unsigned protocol = v6 ? packet[6] : packet[9];
+    if (protocol == IPPROTO_TCP || protocol == IPPROTO_UDP) {
+        const std::size_t transport = v6 ? fixedLength : std::size_t{packet[0] & 15U} * 4;
+        header.nearPort = bigEndian16(packet, up ? transport : transport + 2);
+        header.farPort = bigEndian16(packet, up ? transport + 2 : transport);
+        header.tcpFlags = protocol == IPPROTO_TCP ? bigEndian16(packet, transport + 12) & 255U : 0;
+    }
+    return header;
+}
+
+struct Count {
+    std::uint64_t packets = 0;
+    std::uint64_t bytes = 0;
+
+    void add(std::size_t size) {
+        ++packets;
+        bytes += size;
+    }
+};
+
+std::string json(const Count& count) {
+    return R"({"packets": )" + std::to_string(count.packets) + R"(, "bytes": )" + std::to_string(count.bytes) + "}";
+}
+
+/// One way of the link: what it does to packets, and those that are under way.
+class Way {
+  public:
+    Milliseconds delay{0};
+    Milliseconds queue{defaultQueue};
+    double bitsPerSecond = 0;
+    bool hole = false;
+
+    void setLoss(double share, unsigned seed) {
+        loss_ = std::bernoulli_distribution(share);
+        random_.seed(seed);
+    }
+
+    void enter(std::span<const std::uint8_t> packet, const Header& header, bool muted, Time now) {
+        total_.add(packet.size());
+        far_[header.farAddress].add(packet.size());
+        const Time start = bitsPerSecond > 0 ? std::max(now, free_) : now;
+        if (muted || hole || loss_(random_) || start - now > queue) {
+            ++dropped_;
+            return;
+        }
+        free_ = start;
+        if (bitsPerSecond > 0) {
+            free_ += std::chrono::duration_cast<Clock::duration>(
+                std::chrono::duration<double>(static_cast<double>(packet.size()) * 8 / bitsPerSecond));
+        }
+        // a shorter delay lets no packet overtake those before it
+        const Time due = std::max(free_ + std::chrono::duration_cast<Clock::duration>(delay),
+                                  underway_.empty() ? Time::min() : underway_.back().due);
+        underway_.push_back({due, {packet.begin(), packet.end()}});
+    }
+
+    std::optional<Time> nextDue() const {
+        return underway_.empty() ? std::nullopt : std::optional(underway_.front().due);
+    }
+
+    void deliver(const FileDescriptor& device, Time now) {
+        while (!underway_.empty() && underway_.front().due <= now) {
+            const auto& bytes = underway_.front().bytes;
+            if (hole || write(device.get(), bytes.data(), bytes.size()) < 0) {
+                ++dropped_;
+            }
+            underway_.pop_front();
+        }
+    }
+
+    void reset() {
+        total_ = {};
+        far_.clear();
+        dropped_ = 0;
+    }
+
+    std::string stats() const {
+        std::string text = json(total_);
+        text.pop_back();
+        text += R"(, "dropped": )" + std::to_string(dropped_) + R"(, "far": {)";
+        for (const char* separator = ""; const auto& [address, count] : far_) {
+            text += std::exchange(separator, ", ") + ('"' + address + "\": ") + json(count);
+        }
+        return text + "}}";
+    }
+
+  private:
+    struct Packet {
+        Time due;
+        std::vector<std::uint8_t> bytes;
+    };
+
+    std::deque<Packet> underway_;
+    Time free_{}; // when the last packet has left the sender
+    std::bernoulli_distribution loss_{0};
+    std::mt19937 random_;
+    Count total_;
+    std::map<std::string, Count> far_;
+    std::uint64_t dropped_ = 0;
+};
+
+/// A TUN device in a namespace. It goes when its descriptor is closed.
+FileDescriptor makeDevice(const std::string& netns, const std::string& name) {
+    const FileDescriptor space(open(("/run/netns/" + netns).c_str(), O_RDONLY | O_CLOEXEC), netns);
+    if (setns(space.get(), CLONE_NEWNET) < 0) {
+        throw std::system_error(errno, std::generic_category(), "setns " + netns);
+    }
+    FileDescriptor device(open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC), "/dev/net/tun");
+    ifreq request{};
+    name.copy(request.ifr_name, IFNAMSIZ - 1);
+    request.ifr_flags = IFF_TUN | IFF_NO_PI;
+    if (ioctl(device.get(), TUNSETIFF, &request) < 0) {
+        throw std::system_error(errno, std::generic_category(), "TUNSETIFF " + name);
+    }
+    return device;
+}
+
+class Link {
+  public:
+    Link(FileDescriptor a, FileDescriptor b)
+        : a_(std::move(a)), b_(std::move(b)), timer_(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK), "timerfd"),
+          poll_(epoll_create1(EPOLL_CLOEXEC), "epoll") {
+        for (const int fd : {STDIN_FILENO, a_.get(), b_.get(), timer_.get()}) {
+            epoll_event event{};
+            event.events = EPOLLIN;
+            if (fd == timer_.get()) {
+                event.events |= EPOLLET; // only wakes: each turn delivers what is due
+            }
+            event.data.fd = fd;
+            if (epoll_ctl(poll_.get(), EPOLL_CTL_ADD, fd, &event) < 0) {
+                throw std::system_error(errno, std::generic_category(), "epoll_ctl");
+            }
+        }
+    }
+
+    void run() {
+        while (!ended_) {
+            const auto due = nextDue();
+            const bool soon = due && *due - Clock::now() <= wakeUp;
+            if (!soon) {
+                armTimer(due);
+            }
+            epoll_event event{};
+            if (epoll_wait(poll_.get(), &event, 1, soon ? 0 : -1) == 1) {
+                if (event.data.fd == STDIN_FILENO) {
+                    readCommands();
+                } else if (event.data.fd != timer_.get()) {
+                    readPackets(event.data.fd == a_.get());
+                }
+            }
+            up_.deliver(b_, Clock::now());
+            down_.deliver(a_, Clock::now());
+        }
+    }
+
+  private:
+    void readPackets(bool up) {
+        for (int i = 0; i < packetsPerTurn; ++i) {
+            const ssize_t size = read((up ? a_ : b_).get(), buffer_.data(), buffer_.size());
+            if (size <= 0) {
+                return;
+            }
+            const auto packet = std::span(buffer_).first(static_cast<std::size_t>(size));
+            if (const auto header = parse(packet, up)) {
+                const Time now = Clock::now();
+                (up ? up_ : down_).enter(packet, *header, muted_.contains(header->farAddress), now);
+                record(*header, packet.size(), up, now);
+            }
+        }
+    }
+
+    void record(Header header, std::size_t size, bool up, Time now) {
+        if (trace_.size() < longestTrace) {
+            trace_.push_back({now, up, size, std::move(header)});
+        }
+    }
+
+    std::optional<Time> nextDue() const {
+        const auto up = up_.nextDue();
+        const auto down = down_.nextDue();
+        return up && down ? std::min(up, down) : std::max(up, down); // an absent one counts as the smallest
+    }
+
+    void armTimer(std::optional<Time> due) {
+        itimerspec when{};
+        if (due) {
+            const auto wake = (*due - wakeUp).time_since_epoch();
+            const auto seconds = std::chrono::floor<std::chrono::seconds>(wake);
+            when.it_value = {.tv_sec = seconds.count(), .tv_nsec = (wake - seconds).count()};
+        }
+        timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &when, nullptr);
+    }
+
+    void readCommands() {
+        std::array<char, 4096> buffer{};
+        const ssize_t size = read(STDIN_FILENO, buffer.data(), buffer.size());
+        if (size <= 0) {
+            ended_ = true;
+            return;
+        }
+        input_.append(buffer.data(), static_cast<std::size_t>(size));
+        for (auto end = input_.find('\n'); end != std::string::npos; end = input_.find('\n')) {
+            std::istringstream words(input_.substr(0, end));
+            input_.erase(0, end + 1);
+            words.exceptions(std::ios::failbit);
+            try {
+                std::cout << obey(words) << std::endl;
+            } catch (const std::exception& error) {
+                std::cout << "error: " << error.what() << std::endl;
+            }
+        }
+    }
+
+    std::string obey(std::istream& words) {
+        const auto next = [&words](auto value) {
+            words >> value;
+            return value;
+        };
+        const auto command = next(std::string());
+        if (command == "stats") {
+            return R"({"up": )" + up_.stats() + R"(, "down": )" + down_.stats() + "}";
+        }
+        if (command == "trace") {
+            return trace();
+        }
+        if (command == "reset") {
+            up_.reset();
+            down_.reset();
+            trace_.clear();
+        } else if (command == "mute") {
+            muted_.insert(next(std::string()));
+        } else if (command == "unmute") {
+            muted_.erase(next(std::string()));
+        } else {
+            const auto chosen = ways(next(std::string()));
+            const auto change = setting(command, words);
+            std::for_each(chosen.begin(), chosen.end(), [&](Way* way) { change(*way); });
+        }
+        return "ok";
+    }
+
+    std::vector<Way*> ways(const std::string& name) {
+        if (name == "both") {
+            return {&up_, &down_};
+        }
+        if (name != "up" && name != "down") {
+            throw std::invalid_argument("no such way: " + name);
+        }
+        return {name == "up" ? &up_ : &down_};
+    }
+
+    static std::function<void(Way&)> setting(const std::string& command, std::istream& words) {
+        if (command == "hole") {
+            std::string word;
+            words >> word;
+            return [on = word == "on"](Way& way) { way.hole = on; };
+        }
+        double value = 0;
+        words >> value;
+        if (command == "delay") {
+            return [value](Way& way) { way.delay = Milliseconds(value); };
+        }
+        if (command == "queue") {
+            return [value](Way& way) { way.queue = Milliseconds(value); };
+        }
+        if (command == "rate") {
+            return [value](Way& way) { way.bitsPerSecond = value * 1000; };
+        }
+        if (command == "loss") {
+            unsigned seed = 0;
+            words >> seed;
+            return [value, seed](Way& way) { way.setLoss(value, seed); };
+        }
+        throw std::invalid_argument("no such command: " + command);
+    }
+
+    std::string trace() const {
+        std::ostringstream text;
+        text << std::fixed << std::setprecision(6) << '[';
+        for (const char* separator = ""; const auto& [time, up, size, header] : trace_) {
+            text << std::exchange(separator, ", ") << '['
+                 << std::chrono::duration<double>(time.time_since_epoch()).count()
+                 << (up ? R"(, "up", ")" : R"(, "down", ")") << header.farAddress << "\", " << header.nearPort << ", "
+                 << header.farPort << ", " << size << ", " << header.tcpFlags << ']';
+        }
+        return text.str() + "]";
+    }
+
+    struct TracedPacket {
+        Time time;
+        bool up;
+        std::size_t size;
+        Header header;
+    };
+
+    FileDescriptor a_;
+    FileDescriptor b_;
+    FileDescriptor timer_;
+    FileDescriptor poll_;
+    Way up_;
+    Way down_;
+    std::set<std::string> muted_;
+    std::deque<TracedPacket> trace_;
+    std::array<std::uint8_t, largestPacket> buffer_{};
+    std::string input_;
+    bool ended_ = false;
+};
+
+/// Keeps the delay exact on a busy machine. Nothing is lost where it is not allowed.
+void askForRealTime() {
+    const sched_param priority{.sched_priority = 1};
+    sched_setscheduler(0, SCHED_FIFO, &priority);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        const std::vector<std::string> arguments(argv + 1, argv + argc);
+        if (arguments.size() != 4) {
+            throw std::invalid_argument("usage: lab_link NAMESPACE_A DEVICE_A NAMESPACE_B DEVICE_B");
+        }
+        FileDescriptor a = makeDevice(arguments[0], arguments[1]);
+        FileDescriptor b = makeDevice(arguments[2], arguments[3]);
+        Link link(std::move(a), std::move(b));
+        askForRealTime();
+        std::cout << "ready" << std::endl;
+        link.run();
+        return 0;
+    } catch (const std::exception& error) {
+        std::cerr << "lab_link: " << error.what() << '\n';
+        return 1;
+    }
+}

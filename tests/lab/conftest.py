@@ -1,0 +1,50 @@
+import os
+import signal
+import tempfile
+from contextlib import ExitStack
+
+import network
+import pytest
+from authority import Authority
+from lab import Lab
+
+ALL_SKIPPED = 77  # what ctest takes for "skipped"
+
+
+def pytest_configure():
+    # a time-out or an impatient user ends the run as Ctrl-C does: with everything cleared away
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
+
+
+def pytest_sessionfinish(session, exitstatus):
+    reports = session.config.pluginmanager.get_plugin("terminalreporter").stats
+    if exitstatus == pytest.ExitCode.OK and reports.get("skipped") and not reports.get("passed"):
+        session.exitstatus = ALL_SKIPPED
+
+
+@pytest.fixture(scope="session")
+def authority():
+    """The certificates, after a look whether there can be a lab at all."""
+    if reason := network.why_impossible():
+        pytest.skip(reason)
+    network.sweep()
+    names = [*network.ENDPOINT_NAMES, network.PORTAL_NAME]
+    with tempfile.TemporaryDirectory(prefix=f"{network.PREFIX}-{os.getpid()}-", dir=network.RUN) as folder:
+        yield Authority(folder, names)
+
+
+@pytest.fixture
+def lab(authority):
+    """A laboratory of the test's own, taken down at its end."""
+    with ExitStack() as stack:
+        yield Lab(authority, stack)
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item):
+    """A failure shows what the status area showed and what the program said."""
+    report = (yield).get_result()
+    lab_ = getattr(item, "funcargs", {}).get("lab")
+    if report.when == "call" and report.failed and lab_ and lab_.program.started:
+        report.sections.append(("status area", lab_.area.describe(lab_.program.started)))
+        report.sections.append(("program", lab_.program.said()))

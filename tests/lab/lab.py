@@ -1,0 +1,106 @@
+"""The whole laboratory: network, servers, desktop and the program between them. What a scenario gets as `lab`."""
+
+import json
+import sys
+import time
+from pathlib import Path
+
+import network
+from desktop import Bus, Logind, StatusArea
+from network import Network, Tool
+from program import Program
+
+SERVER, TRAFFIC = (Path(__file__).with_name(name) for name in ("server.py", "traffic.py"))
+
+
+class Endpoint:
+    """A test's hand on one server name. `set` takes the fields of server.Behaviour; what is not given is as by default."""
+
+    def __init__(self, servers, name, address):
+        self._servers, self.name, self.address = servers, name, address
+
+    def set(self, **behaviour):
+        headers = behaviour.pop("headers", {})
+        self._servers.order("set", self.name, behaviour | {"headers": list(headers.items())})
+
+    def drop(self, how="close"):
+        """Ends its connections: "goaway", "close" or "reset"."""
+        self._servers.order("drop", self.name, how)
+
+    def die(self):
+        """Nobody listens any more; who is connected gets a reset."""
+        self.set(accept="refuse")
+        self.drop("reset")
+
+    def requests(self, since=0.0):
+        return self._records("requests", since)
+
+    def connections(self, since=0.0):
+        return self._records("connections", since)
+
+    def _records(self, kind, since):
+        return [record for record in self._servers.records()[kind]
+                if record["endpoint"] == self.name and record["time"] >= since]
+
+
+class Servers:
+    """The program server.py: both endpoints, the portal's target, DNS."""
+
+    def __init__(self, lab_network, authority, stack):
+        addresses = [*zip(network.ENDPOINT_NAMES, network.ENDPOINT_ADDRESSES),
+                     (network.PORTAL_NAME, network.PORTAL_ADDRESS)]
+        hosts = [f"{name}={address}" for name, address in [*addresses, ("dns", network.DNS_ADDRESS)]]
+        command = lab_network.server.inside([sys.executable, SERVER, authority.folder, *hosts])
+        self._tool = stack.enter_context(Tool(command))
+        self.first, self.second, self.portal = (Endpoint(self, *address) for address in addresses)
+        self.both = (self.first, self.second)
+
+    def order(self, *command):
+        return self._tool.ask(json.dumps(command))
+
+    def records(self):
+        return json.loads(self.order("records"))
+
+    def answer_dns(self, on):
+        self.order("dns", "answer" if on else "swallow")
+
+    def requests(self, since=0.0):
+        return [*self.first.requests(since), *self.second.requests(since)]
+
+
+class Lab:
+    """Everything but the program is up; `start` starts that too."""
+
+    def __init__(self, authority, stack):
+        self.network = Network(authority, stack)
+        self.link = self.network.wlan0
+        self.servers = Servers(self.network, authority, stack)
+        self.session_bus = Bus(self.network.folder, "session", stack)
+        self.system_bus = Bus(self.network.folder, "system", stack)
+        self.area = StatusArea(self.session_bus, stack)
+        self._stack = stack
+        self.program = Program(self.network, stack, DBUS_SESSION_BUS_ADDRESS=self.session_bus.address,
+                               DBUS_SYSTEM_BUS_ADDRESS=self.system_bus.address)
+
+    def start(self, until="green", within=5):
+        """Starts the program and waits for its dot to have this colour."""
+        self.program.start()
+        return self.area.wait_for(until, within, since=self.program.started)
+
+    def serve_traffic(self):
+        """From now on the server's side takes part in `client_traffic`."""
+        command = self.network.server.inside([sys.executable, TRAFFIC, "serve"])
+        self._stack.enter_context(Tool(command))
+
+    def client_traffic(self, *words):
+        """What traffic.py prints for these words, run on the client's side."""
+        command = [sys.executable, str(TRAFFIC), *map(str, words)]
+        return self.network.client.run(command, capture_output=True, text=True).stdout
+
+    def logind(self):
+        """From now on there is one on the system bus."""
+        return Logind(self.system_bus, self._stack)
+
+
+def sleep_until(moment):
+    time.sleep(max(0.0, moment - time.monotonic()))

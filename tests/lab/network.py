@@ -1,0 +1,220 @@
+"""Two network namespaces, `client` and `server`, joined by links whose delay, rate, loss and holes a test sets.
+
+Nothing here can reach the machine's own network. Whatever is started dies with this process, and whatever a killed run
+left behind is swept at the next start.
+"""
+
+import json
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+from pathlib import Path
+from urllib.parse import urlsplit
+
+import settings
+
+PREFIX = "skylet-lab"
+RUN = Path("/run")
+ETC_NETNS = Path("/etc/netns")
+
+ENDPOINT_NAMES = [urlsplit(url).hostname for url in settings.ENDPOINTS]
+# addresses that the Internet does not route (RFC 5737); the servers' live on the loopback device of their namespace
+ENDPOINT_ADDRESSES = ["198.51.100.10", "203.0.113.10"]
+PORTAL_NAME, PORTAL_ADDRESS = "portal.example", "198.51.100.80"
+DNS_ADDRESS = "198.51.100.53"
+
+
+def why_impossible():
+    """The reason why there can be no lab on this machine, or None."""
+    if os.geteuid() != 0:
+        return "network namespaces need root"
+    if not os.access("/dev/net/tun", os.R_OK | os.W_OK):
+        return "/dev/net/tun is missing"
+    probe = subprocess.run(["unshare", "--net", "--mount", "true"], capture_output=True, text=True, check=False)
+    return f"no network namespaces: {probe.stderr.strip()}" if probe.returncode else None
+
+
+def sweep():
+    """Removes what runs that are dead by now left behind."""
+    for place in (RUN / "netns", ETC_NETNS, RUN):
+        for path in place.glob(f"{PREFIX}-*"):
+            pid = re.match(rf"{PREFIX}-(\d+)-", path.name)
+            if pid and not Path("/proc", pid[1]).exists():
+                _remove(path)
+
+
+def _remove(path):
+    if path.parent.name == "netns" and path.parent.parent == RUN:
+        subprocess.run(["ip", "netns", "delete", path.name], check=True)
+    elif path.is_symlink():
+        path.unlink()
+    else:
+        shutil.rmtree(path)
+
+
+class Child(subprocess.Popen):
+    """A process that does not outlive this one, and that a `with` block or an ExitStack ends."""
+
+    def __init__(self, command, **options):
+        options.setdefault("stdin", subprocess.DEVNULL)
+        options.setdefault("env", settings.BARE_ENVIRONMENT)
+        super().__init__(["setpriv", "--pdeathsig", "KILL", *map(str, command)], **options)
+
+    def __exit__(self, *_):
+        if self.poll() is None:
+            self.terminate()
+            try:
+                self.wait(5)
+            except subprocess.TimeoutExpired:
+                self.kill()
+        super().__exit__(None, None, None)
+
+
+class Tool(Child):
+    """A child that obeys one line at a time and answers each with one line."""
+
+    def __init__(self, command, **options):
+        super().__init__(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, bufsize=1, **options)
+        started = self.stdout.readline().strip()
+        assert started == "ready", f"{command[0]} did not start: {started}"
+
+    def ask(self, line):
+        self.stdin.write(line + "\n")
+        answer = self.stdout.readline().strip()
+        assert answer and not answer.startswith("error"), f"{line}: {answer}"
+        return answer
+
+
+class Link(Tool):
+    """The wire between a device of the client and one of the server. `way`: up (from the client), down or both."""
+
+    def __init__(self, client, server, device, near, gateway):
+        super().__init__([settings.LINK, client.name, device, server.name, device])
+        self.client, self.device, self.near, self.gateway = client, device, near, gateway
+        for namespace, address in ((client, near), (server, gateway)):
+            namespace.ip(f"address add {address}/29 dev {device}")
+            namespace.ip(f"link set {device} up")
+
+    def set(self, *, way="both", rtt_ms=None, rate_kbit=None, queue_ms=None, loss=None, hole=None, seed=1):
+        """Each argument that is given is set. An RTT is shared evenly by both ways, whatever `way` is."""
+        if rtt_ms is not None:
+            self.ask(f"delay both {rtt_ms / 2}")
+        if rate_kbit is not None:
+            self.ask(f"rate {way} {rate_kbit}")
+        if queue_ms is not None:
+            self.ask(f"queue {way} {queue_ms}")
+        if loss is not None:
+            self.ask(f"loss {way} {loss} {seed}")
+        if hole is not None:
+            self.ask(f"hole {way} {'on' if hole else 'off'}")
+
+    def mute(self, address):
+        self.ask(f"mute {address}")
+
+    def unmute(self, address):
+        self.ask(f"unmute {address}")
+
+    def add_default_route(self, metric=100):
+        self.client.ip(f"route add default via {self.gateway} dev {self.device} metric {metric}")
+
+    def remove_default_route(self, metric=100):
+        self.client.ip(f"route delete default via {self.gateway} dev {self.device} metric {metric}")
+
+    def reset(self):
+        """Counters and trace begin anew."""
+        self.ask("reset")
+
+    def stats(self):
+        return json.loads(self.ask("stats"))
+
+    def bytes(self):
+        """IP bytes put on the wire since the last reset, both ways."""
+        stats = self.stats()
+        return stats["up"]["bytes"] + stats["down"]["bytes"]
+
+    def trace(self, way=None):
+        """Packets since the last reset, seen where they enter the link."""
+        keys = ("time", "way", "far", "near_port", "far_port", "bytes", "flags")
+        packets = (dict(zip(keys, row)) for row in json.loads(self.ask("trace")))
+        return [packet for packet in packets if way in (None, packet["way"])]
+
+
+class Namespace:
+    """A named network namespace with files of its own over those of /etc, and for its processes a /tmp of their own."""
+
+    def __init__(self, name, folder, stack):
+        self.name, self.etc, self.tmp = name, folder / f"{name}-etc", folder / f"{name}-tmp"
+        self.etc.mkdir()
+        self.tmp.mkdir(mode=0o1777)
+        ETC_NETNS.mkdir(exist_ok=True)
+        stack.callback(_remove_if_empty, ETC_NETNS)
+        (ETC_NETNS / name).symlink_to(self.etc)
+        stack.callback((ETC_NETNS / name).unlink)
+        subprocess.run(["ip", "netns", "add", name], check=True)
+        stack.callback(_remove, RUN / "netns" / name)
+        for setting in ("all", "default"):
+            self.run(["sysctl", "-qw", f"net.ipv6.conf.{setting}.disable_ipv6=1"])
+        self.ip("link set lo up")
+
+    def ip(self, arguments):
+        subprocess.run(["ip", "-n", self.name, *arguments.split()], check=True)
+
+    def inside(self, command):
+        """The command line that runs `command` in here."""
+        enter = ["ip", "netns", "exec", self.name, "sh", "-c", 'mount --bind "$0" /tmp && exec "$@"', self.tmp]
+        return [*enter, *command]
+
+    def run(self, command, **options):
+        return subprocess.run(self.inside(command), env=settings.BARE_ENVIRONMENT, **{"check": True} | options)
+
+    def popen(self, command, kind=Child, **options):
+        return kind(self.inside(command), **options)
+
+
+def _remove_if_empty(folder):
+    try:
+        folder.rmdir()
+    except OSError:
+        pass
+
+
+class Network:
+    """The client with its default route over `wlan0`, and the server with every address of the lab's Internet."""
+
+    _count = 0
+
+    def __init__(self, authority, stack):
+        Network._count += 1
+        name = f"{PREFIX}-{os.getpid()}-{Network._count}"
+        self.folder = Path(tempfile.mkdtemp(prefix=f"{name}-", dir=RUN))
+        stack.callback(shutil.rmtree, self.folder)
+        self._stack = stack
+        self.client = Namespace(f"{name}c", self.folder, stack)
+        self.server = Namespace(f"{name}s", self.folder, stack)
+        # as behind a home router: what comes with another link's source address is dropped
+        self.server.run(["sysctl", "-qw", "net.ipv4.conf.all.rp_filter=1"])
+        for address in (*ENDPOINT_ADDRESSES, PORTAL_ADDRESS, DNS_ADDRESS):
+            self.server.ip(f"address add {address}/32 dev lo")
+        (self.client.etc / "ssl").symlink_to(authority.etc_ssl)
+        (self.client.etc / "nsswitch.conf").write_text("passwd: files\ngroup: files\nhosts: files dns\n")
+        self.names_from_hosts_file()
+        self.wlan0 = self._add_link("wlan0", "192.0.2.2", "192.0.2.1")
+        self.wlan0.add_default_route()
+
+    def add_usb0(self):
+        """A second link, without a default route."""
+        return self._add_link("usb0", "192.0.2.130", "192.0.2.129")
+
+    def _add_link(self, device, near, gateway):
+        return self._stack.enter_context(Link(self.client, self.server, device, near, gateway))
+
+    def names_from_hosts_file(self):
+        names = [*zip(ENDPOINT_ADDRESSES, ENDPOINT_NAMES), (PORTAL_ADDRESS, PORTAL_NAME), ("127.0.0.1", "localhost")]
+        (self.client.etc / "hosts").write_text("".join(f"{address} {name}\n" for address, name in names))
+        (self.client.etc / "resolv.conf").write_text("nameserver 127.0.0.1\n")
+
+    def names_from_dns(self):
+        (self.client.etc / "hosts").write_text("127.0.0.1 localhost\n")
+        (self.client.etc / "resolv.conf").write_text(f"nameserver {DNS_ADDRESS}\n")

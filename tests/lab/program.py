@@ -1,0 +1,70 @@
+"""The program under test, in the client's namespace, with a home of its own."""
+
+import signal
+import subprocess
+import time
+from pathlib import Path
+
+import settings
+
+
+class Program:
+    """One run of the program. It starts with everything at its default, but with the welcome window already seen."""
+
+    def __init__(self, network, stack, **environment):
+        self._network, self._stack = network, stack
+        self.home = network.folder / "home"
+        self.settings_file = self.home / "config/skylet/skylet.ini"
+        self.settings_file.parent.mkdir(parents=True)
+        self.settings_file.write_text("[General]\ndidOnboard=true\n")
+        (self.home / "run").mkdir(mode=0o700)
+        (self.home / "tmp").mkdir()
+        self.output = network.folder / "program.log"
+        self.environment = settings.BARE_ENVIRONMENT | {
+            "HOME": str(self.home), "XDG_CONFIG_HOME": str(self.home / "config"), "XDG_DATA_HOME": str(self.home / "data"),
+            "XDG_CACHE_HOME": str(self.home / "cache"), "XDG_RUNTIME_DIR": str(self.home / "run"),
+            "TMPDIR": str(self.home / "tmp"), "LANG": "en_US.UTF-8", "LANGUAGE": "en", "LC_ALL": "C.UTF-8",
+            "XDG_CURRENT_DESKTOP": "GNOME", "QT_QPA_PLATFORM": "offscreen"} | environment
+        self._process = self.started = None
+
+    def start(self):
+        """Starts it and returns at once; `started` is the moment."""
+        self.started = time.monotonic()
+        with self.output.open("w") as output:
+            self._process = self._stack.enter_context(self._network.client.popen(
+                [settings.PROGRAM], env=self.environment, stdout=output, stderr=subprocess.STDOUT))
+        return self
+
+    @property
+    def running(self):
+        return self._process.poll() is None
+
+    def end(self, how=signal.SIGTERM):
+        """Sends the signal; the exit code and how long it took, in seconds."""
+        began = time.monotonic()
+        self._process.send_signal(how)
+        return self._process.wait(10), time.monotonic() - began
+
+    def wait(self, within):
+        return self._process.wait(within)
+
+    def said(self):
+        return self.output.read_text()
+
+    # what the kernel says of it
+
+    def _status(self, key, file="status"):
+        for line in Path("/proc", str(self._process.pid), file).read_text().splitlines():
+            if line.startswith(f"{key}:"):
+                return int(line.split()[1])
+        raise KeyError(key)
+
+    def threads(self):
+        return self._status("Threads")
+
+    def private_kb(self):
+        """Memory that no other process shares."""
+        return self._status("Private_Dirty", "smaps_rollup") + self._status("Private_Clean", "smaps_rollup")
+
+    def proportional_kb(self):
+        return self._status("Pss", "smaps_rollup")

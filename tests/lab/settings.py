@@ -1,0 +1,20 @@
+"""What the build tells the lab, through the environment. See README.md for a run by hand."""
+
+import os
+from pathlib import Path
+
+
+def _of_build(name):
+    value = os.environ.get(f"SKYLET_LAB_{name}")
+    if not value:
+        raise RuntimeError(f"SKYLET_LAB_{name} is not set: run the lab with ctest, or see tests/lab/README.md")
+    return value
+
+
+PROGRAM = Path(_of_build("PROGRAM"))
+LINK = Path(_of_build("LINK"))
+ENDPOINTS = _of_build("ENDPOINTS").split()
+SHOTS = Path(_of_build("SHOTS"))
+
+# every child starts from this, so that nothing of the environment around the tests changes what they measure
+BARE_ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8", "PYTHONDONTWRITEBYTECODE": "1"}
