@@ -1,7 +1,7 @@
 #pragma once
 
-#include <concepts>
 #include <memory>
+#include <type_traits>
 #include <utility>
 
 namespace skylet {
@@ -22,7 +22,7 @@ class Lifetime {
     template <typename Action>
     [[nodiscard]] auto guard(Action action) const {
         return [token = std::weak_ptr<const char>(token_), action = std::move(action)](auto&&... arguments) mutable
-                   requires std::invocable<Action&, decltype(arguments)...>
+                   requires std::is_invocable_v<Action&, decltype(arguments)...>
         {
             if (!token.expired()) {
                 action(std::forward<decltype(arguments)>(arguments)...);
