@@ -74,7 +74,9 @@ void appendLatency(StatusTitle& title, const DisplayState& state, const Lookup& 
     title.push_back({QStringLiteral("  ") + label(state.latencyMs, text), titlefont::number, 0, {}});
     if (state.showTraffic) {
         title.push_back({QStringLiteral("  ↓") + fmtRate(state.downRate) + QStringLiteral(" ↑") + fmtRate(state.upRate),
-                         titlefont::number, 0, {}});
+                         titlefont::number,
+                         0,
+                         {}});
     }
 }
 

@@ -61,8 +61,8 @@ Display renderDisplay(const DisplayState& state, const Lookup& text = L);
 /// The latency class of a response time, in the user's language.
 QString label(std::int64_t milliseconds, const Lookup& text = L);
 
-/// A rate in bytes per second as bits per second, with K or M where it needs one: "840", "210K", "12.4M". The unit is the
-/// caller's. The thresholds apply before rounding: 999.6 bit/s reads "1000".
+/// A rate in bytes per second as bits per second, with K or M where it needs one: "840", "210K", "12.4M". The unit is
+/// the caller's. The thresholds apply before rounding: 999.6 bit/s reads "1000".
 QString fmtRate(double bytesPerSecond);
 
 } // namespace skylet

@@ -23,8 +23,8 @@ std::shared_ptr<MenuItem> command(const QString& title, std::function<void()> ac
 
 } // namespace
 
-Skylet::Skylet(const Services& services, std::unique_ptr<ConnectivityEngine> connectivity, QString agentPath)
-    : services_(services), connectivity_(std::move(connectivity)), statusLine_(informationLine()),
+Skylet::Skylet(Services services, std::unique_ptr<ConnectivityEngine> connectivity, QString agentPath)
+    : services_(std::move(services)), connectivity_(std::move(connectivity)), statusLine_(informationLine()),
       rateLine_(informationLine()), speedLine_(informationLine()), agentPath_(std::move(agentPath)) {
     state_.showTraffic = services_.userDefaults.boolForKey(showTrafficKey).value_or(true);
     state_.lastSpeed = L(QStringLiteral("not run yet"));
@@ -125,8 +125,8 @@ Menu Skylet::makeMenu() {
         line->setEnabled(false);
     }
     testItem_ = command(QStringLiteral("Run Speed Test…  (up to ~60 MB of data)"), nullptr, QStringLiteral("t"));
-    checkItem_ = command(QStringLiteral("Check Connection Now"), lifetime_.guard([this] { checkNow(); }),
-                         QStringLiteral("r"));
+    checkItem_ =
+        command(QStringLiteral("Check Connection Now"), lifetime_.guard([this] { checkNow(); }), QStringLiteral("r"));
     trafficItem_ = command(QStringLiteral("Show Live Traffic in Menu Bar   (e.g. ↓12.4M ↑210K)"),
                            lifetime_.guard([this] { toggleTraffic(); }));
     pauseItem_ = command(QStringLiteral("Pause Automatic Checks"), lifetime_.guard([this] { togglePause(); }));
@@ -137,9 +137,9 @@ Menu Skylet::makeMenu() {
         qFatal("Skylet: the application icon is missing");
     }
     aboutItem->setApplicationIconSize(menuIconSize);
-    const auto quitItem = command(QStringLiteral("Quit"), lifetime_.guard([this] { services_.application.terminate(); }),
-                                  QStringLiteral("q"));
-    return {statusLine_, rateLine_, speedLine_, MenuItem::separator(), testItem_, checkItem_, MenuItem::separator(),
+    const auto quitItem = command(QStringLiteral("Quit"),
+                                  lifetime_.guard([this] { services_.application.terminate(); }), QStringLiteral("q"));
+    return {statusLine_,  rateLine_,  speedLine_, MenuItem::separator(), testItem_, checkItem_, MenuItem::separator(),
             trafficItem_, pauseItem_, loginItem_, MenuItem::separator(), aboutItem, quitItem};
 }
 

@@ -22,9 +22,9 @@
 
 namespace skylet {
 
-/// The application object: holds all display state, builds the status item and its menu, and wires the engine to the path
-/// reports, sleep and wake, the traffic samples and the user's commands. It lives as long as the process, on the main
-/// thread; what it shows is decided in Rendering.
+/// The application object: holds all display state, builds the status item and its menu, and wires the engine to the
+/// path reports, sleep and wake, the traffic samples and the user's commands. It lives as long as the process, on the
+/// main thread; what it shows is decided in Rendering.
 class Skylet {
   public:
     /// What the program needs of the desktop and the system. All of it outlives the application object.
@@ -43,7 +43,7 @@ class Skylet {
     static constexpr Seconds rateTolerance{0.2};
 
     /// `agentPath`: the file whose existence means that the program starts at login. Starts nothing.
-    Skylet(const Services& services, std::unique_ptr<ConnectivityEngine> connectivity, QString agentPath);
+    Skylet(Services services, std::unique_ptr<ConnectivityEngine> connectivity, QString agentPath);
 
     /// Start-up; once.
     void applicationDidFinishLaunching();

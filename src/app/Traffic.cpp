@@ -7,8 +7,8 @@ namespace skylet {
 
 namespace {
 
-/// Wired, Wi-Fi and Bluetooth or USB tethering; then cellular. "en" covers the systemd names of wired ports, USB tethering
-/// among them, "eth" the kernel's own, "wl" both "wlan0" and "wlp3s0".
+/// Wired, Wi-Fi and Bluetooth or USB tethering; then cellular. "en" covers the systemd names of wired ports, USB
+/// tethering among them, "eth" the kernel's own, "wl" both "wlan0" and "wlp3s0".
 constexpr std::array countedPrefixes = {"en", "eth", "wl", "bnep", "ww", "usb", "rmnet"};
 
 } // namespace

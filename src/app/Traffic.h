@@ -27,8 +27,8 @@ struct TrafficRates {
     bool operator==(const TrafficRates&) const = default;
 };
 
-/// Whether the interface is one of the machine's own ways out: a wired, Wi-Fi, tethering or cellular port that is up and
-/// does not ride on another. Names are those of systemd.net-naming-scheme(7) and of the kernel's drivers.
+/// Whether the interface is one of the machine's own ways out: a wired, Wi-Fi, tethering or cellular port that is up
+/// and does not ride on another. Names are those of systemd.net-naming-scheme(7) and of the kernel's drivers.
 bool carriesUserTraffic(const InterfaceCounter& interface);
 
 /// The sums over the interfaces that carry the user's traffic; zero for an empty optional (the system did not answer).

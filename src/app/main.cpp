@@ -1,3 +1,81 @@
-int main() {
-    return 0;
+#include "app/RepeatingTimer.h"
+#include "app/Skylet.h"
+#include "connectivity/ConnectivityEngine.h"
+#include "connectivity/HTTPConnectivityProbe.h"
+#include "platform/NetworkEpoch.h"
+#include "platform/linux/statusitem/DesktopApplication.h"
+#include "platform/linux/system/FileDiagnosticLog.h"
+#include "platform/linux/system/IniUserDefaults.h"
+#include "platform/linux/system/LogindSleepMonitor.h"
+#include "platform/linux/system/NetlinkInterfaceCounters.h"
+#include "platform/linux/system/NetlinkPathMonitor.h"
+#include "platform/linux/system/SingleInstance.h"
+#include "platform/linux/system/SystemClock.h"
+#include "platform/linux/system/UnixSignals.h"
+#include "platform/linux/transfer/CurlTransferSession.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QStandardPaths>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+using namespace skylet;
+
+namespace {
+
+std::unique_ptr<ConnectivityEngine> makeEngine(const std::shared_ptr<const Clock>& clock,
+                                               const std::shared_ptr<const NetworkEpoch>& epoch) {
+    auto probe = std::make_shared<HTTPConnectivityProbe>(
+        [epoch](const SessionConfiguration& configuration) {
+            return std::make_unique<CurlTransferSession>(configuration, epoch);
+        },
+        clock);
+    return std::make_unique<ConnectivityEngine>(std::move(probe));
+}
+
+/// The desktop starts what it finds in this folder at login (freedesktop Desktop Application Autostart Specification).
+QString agentPath() {
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+           QStringLiteral("/autostart/com.vorn.skylet.desktop");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const QApplication qt(argc, argv);
+    DesktopApplication application;
+    if (!application.sessionBusAvailable()) {
+        std::fputs("skylet: there is no D-Bus session bus, so no desktop can show the status item\n", stderr);
+        return EXIT_FAILURE;
+    }
+    SingleInstance instance(QDBusConnection::sessionBus(), [&application] { application.requestAttention(); });
+    if (instance.claim() == SingleInstance::Role::second) {
+        return EXIT_SUCCESS;
+    }
+    const UnixSignals signals([&application] { application.terminate(); });
+
+    const auto clock = std::make_shared<SystemClock>();
+    const auto epoch = std::make_shared<NetworkEpoch>();
+    NetlinkPathMonitor pathMonitor(*epoch);
+    LogindSleepMonitor sleepMonitor(QDBusConnection::systemBus(), *epoch);
+    NetlinkInterfaceCounters interfaceCounters;
+    IniUserDefaults userDefaults(IniUserDefaults::defaultPath());
+    FileDiagnosticLog diagnosticLog;
+
+    Skylet skylet({.application = application,
+                   .pathMonitor = pathMonitor,
+                   .sleepMonitor = sleepMonitor,
+                   .interfaceCounters = interfaceCounters,
+                   .userDefaults = userDefaults,
+                   .diagnosticLog = diagnosticLog,
+                   .clock = *clock,
+                   .repeatingTimer = repeatingTimer},
+                  makeEngine(clock, epoch), agentPath());
+    // Quit, the end of the session and the signals all leave the event loop this way.
+    QObject::connect(&qt, &QCoreApplication::aboutToQuit, &qt, [&skylet] { skylet.applicationWillTerminate(); });
+    skylet.applicationDidFinishLaunching();
+    return QApplication::exec();
 }

@@ -138,10 +138,10 @@ void ConnectivityEngine::begin(bool confirming) {
         if (generation_ != generation) {
             return;
         }
-        auto task =
-            probe_->probe(endpoint, lifetime_.guard([this, generation, confirming](std::optional<std::int64_t> latency) {
-                probeCompleted(latency, generation, confirming);
-            }));
+        auto task = probe_->probe(endpoint,
+                                  lifetime_.guard([this, generation, confirming](std::optional<std::int64_t> latency) {
+                                      probeCompleted(latency, generation, confirming);
+                                  }));
         if (generation_ != generation) {
             // The completion ran inside the call and closed the cycle.
             task->cancel();

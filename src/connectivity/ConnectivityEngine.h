@@ -19,9 +19,10 @@ namespace skylet {
 /// Starts a one-shot delay of the given length, after which the action runs on the main thread.
 using Schedule = std::function<std::shared_ptr<Cancellation>(Seconds interval, std::function<void()> action)>;
 
-/// Decides what the dot shows: runs cycles of probes against a fixed list of endpoints, calls the connection online with
-/// the first success of a cycle and offline after two cycles in a row in which every endpoint failed. Path reports, the
-/// user's pause, sleep and wake come in as calls. It draws nothing, knows no transport, and belongs to the main thread.
+/// Decides what the dot shows: runs cycles of probes against a fixed list of endpoints, calls the connection online
+/// with the first success of a cycle and offline after two cycles in a row in which every endpoint failed. Path
+/// reports, the user's pause, sleep and wake come in as calls. It draws nothing, knows no transport, and belongs to the
+/// main thread.
 class ConnectivityEngine {
   public:
     /// After a success, until the next normal cycle.

@@ -4,7 +4,8 @@
 
 namespace skylet {
 
-/// A small text file for finding out afterwards how a start went. Never reports a failure and never keeps the file open.
+/// A small text file for finding out afterwards how a start went. Never reports a failure and never keeps the file
+/// open.
 class DiagnosticLog {
   public:
     virtual ~DiagnosticLog() = default;

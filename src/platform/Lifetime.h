@@ -6,9 +6,9 @@
 
 namespace skylet {
 
-/// Ties callbacks to the life of the object that hands them out: a member of the owner, whose `guard` wraps a callable so
-/// that it does nothing once the owner is gone. It never prolongs the owner's life, and a copy of the owner would not
-/// share it. The owner must not be destroyed from inside one of its own guarded callbacks.
+/// Ties callbacks to the life of the object that hands them out: a member of the owner, whose `guard` wraps a callable
+/// so that it does nothing once the owner is gone. It never prolongs the owner's life, and a copy of the owner would
+/// not share it. The owner must not be destroyed from inside one of its own guarded callbacks.
 class Lifetime {
   public:
     Lifetime() = default;
@@ -21,9 +21,8 @@ class Lifetime {
     /// Wraps `action`, which may take any arguments and returns nothing. A later `reset` silences it as well.
     template <typename Action>
     [[nodiscard]] auto guard(Action action) const {
-        return [token = std::weak_ptr<const char>(token_), action = std::move(action)](auto&&... arguments) mutable
-                   requires std::is_invocable_v<Action&, decltype(arguments)...>
-        {
+        return [ token = std::weak_ptr<const char>(token_), action = std::move(action) ](
+            auto&&... arguments) mutable requires std::is_invocable_v<Action&, decltype(arguments)...> {
             if (!token.expired()) {
                 action(std::forward<decltype(arguments)>(arguments)...);
             }

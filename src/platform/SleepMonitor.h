@@ -8,8 +8,9 @@ namespace skylet {
 class SleepMonitor {
   public:
     virtual ~SleepMonitor() = default;
-    /// Both handlers run on the main thread from the event loop. The suspend waits (within the system's own limit) until
-    /// `willSleep` has returned. A `willSleep` is always followed by a `didWake`, also when the suspend was called off.
+    /// Both handlers run on the main thread from the event loop. The suspend waits (within the system's own limit)
+    /// until `willSleep` has returned. A `willSleep` is always followed by a `didWake`, also when the suspend was
+    /// called off.
     virtual void start(std::function<void()> willSleep, std::function<void()> didWake) = 0;
     /// No handler runs after it. Harmless when repeated.
     virtual void stop() = 0;

@@ -7,10 +7,10 @@
 
 namespace skylet {
 
-/// The program's place in the desktop's status area: a title that begins with the coloured dot, a tooltip and a menu that
-/// a click opens. It is as wide as its title needs, shows the title from the left and cuts, never wraps, what finds no
-/// room. How much of it a desktop shows is the implementation's business; the setters may be called at any rate, what has
-/// not changed costs nothing.
+/// The program's place in the desktop's status area: a title that begins with the coloured dot, a tooltip and a menu
+/// that a click opens. It is as wide as its title needs, shows the title from the left and cuts, never wraps, what
+/// finds no room. How much of it a desktop shows is the implementation's business; the setters may be called at any
+/// rate, what has not changed costs nothing.
 class StatusItem {
   public:
     virtual ~StatusItem() = default;

@@ -6,7 +6,8 @@
 
 namespace skylet {
 
-/// The user's few stored choices. Errors are ignored: what cannot be read is absent, what cannot be written is not stored.
+/// The user's few stored choices. Errors are ignored: what cannot be read is absent, what cannot be written is not
+/// stored.
 class UserDefaults {
   public:
     virtual ~UserDefaults() = default;

@@ -59,8 +59,8 @@ QString formatted(const QString& form, const QStringList& arguments) {
     QString result;
     auto argument = arguments.cbegin();
     for (qsizetype i = 0; i < form.size(); ++i) {
-        const bool placeholder = form.at(i) == u'%' && i + 1 < form.size() &&
-                                 (form.at(i + 1) == u'd' || form.at(i + 1) == u'@');
+        const bool placeholder =
+            form.at(i) == u'%' && i + 1 < form.size() && (form.at(i + 1) == u'd' || form.at(i + 1) == u'@');
         if (placeholder && argument != arguments.cend()) {
             result += *argument++;
             ++i;

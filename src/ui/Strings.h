@@ -11,8 +11,8 @@
 
 namespace skylet {
 
-/// The texts in the language of the user: English, or Hebrew when the first preferred language begins with "he". English
-/// sentences are their own keys; four long texts have dotted keys. Knows nothing of layout direction.
+/// The texts in the language of the user: English, or Hebrew when the first preferred language begins with "he".
+/// English sentences are their own keys; four long texts have dotted keys. Knows nothing of layout direction.
 class Strings {
   public:
     /// Rows of (key, text). Keys are unique: a duplicate stops the program when the table is built.
@@ -24,8 +24,8 @@ class Strings {
                      RowSource english = englishRows);
 
     bool isHebrew() const { return isHebrew_; }
-    /// The text to show for `key`: Hebrew if in force, else English, else the key itself. Exact match only. The tables are
-    /// built with the first look-up that reaches them.
+    /// The text to show for `key`: Hebrew if in force, else English, else the key itself. Exact match only. The tables
+    /// are built with the first look-up that reaches them.
     QString text(const QString& key) const;
 
     /// 52 rows.

@@ -77,19 +77,19 @@ DotColor dot(const DisplayState& state) {
 }
 
 TEST(Title, OfAFastConnectionIsDotNumberSmallRaisedUnitAndClass) {
-    EXPECT_THAT(display(onlineAt(87)).title,
-                ElementsAre(TitleSegment{QStringLiteral("●"), {12, FontWeight::regular, false}, 0, DotColor::systemGreen},
-                            TitleSegment{QStringLiteral("  87"), {12, FontWeight::regular, true}, 0, {}},
-                            TitleSegment{QStringLiteral(" ms"), {9, FontWeight::medium, false}, 0.5, {}},
-                            TitleSegment{QStringLiteral("  Responsive"), {12, FontWeight::regular, true}, 0, {}}));
+    EXPECT_THAT(
+        display(onlineAt(87)).title,
+        ElementsAre(TitleSegment{QStringLiteral("●"), {12, FontWeight::regular, false}, 0, DotColor::systemGreen},
+                    TitleSegment{QStringLiteral("  87"), {12, FontWeight::regular, true}, 0, {}},
+                    TitleSegment{QStringLiteral(" ms"), {9, FontWeight::medium, false}, 0.5, {}},
+                    TitleSegment{QStringLiteral("  Responsive"), {12, FontWeight::regular, true}, 0, {}}));
 }
 
 TEST(Title, ShowsTrafficAsOneSegmentWithoutAUnit) {
     const auto title = display(withTraffic(onlineAt(1234))).title;
     EXPECT_EQ(joined(title), QStringLiteral("●  1.2 s  Very high delay  ↓12.4M ↑210K"));
     ASSERT_EQ(title.size(), 5U);
-    EXPECT_EQ(title.back(),
-              (TitleSegment{QStringLiteral("  ↓12.4M ↑210K"), {12, FontWeight::regular, true}, 0, {}}));
+    EXPECT_EQ(title.back(), (TitleSegment{QStringLiteral("  ↓12.4M ↑210K"), {12, FontWeight::regular, true}, 0, {}}));
 }
 
 TEST(Title, ABannerWhileOnlineHidesLatencyClassAndTraffic) {
@@ -182,7 +182,8 @@ TEST(StatusLine, NamesTheStatePauseBeforeEverything) {
 }
 
 TEST(StatusLine, InHebrewIsFormattedAfterTheLookUp) {
-    EXPECT_EQ(renderDisplay(onlineAt(42), hebrew).statusLine, QStringLiteral("מחובר — \u200E42 ms\u200E (תגובה מהירה)"));
+    EXPECT_EQ(renderDisplay(onlineAt(42), hebrew).statusLine,
+              QStringLiteral("מחובר — \u200E42 ms\u200E (תגובה מהירה)"));
 }
 
 TEST(RateLine, IsFilledInEveryState) {
@@ -270,8 +271,7 @@ TEST_P(FmtRateTest, ShortensBitsPerSecond) {
 INSTANTIATE_TEST_SUITE_P(EveryRangeAndItsBounds, FmtRateTest,
                          testing::Values(Rate{0, "0"}, Rate{105, "840"}, Rate{124.9, "999"}, Rate{124.95, "1000"},
                                          Rate{125, "1K"}, Rate{26'250, "210K"}, Rate{124'950, "1000K"},
-                                         Rate{125'000, "1.0M"}, Rate{1'550'000, "12.4M"},
-                                         Rate{125'000'000, "1000.0M"}),
+                                         Rate{125'000, "1.0M"}, Rate{1'550'000, "12.4M"}, Rate{125'000'000, "1000.0M"}),
                          [](const auto& row) { return "Row" + std::to_string(row.index); });
 
 } // namespace

@@ -27,19 +27,24 @@ class SkyletTest : public testing::Test {
 
     void makeSkylet() {
         auto loggedProbe = std::make_shared<LoggedProbe>(calls, probe);
-        const Skylet::Services services{application,   pathMonitor, sleepMonitor,
-                                        counters,      defaults,    log,
-                                        clock,         [this](Seconds interval, Seconds tolerance, auto action) {
-                                            calls += QStringLiteral("rateTimer.start");
-                                            tolerances.push_back(tolerance);
-                                            const auto handle = rateTimers(interval, std::move(action));
-                                            return std::make_shared<CancellationAction>([this, handle] {
-                                                calls += QStringLiteral("rateTimer.cancel");
-                                                handle->cancel();
-                                            });
-                                        }};
+        Skylet::Services services{application,
+                                  pathMonitor,
+                                  sleepMonitor,
+                                  counters,
+                                  defaults,
+                                  log,
+                                  clock,
+                                  [this](Seconds interval, Seconds tolerance, auto action) {
+                                      calls += QStringLiteral("rateTimer.start");
+                                      tolerances.push_back(tolerance);
+                                      const auto handle = rateTimers(interval, std::move(action));
+                                      return std::make_shared<CancellationAction>([this, handle] {
+                                          calls += QStringLiteral("rateTimer.cancel");
+                                          handle->cancel();
+                                      });
+                                  }};
         skylet = std::make_unique<Skylet>(
-            services,
+            std::move(services),
             std::make_unique<ConnectivityEngine>(
                 std::move(loggedProbe), std::vector<QUrl>{QUrl(QStringLiteral("https://one.example/generate_204"))},
                 [this](Seconds interval, std::function<void()> action) {
@@ -77,12 +82,15 @@ class SkyletTest : public testing::Test {
         return text;
     }
 
-    std::shared_ptr<MenuItem> item(int index) const { return application.shown->menu.at(static_cast<std::size_t>(index)); }
+    std::shared_ptr<MenuItem> item(int index) const {
+        return application.shown->menu.at(static_cast<std::size_t>(index));
+    }
 
     /// Passes probes on and logs them among the calls.
     class LoggedProbe final : public ConnectivityProbing {
       public:
-        LoggedProbe(test::CallLog& calls, std::shared_ptr<test::FakeProbe> probe) : calls_(calls), probe_(std::move(probe)) {}
+        LoggedProbe(test::CallLog& calls, std::shared_ptr<test::FakeProbe> probe)
+            : calls_(calls), probe_(std::move(probe)) {}
         std::shared_ptr<Cancellation> probe(const QUrl& url, Completion completion) override {
             calls_ += QStringLiteral("probe");
             return probe_->probe(url, std::move(completion));
@@ -94,7 +102,21 @@ class SkyletTest : public testing::Test {
     };
 
     // The menu from top to bottom.
-    enum { status, rate, speed, separator1, runTest, check, separator2, traffic, pause, login, separator3, about, quit };
+    enum {
+        status,
+        rate,
+        speed,
+        separator1,
+        runTest,
+        check,
+        separator2,
+        traffic,
+        pause,
+        login,
+        separator3,
+        about,
+        quit
+    };
 
     test::CallLog calls;
     test::FakeApplication application{calls};
@@ -120,13 +142,13 @@ TEST_F(SkyletTest, MakingItStartsNothing) {
 TEST_F(SkyletTest, StartsUpInOrder) {
     skylet->applicationDidFinishLaunching();
     EXPECT_EQ(calls.filter(QStringLiteral("setTitle")).size(), 3) << "first picture, checking, first sample";
-    EXPECT_EQ(calls, (QStringList{QStringLiteral("diagnosticLog.append"), QStringLiteral("application.becomeAccessory"),
-                                  QStringLiteral("application.makeStatusItem"), QStringLiteral("diagnosticLog.append"),
-                                  QStringLiteral("item.setMenu"), QStringLiteral("item.setTitle"),
-                                  QStringLiteral("pathMonitor.start"), QStringLiteral("sleepMonitor.start"),
-                                  QStringLiteral("item.setTitle"), QStringLiteral("probe"),
-                                  QStringLiteral("rateTimer.start"), QStringLiteral("interfaceCounters.read"),
-                                  QStringLiteral("item.setTitle")}));
+    EXPECT_EQ(calls,
+              (QStringList{QStringLiteral("diagnosticLog.append"), QStringLiteral("application.becomeAccessory"),
+                           QStringLiteral("application.makeStatusItem"), QStringLiteral("diagnosticLog.append"),
+                           QStringLiteral("item.setMenu"), QStringLiteral("item.setTitle"),
+                           QStringLiteral("pathMonitor.start"), QStringLiteral("sleepMonitor.start"),
+                           QStringLiteral("item.setTitle"), QStringLiteral("probe"), QStringLiteral("rateTimer.start"),
+                           QStringLiteral("interfaceCounters.read"), QStringLiteral("item.setTitle")}));
 }
 
 TEST_F(SkyletTest, ShutsDownInOrder) {
@@ -152,14 +174,14 @@ TEST_F(SkyletTest, TheMenuHasItsEntriesInOrderWithTheirKeys) {
         titles += entry->isSeparator() ? QStringLiteral("---") : entry->title();
         keys += entry->keyEquivalent();
     }
-    EXPECT_EQ(titles, (QStringList{QStringLiteral("Checking connection..."),
-                                   QStringLiteral("Live traffic:  ↓ 0b/s   ↑ 0b/s"),
-                                   QStringLiteral("Last speed test:  not run yet"), QStringLiteral("---"),
-                                   QStringLiteral("Run Speed Test…  (up to ~60 MB of data)"),
-                                   QStringLiteral("Check Connection Now"), QStringLiteral("---"),
-                                   QStringLiteral("Show Live Traffic in Menu Bar   (e.g. ↓12.4M ↑210K)"),
-                                   QStringLiteral("Pause Automatic Checks"), QStringLiteral("Launch at Login"),
-                                   QStringLiteral("---"), QStringLiteral("About Skylet"), QStringLiteral("Quit")}));
+    EXPECT_EQ(
+        titles,
+        (QStringList{QStringLiteral("Checking connection..."), QStringLiteral("Live traffic:  ↓ 0b/s   ↑ 0b/s"),
+                     QStringLiteral("Last speed test:  not run yet"), QStringLiteral("---"),
+                     QStringLiteral("Run Speed Test…  (up to ~60 MB of data)"), QStringLiteral("Check Connection Now"),
+                     QStringLiteral("---"), QStringLiteral("Show Live Traffic in Menu Bar   (e.g. ↓12.4M ↑210K)"),
+                     QStringLiteral("Pause Automatic Checks"), QStringLiteral("Launch at Login"), QStringLiteral("---"),
+                     QStringLiteral("About Skylet"), QStringLiteral("Quit")}));
     EXPECT_EQ(keys.join(u','), QStringLiteral(",,,,t,r,,,,,,,q"));
 }
 

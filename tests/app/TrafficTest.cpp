@@ -12,15 +12,15 @@ InterfaceCounter counter(const char* name, std::uint64_t received = 0, std::uint
 }
 
 TEST(CarriesUserTraffic, WiredWifiTetheringAndCellularPortsDo) {
-    for (const char* name : {"en0", "enp3s0", "eno1", "enx0a1b2c", "eth0", "wlan0", "wlp2s0", "wlx00c0", "bnep0", "wwan0",
-                             "wwp0s20u4", "usb0", "rmnet0", "rmnet_data1"}) {
+    for (const char* name : {"en0", "enp3s0", "eno1", "enx0a1b2c", "eth0", "wlan0", "wlp2s0", "wlx00c0", "bnep0",
+                             "wwan0", "wwp0s20u4", "usb0", "rmnet0", "rmnet_data1"}) {
         EXPECT_TRUE(carriesUserTraffic(counter(name))) << name;
     }
 }
 
 TEST(CarriesUserTraffic, LoopbackTunnelsBridgesAndContainersDoNot) {
-    for (const char* name : {"lo", "tun0", "tap0", "wg0", "ppp0", "br0", "bridge0", "utun3", "docker0", "veth1a2b", "virbr0",
-                             "bond0", "dummy0", "ifb0", "sit0", "vlan5", ""}) {
+    for (const char* name : {"lo", "tun0", "tap0", "wg0", "ppp0", "br0", "bridge0", "utun3", "docker0", "veth1a2b",
+                             "virbr0", "bond0", "dummy0", "ifb0", "sit0", "vlan5", ""}) {
         EXPECT_FALSE(carriesUserTraffic(counter(name))) << name;
     }
 }

@@ -18,7 +18,9 @@ TEST(CancellationAction, RunsItsActionEachTimeItIsCancelled) {
 
 TEST(CancellationAction, DoesNotRunItsActionWhenDropped) {
     int runs = 0;
-    { CancellationAction cancellation([&] { ++runs; }); }
+    {
+        CancellationAction cancellation([&] { ++runs; });
+    }
     EXPECT_EQ(runs, 0);
 }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 namespace skylet {
 namespace {
 
@@ -18,7 +20,7 @@ TEST(ConnectionState, CheckingDiffersFromPaused) {
 }
 
 TEST(ConnectionState, EveryKindEqualsOnlyItself) {
-    const ConnectionState states[] = {ConnectionState::online(1), ConnectionState::checking(),
+    const std::array states = {ConnectionState::online(1), ConnectionState::checking(),
                                       ConnectionState::offline(), ConnectionState::paused()};
     for (const auto& first : states) {
         for (const auto& second : states) {

@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <chrono>
 #include <memory>
 #include <vector>
@@ -19,8 +20,8 @@ namespace skylet {
 
 /// How a failed expectation shows a state.
 void PrintTo(const ConnectionState& state, std::ostream* out) {
-    static constexpr const char* names[] = {"online", "checking", "offline", "paused"};
-    *out << names[static_cast<int>(state.kind())];
+    static constexpr std::array names = {"online", "checking", "offline", "paused"};
+    *out << names.at(static_cast<std::size_t>(state.kind()));
     if (state.kind() == ConnectionState::Kind::online) {
         *out << '(' << state.latency() << ')';
     }

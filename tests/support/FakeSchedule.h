@@ -11,7 +11,8 @@
 
 namespace skylet::test {
 
-/// Timers that fire when the test says so, one-shot and repeating ones alike. Remembers every one that was ever asked for.
+/// Timers that fire when the test says so, one-shot and repeating ones alike. Remembers every one that was ever asked
+/// for.
 class FakeSchedule {
   public:
     struct Timer {

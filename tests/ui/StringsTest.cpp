@@ -176,14 +176,14 @@ TEST(Strings, PlaceholdersStandInTheSameOrderInBothLanguages) {
 }
 
 TEST(Strings, TheCopyrightLineOfTheBuildIsTranslated) {
-    EXPECT_TRUE(Strings(hebrewFirst)
-                    .text(QString::fromUtf8(build::copyright))
-                    .endsWith(QStringLiteral("כל הזכויות שמורות.")));
+    EXPECT_TRUE(
+        Strings(hebrewFirst).text(QString::fromUtf8(build::copyright)).endsWith(QStringLiteral("כל הזכויות שמורות.")));
 }
 
 TEST(StringsDeathTest, ADuplicateKeyStopsTheProgramWhenTheTableIsBuilt) {
     const auto twice = [] {
-        return Strings::Rows{{QStringLiteral("Quit"), QStringLiteral("a")}, {QStringLiteral("Quit"), QStringLiteral("b")}};
+        return Strings::Rows{{QStringLiteral("Quit"), QStringLiteral("a")},
+                             {QStringLiteral("Quit"), QStringLiteral("b")}};
     };
     const Strings hebrew(hebrewFirst, twice);
     EXPECT_DEATH(hebrew.text(QStringLiteral("Offline")), "\"Quit\" stands twice");
@@ -192,7 +192,8 @@ TEST(StringsDeathTest, ADuplicateKeyStopsTheProgramWhenTheTableIsBuilt) {
 }
 
 TEST(Formatted, ReplacesPlaceholdersFromLeftToRight) {
-    EXPECT_EQ(formatted(QStringLiteral("%d of %@"), {QStringLiteral("1"), QStringLiteral("x")}), QStringLiteral("1 of x"));
+    EXPECT_EQ(formatted(QStringLiteral("%d of %@"), {QStringLiteral("1"), QStringLiteral("x")}),
+              QStringLiteral("1 of x"));
 }
 
 TEST(Formatted, DoesNotLookInsideWhatItInserted) {

@@ -96,8 +96,8 @@ class ConnectionPool::Exchange {
         setOption(easy_, CURLOPT_WRITEFUNCTION, &Exchange::bodyReceived);
     }
 
-    /// Where the system keeps its certificates both as one bundle and as hashed files, libcurl would read the whole bundle
-    /// for every connection; the hashed files are opened as needed.
+    /// Where the system keeps its certificates both as one bundle and as hashed files, libcurl would read the whole
+    /// bundle for every connection; the hashed files are opened as needed.
     void useHashedCertificates() const {
         if (const char* folder = curl_version_info(CURLVERSION_NOW)->capath) {
             setOption(easy_, CURLOPT_CAPATH, folder);

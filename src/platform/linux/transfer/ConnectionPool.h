@@ -17,15 +17,16 @@
 namespace skylet {
 
 /// The connections to one host, and the requests on them. A request ends for its caller at the limit or when cancelled;
-/// on the wire it may go on unseen, so that an answer or a handshake that is under way still warms the connection for the
-/// next request. It judges whether its connections deserve to be used again, and leaves it to the session to act on that.
+/// on the wire it may go on unseen, so that an answer or a handshake that is under way still warms the connection for
+/// the next request. It judges whether its connections deserve to be used again, and leaves it to the session to act on
+/// that.
 class ConnectionPool {
   public:
     /// Bytes of response head, all interim responses included, after which a transfer fails.
-    static constexpr std::size_t headLimitBytes = 64 * 1024;
+    static constexpr std::size_t headLimitBytes = std::size_t{64} * 1024;
 
-    /// `share`: TLS sessions to resume; outlives the pool. `limit`: for one exchange as a whole. `onSettled` is called from
-    /// the event loop after a request has ended or the pool has lost its trust.
+    /// `share`: TLS sessions to resume; outlives the pool. `limit`: for one exchange as a whole. `onSettled` is called
+    /// from the event loop after a request has ended or the pool has lost its trust.
     ConnectionPool(CURLSH* share, std::chrono::milliseconds limit, std::function<void()> onSettled);
     ~ConnectionPool();
     ConnectionPool(const ConnectionPool&) = delete;
@@ -57,8 +58,8 @@ class ConnectionPool {
     void done(CURL* handle, CURLcode result);
     void limitReached(const std::shared_ptr<Exchange>& exchange);
     void discard(const std::shared_ptr<Exchange>& exchange);
-    /// Whether a handshake is under way that has come further lately. On a link with a round trip of a second or more no
-    /// new connection can answer within the limit; dropped each time, it never would.
+    /// Whether a handshake is under way that has come further lately. On a link with a round trip of a second or more
+    /// no new connection can answer within the limit; dropped each time, it never would.
     bool isProgressing();
     void settle();
 

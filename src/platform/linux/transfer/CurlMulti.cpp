@@ -62,7 +62,8 @@ void CurlMulti::watch(curl_socket_t socket, bool read, bool write) {
         notifiers_.erase(socket);
         return;
     }
-    auto& notifiers = notifiers_.try_emplace(socket, Notifiers{{nullptr, dropNotifier}, {nullptr, dropNotifier}}).first->second;
+    auto& notifiers =
+        notifiers_.try_emplace(socket, Notifiers{{nullptr, dropNotifier}, {nullptr, dropNotifier}}).first->second;
     const auto set = [&](auto& notifier, bool wanted, QSocketNotifier::Type type, int event) {
         if (!wanted) {
             notifier.reset();

@@ -12,12 +12,12 @@
 
 namespace skylet {
 
-/// Runs libcurl transfers, and keeps their connections, on the Qt event loop through the multi-socket interface: no thread
-/// of its own, no polling, no wake-up while nothing is to be done. The handles added belong to the caller.
+/// Runs libcurl transfers, and keeps their connections, on the Qt event loop through the multi-socket interface: no
+/// thread of its own, no polling, no wake-up while nothing is to be done. The handles added belong to the caller.
 class CurlMulti {
   public:
-    /// Called from the event loop, never from inside libcurl: the handler may add and remove handles, but must not destroy
-    /// the CurlMulti. The handle has been removed by then.
+    /// Called from the event loop, never from inside libcurl: the handler may add and remove handles, but must not
+    /// destroy the CurlMulti. The handle has been removed by then.
     using DoneHandler = std::function<void(CURL* handle, CURLcode result)>;
 
     explicit CurlMulti(DoneHandler done);

@@ -14,8 +14,8 @@
 
 namespace skylet {
 
-/// HTTPS over libcurl on the Qt event loop, HTTP/2 where the server speaks it. Each host has a pool of its own, which is
-/// thrown away, connections and all, once a request failed there or the network has become another one.
+/// HTTPS over libcurl on the Qt event loop, HTTP/2 where the server speaks it. Each host has a pool of its own, which
+/// is thrown away, connections and all, once a request failed there or the network has become another one.
 class CurlTransferSession final : public TransferSession {
   public:
     /// While names do not resolve, each attempt leaves a resolver thread behind for some tens of seconds. Beyond this
@@ -39,7 +39,8 @@ class CurlTransferSession final : public TransferSession {
     const std::chrono::milliseconds limit_;
     const std::shared_ptr<const NetworkEpoch> epoch_;
     std::uint64_t epochOfPools_;
-    /// TLS sessions, so that a new connection to a known host need not carry the certificates again. Outlives the pools.
+    /// TLS sessions, so that a new connection to a known host need not carry the certificates again. Outlives the
+    /// pools.
     const CurlShare share_;
     Pools pools_;
     /// Out of use; each goes as soon as nothing runs there any more.

@@ -9,22 +9,21 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <arpa/inet.h>
-#include <chrono>
-#include <memory>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <chrono>
+#include <memory>
 #include <vector>
 
 namespace skylet {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::Contains;
 
 /// A loopback socket that is bound, so that its port is known, and never answers.
 class SilentSocket {

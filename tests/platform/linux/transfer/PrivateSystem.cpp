@@ -2,14 +2,15 @@
 
 #include <QFile>
 
-#include <cerrno>
-#include <cstring>
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 namespace skylet::test {
 
@@ -30,7 +31,7 @@ std::optional<QString> bringLoopbackUp() {
     std::strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
     request.ifr_flags = IFF_UP;
     const bool up = ::ioctl(handle, SIOCSIFFLAGS, &request) == 0;
-    const auto failure = up ? std::nullopt : std::optional(reason("loopback"));
+    auto failure = up ? std::nullopt : std::optional(reason("loopback"));
     ::close(handle);
     return failure;
 }
