@@ -7,19 +7,21 @@ import time
 from concurrent.futures import Future
 from contextlib import contextmanager
 from dataclasses import dataclass, field, replace
+from pathlib import Path
 
 import gi
 
 gi.require_version("Gio", "2.0")
 from gi.repository import Gio, GLib  # noqa: E402
 
+import settings  # noqa: E402
 from network import Child  # noqa: E402
 
 BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
   <type>session</type>
-  <listen>unix:path={socket}</listen>
+  <listen>unix:path={socket}</listen>{services}
   <policy context="default">
     <allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/>
   </policy>
@@ -30,6 +32,8 @@ WATCHER = "org.kde.StatusNotifierWatcher"
 ITEM = "org.kde.StatusNotifierItem"
 MENU = "com.canonical.dbusmenu"
 PROPERTIES = "org.freedesktop.DBus.Properties"
+ONLINE_LABEL = re.compile(r"(?P<number>[\d.]+) (?P<unit>m?s)  (?P<word>.+?)(  ↓(?P<down>\S+) ↑(?P<up>\S+))?")
+LABEL_SHOWING_PANEL = "gnome-shell"
 STALL_INTERVAL_MS = 20
 WATCHER_INTERFACE = f"""<node><interface name="{WATCHER}">
   <method name="RegisterStatusNotifierItem"><arg type="s" direction="in"/></method>
@@ -44,15 +48,18 @@ WATCHER_INTERFACE = f"""<node><interface name="{WATCHER}">
 
 
 class Bus:
-    """A message bus that starts no services."""
+    """A message bus of the lab's own. With `services` it starts those of the system's session services that are asked for,
+    `inside` a namespace and with `env` as their environment; without, none."""
 
-    def __init__(self, folder, name, stack):
+    def __init__(self, folder, name, stack, services=False, inside=None, env=settings.BARE_ENVIRONMENT):
         path = folder / f"{name}-bus"
         configuration = folder / f"{name}-bus.conf"
-        configuration.write_text(BUS_CONFIGURATION.format(socket=path))
+        directories = "<standard_session_servicedirs/>" if services else ""
+        configuration.write_text(BUS_CONFIGURATION.format(socket=path, services=directories))
         self.address = f"unix:path={path}"
+        command = ["dbus-daemon", "--nofork", f"--config-file={configuration}"]
         with (folder / f"{name}-bus.log").open("w") as log:
-            stack.enter_context(Child(["dbus-daemon", "--nofork", f"--config-file={configuration}"], stderr=log))
+            stack.enter_context(Child(inside.inside(command) if inside else command, stderr=log, env=env))
         wait_until(path.exists, 5, f"the {name} bus is there")
 
     def connect(self):
@@ -138,10 +145,27 @@ class Shown:
         return tuple(entry.title for entry in self.menu[:3])
 
     @property
+    def _online(self):
+        """The parts of the label while there is a response time in it."""
+        return ONLINE_LABEL.fullmatch(self.label.strip())
+
+    @property
     def milliseconds(self):
         """The response time in the label, or None."""
-        number = re.match(r"●?\s*([\d.]+) (ms|s)\b", self.label)
-        return number and float(number[1]) * (1000 if number[2] == "s" else 1)
+        return self._online and float(self._online["number"]) * (1000 if self._online["unit"] == "s" else 1)
+
+    @property
+    def word(self):
+        """What follows the response time, or what stands in its place."""
+        return self._online["word"] if self._online else self.label.strip()
+
+    @property
+    def traffic(self):
+        """(down, up) in bit/s as in the label, or None."""
+        if not self._online or not self._online["down"]:
+            return None
+        return tuple(float(text.rstrip("KM")) * {"K": 1e3, "M": 1e6}.get(text[-1], 1)
+                     for text in (self._online["down"], self._online["up"]))
 
 
 class StatusArea:
@@ -150,6 +174,7 @@ class StatusArea:
     that crashes and comes back."""
 
     def __init__(self, bus, stack):
+        _call_this_process(LABEL_SHOWING_PANEL)
         self._bus, self._connection, self._item = bus, None, None
         self._context, self._changed = GLib.MainContext(), threading.Condition()
         self._shown = [Shown(time.monotonic())]
@@ -378,6 +403,11 @@ class StatusArea:
             if replace(state, time=0) != replace(self._shown[-1], time=0):
                 self._shown.append(state)
                 self._changed.notify_all()
+
+
+def _call_this_process(name):
+    """The program chooses how to show its title by the name of the process behind the status area."""
+    Path("/proc/self/comm").write_text(name)
 
 
 def dot_colour(pixmaps):

@@ -8,6 +8,7 @@ from pathlib import Path
 import network
 from desktop import Bus, Logind, StatusArea
 from network import Network, Tool
+from panel import Panel
 from program import Program
 
 SERVER, TRAFFIC = (Path(__file__).with_name(name) for name in ("server.py", "traffic.py"))
@@ -71,10 +72,10 @@ class Servers:
 class Lab:
     """Everything but the program is up; `start` starts that too."""
 
-    def __init__(self, authority, stack):
+    def __init__(self, authority, stack, servers=Servers):
         self.network = Network(authority, stack)
         self.link = self.network.wlan0
-        self.servers = Servers(self.network, authority, stack)
+        self.servers = servers(self.network, authority, stack)
         self.session_bus = Bus(self.network.folder, "session", stack)
         self.system_bus = Bus(self.network.folder, "system", stack)
         self.area = StatusArea(self.session_bus, stack)
@@ -86,6 +87,10 @@ class Lab:
         """Starts the program and waits for its dot to have this colour."""
         self.program.start()
         return self.area.wait_for(until, within, since=self.program.started)
+
+    def start_panel(self, kind):
+        """A real panel, which the program will use instead of `area`."""
+        return Panel(self, self._stack, kind)
 
     def serve_traffic(self):
         """From now on the server's side takes part in `client_traffic`."""

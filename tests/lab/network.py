@@ -167,7 +167,7 @@ class Namespace:
         return [*enter, *command]
 
     def run(self, command, **options):
-        return subprocess.run(self.inside(command), env=settings.BARE_ENVIRONMENT, **{"check": True} | options)
+        return subprocess.run(self.inside(command), **{"check": True, "env": settings.BARE_ENVIRONMENT} | options)
 
     def popen(self, command, kind=Child, **options):
         return kind(self.inside(command), **options)

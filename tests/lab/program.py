@@ -3,9 +3,17 @@
 import signal
 import subprocess
 import time
+from dataclasses import dataclass
 from pathlib import Path
 
 import settings
+
+
+@dataclass(frozen=True)
+class Effort:
+    time: float
+    cpu_s: float
+    wake_ups: int
 
 
 class Program:
@@ -30,10 +38,16 @@ class Program:
     def start(self):
         """Starts it and returns at once; `started` is the moment."""
         self.started = time.monotonic()
-        with self.output.open("w") as output:
-            self._process = self._stack.enter_context(self._network.client.popen(
+        self._process = self._launch(self.output)
+
+    def start_another(self):
+        """A second start by the same user, as a process of its own."""
+        return self._launch(self.output.with_suffix(".second.log"))
+
+    def _launch(self, log):
+        with log.open("w") as output:
+            return self._stack.enter_context(self._network.client.popen(
                 [settings.PROGRAM], env=self.environment, stdout=output, stderr=subprocess.STDOUT))
-        return self
 
     @property
     def running(self):
@@ -58,6 +72,13 @@ class Program:
             if line.startswith(f"{key}:"):
                 return int(line.split()[1])
         raise KeyError(key)
+
+    def effort(self):
+        """What it has cost the processor so far, all threads together."""
+        tasks = list(Path("/proc", str(self._process.pid), "task").iterdir())
+        wake_ups = sum(self._status("voluntary_ctxt_switches", f"task/{task.name}/status") for task in tasks)
+        nanoseconds = sum(int((task / "schedstat").read_text().split()[0]) for task in tasks)
+        return Effort(time.monotonic(), nanoseconds / 1e9, wake_ups)
 
     def threads(self):
         return self._status("Threads")

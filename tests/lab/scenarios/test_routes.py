@@ -1,0 +1,80 @@
+"""The default routes of the kernel, the moment they change."""
+
+import time
+
+import pytest
+
+
+def requested_within(lab, start, within):
+    """The first request since then."""
+    while time.monotonic() < start + within:
+        if requests := lab.servers.requests(start):
+            return requests[0]
+        time.sleep(0.02)
+    raise AssertionError(f"no request within {within} s")
+
+
+def source(lab, request):
+    endpoint = next(endpoint for endpoint in lab.servers.both if endpoint.name == request["endpoint"])
+    return next(connection for connection in endpoint.connections() if connection["id"] == request["connection"])
+
+
+def test_without_a_default_route_red_at_once_and_with_one_checked_at_once(lab):
+    lab.start()
+    removed = time.monotonic()
+    lab.link.remove_default_route()
+    red = lab.area.wait_for("red", 0.25, since=removed)
+    assert red.lines[0] == "No internet (hotspot without signal?)"
+    time.sleep(0.2)
+    lab.link.reset()
+    time.sleep(4)
+    assert lab.area.dots(red.time)[-1][1] == "red"
+    assert lab.link.stats()["up"]["packets"] == 0
+    added = time.monotonic()
+    lab.link.add_default_route()
+    request = requested_within(lab, added, 0.5)
+    assert source(lab, request)["time"] > added
+    lab.area.wait_for("green", 1, since=added)
+
+
+def test_a_link_that_goes_down_is_red_at_once(lab):
+    lab.start()
+    down = time.monotonic()
+    lab.network.client.ip("link set wlan0 down")
+    lab.area.wait_for("red", 0.25, since=down)
+    lab.network.client.ip("link set wlan0 up")
+    lab.link.add_default_route()
+    lab.area.wait_for("green", 1)
+
+
+def test_a_start_without_a_default_route_is_red(lab):
+    lab.link.remove_default_route()
+    lab.start(until="red", within=3)
+    lab.link.add_default_route()
+    lab.area.wait_for("green", 1)
+
+
+@pytest.mark.parametrize("how", ["replaced", "preferred"])
+def test_a_default_route_that_moves_is_checked_at_once_over_the_new_interface(lab, how):
+    usb0 = lab.network.add_usb0()
+    lab.start()
+    moved = time.monotonic()
+    if how == "replaced":
+        lab.network.client.ip(f"route replace default via {usb0.gateway} dev usb0 metric 100")
+    else:
+        usb0.add_default_route(metric=50)
+    request = requested_within(lab, moved, 0.5)
+    assert source(lab, request)["address"] == usb0.near
+    lab.area.wait_for("yellow", 0.5, since=moved)
+    lab.area.wait_for("green", 1, since=moved + 0.1)
+
+
+def test_a_burst_of_route_changes_is_one_change(lab):
+    lab.start()
+    for number in range(50):
+        lab.network.client.ip(f"route add 10.0.{number}.0/24 via {lab.link.gateway} dev wlan0")
+    time.sleep(0.5)
+    began = time.monotonic()
+    time.sleep(1)
+    # other routes are none of its business
+    assert [colour for _, colour in lab.area.dots(began - 2)] == ["green"]

@@ -1,0 +1,41 @@
+"""The item comes to every status area there is, and tells it no more than what changes."""
+
+import time
+
+
+def gone(state):
+    return state.dot is None
+
+
+def test_a_panel_that_crashes_and_comes_back_has_the_item_again(lab):
+    lab.start()
+    for _ in range(2):
+        stopped = time.monotonic()
+        lab.area.stop()
+        lab.area.wait_for(gone, 1, since=stopped)
+        time.sleep(0.5)
+        lab.area.start()
+        state = lab.area.wait_for("green", 2)
+        assert state.milliseconds
+        assert "Quit" in lab.area.menu()
+
+
+def test_a_panel_that_starts_after_the_program_gets_the_item(lab):
+    lab.area.stop()
+    lab.program.start()
+    time.sleep(1.5)
+    lab.area.start()
+    lab.area.wait_for("green", 2)
+
+
+def test_it_tells_the_panel_only_what_changed(lab):
+    lab.link.set(rtt_ms=20)
+    lab.start()
+    time.sleep(2)
+    began = time.monotonic()
+    time.sleep(10)
+    signals = [name for moment, name in lab.area.signals if moment > began]
+    assert "LayoutUpdated" not in signals
+    assert "NewIcon" not in signals
+    assert "NewToolTip" not in signals
+    assert len(signals) <= 20
