@@ -1,0 +1,108 @@
+#include "platform/linux/statusitem/QtMenu.h"
+
+#include "platform/linux/statusitem/ApplicationIcon.h"
+
+#include <QAction>
+#include <QGuiApplication>
+#include <QIcon>
+#include <QKeyEvent>
+#include <QKeySequence>
+#include <QPointer>
+#include <QScreen>
+
+#include <algorithm>
+
+namespace skylet {
+
+namespace {
+
+/// A menu that runs its entries' shortcuts while it is open. Qt looks a shortcut up among the active window's actions
+/// only, to which those of a popup without a parent never belong; so nothing is grabbed outside the open menu.
+class ShortcutMenu final : public QMenu {
+  protected:
+    void keyPressEvent(QKeyEvent* event) override {
+        const QKeySequence pressed(event->keyCombination());
+        const QList<QAction*> entries = actions();
+        const auto entry = std::find_if(entries.cbegin(), entries.cend(), [&](const QAction* action) {
+            return !action->shortcut().isEmpty() && action->shortcut() == pressed;
+        });
+        if (entry == entries.cend()) {
+            QMenu::keyPressEvent(event);
+            return;
+        }
+        if ((*entry)->isEnabled()) {
+            const QPointer<QAction> action = *entry;
+            close();
+            if (action) {
+                action->trigger();
+            }
+        }
+    }
+};
+
+QKeySequence shortcutFor(const QString& keyEquivalent) {
+    return keyEquivalent.isEmpty() ? QKeySequence()
+                                   : QKeySequence::fromString(QStringLiteral("Ctrl+") + keyEquivalent.toUpper(),
+                                                              QKeySequence::PortableText);
+}
+
+/// The application's icon at one size, and at twice that size for screens of scale 2.
+QIcon menuIcon(QSize size) {
+    QIcon icon;
+    if (!size.isEmpty()) {
+        icon.addPixmap(applicationIcon().pixmap(size, 1.0));
+        icon.addPixmap(applicationIcon().pixmap(size * 2, 1.0));
+    }
+    return icon;
+}
+
+void apply(const MenuItem& item, QAction& action) {
+    QString text = item.title();
+    action.setText(text.replace(QLatin1Char('&'), QStringLiteral("&&")));
+    action.setSeparator(item.isSeparator());
+    action.setEnabled(item.isEnabled());
+    action.setCheckable(item.isCheckable());
+    action.setChecked(item.isChecked());
+    const QSize iconSize(item.applicationIconSize(), item.applicationIconSize());
+    if (action.icon().availableSizes().value(0, QSize(0, 0)) != iconSize) {
+        action.setIcon(menuIcon(iconSize));
+    }
+}
+
+} // namespace
+
+QtMenu::QtMenu() : widget_(std::make_unique<ShortcutMenu>()) {}
+
+QtMenu::~QtMenu() = default;
+
+void QtMenu::setMenu(const Menu& menu) {
+    widget_->clear();
+    menu_ = menu;
+    for (const std::shared_ptr<MenuItem>& item : menu_) {
+        auto* action = new QAction(widget_.get());
+        action->setShortcut(shortcutFor(item->keyEquivalent()));
+        action->setShortcutVisibleInContextMenu(true);
+        action->setIconVisibleInMenu(true);
+        // Without it Qt moves "About", "Quit" and the like into an application menu where a platform has one.
+        action->setMenuRole(QAction::NoRole);
+        apply(*item, *action);
+        connect(item.get(), &MenuItem::changed, action, [item = item.get(), action] { apply(*item, *action); });
+        connect(action, &QAction::triggered, this, [item, action = QPointer<QAction>(action)] {
+            item->trigger();
+            // Qt has flipped the check mark on its own; the item decides whether it stays so.
+            if (action) {
+                apply(*item, *action);
+            }
+        });
+        widget_->addAction(action);
+    }
+}
+
+void QtMenu::popUp(QPoint place) {
+    const QScreen* screen = QGuiApplication::screenAt(place);
+    const QRect area = (screen != nullptr ? screen : QGuiApplication::primaryScreen())->geometry();
+    widget_->popup(
+        QPoint(std::clamp(place.x(), area.left(), area.right()), std::clamp(place.y(), area.top(), area.bottom())));
+}
+
+} // namespace skylet

@@ -1,0 +1,195 @@
+#include "platform/linux/statusitem/SniObject.h"
+
+#include <QDBusObjectPath>
+#include <QFontDatabase>
+
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+// Panels ask for 16 to 32 logical pixels; the rest is for scale 2. A host takes the nearest and scales it.
+constexpr int iconSizes[] = {16, 22, 24, 32, 48, 64};
+
+// An activation token is a short opaque text; a longer one is no token.
+constexpr qsizetype longestToken = 1024;
+
+QString statusName(SniObject::Status status) {
+    switch (status) {
+    case SniObject::Status::passive:
+        return QStringLiteral("Passive");
+    case SniObject::Status::needsAttention:
+        return QStringLiteral("NeedsAttention");
+    case SniObject::Status::active:
+        break;
+    }
+    return QStringLiteral("Active");
+}
+
+/// Hosts may read the tooltip's text as markup.
+QString escapedMarkup(QString text) {
+    text.replace(QLatin1Char('&'), QStringLiteral("&amp;"));
+    return text.replace(QLatin1Char('<'), QStringLiteral("&lt;"));
+}
+
+} // namespace
+
+SniObject::SniObject(const QString& path, const QString& menuPath)
+    : ExportedObject(path, QStringLiteral("org.kde.StatusNotifierItem"), nullptr), id_(QStringLiteral("skylet")) {
+    registerDBusTypes();
+    addItemProperties(menuPath);
+    addItemMethods();
+    const QString text = QStringLiteral("s");
+    for (const QString& name : {QStringLiteral("NewTitle"), QStringLiteral("NewIcon"),
+                                QStringLiteral("NewAttentionIcon"), QStringLiteral("NewToolTip")}) {
+        addSignal(name, {});
+    }
+    addSignal(QStringLiteral("NewStatus"), {text});
+    addSignal(QStringLiteral("XAyatanaNewLabel"), {text, text});
+}
+
+void SniObject::addItemProperties(const QString& menuPath) {
+    const QString text = QStringLiteral("s");
+    const QString images = QStringLiteral("a(iiay)");
+    const auto constant = [this](const QString& name, const QString& signature, const QVariant& value) {
+        addProperty(name, signature, [value] { return value; });
+    };
+    constant(QStringLiteral("Category"), text, QStringLiteral("ApplicationStatus"));
+    addProperty(QStringLiteral("Id"), text, [this] { return QVariant(id_); });
+    constant(QStringLiteral("Title"), text, QStringLiteral("Skylet"));
+    addProperty(QStringLiteral("Status"), text, [this] { return QVariant(statusName(status_)); });
+    constant(QStringLiteral("WindowId"), QStringLiteral("i"), 0);
+    constant(QStringLiteral("IconThemePath"), text, QString());
+    constant(QStringLiteral("Menu"), QStringLiteral("o"), QVariant::fromValue(QDBusObjectPath(menuPath)));
+    constant(QStringLiteral("ItemIsMenu"), QStringLiteral("b"), true);
+    // A name would go before the pixmap, and no icon theme has an icon for every number.
+    constant(QStringLiteral("IconName"), text, QString());
+    constant(QStringLiteral("OverlayIconName"), text, QString());
+    constant(QStringLiteral("OverlayIconPixmap"), images, QVariant::fromValue(QList<DBusPixmap>()));
+    constant(QStringLiteral("AttentionIconName"), text, QString());
+    constant(QStringLiteral("AttentionMovieName"), text, QString());
+    // While attention is asked for, hosts show the attention icon in the place of the icon: it is the same.
+    for (const QString& name : {QStringLiteral("IconPixmap"), QStringLiteral("AttentionIconPixmap")}) {
+        addProperty(name, images, [this] { return QVariant::fromValue(pixmaps()); });
+    }
+    addProperty(QStringLiteral("ToolTip"), QStringLiteral("(sa(iiay)ss)"), [this] {
+        return QVariant::fromValue(
+            DBusToolTip{{}, {}, appearance_.toolTipTitle, escapedMarkup(appearance_.toolTipText)});
+    });
+    // MATE 1.27 hides an item whose label is there but empty.
+    const auto unlessEmpty = [](const QString& value) -> std::optional<QVariant> {
+        return value.isEmpty() ? std::nullopt : std::optional<QVariant>(value);
+    };
+    addProperty(QStringLiteral("XAyatanaLabel"), text, [this, unlessEmpty] { return unlessEmpty(appearance_.label); });
+    addProperty(QStringLiteral("XAyatanaLabelGuide"), text,
+                [this, unlessEmpty] { return unlessEmpty(appearance_.labelGuide); });
+    // 0: the host chooses the place.
+    constant(QStringLiteral("XAyatanaOrderingIndex"), QStringLiteral("u"), 0U);
+}
+
+void SniObject::addItemMethods() {
+    const QString integer = QStringLiteral("i");
+    const QString text = QStringLiteral("s");
+    const auto opensMenu = [this](const QDBusMessage& call) { openMenu(call); };
+    const auto doesNothing = [this](const QDBusMessage& call) { reply(call); };
+    addMethod(QStringLiteral("Activate"), {integer, integer}, {}, opensMenu);
+    addMethod(QStringLiteral("ContextMenu"), {integer, integer}, {}, opensMenu);
+    addMethod(QStringLiteral("SecondaryActivate"), {integer, integer}, {}, doesNothing);
+    addMethod(QStringLiteral("XAyatanaSecondaryActivate"), {QStringLiteral("u")}, {}, doesNothing);
+    addMethod(QStringLiteral("Scroll"), {integer, text}, {}, doesNothing);
+    addMethod(QStringLiteral("ProvideXdgActivationToken"), {text}, {}, [this](const QDBusMessage& call) {
+        const QString token = call.arguments().first().toString();
+        if (token.size() <= longestToken) {
+            // Where Qt's Wayland client looks for it, so that a window opened from the menu may come to the front.
+            qputenv("XDG_ACTIVATION_TOKEN", token.toUtf8());
+        }
+        reply(call);
+    });
+}
+
+void SniObject::openMenu(const QDBusMessage& call) {
+    const QPoint place(call.arguments().at(0).toInt(), call.arguments().at(1).toInt());
+    if (menuOpener_ && menuOpener_(call.service(), place)) {
+        reply(call);
+    } else {
+        // "Unknown method" is the one refusal after which GNOME's extension never tries again.
+        fail(call, unknownMethodError(), QStringLiteral("a click opens the menu"));
+    }
+}
+
+void SniObject::setAppearance(const ItemAppearance& appearance) {
+    appearance_ = appearance;
+    scheduleTelling();
+}
+
+void SniObject::setStatus(Status status) {
+    status_ = status;
+    scheduleTelling();
+}
+
+void SniObject::setMenuOpen(bool open) {
+    menuOpen_ = open;
+    scheduleTelling();
+}
+
+void SniObject::scheduleTelling() {
+    if (!tellingScheduled_) {
+        tellingScheduled_ = true;
+        QMetaObject::invokeMethod(this, &SniObject::tellChanges, Qt::QueuedConnection);
+    }
+}
+
+void SniObject::tellChanges() {
+    tellingScheduled_ = false;
+    if (!told_) {
+        told_ = Told{appearance_, status_};
+        return;
+    }
+    const Told before = *told_;
+    const bool newIcon = appearance_.icon != before.appearance.icon;
+    const bool newStatus = status_ != before.status;
+    told_->appearance.icon = appearance_.icon;
+    told_->appearance.label = appearance_.label;
+    told_->appearance.labelGuide = appearance_.labelGuide;
+    told_->status = status_;
+    if (newIcon) {
+        emitSignal(QStringLiteral("NewIcon"));
+    }
+    // Its changes are told only while it is on show, so a host may hold an old one when attention is asked for.
+    if (status_ == Status::needsAttention && (newIcon || newStatus)) {
+        emitSignal(QStringLiteral("NewAttentionIcon"));
+    }
+    if (newStatus) {
+        emitSignal(QStringLiteral("NewStatus"), {statusName(status_)});
+    }
+    if (appearance_.label != before.appearance.label) {
+        emitSignal(QStringLiteral("XAyatanaNewLabel"), {appearance_.label, appearance_.labelGuide});
+    }
+    tellToolTip();
+}
+
+void SniObject::tellToolTip() {
+    ItemAppearance& told = told_->appearance;
+    const bool same = told.toolTipTitle == appearance_.toolTipTitle && told.toolTipText == appearance_.toolTipText;
+    if (same || menuOpen_) {
+        return;
+    }
+    told.toolTipTitle = appearance_.toolTipTitle;
+    told.toolTipText = appearance_.toolTipText;
+    emitSignal(QStringLiteral("NewToolTip"));
+}
+
+const QList<DBusPixmap>& SniObject::pixmaps() {
+    if (paintedIcon_ != appearance_.icon) {
+        const QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
+        pixmaps_.clear();
+        for (const int size : iconSizes) {
+            pixmaps_.append(toDBusPixmap(paintStatusIcon(appearance_.icon, size, font)));
+        }
+        paintedIcon_ = appearance_.icon;
+    }
+    return pixmaps_;
+}
+
+} // namespace skylet

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "platform/linux/statusitem/DBusTypes.h"
+#include "platform/linux/statusitem/ExportedObject.h"
+#include "platform/linux/statusitem/TitleStyle.h"
+
+#include <QPoint>
+
+#include <functional>
+#include <optional>
+
+namespace skylet {
+
+/// The item as hosts see it on the bus: org.kde.StatusNotifierItem with the label that libayatana-appindicator added to
+/// it. A host answers every signal by reading properties, pixmaps included; so signals go out once per turn of the
+/// event loop, only for what differs from what was told last, and none about the tooltip while the menu is open, which
+/// would make some hosts close it.
+class SniObject final : public ExportedObject {
+    Q_OBJECT
+
+  public:
+    enum class Status { passive, active, needsAttention };
+    /// Opens the menu at a place, in logical pixels; false when the calling host shall open it by itself.
+    using MenuOpener = std::function<bool(const QString& host, QPoint place)>;
+
+    SniObject(const QString& path, const QString& menuPath);
+
+    void setMenuOpener(MenuOpener opener) { menuOpener_ = std::move(opener); }
+    /// Hosts read it once, so it has to be right before they come.
+    void setId(const QString& id) { id_ = id; }
+    void setAppearance(const ItemAppearance& appearance);
+    void setStatus(Status status);
+    void setMenuOpen(bool open);
+
+  private:
+    struct Told {
+        ItemAppearance appearance;
+        Status status = Status::active;
+    };
+
+    void addItemProperties(const QString& menuPath);
+    void addItemMethods();
+    void openMenu(const QDBusMessage& call);
+    void scheduleTelling();
+    void tellChanges();
+    void tellToolTip();
+    const QList<DBusPixmap>& pixmaps();
+
+    QString id_;
+    ItemAppearance appearance_;
+    Status status_ = Status::active;
+    bool menuOpen_ = false;
+    /// Absent until the first turn of the event loop: what stands then is read, not told.
+    std::optional<Told> told_;
+    bool tellingScheduled_ = false;
+    MenuOpener menuOpener_;
+    std::optional<StatusIcon> paintedIcon_;
+    QList<DBusPixmap> pixmaps_;
+};
+
+} // namespace skylet
