@@ -1,0 +1,95 @@
+#include "platform/linux/system/IniUserDefaults.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QStringDecoder>
+
+#include <algorithm>
+#include <cstdio>
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+// Two short lines are what the program stores.
+constexpr qint64 largestSensibleSize = 64 * 1024;
+constexpr QLatin1StringView trueText("true");
+constexpr QLatin1StringView falseText("false");
+
+bool isIniLine(const QString& line) {
+    const QString content = line.trimmed();
+    if (content.isEmpty() || content.startsWith(u';') || content.startsWith(u'#')) {
+        return true;
+    }
+    return content.startsWith(u'[') ? content.endsWith(u']') : content.indexOf(u'=') > 0;
+}
+
+bool isControlCharacter(QChar character) {
+    return character.unicode() < 0x20 && character != u'\t' && character != u'\r' && character != u'\n';
+}
+
+/// QSettings picks what it can out of any bytes and reports hardly anything as an error, so the text is judged here.
+bool isIniText(const QByteArray& bytes) {
+    QStringDecoder decode(QStringDecoder::Utf8);
+    const QString text = decode(bytes);
+    if (decode.hasError() || std::any_of(text.begin(), text.end(), isControlCharacter)) {
+        return false;
+    }
+    const QStringList lines = text.split(u'\n');
+    return std::all_of(lines.begin(), lines.end(), isIniLine);
+}
+
+/// Whether QSettings may be let near the path. It would wait for ever for a pipe, and read a file of any size.
+bool isSound(const QString& path) {
+    const QFileInfo info(path);
+    if (!info.exists()) {
+        return true;
+    }
+    if (!info.isFile() || info.size() > largestSensibleSize) {
+        return false;
+    }
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) && isIniText(file.read(largestSensibleSize));
+}
+
+} // namespace
+
+IniUserDefaults::IniUserDefaults(QString path) : path_(std::move(path)) {}
+
+QString IniUserDefaults::defaultPath() {
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+           QStringLiteral("/skylet/skylet.ini");
+}
+
+std::optional<bool> IniUserDefaults::boolForKey(const QString& key) const {
+    if (!isSound(path_)) {
+        return std::nullopt;
+    }
+    const QVariant value = QSettings(path_, QSettings::IniFormat).value(key);
+    if (value.typeId() != QMetaType::QString) {
+        return std::nullopt;
+    }
+    const QString text = value.toString();
+    if (text != trueText && text != falseText) {
+        return std::nullopt;
+    }
+    return text == trueText;
+}
+
+void IniUserDefaults::setBool(bool value, const QString& key) {
+    if (!isSound(path_)) {
+        // Not QFile::rename, which leaves an older copy in place and moves no folder.
+        const QByteArray from = QFile::encodeName(path_);
+        if (std::rename(from.constData(), (from + ".corrupt").constData()) != 0) {
+            return;
+        }
+    }
+    QSettings settings(path_, QSettings::IniFormat);
+    settings.setValue(key, QString(value ? trueText : falseText));
+    settings.sync();
+}
+
+} // namespace skylet

@@ -1,0 +1,158 @@
+#include "platform/linux/system/LogindSleepMonitor.h"
+
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusVariant>
+
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+constexpr QLatin1StringView logindService("org.freedesktop.login1");
+constexpr QLatin1StringView logindPath("/org/freedesktop/login1");
+constexpr QLatin1StringView managerInterface("org.freedesktop.login1.Manager");
+constexpr QLatin1StringView sleepSignal("PrepareForSleep");
+// What the D-Bus library itself says when the connection is lost.
+constexpr QLatin1StringView localPath("/org/freedesktop/DBus/Local");
+constexpr QLatin1StringView localInterface("org.freedesktop.DBus.Local");
+constexpr QLatin1StringView disconnectedSignal("Disconnected");
+
+/// Sends `message` and calls `consume` with the answer, from the event loop. The answer, and a descriptor in it, is gone
+/// soon after whether or not anybody still wants it.
+template <typename Reply, typename Consumer>
+void ask(const QDBusConnection& bus, QObject& owner, const QDBusMessage& message, Consumer consume) {
+    auto* call = new QDBusPendingCallWatcher(bus.asyncCall(message), &owner);
+    QObject::connect(call, &QDBusPendingCallWatcher::finished, call,
+                     [consume = std::move(consume)](QDBusPendingCallWatcher* finished) mutable {
+                         consume(Reply(*finished));
+                         finished->deleteLater();
+                     });
+}
+
+} // namespace
+
+LogindSleepMonitor::LogindSleepMonitor(const QDBusConnection& bus, NetworkEpoch& epoch,
+                                       std::chrono::milliseconds toleratedAbsence)
+    : bus_(bus), epoch_(epoch) {
+    watcher_.setConnection(bus_);
+    watcher_.setWatchMode(QDBusServiceWatcher::WatchForOwnerChange);
+    connect(&watcher_, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString&, const QString&, const QString& newOwner) { followOwner(newOwner); });
+    absence_.setSingleShot(true);
+    absence_.setInterval(toleratedAbsence);
+    connect(&absence_, &QTimer::timeout, this, &LogindSleepMonitor::wakeUp);
+}
+
+void LogindSleepMonitor::start(std::function<void()> willSleep, std::function<void()> didWake) {
+    stop();
+    willSleep_ = std::move(willSleep);
+    didWake_ = std::move(didWake);
+    bus_.connect(QString(), localPath, localInterface, disconnectedSignal, this, SLOT(busLost()));
+    watcher_.addWatchedService(logindService);
+    findOwner();
+}
+
+void LogindSleepMonitor::stop() {
+    watcher_.removeWatchedService(logindService);
+    bus_.disconnect(QString(), localPath, localInterface, disconnectedSignal, this, SLOT(busLost()));
+    asleep_ = false;
+    followOwner(QString());
+    absence_.stop();
+    questions_.reset();
+    inhibitor_ = QDBusUnixFileDescriptor();
+}
+
+// Asks who is there without starting it: logind runs where the system uses it.
+void LogindSleepMonitor::findOwner() {
+    auto message =
+        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+                                       QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetNameOwner"));
+    message << QString(logindService);
+    ask<QDBusPendingReply<QString>>(bus_, *this, message,
+                                    questions_.guard([this](const QDBusPendingReply<QString>& reply) {
+                                        if (!reply.isError()) {
+                                            followOwner(reply.value());
+                                        }
+                                    }));
+}
+
+// The signal is taken from the owner's unique name: to match the well-known one Qt would ask the bus and wait.
+void LogindSleepMonitor::followOwner(const QString& owner) {
+    if (owner == owner_) {
+        return;
+    }
+    questions_.reset();
+    inhibitorRequest_.reset();
+    bus_.disconnect(owner_, logindPath, managerInterface, sleepSignal, this, SLOT(prepareForSleep(bool)));
+    owner_ = owner;
+    if (owner_.isEmpty()) {
+        if (asleep_) {
+            absence_.start();
+        }
+        return;
+    }
+    absence_.stop();
+    bus_.connect(owner_, logindPath, managerInterface, sleepSignal, this, SLOT(prepareForSleep(bool)));
+    askWhetherPreparing();
+}
+
+// Signals sent before this owner was listened to are lost; its property tells what they said.
+void LogindSleepMonitor::askWhetherPreparing() {
+    auto message = QDBusMessage::createMethodCall(owner_, logindPath, QStringLiteral("org.freedesktop.DBus.Properties"),
+                                                  QStringLiteral("Get"));
+    message << QString(managerInterface) << QStringLiteral("PreparingForSleep");
+    ask<QDBusPendingReply<QDBusVariant>>(
+        bus_, *this, message, questions_.guard([this](const QDBusPendingReply<QDBusVariant>& reply) {
+            const bool preparing = !reply.isError() && reply.value().variant().toBool();
+            if (preparing == asleep_) {
+                if (!asleep_) {
+                    requestInhibitor();
+                }
+                return;
+            }
+            prepareForSleep(preparing);
+        }));
+}
+
+void LogindSleepMonitor::requestInhibitor() {
+    auto message = QDBusMessage::createMethodCall(owner_, logindPath, managerInterface, QStringLiteral("Inhibit"));
+    message << QStringLiteral("sleep") << QStringLiteral("Skylet")
+            << QStringLiteral("Stops its connection checks before the system is suspended") << QStringLiteral("delay");
+    ask<QDBusPendingReply<QDBusUnixFileDescriptor>>(
+        bus_, *this, message,
+        inhibitorRequest_.guard([this](const QDBusPendingReply<QDBusUnixFileDescriptor>& reply) {
+            // Refused: the announcements come all the same, only the suspend does not wait.
+            if (!reply.isError()) {
+                inhibitor_ = reply.value();
+            }
+        }));
+}
+
+void LogindSleepMonitor::prepareForSleep(bool sleeping) {
+    if (sleeping != asleep_) {
+        sleeping ? goToSleep() : wakeUp();
+    }
+}
+
+void LogindSleepMonitor::busLost() { followOwner(QString()); }
+
+void LogindSleepMonitor::goToSleep() {
+    asleep_ = true;
+    inhibitorRequest_.reset();
+    willSleep_();
+    inhibitor_ = QDBusUnixFileDescriptor();
+}
+
+void LogindSleepMonitor::wakeUp() {
+    asleep_ = false;
+    epoch_.advance();
+    if (!owner_.isEmpty()) {
+        requestInhibitor();
+    }
+    didWake_();
+}
+
+} // namespace skylet

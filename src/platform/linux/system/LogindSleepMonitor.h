@@ -1,0 +1,64 @@
+#pragma once
+
+#include "platform/Lifetime.h"
+#include "platform/NetworkEpoch.h"
+#include "platform/SleepMonitor.h"
+
+#include <QDBusConnection>
+#include <QDBusServiceWatcher>
+#include <QDBusUnixFileDescriptor>
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
+#include <chrono>
+#include <functional>
+
+namespace skylet {
+
+/// Suspend and resume as logind announces them (org.freedesktop.login1(5)). While the system is awake it holds a delay
+/// inhibitor, so that a suspend waits for `willSleep`. Without a bus or without logind it stays silent; logind may come
+/// late, go and come back at any time. It never waits for an answer.
+class LogindSleepMonitor : public QObject, public SleepMonitor {
+    Q_OBJECT
+
+  public:
+    /// Once logind has been gone for this long during a suspend, nobody is left to announce the end of it.
+    static constexpr std::chrono::seconds defaultAbsence{5};
+
+    /// `epoch` is advanced right before each `didWake` and outlives the monitor.
+    LogindSleepMonitor(const QDBusConnection& bus, NetworkEpoch& epoch,
+                       std::chrono::milliseconds toleratedAbsence = defaultAbsence);
+
+    void start(std::function<void()> willSleep, std::function<void()> didWake) override;
+    void stop() override;
+
+  private Q_SLOTS:
+    void prepareForSleep(bool sleeping);
+    void busLost();
+
+  private:
+    void findOwner();
+    void followOwner(const QString& owner);
+    void askWhetherPreparing();
+    void requestInhibitor();
+    void goToSleep();
+    void wakeUp();
+
+    QDBusConnection bus_;
+    NetworkEpoch& epoch_;
+    QDBusServiceWatcher watcher_;
+    QTimer absence_;
+    std::function<void()> willSleep_;
+    std::function<void()> didWake_;
+    /// logind's unique bus name; empty: not there.
+    QString owner_;
+    bool asleep_ = false;
+    QDBusUnixFileDescriptor inhibitor_;
+    /// Questions to the present owner; its successor does not answer for it.
+    Lifetime questions_;
+    /// The request for an inhibitor. An answer that comes after the system has begun to suspend is dropped and closed.
+    Lifetime inhibitorRequest_;
+};
+
+} // namespace skylet

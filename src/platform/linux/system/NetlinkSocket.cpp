@@ -1,0 +1,77 @@
+#include "platform/linux/system/NetlinkSocket.h"
+
+#include <linux/if_link.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <array>
+#include <cerrno>
+
+namespace skylet {
+
+namespace {
+
+// The kernel answers while it takes the request in; whoever has to wait this long will not get an answer at all.
+constexpr timeval patience{.tv_sec = 0, .tv_usec = 200'000};
+// Room for a header, the largest fixed part and an attribute.
+constexpr std::size_t requestSize = 64;
+
+nlmsghdr* beginRequest(std::span<char> buffer, std::uint16_t type) {
+    nlmsghdr* header = mnl_nlmsg_put_header(buffer.data());
+    header->nlmsg_type = type;
+    header->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    return header;
+}
+
+} // namespace
+
+std::optional<NetlinkSocket> NetlinkSocket::open(Mode mode) {
+    mnl_socket* handle = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | (mode == Mode::nonBlocking ? SOCK_NONBLOCK : 0));
+    if (handle == nullptr) {
+        return std::nullopt;
+    }
+    NetlinkSocket socket(handle);
+    if (mnl_socket_bind(handle, 0, MNL_SOCKET_AUTOPID) < 0 ||
+        setsockopt(socket.descriptor(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) < 0) {
+        return std::nullopt;
+    }
+    return socket;
+}
+
+bool NetlinkSocket::join(rtnetlink_groups group) {
+    int number = group;
+    return mnl_socket_setsockopt(socket_.get(), NETLINK_ADD_MEMBERSHIP, &number, sizeof number) == 0;
+}
+
+bool NetlinkSocket::requestLinks() {
+    alignas(nlmsghdr) std::array<char, requestSize> buffer{};
+    mnl_nlmsg_put_extra_header(beginRequest(buffer, RTM_GETLINK), sizeof(ifinfomsg));
+    return request(buffer);
+}
+
+bool NetlinkSocket::requestRoutes() {
+    alignas(nlmsghdr) std::array<char, requestSize> buffer{};
+    mnl_nlmsg_put_extra_header(beginRequest(buffer, RTM_GETROUTE), sizeof(rtmsg));
+    return request(buffer);
+}
+
+bool NetlinkSocket::request(std::span<char> message) {
+    auto* header = reinterpret_cast<nlmsghdr*>(message.data());
+    header->nlmsg_seq = ++sequence_;
+    return mnl_socket_sendto(socket_.get(), header, header->nlmsg_len) >= 0;
+}
+
+ssize_t NetlinkSocket::receive(std::span<char> buffer) {
+    return mnl_socket_recvfrom(socket_.get(), buffer.data(), buffer.size());
+}
+
+NetlinkSocket::Progress NetlinkSocket::read(std::span<const char> datagram, mnl_cb_t callback, void* data) const {
+    const int result = mnl_cb_run(datagram.data(), datagram.size(), sequence_, mnl_socket_get_portid(socket_.get()),
+                                  callback, data);
+    if (result < 0) {
+        return errno == EINTR ? Progress::interrupted : Progress::failed;
+    }
+    return result == MNL_CB_STOP ? Progress::complete : Progress::partial;
+}
+
+} // namespace skylet

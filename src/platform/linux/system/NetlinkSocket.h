@@ -1,0 +1,68 @@
+#pragma once
+
+#include <libmnl/libmnl.h>
+#include <linux/rtnetlink.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+
+namespace skylet {
+
+/// A socket to the kernel's tables of links and routes (rtnetlink(7)) in the network namespace of the calling thread.
+/// It asks for whole tables and hears of changes; it never changes anything.
+class NetlinkSocket {
+  public:
+    enum class Mode { blocking, nonBlocking };
+
+    /// What a received datagram means for the table that was asked for.
+    enum class Progress {
+        /// More of the table follows.
+        partial,
+        complete,
+        /// The table changed while the kernel was writing it out; what was read does not fit together.
+        interrupted,
+        failed,
+    };
+
+    /// As large as the kernel makes the datagrams of a table (libmnl's MNL_SOCKET_DUMP_SIZE).
+    static constexpr std::size_t datagramSize = 32768;
+
+    /// Empty optional: the system gives no such socket. A blocking socket waits for an answer for at most `patience`.
+    static std::optional<NetlinkSocket> open(Mode mode);
+
+    /// Hears from now on of the changes in `group`. False: the kernel does not know the group.
+    bool join(rtnetlink_groups group);
+    int descriptor() const { return mnl_socket_get_fd(socket_.get()); }
+    /// Asks for all links. One table at a time: the next may be asked for once this one is complete.
+    bool requestLinks();
+    /// Asks for the routes of all families.
+    bool requestRoutes();
+    /// The size of the next datagram; negative, with `errno` set, when there is none.
+    ssize_t receive(std::span<char> buffer);
+    /// Hands every message of a datagram that belongs to the requested table to `consume`.
+    template <typename Consumer>
+    Progress read(std::span<const char> datagram, Consumer consume) const {
+        const auto forward = [](const nlmsghdr* message, void* consumer) {
+            (*static_cast<Consumer*>(consumer))(*message);
+            return static_cast<int>(MNL_CB_OK);
+        };
+        return read(datagram, forward, &consume);
+    }
+
+  private:
+    struct Closer {
+        void operator()(mnl_socket* socket) const { mnl_socket_close(socket); }
+    };
+
+    explicit NetlinkSocket(mnl_socket* socket) : socket_(socket) {}
+    bool request(std::span<char> message);
+    Progress read(std::span<const char> datagram, mnl_cb_t callback, void* data) const;
+
+    std::unique_ptr<mnl_socket, Closer> socket_;
+    std::uint32_t sequence_ = 0;
+};
+
+} // namespace skylet

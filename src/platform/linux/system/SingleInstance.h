@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QObject>
+
+#include <chrono>
+#include <functional>
+
+namespace skylet {
+
+/// Sees to it that a user runs the program once per session bus: the first start owns a name there, a later one brings
+/// the first to attention and is told that it is not wanted. It ends no process itself.
+class SingleInstance {
+  public:
+    enum class Role {
+        /// This process is the one that runs.
+        first,
+        /// Another one runs and has been told, or does not answer.
+        second,
+        /// Nobody can tell: there is no bus, or it refuses the name.
+        noBus,
+    };
+
+    static constexpr auto serviceName = "com.vorn.skylet";
+    static constexpr auto objectPath = "/com/vorn/skylet";
+    static constexpr std::chrono::seconds defaultPatience{2};
+
+    /// `onActivated` runs from the event loop, for the first alone, each time another start is turned away.
+    SingleInstance(const QDBusConnection& bus, std::function<void()> onActivated);
+    ~SingleInstance();
+    SingleInstance(const SingleInstance&) = delete;
+    SingleInstance& operator=(const SingleInstance&) = delete;
+    SingleInstance(SingleInstance&&) = delete;
+    SingleInstance& operator=(SingleInstance&&) = delete;
+
+    /// Waits for the answers of the bus and of the other process, for `patience` in all. To be called once, before the
+    /// program begins to work.
+    Role claim(std::chrono::milliseconds patience = defaultPatience);
+
+  private:
+    QDBusConnection bus_;
+    /// What stands at `objectPath`.
+    QObject object_;
+};
+
+} // namespace skylet
