@@ -375,15 +375,15 @@ class StatusArea:
         self._show()
 
     def _call(self, interface, method, arguments):
-        return self._connection.call_sync(self._item[0], self._properties["Menu"], interface, method, arguments, None,
-                                          Gio.DBusCallFlags.NONE, 5000, None).unpack()
+        return unpack(self._connection.call_sync(self._item[0], self._properties["Menu"], interface, method, arguments,
+                                                 None, Gio.DBusCallFlags.NONE, 5000, None))
 
     def _call_async(self, path, interface, method, arguments, then):
         item = self._item
 
         def done(connection, result):
             try:
-                reply = connection.call_finish(result).unpack()
+                reply = unpack(connection.call_finish(result))
             except GLib.Error:
                 return  # the item went away, which is told separately
             if self._item == item:
@@ -408,6 +408,21 @@ class StatusArea:
 def _call_this_process(name):
     """The program chooses how to show its title by the name of the process behind the status area."""
     Path("/proc/self/comm").write_text(name)
+
+
+def unpack(value):
+    """As Variant.unpack, but bytes stay together: a picture taken apart byte by byte takes longer than what is measured."""
+    kind = value.get_type_string()
+    if kind == "ay":
+        return value.get_data_as_bytes().get_data()
+    if kind == "v":
+        return unpack(value.get_variant())
+    if kind[0] not in "a(":
+        return value.unpack()
+    children = [value.get_child_value(index) for index in range(value.n_children())]
+    if kind.startswith("a{"):
+        return {unpack(child.get_child_value(0)): unpack(child.get_child_value(1)) for child in children}
+    return tuple(map(unpack, children)) if kind[0] == "(" else list(map(unpack, children))
 
 
 def dot_colour(pixmaps):

@@ -7,6 +7,7 @@ left behind is swept at the next start.
 import json
 import os
 import re
+import shlex
 import shutil
 import subprocess
 import tempfile
@@ -24,6 +25,12 @@ ENDPOINT_NAMES = [urlsplit(url).hostname for url in settings.ENDPOINTS]
 ENDPOINT_ADDRESSES = ["198.51.100.10", "203.0.113.10"]
 PORTAL_NAME, PORTAL_ADDRESS = "portal.example", "198.51.100.80"
 DNS_ADDRESS = "198.51.100.53"
+
+# a project that itself stands below /tmp must not vanish behind a namespace's own /tmp
+PROJECT_FOLDERS = {path.parts[2] for path in (Path(__file__), settings.PROGRAM, settings.LINK, settings.SHOTS)
+                   if path.is_relative_to("/tmp")}
+KEEP_PROJECT = " ".join(f'mkdir -p "$0"/{shlex.quote(name)} && mount --bind /tmp/{shlex.quote(name)} "$0"/{shlex.quote(name)} &&'
+                        for name in sorted(PROJECT_FOLDERS))
 
 
 def why_impossible():
@@ -163,8 +170,8 @@ class Namespace:
 
     def inside(self, command):
         """The command line that runs `command` in here."""
-        enter = ["ip", "netns", "exec", self.name, "sh", "-c", 'mount --bind "$0" /tmp && exec "$@"', self.tmp]
-        return [*enter, *command]
+        return ["ip", "netns", "exec", self.name, "sh", "-c", f'{KEEP_PROJECT} mount --rbind "$0" /tmp && exec "$@"', self.tmp,
+                *command]
 
     def run(self, command, **options):
         return subprocess.run(self.inside(command), **{"check": True, "env": settings.BARE_ENVIRONMENT} | options)

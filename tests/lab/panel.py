@@ -13,7 +13,7 @@ from gi.repository import GLib
 WIDTH, HEIGHT = 1024, 480
 DISPLAY = ":0"
 PANEL_HEIGHT = 40  # no panel here is higher; the dot is looked for in this strip at the top
-SMALLEST_DOT = 12  # pixels
+SMALLEST_DOT = 8  # pixels inside its edge
 
 XFCE_PANEL = """<?xml version="1.0" encoding="UTF-8"?>
 <channel name="xfce4-panel" version="1.0">
@@ -42,6 +42,8 @@ enabled-extensions=['ubuntu-appindicators@ubuntu.com']
 welcome-dialog-last-shown-version='100'
 [org/gnome/desktop/interface]
 enable-animations=false
+[org/gnome/desktop/lockdown]
+disable-lock-screen=true
 """
 
 
@@ -62,10 +64,9 @@ KINDS = {
 
 
 class Picture:
-    """A screenshot, kept as a PNG file."""
+    """A screenshot."""
 
     def __init__(self, path):
-        self.path = path
         self._data = subprocess.run(["convert", str(path), "-depth", "8", "rgb:-"], check=True, capture_output=True,
                                     env=settings.BARE_ENVIRONMENT).stdout
 
@@ -74,11 +75,13 @@ class Picture:
         return self._data[at:at + 3]
 
     def dot(self, colour):
-        """The middle of the vividly coloured pixels in the panel's strip, or None."""
-        found = [(x, y) for y in range(PANEL_HEIGHT) for x in range(WIDTH) if _vivid(colour, *self.pixel(x, y))]
-        if len(found) < SMALLEST_DOT:
+        """The middle of a solid spot of this colour in the panel's strip, or None."""
+        strip = {(x, y) for y in range(PANEL_HEIGHT) for x in range(WIDTH) if _is_dot_colour(colour, *self.pixel(x, y))}
+        # the smooth edges of letters have every shade, but never beside their like on all sides
+        solid = [(x, y) for x, y in strip if strip.issuperset(((x - 1, y), (x + 1, y), (x, y - 1), (x, y + 1)))]
+        if len(solid) < SMALLEST_DOT:
             return None
-        return tuple(sum(axis) // len(found) for axis in zip(*found))
+        return tuple(sum(axis) // len(solid) for axis in zip(*solid))
 
     def difference(self, other):
         """(width, height) of the smallest rectangle below the panel that holds all pixels that differ."""
@@ -86,9 +89,11 @@ class Picture:
         return tuple(max(axis) - min(axis) + 1 for axis in zip(*changed)) if changed else (0, 0)
 
 
-def _vivid(colour, red, green, blue):
-    saturated = max(red, green, blue) - min(red, green, blue) > 90
-    return (saturated or colour == "gray") and colour_class(red, green, blue) == colour
+def _is_dot_colour(colour, red, green, blue):
+    """More than a hint of the colour; for gray neither black nor white, as panels and their text are."""
+    strongest, weakest = max(red, green, blue), min(red, green, blue)
+    telling = 110 < strongest < 190 if colour == "gray" else strongest - weakest > 90
+    return telling and colour_class(red, green, blue) == colour
 
 
 class Panel:
@@ -120,6 +125,9 @@ class Panel:
         for command in self._kind.commands:
             self._start(*command)
         wait_until(self._has_host, 60, f"{kind} has a host for status items")
+        self.wait_until_still()
+        self.press("Escape")  # out of the overview with which some greet
+        self.wait_until_still()
         lab.program.environment |= {"DBUS_SESSION_BUS_ADDRESS": bus.address, "DISPLAY": DISPLAY,
                                     "XDG_CURRENT_DESKTOP": self._kind.desktop, "QT_QPA_PLATFORM": "xcb"}
 
@@ -140,15 +148,26 @@ class Panel:
         self._client.run(command, env=self._environment)
 
     def shot(self, name):
-        """A picture of the screen, kept as NAME.png among the build's shots."""
+        """A picture of the screen, kept as PANEL-NAME.png among the build's shots."""
         settings.SHOTS.mkdir(parents=True, exist_ok=True)
-        path = settings.SHOTS / f"{self._name}-{name}.png"
+        return self._picture(settings.SHOTS / f"{self._name}-{name}.png")
+
+    def _picture(self, path):
         self._run("import", "-window", "root", str(path))
         return Picture(path)
 
-    def dot(self, colour, within, name):
+    def wait_for_dot(self, colour, within, name):
         """Where the dot of this colour is, as soon as it is there; the picture that shows it is kept."""
         return wait_until(lambda: self.shot(name).dot(colour), within, f"a {colour} dot in the panel")
+
+    def wait_until_still(self):
+        """Until nothing moves below the panel."""
+        def still():
+            before = self._picture(self._home / "before.png")
+            time.sleep(0.5)
+            return self._picture(self._home / "after.png").difference(before) == (0, 0)
+
+        wait_until(still, 20, "nothing moves any more")
 
     def click(self, place):
         self._run("xdotool", "mousemove", *map(str, place), "click", "1")
@@ -156,10 +175,6 @@ class Panel:
     def press(self, *keys):
         self._run("xdotool", "key", "--delay", "60", *keys)
 
-    def menu_was_opened(self):
-        """Whether the panel told the item that its menu is open."""
-        return 'string "opened"' in self._bus_log.read_text()
-
-    def settle(self, seconds=1.0):
-        """Lets it draw."""
-        time.sleep(seconds)
+    def openings(self):
+        """How often the panel has told the item so far that it opens its menu."""
+        return self._bus_log.read_text().count("member=AboutToShow")

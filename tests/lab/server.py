@@ -45,7 +45,12 @@ class Behaviour:
     delay: float = 0  # seconds from the request to the answer
     status: int = 204
     headers: list = field(default_factory=list)  # pairs
+    padding: int = 0  # bytes of one header more
     body: str = ""
+
+    def all_headers(self):
+        padding = [("x-padding", "x" * self.padding)] if self.padding else []
+        return [*(tuple(pair) for pair in self.headers), *padding]
 
 
 class Records:
@@ -84,7 +89,7 @@ class HTTP1:
 
     @staticmethod
     def answer(_stream, behaviour):
-        lines = [f"HTTP/1.1 {behaviour.status} Lab", *(f"{name}: {value}" for name, value in behaviour.headers)]
+        lines = [f"HTTP/1.1 {behaviour.status} Lab", *(f"{name}: {value}" for name, value in behaviour.all_headers())]
         if behaviour.body:
             lines.append(f"content-length: {len(behaviour.body)}")
         return ("\r\n".join(lines) + "\r\n\r\n" + behaviour.body).encode("latin-1")
@@ -122,7 +127,7 @@ class HTTP2:
         return None
 
     def answer(self, stream, behaviour):
-        headers = [(":status", str(behaviour.status)), *(tuple(pair) for pair in behaviour.headers)]
+        headers = [(":status", str(behaviour.status)), *behaviour.all_headers()]
         with suppress(h2.exceptions.ProtocolError):  # the client may have reset the stream meanwhile
             self._h2.send_headers(stream, headers, end_stream=not behaviour.body)
             if behaviour.body:

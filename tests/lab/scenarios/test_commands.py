@@ -51,7 +51,7 @@ def test_paused_is_gray_and_silent_and_a_resume_checks_at_once(lab):
 
 
 def test_check_connection_now_does_not_wait_for_the_next_cycle(lab):
-    lab.link.set(rtt_ms=200)
+    lab.link.set(rtt_ms=100)
     lab.start()
     time.sleep(1)
     clicked = time.monotonic()

@@ -39,6 +39,7 @@ def test_a_start_with_one_dead_endpoint_turns_green(lab, how):
 def test_both_silent_turns_yellow_then_red_then_alternates_until_they_are_back(lab):
     lab.link.set(rtt_ms=20)
     lab.start()
+    time.sleep(1)  # the slower endpoint's connection is there too, and nothing is under way
     lab.link.reset()
     for endpoint in lab.servers.both:
         kill(lab, endpoint, "silent")

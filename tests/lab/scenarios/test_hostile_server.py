@@ -19,8 +19,7 @@ def test_no_cookie_is_ever_sent_back(lab):
 
 
 @pytest.mark.parametrize("protocol", ["h2", "http/1.1"])
-@pytest.mark.parametrize("flood", [{"headers": {"x-large": "x" * 70_000}}, {"answer": "endless"}],
-                         ids=["large header", "endless headers"])
+@pytest.mark.parametrize("flood", [{"padding": 70_000}, {"answer": "endless"}], ids=["large", "endless"])
 def test_a_flood_of_headers_is_a_failure_and_takes_no_memory(lab, flood, protocol):
     lab.start()
     before = lab.program.private_kb()
