@@ -7,7 +7,8 @@
 namespace skylet {
 
 /// The running program as others on the session bus may address it (org.freedesktop.Application, Desktop Entry
-/// Specification, "D-Bus Activation"). It opens no files and offers no actions; those requests are answered and ignored.
+/// Specification, "D-Bus Activation"). It opens no files and offers no actions; those requests are answered and
+/// ignored.
 class ApplicationInterface : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Application")

@@ -60,9 +60,9 @@ struct PathState {
     bool operator==(const PathState&) const = default;
 };
 
-/// Judges `routes` (in any order) against the links they lead through. A usable one is a unicast route with at least one
-/// hop that is not dead through a link that is up and running. A hop whose link is not told (a kernel that keeps next-hop
-/// objects to itself) counts as usable: a needless probe costs less than an indicator that stays red for ever.
+/// Judges `routes` (in any order) against the links they lead through. A usable one is a unicast route with at least
+/// one hop that is not dead through a link that is up and running. A hop whose link is not told (a kernel that keeps
+/// next-hop objects to itself) counts as usable: a needless probe costs less than an indicator that stays red for ever.
 PathState pathState(std::vector<DefaultRoute> routes, const LinkFlags& links);
 
 } // namespace skylet

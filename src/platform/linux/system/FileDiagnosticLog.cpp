@@ -34,15 +34,15 @@ bool writeAll(int descriptor, const QByteArray& text) {
     return true;
 }
 
-/// Puts a file with `text` in the place of `path` in one step. With RENAME_NOREPLACE in `flags` whatever is there stays.
+/// Puts a file with `text` in the place of `path` in one step. With RENAME_NOREPLACE in `flags` whatever is there
+/// stays.
 void writeWholeFile(const std::string& path, const QByteArray& text, unsigned flags) {
     std::string temporaryPath = path + ".XXXXXX";
     const FileDescriptor file(mkostemp(temporaryPath.data(), O_CLOEXEC));
     if (!file.isValid()) {
         return;
     }
-    if (!writeAll(file.get(), text) ||
-        renameat2(AT_FDCWD, temporaryPath.c_str(), AT_FDCWD, path.c_str(), flags) != 0) {
+    if (!writeAll(file.get(), text) || renameat2(AT_FDCWD, temporaryPath.c_str(), AT_FDCWD, path.c_str(), flags) != 0) {
         unlink(temporaryPath.c_str());
     }
 }

@@ -88,6 +88,12 @@ void IniUserDefaults::setBool(bool value, const QString& key) {
         }
     }
     QSettings settings(path_, QSettings::IniFormat);
+    // A file that may be written in a folder that may not is written in place.
+    settings.setAtomicSyncRequired(false);
+    // Otherwise QSettings would remember for the rest of the process what it could not store.
+    if (!settings.isWritable()) {
+        return;
+    }
     settings.setValue(key, QString(value ? trueText : falseText));
     settings.sync();
 }

@@ -5,8 +5,8 @@
 namespace skylet {
 
 /// The choices as text in an INI file, `key=true` or `key=false`; any other text is not a Bool. A file that is no such
-/// text, or no file at all, counts as empty and stays untouched until something is stored; it is then kept under its name
-/// with ".corrupt" appended.
+/// text, or no file at all, counts as empty and stays untouched until something is stored; it is then kept under its
+/// name with ".corrupt" appended.
 class IniUserDefaults : public UserDefaults {
   public:
     /// The file need not exist, nor its folder.

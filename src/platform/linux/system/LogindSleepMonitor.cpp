@@ -20,8 +20,8 @@ constexpr QLatin1StringView localPath("/org/freedesktop/DBus/Local");
 constexpr QLatin1StringView localInterface("org.freedesktop.DBus.Local");
 constexpr QLatin1StringView disconnectedSignal("Disconnected");
 
-/// Sends `message` and calls `consume` with the answer, from the event loop. The answer, and a descriptor in it, is gone
-/// soon after whether or not anybody still wants it.
+/// Sends `message` and calls `consume` with the answer, from the event loop. The answer, and a descriptor in it, is
+/// gone soon after whether or not anybody still wants it.
 template <typename Reply, typename Consumer>
 void ask(const QDBusConnection& bus, QObject& owner, const QDBusMessage& message, Consumer consume) {
     auto* call = new QDBusPendingCallWatcher(bus.asyncCall(message), &owner);
@@ -122,8 +122,7 @@ void LogindSleepMonitor::requestInhibitor() {
     message << QStringLiteral("sleep") << QStringLiteral("Skylet")
             << QStringLiteral("Stops its connection checks before the system is suspended") << QStringLiteral("delay");
     ask<QDBusPendingReply<QDBusUnixFileDescriptor>>(
-        bus_, *this, message,
-        inhibitorRequest_.guard([this](const QDBusPendingReply<QDBusUnixFileDescriptor>& reply) {
+        bus_, *this, message, inhibitorRequest_.guard([this](const QDBusPendingReply<QDBusUnixFileDescriptor>& reply) {
             // Refused: the announcements come all the same, only the suspend does not wait.
             if (!reply.isError()) {
                 inhibitor_ = reply.value();
@@ -137,7 +136,9 @@ void LogindSleepMonitor::prepareForSleep(bool sleeping) {
     }
 }
 
-void LogindSleepMonitor::busLost() { followOwner(QString()); }
+void LogindSleepMonitor::busLost() {
+    followOwner(QString());
+}
 
 void LogindSleepMonitor::goToSleep() {
     asleep_ = true;

@@ -21,18 +21,17 @@ using namespace netlink;
 // Only a table that changes while it is read needs a second attempt.
 constexpr int maximumAttempts = 4;
 
-// Kinds (IFLA_INFO_KIND) that bundle ports or wrap what they carry into packets of their own. Their bytes are counted by
-// another interface too although the kernel names none.
+// Kinds (IFLA_INFO_KIND) that bundle ports or wrap what they carry into packets of their own. Their bytes are counted
+// by another interface too although the kernel names none.
 constexpr std::array stackedKinds = {
-    std::string_view("bareudp"),   std::string_view("batadv"), std::string_view("bond"),
-    std::string_view("bridge"),    std::string_view("erspan"), std::string_view("geneve"),
-    std::string_view("gre"),       std::string_view("gretap"), std::string_view("gtp"),
-    std::string_view("hsr"),       std::string_view("ip6erspan"),
-    std::string_view("ip6gre"),    std::string_view("ip6gretap"),
-    std::string_view("ip6tnl"),    std::string_view("ipip"),   std::string_view("openvswitch"),
-    std::string_view("ovpn"),      std::string_view("sit"),    std::string_view("team"),
-    std::string_view("vrf"),       std::string_view("vti"),    std::string_view("vti6"),
-    std::string_view("vxlan"),     std::string_view("wireguard")};
+    std::string_view("bareudp"),     std::string_view("batadv"),    std::string_view("bond"),
+    std::string_view("bridge"),      std::string_view("erspan"),    std::string_view("geneve"),
+    std::string_view("gre"),         std::string_view("gretap"),    std::string_view("gtp"),
+    std::string_view("hsr"),         std::string_view("ip6erspan"), std::string_view("ip6gre"),
+    std::string_view("ip6gretap"),   std::string_view("ip6tnl"),    std::string_view("ipip"),
+    std::string_view("openvswitch"), std::string_view("ovpn"),      std::string_view("sit"),
+    std::string_view("team"),        std::string_view("vrf"),       std::string_view("vti"),
+    std::string_view("vti6"),        std::string_view("vxlan"),     std::string_view("wireguard")};
 
 std::string_view text(const nlattr& attribute) {
     const Bytes bytes = payload(attribute);
@@ -83,12 +82,12 @@ std::optional<std::vector<InterfaceCounter>> readOnce(bool& interrupted) {
         if (size < 0) {
             return std::nullopt;
         }
-        progress = socket->read(std::span(buffer).first(static_cast<std::size_t>(size)),
-                                [&counters](const nlmsghdr& message) {
-                                    if (auto counter = parseInterfaceCounter(message)) {
-                                        counters.push_back(std::move(*counter));
-                                    }
-                                });
+        progress =
+            socket->read(std::span(buffer).first(static_cast<std::size_t>(size)), [&counters](const nlmsghdr& message) {
+                if (auto counter = parseInterfaceCounter(message)) {
+                    counters.push_back(std::move(*counter));
+                }
+            });
     }
     interrupted = progress == NetlinkSocket::Progress::interrupted;
     return progress == NetlinkSocket::Progress::complete ? std::optional(std::move(counters)) : std::nullopt;

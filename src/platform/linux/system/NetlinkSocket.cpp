@@ -26,7 +26,8 @@ nlmsghdr* beginRequest(std::span<char> buffer, std::uint16_t type) {
 } // namespace
 
 std::optional<NetlinkSocket> NetlinkSocket::open(Mode mode) {
-    mnl_socket* handle = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | (mode == Mode::nonBlocking ? SOCK_NONBLOCK : 0));
+    mnl_socket* handle =
+        mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | (mode == Mode::nonBlocking ? SOCK_NONBLOCK : 0));
     if (handle == nullptr) {
         return std::nullopt;
     }
@@ -66,8 +67,8 @@ ssize_t NetlinkSocket::receive(std::span<char> buffer) {
 }
 
 NetlinkSocket::Progress NetlinkSocket::read(std::span<const char> datagram, mnl_cb_t callback, void* data) const {
-    const int result = mnl_cb_run(datagram.data(), datagram.size(), sequence_, mnl_socket_get_portid(socket_.get()),
-                                  callback, data);
+    const int result =
+        mnl_cb_run(datagram.data(), datagram.size(), sequence_, mnl_socket_get_portid(socket_.get()), callback, data);
     if (result < 0) {
         return errno == EINTR ? Progress::interrupted : Progress::failed;
     }

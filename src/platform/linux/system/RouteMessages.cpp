@@ -20,7 +20,9 @@ NetworkAddress address(Bytes bytes) {
     return result;
 }
 
-bool isDead(unsigned hopFlags) { return (hopFlags & (RTNH_F_DEAD | RTNH_F_LINKDOWN)) != 0; }
+bool isDead(unsigned hopFlags) {
+    return (hopFlags & (RTNH_F_DEAD | RTNH_F_LINKDOWN)) != 0;
+}
 
 void readGateway(const nlattr& attribute, NextHop& hop) {
     if (mnl_attr_get_type(&attribute) == RTA_GATEWAY) {
@@ -78,32 +80,32 @@ std::optional<DefaultRoute> parseDefaultRoute(const nlmsghdr& message) {
     NextHop onlyHop;
     onlyHop.dead = isDead(head->rtm_flags);
     forEachAttribute(attributes<rtmsg>(message), [&route, &onlyHop](const nlattr& attribute) {
-                         switch (mnl_attr_get_type(&attribute)) {
-                         case RTA_TABLE:
-                             route.table = number<std::uint32_t>(attribute);
-                             break;
-                         case RTA_PRIORITY:
-                             route.priority = number<std::uint32_t>(attribute);
-                             break;
-                         case RTA_PREF:
-                             route.routerPreference = number<std::uint8_t>(attribute);
-                             break;
-                         case RTA_PREFSRC:
-                             route.preferredSource = address(payload(attribute));
-                             break;
-                         case RTA_NH_ID:
-                             route.nextHopId = number<std::uint32_t>(attribute);
-                             break;
-                         case RTA_OIF:
-                             onlyHop.interface = number<std::uint32_t>(attribute);
-                             break;
-                         case RTA_MULTIPATH:
-                             route.nextHops = multipath(payload(attribute));
-                             break;
-                         default:
-                             readGateway(attribute, onlyHop);
-                         }
-                     });
+        switch (mnl_attr_get_type(&attribute)) {
+        case RTA_TABLE:
+            route.table = number<std::uint32_t>(attribute);
+            break;
+        case RTA_PRIORITY:
+            route.priority = number<std::uint32_t>(attribute);
+            break;
+        case RTA_PREF:
+            route.routerPreference = number<std::uint8_t>(attribute);
+            break;
+        case RTA_PREFSRC:
+            route.preferredSource = address(payload(attribute));
+            break;
+        case RTA_NH_ID:
+            route.nextHopId = number<std::uint32_t>(attribute);
+            break;
+        case RTA_OIF:
+            onlyHop.interface = number<std::uint32_t>(attribute);
+            break;
+        case RTA_MULTIPATH:
+            route.nextHops = multipath(payload(attribute));
+            break;
+        default:
+            readGateway(attribute, onlyHop);
+        }
+    });
     if (route.table == RT_TABLE_LOCAL) {
         return std::nullopt;
     }

@@ -19,7 +19,9 @@ constexpr unsigned doNotQueue = 4;
 constexpr unsigned primaryOwner = 1;
 constexpr unsigned alreadyOwner = 4;
 
-int remaining(const QDeadlineTimer& deadline) { return static_cast<int>(std::max<qint64>(deadline.remainingTime(), 1)); }
+int remaining(const QDeadlineTimer& deadline) {
+    return static_cast<int>(std::max<qint64>(deadline.remainingTime(), 1));
+}
 
 /// Empty optional: no answer.
 std::optional<bool> takeName(const QDBusConnection& bus, const QDeadlineTimer& deadline) {
@@ -55,7 +57,9 @@ SingleInstance::SingleInstance(const QDBusConnection& bus, std::function<void()>
     QObject::connect(interface, &ApplicationInterface::activated, interface, std::move(onActivated));
 }
 
-SingleInstance::~SingleInstance() { bus_.unregisterObject(QString::fromLatin1(objectPath)); }
+SingleInstance::~SingleInstance() {
+    bus_.unregisterObject(QString::fromLatin1(objectPath));
+}
 
 SingleInstance::Role SingleInstance::claim(std::chrono::milliseconds patience) {
     const QDeadlineTimer deadline(patience);

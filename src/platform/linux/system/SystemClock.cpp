@@ -4,8 +4,12 @@
 
 namespace skylet {
 
-Seconds SystemClock::systemUptime() const { return std::chrono::steady_clock::now().time_since_epoch(); }
+Seconds SystemClock::systemUptime() const {
+    return std::chrono::steady_clock::now().time_since_epoch();
+}
 
-QDateTime SystemClock::currentDate() const { return QDateTime::currentDateTimeUtc(); }
+QDateTime SystemClock::currentDate() const {
+    return QDateTime::currentDateTimeUtc();
+}
 
 } // namespace skylet

@@ -11,9 +11,9 @@
 namespace skylet {
 
 /// Turns the requests of the system to end (SIGTERM, SIGINT, SIGHUP) into one call from the event loop, however many of
-/// them come. A second SIGTERM or SIGINT ends the process at once, so that a shut-down that hangs can be ended; a SIGHUP
-/// does not, since session managers send it right behind the first signal. A signal that the process was started to
-/// ignore (nohup) stays ignored, and child processes inherit nothing of this. One object at a time.
+/// them come. A second SIGTERM or SIGINT ends the process at once, so that a shut-down that hangs can be ended; a
+/// SIGHUP does not, since session managers send it right behind the first signal. A signal that the process was started
+/// to ignore (nohup) stays ignored, and child processes inherit nothing of this. One object at a time.
 class UnixSignals {
   public:
     explicit UnixSignals(std::function<void()> onTerminationRequest);

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QDeadlineTimer>
+#include <QEventLoop>
+#include <QTimer>
+
+#include <chrono>
+
+namespace skylet::test {
+
+/// Runs the event loop until `condition` holds; false when it did not within `patience`.
+template <typename Condition>
+bool waitUntil(Condition condition, std::chrono::milliseconds patience = std::chrono::seconds(5)) {
+    const QDeadlineTimer deadline(patience);
+    QEventLoop loop;
+    QTimer poll;
+    poll.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (condition() || deadline.hasExpired()) {
+            loop.quit();
+        }
+    });
+    poll.start(std::chrono::milliseconds(1));
+    loop.exec();
+    return condition();
+}
+
+/// Runs the event loop for `duration`.
+inline void runFor(std::chrono::milliseconds duration) {
+    waitUntil([] { return false; }, duration);
+}
+
+} // namespace skylet::test

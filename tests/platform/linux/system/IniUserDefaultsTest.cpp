@@ -1,0 +1,215 @@
+#include "platform/linux/system/IniUserDefaults.h"
+
+#include "UnprivilegedUser.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+namespace skylet::test {
+
+namespace {
+
+const auto key = QStringLiteral("showTraffic");
+
+class IniUserDefaultsTest : public testing::Test {
+  protected:
+    void SetUp() override { ASSERT_TRUE(folder_.isValid()); }
+
+    void write(const QByteArray& text) const {
+        QFile file(path_);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        ASSERT_EQ(file.write(text), text.size());
+    }
+
+    QByteArray content(const QString& suffix = QString()) const {
+        QFile file(path_ + suffix);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArrayLiteral("(not readable)");
+    }
+
+    bool exists(const QString& suffix) const { return QFile::exists(path_ + suffix); }
+
+    std::optional<bool> stored() const { return IniUserDefaults(path_).boolForKey(key); }
+
+    /// What is read when the file holds `value` under the key.
+    std::optional<bool> storedAs(const QByteArray& value) {
+        write("[General]\nshowTraffic=" + value + "\n");
+        return stored();
+    }
+
+    void expectToCountAsEmptyAndToBeKept(const QByteArray& text) {
+        write(text);
+        EXPECT_EQ(stored(), std::nullopt);
+        EXPECT_EQ(content(), text) << "reading leaves it as it is";
+        EXPECT_FALSE(exists(corrupt));
+        IniUserDefaults(path_).setBool(true, QStringLiteral("didOnboard"));
+        EXPECT_EQ(content(), "[General]\ndidOnboard=true\n");
+        EXPECT_EQ(content(corrupt), text);
+        ASSERT_TRUE(QFile::remove(path_ + corrupt));
+    }
+
+    const QString corrupt = QStringLiteral(".corrupt");
+    const QTemporaryDir folder_;
+    const QString path_ = folder_.filePath(QStringLiteral("skylet.ini"));
+};
+
+} // namespace
+
+TEST_F(IniUserDefaultsTest, StandsInTheUsersConfigurationFolder) {
+    const QByteArray before = qgetenv("XDG_CONFIG_HOME");
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(folder_.path()));
+    EXPECT_EQ(IniUserDefaults::defaultPath(), folder_.filePath(QStringLiteral("skylet/skylet.ini")));
+    before.isNull() ? qunsetenv("XDG_CONFIG_HOME") : qputenv("XDG_CONFIG_HOME", before);
+}
+
+TEST_F(IniUserDefaultsTest, NothingIsStoredAtFirst) {
+    EXPECT_EQ(stored(), std::nullopt);
+    EXPECT_FALSE(exists(QString())) << "asking makes no file";
+}
+
+TEST_F(IniUserDefaultsTest, WhatIsStoredIsReadBack) {
+    IniUserDefaults defaults(path_);
+    for (const bool value : {true, false, true}) {
+        defaults.setBool(value, key);
+        EXPECT_EQ(defaults.boolForKey(key), value);
+        EXPECT_EQ(stored(), value) << "and by another object";
+    }
+}
+
+TEST_F(IniUserDefaultsTest, IsStoredAtOnceAsLiteralText) {
+    IniUserDefaults defaults(path_);
+    defaults.setBool(false, key);
+    EXPECT_EQ(content(), "[General]\nshowTraffic=false\n");
+    defaults.setBool(true, QStringLiteral("didOnboard"));
+    EXPECT_EQ(content(), "[General]\ndidOnboard=true\nshowTraffic=false\n");
+}
+
+TEST_F(IniUserDefaultsTest, MakesTheFoldersItNeeds) {
+    const QString deep = folder_.filePath(QStringLiteral("not/yet/there/skylet.ini"));
+    IniUserDefaults(deep).setBool(true, key);
+    EXPECT_EQ(IniUserDefaults(deep).boolForKey(key), true);
+}
+
+TEST_F(IniUserDefaultsTest, KeepsWhatOthersStoredInTheFile) {
+    write("[General]\nother=1\n\n[group]\nx=y\n");
+    IniUserDefaults(path_).setBool(true, key);
+    EXPECT_EQ(content(), "[General]\nother=1\nshowTraffic=true\n\n[group]\nx=y\n");
+    EXPECT_FALSE(exists(corrupt));
+}
+
+TEST_F(IniUserDefaultsTest, SeesWhatTheUserChangedByHand) {
+    IniUserDefaults defaults(path_);
+    defaults.setBool(true, key);
+    write("; mine\n# too\r\n[General]\r\nshowTraffic = false\n");
+    EXPECT_EQ(defaults.boolForKey(key), false);
+}
+
+TEST_F(IniUserDefaultsTest, OnlyTheLiteralTextsCountAsBool) {
+    EXPECT_EQ(storedAs("true"), true);
+    EXPECT_EQ(storedAs("false"), false);
+    for (const QByteArray text : {"", "1", "0", "True", "TRUE", "yes", "tr", "truee", "true, false", "@ByteArray(true)",
+                                  "@Variant(\\0\\0\\0\\x1\\x1)", "@Invalid()"}) {
+        EXPECT_EQ(storedAs(text), std::nullopt) << text.constData();
+    }
+}
+
+TEST_F(IniUserDefaultsTest, AnEmptyFileIsSound) {
+    write("");
+    IniUserDefaults(path_).setBool(true, key);
+    EXPECT_EQ(stored(), true);
+    EXPECT_FALSE(exists(corrupt));
+}
+
+TEST_F(IniUserDefaultsTest, BinaryJunkCountsAsEmptyAndIsKept) {
+    QByteArray junk;
+    for (int i = 0; i < 4096; ++i) {
+        junk.append(static_cast<char>(i * 7919 >> 3));
+    }
+    expectToCountAsEmptyAndToBeKept(junk);
+    expectToCountAsEmptyAndToBeKept(QByteArray(512, '\0'));
+    expectToCountAsEmptyAndToBeKept("\xff\xfe=\x80\x81\n");
+}
+
+TEST_F(IniUserDefaultsTest, AFileThatWasCutOffOrOverwrittenInPartCountsAsEmptyAndIsKept) {
+    expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\n" + QByteArray(64, '\0'));
+    expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\ndidOnb");
+    expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\nx=\xff\xfe\n");
+    expectToCountAsEmptyAndToBeKept("[General\nshowTraffic=true\n");
+    expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\n=true\n");
+}
+
+TEST_F(IniUserDefaultsTest, AFileFarTooLargeCountsAsEmptyAndIsKept) {
+    expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\n" + QByteArray("; long\n").repeated(20'000));
+}
+
+TEST_F(IniUserDefaultsTest, WhatAnEarlierObjectReadDoesNotOutliveTheCorruption) {
+    IniUserDefaults defaults(path_);
+    defaults.setBool(true, key);
+    write("garbage\n");
+    EXPECT_EQ(defaults.boolForKey(key), std::nullopt);
+    defaults.setBool(false, QStringLiteral("didOnboard"));
+    EXPECT_EQ(content(), "[General]\ndidOnboard=false\n");
+}
+
+TEST_F(IniUserDefaultsTest, TheLatestCorruptFileReplacesAnOlderOne) {
+    write("first\n");
+    IniUserDefaults(path_).setBool(true, key);
+    write("second\n");
+    IniUserDefaults(path_).setBool(true, key);
+    EXPECT_EQ(content(corrupt), "second\n");
+    EXPECT_EQ(stored(), true);
+}
+
+TEST_F(IniUserDefaultsTest, AFolderInItsPlaceCountsAsEmptyAndIsKept) {
+    ASSERT_TRUE(QDir().mkpath(path_ + QStringLiteral("/inside")));
+    EXPECT_EQ(stored(), std::nullopt);
+    EXPECT_TRUE(QDir(path_).exists(QStringLiteral("inside")));
+    IniUserDefaults(path_).setBool(true, key);
+    EXPECT_EQ(stored(), true);
+    EXPECT_TRUE(QDir(path_ + corrupt).exists(QStringLiteral("inside")));
+}
+
+TEST_F(IniUserDefaultsTest, APipeInItsPlaceIsNotWaitedFor) {
+    ASSERT_EQ(mkfifo(QFile::encodeName(path_).constData(), 0600), 0);
+    EXPECT_EQ(stored(), std::nullopt);
+    IniUserDefaults(path_).setBool(true, key);
+    EXPECT_EQ(stored(), true);
+}
+
+TEST_F(IniUserDefaultsTest, WhatCannotBeMovedOutOfTheWayIsNotOverwritten) {
+    ASSERT_TRUE(QDir().mkpath(path_ + corrupt + QStringLiteral("/occupied")));
+    write("garbage\n");
+    IniUserDefaults(path_).setBool(true, key);
+    EXPECT_EQ(content(), "garbage\n");
+}
+
+TEST_F(IniUserDefaultsTest, AFileThatMayNotBeReadCountsAsEmptyAndIsKept) {
+    ASSERT_EQ(chmod(QFile::encodeName(folder_.path()).constData(), 0777), 0);
+    const UnprivilegedUser user;
+    ASSERT_TRUE(user.isReady());
+    write("[General]\nshowTraffic=true\n");
+    ASSERT_EQ(chmod(QFile::encodeName(path_).constData(), 0200), 0);
+    EXPECT_EQ(stored(), std::nullopt);
+    IniUserDefaults(path_).setBool(false, key);
+    EXPECT_EQ(stored(), false);
+    ASSERT_EQ(chmod(QFile::encodeName(path_ + corrupt).constData(), 0600), 0);
+    EXPECT_EQ(content(corrupt), "[General]\nshowTraffic=true\n");
+}
+
+TEST_F(IniUserDefaultsTest, AFolderThatMayNotBeWrittenToIsNoMatter) {
+    write("[General]\nshowTraffic=true\n");
+    ASSERT_EQ(chmod(QFile::encodeName(folder_.path()).constData(), 0555), 0);
+    {
+        const UnprivilegedUser user;
+        ASSERT_TRUE(user.isReady());
+        IniUserDefaults(path_).setBool(false, key);
+        EXPECT_EQ(stored(), true) << "what was stored before still counts";
+    }
+    ASSERT_EQ(chmod(QFile::encodeName(folder_.path()).constData(), 0700), 0);
+    EXPECT_EQ(content(), "[General]\nshowTraffic=true\n");
+}
+
+} // namespace skylet::test

@@ -1,0 +1,80 @@
+#include "NetworkNamespace.h"
+
+#include <QFile>
+#include <QProcess>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace skylet::test {
+
+namespace {
+
+bool writeFile(const QString& path, const QByteArray& text) {
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.flush();
+}
+
+/// In a user namespace of its own the process is root and may make network namespaces.
+bool becomeRootOfOwn() {
+    const uid_t user = geteuid();
+    const gid_t group = getegid();
+    return unshare(CLONE_NEWUSER) == 0 && writeFile(QStringLiteral("/proc/self/setgroups"), "deny") &&
+           writeFile(QStringLiteral("/proc/self/uid_map"), "0 " + QByteArray::number(user) + " 1") &&
+           writeFile(QStringLiteral("/proc/self/gid_map"), "0 " + QByteArray::number(group) + " 1");
+}
+
+QProcess& finish(QProcess& process) {
+    process.waitForFinished();
+    return process;
+}
+
+} // namespace
+
+std::unique_ptr<NetworkNamespace> NetworkNamespace::enter(QString& reason) {
+    FileDescriptor outside(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
+    if (unshare(CLONE_NEWNET) != 0 && !(errno == EPERM && becomeRootOfOwn() && unshare(CLONE_NEWNET) == 0)) {
+        reason = QStringLiteral("no network namespace can be made: ") + QString::fromLocal8Bit(std::strerror(errno));
+        return nullptr;
+    }
+    std::unique_ptr<NetworkNamespace> result(new NetworkNamespace(std::move(outside)));
+    if (!result->ip("link show lo")) {
+        reason = QStringLiteral("ip(8) does not run here");
+        return nullptr;
+    }
+    return result;
+}
+
+NetworkNamespace::~NetworkNamespace() {
+    setns(outside_.get(), CLONE_NEWNET);
+}
+
+bool NetworkNamespace::ip(const char* command) const {
+    QProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.start(QStringLiteral("ip"), QString::fromUtf8(command).split(u' '));
+    return finish(process).exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+}
+
+void NetworkNamespace::batch(const QByteArray& commands) const {
+    QProcess process;
+    process.start(QStringLiteral("ip"), {QStringLiteral("-force"), QStringLiteral("-batch"), QStringLiteral("-")});
+    process.write(commands);
+    process.closeWriteChannel();
+    finish(process);
+}
+
+void NetworkNamespace::addUplink(const char* name, int number) const {
+    const QByteArray here(name);
+    const QByteArray far = here + "-far";
+    const QByteArray net = QByteArray::number(number);
+    batch("link add " + here + " type veth peer name " + far + "\nlink set " + here + " up\nlink set " + far + " up\n" +
+          "addr add 10." + net + ".0.1/24 dev " + here + "\naddr add fd00:" + net + "::1/64 dev " + here + " nodad\n");
+}
+
+} // namespace skylet::test
