@@ -79,7 +79,7 @@ class ConnectionPool::Exchange {
         setOption(easy_, CURLOPT_NOBODY, 1L);
         setOption(easy_, CURLOPT_PROTOCOLS_STR, "https");
         setOption(easy_, CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
-        setOption(easy_, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_2TLS});
+        setOption(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(pool_.version_));
         // Rather share a connection that is still being made than make a second one.
         setOption(easy_, CURLOPT_PIPEWAIT, 1L);
         setOption(easy_, CURLOPT_NOSIGNAL, 1L);
@@ -163,8 +163,9 @@ class ConnectionPool::Task final : public TransferTask {
     std::weak_ptr<Exchange> exchange_;
 };
 
-ConnectionPool::ConnectionPool(CURLSH* share, std::chrono::milliseconds limit, std::function<void()> onSettled)
-    : share_(share), limit_(limit), onSettled_(std::move(onSettled)),
+ConnectionPool::ConnectionPool(CURLSH* share, HttpVersion version, std::chrono::milliseconds limit,
+                               std::function<void()> onSettled)
+    : share_(share), version_(version), limit_(limit), onSettled_(std::move(onSettled)),
       multi_([this](CURL* handle, CURLcode result) { done(handle, result); }) {}
 
 ConnectionPool::~ConnectionPool() {
@@ -227,6 +228,7 @@ void ConnectionPool::done(CURL* handle, CURLcode result) {
         stage_ = Stage::answered;
         exchange->finish(exchange->response(), {});
     } else {
+        malformedHttp2_ = malformedHttp2_ || result == CURLE_HTTP2_STREAM;
         distrust();
         exchange->finish({}, TransferError{QString::fromUtf8(curl_easy_strerror(result))});
     }

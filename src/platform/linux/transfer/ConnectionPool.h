@@ -25,9 +25,16 @@ class ConnectionPool {
     /// Bytes of response head, all interim responses included, after which a transfer fails.
     static constexpr std::size_t headLimitBytes = std::size_t{64} * 1024;
 
+    enum class HttpVersion : long {
+        http1 = CURL_HTTP_VERSION_1_1,
+        /// HTTP/2 where the server speaks it.
+        negotiated = CURL_HTTP_VERSION_2TLS,
+    };
+
     /// `share`: TLS sessions to resume; outlives the pool. `limit`: for one exchange as a whole. `onSettled` is called
     /// from the event loop after a request has ended or the pool has lost its trust.
-    ConnectionPool(CURLSH* share, std::chrono::milliseconds limit, std::function<void()> onSettled);
+    ConnectionPool(CURLSH* share, HttpVersion version, std::chrono::milliseconds limit,
+                   std::function<void()> onSettled);
     ~ConnectionPool();
     ConnectionPool(const ConnectionPool&) = delete;
     ConnectionPool& operator=(const ConnectionPool&) = delete;
@@ -39,6 +46,9 @@ class ConnectionPool {
     /// False once a request has failed here: a connection is used again only while it has never disappointed.
     bool isTrusted() const { return trusted_; }
     void distrust();
+    /// What the pool that follows this one should speak. HTTP/2 forbids answers that HTTP/1.1 gets along with, a body
+    /// after the head of a 204 among them (RFC 9113, 8.1.1); a server that sends those is asked once more in HTTP/1.1.
+    HttpVersion successorVersion() const { return malformedHttp2_ ? HttpVersion::http1 : HttpVersion::negotiated; }
     /// No further request comes: drops what runs on unseen.
     void retire();
     /// Ends every request for its caller.
@@ -64,9 +74,11 @@ class ConnectionPool {
     void settle();
 
     CURLSH* share_;
+    const HttpVersion version_;
     const std::chrono::milliseconds limit_;
     const std::function<void()> onSettled_;
     bool trusted_ = true;
+    bool malformedHttp2_ = false;
     bool retired_ = false;
     Stage stage_ = Stage::nothing;
     /// When a limit last found the newest connection further than before.

@@ -73,13 +73,15 @@ ConnectionPool& CurlTransferSession::poolFor(const QUrl& url) {
         }
     }
     const auto key = poolKey(url);
+    auto version = ConnectionPool::HttpVersion::negotiated;
     if (const auto old = pools_.find(key); old != pools_.end()) {
         if (old->second->isTrusted()) {
             return *old->second;
         }
+        version = old->second->successorVersion();
         retire(old);
     }
-    auto pool = std::make_unique<ConnectionPool>(share_.get(), limit_, lifetime_.guard([this] { sweep(); }));
+    auto pool = std::make_unique<ConnectionPool>(share_.get(), version, limit_, lifetime_.guard([this] { sweep(); }));
     return *pools_.emplace(key, std::move(pool)).first->second;
 }
 
@@ -91,7 +93,10 @@ void CurlTransferSession::retire(Pools::iterator pool) {
 }
 
 void CurlTransferSession::sweep() {
-    std::erase_if(pools_, [](const auto& entry) { return !entry.second->isTrusted() && entry.second->isIdle(); });
+    std::erase_if(pools_, [](const auto& entry) {
+        const auto& pool = *entry.second;
+        return !pool.isTrusted() && pool.isIdle() && pool.successorVersion() == ConnectionPool::HttpVersion::negotiated;
+    });
     std::erase_if(retired_, [](const auto& pool) { return pool->isIdle(); });
 }
 
