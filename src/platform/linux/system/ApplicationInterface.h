@@ -16,7 +16,7 @@ class ApplicationInterface : public QDBusAbstractAdaptor {
   public:
     explicit ApplicationInterface(QObject* owner) : QDBusAbstractAdaptor(owner) {}
 
-  public Q_SLOTS:
+  public Q_SLOTS: // NOLINT(readability-redundant-access-specifiers): moc's
     void Activate(const QVariantMap&) { Q_EMIT activated(); }
     void Open(const QStringList&, const QVariantMap&) {}
     void ActivateAction(const QString&, const QVariantList&, const QVariantMap&) {}

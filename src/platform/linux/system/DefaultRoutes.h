@@ -23,7 +23,7 @@ struct NextHop {
     /// IFF_UP, IFF_RUNNING and IFF_LOWER_UP of the interface; filled in by `pathState`.
     std::uint32_t linkFlags = 0;
 
-    auto operator<=>(const NextHop&) const = default;
+    auto operator<=>(const NextHop&) const = default; // NOLINT(modernize-use-nullptr): clang-tidy 14 misreads it
 };
 
 /// A route to everywhere, reduced to what decides where packets go. Lifetimes and statistics, which change with every
@@ -44,7 +44,7 @@ struct DefaultRoute {
     /// Leads out now; filled in by `pathState`.
     bool usable = false;
 
-    auto operator<=>(const DefaultRoute&) const = default;
+    auto operator<=>(const DefaultRoute&) const = default; // NOLINT(modernize-use-nullptr): likewise
 };
 
 /// Interface index to the interface's IFF_* flags.

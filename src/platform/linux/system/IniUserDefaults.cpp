@@ -15,7 +15,7 @@ namespace skylet {
 namespace {
 
 // Two short lines are what the program stores.
-constexpr qint64 largestSensibleSize = 64 * 1024;
+constexpr qint64 largestSensibleSize = 65'536;
 constexpr QLatin1StringView trueText("true");
 constexpr QLatin1StringView falseText("false");
 

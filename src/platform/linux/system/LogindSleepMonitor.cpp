@@ -34,9 +34,9 @@ void ask(const QDBusConnection& bus, QObject& owner, const QDBusMessage& message
 
 } // namespace
 
-LogindSleepMonitor::LogindSleepMonitor(const QDBusConnection& bus, NetworkEpoch& epoch,
+LogindSleepMonitor::LogindSleepMonitor(QDBusConnection bus, NetworkEpoch& epoch,
                                        std::chrono::milliseconds toleratedAbsence)
-    : bus_(bus), epoch_(epoch) {
+    : bus_(std::move(bus)), epoch_(epoch) {
     watcher_.setConnection(bus_);
     watcher_.setWatchMode(QDBusServiceWatcher::WatchForOwnerChange);
     connect(&watcher_, &QDBusServiceWatcher::serviceOwnerChanged, this,

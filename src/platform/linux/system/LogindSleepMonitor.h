@@ -27,7 +27,7 @@ class LogindSleepMonitor : public QObject, public SleepMonitor {
     static constexpr std::chrono::seconds defaultAbsence{5};
 
     /// `epoch` is advanced right before each `didWake` and outlives the monitor.
-    LogindSleepMonitor(const QDBusConnection& bus, NetworkEpoch& epoch,
+    LogindSleepMonitor(QDBusConnection bus, NetworkEpoch& epoch,
                        std::chrono::milliseconds toleratedAbsence = defaultAbsence);
 
     void start(std::function<void()> willSleep, std::function<void()> didWake) override;
@@ -37,7 +37,7 @@ class LogindSleepMonitor : public QObject, public SleepMonitor {
     void prepareForSleep(bool sleeping);
     void busLost();
 
-  private:
+  private: // NOLINT(readability-redundant-access-specifiers): the one above is moc's
     void findOwner();
     void followOwner(const QString& owner);
     void askWhetherPreparing();

@@ -52,7 +52,7 @@ bool activateOther(const QDBusConnection& bus, const QDeadlineTimer& deadline) {
 
 } // namespace
 
-SingleInstance::SingleInstance(const QDBusConnection& bus, std::function<void()> onActivated) : bus_(bus) {
+SingleInstance::SingleInstance(QDBusConnection bus, std::function<void()> onActivated) : bus_(std::move(bus)) {
     auto* interface = new ApplicationInterface(&object_);
     QObject::connect(interface, &ApplicationInterface::activated, interface, std::move(onActivated));
 }

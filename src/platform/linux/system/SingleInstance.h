@@ -26,7 +26,7 @@ class SingleInstance {
     static constexpr std::chrono::seconds defaultPatience{2};
 
     /// `onActivated` runs from the event loop, for the first alone, each time another start is turned away.
-    SingleInstance(const QDBusConnection& bus, std::function<void()> onActivated);
+    SingleInstance(QDBusConnection bus, std::function<void()> onActivated);
     ~SingleInstance();
     SingleInstance(const SingleInstance&) = delete;
     SingleInstance& operator=(const SingleInstance&) = delete;

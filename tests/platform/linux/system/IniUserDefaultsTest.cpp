@@ -111,7 +111,7 @@ TEST_F(IniUserDefaultsTest, OnlyTheLiteralTextsCountAsBool) {
     EXPECT_EQ(storedAs("true"), true);
     EXPECT_EQ(storedAs("false"), false);
     for (const QByteArray text : {"", "1", "0", "True", "TRUE", "yes", "tr", "truee", "true, false", "@ByteArray(true)",
-                                  "@Variant(\\0\\0\\0\\x1\\x1)", "@Invalid()"}) {
+                                  R"(@Variant(\0\0\0\x1\x1))", "@Invalid()"}) {
         EXPECT_EQ(storedAs(text), std::nullopt) << text.constData();
     }
 }

@@ -9,9 +9,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <csignal>
 #include <memory>
-#include <vector>
 
 namespace skylet::test {
 
@@ -105,9 +105,9 @@ TEST_F(SingleInstanceTest, ASecondStartBringsTheFirstToAttentionAndEnds) {
 
 TEST_F(SingleInstanceTest, OfManyStartsAtTheSameTimeExactlyOneIsTheFirst) {
     for (int round = 0; round < 3; ++round) {
-        std::vector<std::unique_ptr<Start>> starts;
-        for (int i = 0; i < 6; ++i) {
-            starts.push_back(std::make_unique<Start>(bus_));
+        std::array<std::unique_ptr<Start>, 6> starts;
+        for (auto& start : starts) {
+            start = std::make_unique<Start>(bus_);
         }
         QByteArrayList roles;
         for (const auto& start : starts) {
