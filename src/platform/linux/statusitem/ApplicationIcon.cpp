@@ -8,6 +8,7 @@
 #include <QRadialGradient>
 
 #include <algorithm>
+#include <array>
 
 namespace skylet {
 
@@ -54,9 +55,12 @@ void paintStars(QPainter& painter, const QRectF& square) {
         int alpha;
     };
     // Shares of the side, kept clear of the light in the middle.
-    static constexpr Star stars[] = {{{0.18, 0.22}, 0.013, 210}, {{0.30, 0.11}, 0.008, 150},
-                                     {{0.80, 0.17}, 0.011, 200}, {{0.90, 0.36}, 0.008, 140},
-                                     {{0.11, 0.45}, 0.008, 130}, {{0.66, 0.09}, 0.007, 120}};
+    static constexpr std::array<Star, 6> stars = {{{{0.18, 0.22}, 0.013, 210},
+                                                   {{0.30, 0.11}, 0.008, 150},
+                                                   {{0.80, 0.17}, 0.011, 200},
+                                                   {{0.90, 0.36}, 0.008, 140},
+                                                   {{0.11, 0.45}, 0.008, 130},
+                                                   {{0.66, 0.09}, 0.007, 120}}};
     painter.setPen(Qt::NoPen);
     for (const Star& star : stars) {
         painter.setBrush(QColor(255, 255, 255, star.alpha));

@@ -11,6 +11,7 @@
 #include <QPointer>
 
 #include <algorithm>
+#include <utility>
 
 namespace skylet {
 
@@ -92,7 +93,7 @@ QVariantMap restricted(const QVariantMap& properties, const QStringList& wanted)
 
 } // namespace
 
-DBusMenuExporter::DBusMenuExporter(const QString& path, QMenu& menu)
+DBusMenuExporter::DBusMenuExporter(const QString& path, QMenu& menu, std::chrono::milliseconds openTime)
     : ExportedObject(path, QStringLiteral("com.canonical.dbusmenu"), nullptr), menu_(menu) {
     registerDBusTypes();
     addMenuMethods();
@@ -104,6 +105,9 @@ DBusMenuExporter::DBusMenuExporter(const QString& path, QMenu& menu)
     addSignal(QStringLiteral("ItemsPropertiesUpdated"), {QStringLiteral("a(ia{sv})"), QStringLiteral("a(ias)")});
     addSignal(QStringLiteral("LayoutUpdated"), {QStringLiteral("u"), QStringLiteral("i")});
     addSignal(QStringLiteral("ItemActivationRequested"), {QStringLiteral("i"), QStringLiteral("u")});
+    assumptionTimer_.setSingleShot(true);
+    assumptionTimer_.setInterval(openTime);
+    connect(&assumptionTimer_, &QTimer::timeout, this, &DBusMenuExporter::endAssumption);
     menu_.installEventFilter(this);
     renumber();
     toldOrder_ = order_;
@@ -115,8 +119,12 @@ bool DBusMenuExporter::exportOn(const QDBusConnection& connection) {
     hostWatcher_ = std::make_unique<QDBusServiceWatcher>();
     hostWatcher_->setConnection(connection);
     hostWatcher_->setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
-    connect(hostWatcher_.get(), &QDBusServiceWatcher::serviceUnregistered, this,
-            [this](const QString& host) { setOpenIn(host, false); });
+    connect(hostWatcher_.get(), &QDBusServiceWatcher::serviceUnregistered, this, [this](const QString& host) {
+        if (host == assumedIn_) {
+            endAssumption();
+        }
+        setOpenIn(host, false);
+    });
     return ExportedObject::exportOn(connection);
 }
 
@@ -222,6 +230,9 @@ void DBusMenuExporter::aboutToShow(const QDBusMessage& call) {
     }
     // What a host has read is kept right by signals; nothing is prepared only when the menu opens.
     reply(call, {false});
+    if (id == rootId) {
+        assumeOpenIn(call.service());
+    }
 }
 
 void DBusMenuExporter::aboutToShowGroup(const QDBusMessage& call) {
@@ -233,6 +244,9 @@ void DBusMenuExporter::aboutToShowGroup(const QDBusMessage& call) {
         return;
     }
     reply(call, {QVariant::fromValue(QList<int>()), QVariant::fromValue(unknown)});
+    if (ids.contains(rootId)) {
+        assumeOpenIn(call.service());
+    }
 }
 
 bool DBusMenuExporter::handleEvent(int id, const QString& eventId, const QString& host) {
@@ -241,11 +255,18 @@ bool DBusMenuExporter::handleEvent(int id, const QString& eventId, const QString
     }
     if (id == rootId) {
         if (eventId == QLatin1String("opened") || eventId == QLatin1String("closed")) {
+            if (host == assumedIn_) {
+                endAssumption();
+            }
             setOpenIn(host, eventId == QLatin1String("opened"));
         }
         return true;
     }
     QAction* action = entries_.value(id).action;
+    if (eventId == QLatin1String("clicked") && host == assumedIn_) {
+        // A choice closes the menu.
+        endAssumption();
+    }
     if (eventId == QLatin1String("clicked") && action->isEnabled() && !action->isSeparator()) {
         // Only after the answer is on its way: the action may open windows, change this menu or end the program.
         QMetaObject::invokeMethod(action, &QAction::trigger, Qt::QueuedConnection);
@@ -267,6 +288,25 @@ void DBusMenuExporter::setOpenIn(const QString& host, bool open) {
     }
     if (isOpen() != wasOpen) {
         Q_EMIT openChanged(isOpen());
+    }
+}
+
+void DBusMenuExporter::assumeOpenIn(const QString& host) {
+    if (host != assumedIn_) {
+        endAssumption();
+        if (openIn_.contains(host)) {
+            return;
+        }
+        assumedIn_ = host;
+        setOpenIn(host, true);
+    }
+    assumptionTimer_.start();
+}
+
+void DBusMenuExporter::endAssumption() {
+    assumptionTimer_.stop();
+    if (!assumedIn_.isEmpty()) {
+        setOpenIn(std::exchange(assumedIn_, QString()), false);
     }
 }
 

@@ -6,8 +6,10 @@
 #include <QDBusServiceWatcher>
 #include <QHash>
 #include <QSet>
+#include <QTimer>
 #include <QVariantMap>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 
@@ -23,8 +25,12 @@ class DBusMenuExporter final : public ExportedObject {
     Q_OBJECT
 
   public:
+    /// How long a menu is taken for open in a host that tells when it opens but never when it closes, as
+    /// xfce4-panel (libdbusmenu-gtk) does: as long as most people look at it.
+    static constexpr std::chrono::milliseconds usualOpenTime{15000};
+
     /// `menu` outlives the exporter.
-    DBusMenuExporter(const QString& path, QMenu& menu);
+    DBusMenuExporter(const QString& path, QMenu& menu, std::chrono::milliseconds openTime = usualOpenTime);
     ~DBusMenuExporter() override;
     DBusMenuExporter(const DBusMenuExporter&) = delete;
     DBusMenuExporter& operator=(const DBusMenuExporter&) = delete;
@@ -32,7 +38,7 @@ class DBusMenuExporter final : public ExportedObject {
     DBusMenuExporter& operator=(DBusMenuExporter&&) = delete;
 
     bool exportOn(const QDBusConnection& connection);
-    /// Some host has the menu open. A host that disappears has closed it.
+    /// Some host has the menu open, as far as hosts say. A host that disappears has closed it.
     bool isOpen() const { return !openIn_.isEmpty(); }
 
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -64,6 +70,9 @@ class DBusMenuExporter final : public ExportedObject {
     /// Carries out what a user did; false when there is no such entry.
     bool handleEvent(int id, const QString& eventId, const QString& host);
     void setOpenIn(const QString& host, bool open);
+    /// The host is about to show the menu; whether it says more of it is not known yet.
+    void assumeOpenIn(const QString& host);
+    void endAssumption();
     QVariantMap properties(int id);
     QVariantMap propertiesOf(Entry& entry);
     QByteArray iconData(Entry& entry);
@@ -85,6 +94,9 @@ class DBusMenuExporter final : public ExportedObject {
     uint revision_ = 1;
     bool updateScheduled_ = false;
     QSet<QString> openIn_;
+    /// The one host in which the menu is open by assumption; empty: none.
+    QString assumedIn_;
+    QTimer assumptionTimer_;
     std::unique_ptr<QDBusServiceWatcher> hostWatcher_;
 };
 

@@ -90,7 +90,12 @@ bool ExportedObject::handleMessage(const QDBusMessage& message, const QDBusConne
     }
     const auto method = methods_.constFind(message.member());
     if (method == methods_.cend()) {
-        return false;
+        // Left to Qt where no interface is named; it knows of some calls that every object answers.
+        if (message.interface().isEmpty()) {
+            return false;
+        }
+        fail(message, unknownMethodError(), QStringLiteral("no such method: ") + message.member());
+        return true;
     }
     if (message.signature() != method->arguments.join(QString())) {
         fail(message, invalidArgumentsError(),

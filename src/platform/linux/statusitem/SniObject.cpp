@@ -3,6 +3,7 @@
 #include <QDBusObjectPath>
 #include <QFontDatabase>
 
+#include <array>
 #include <utility>
 
 namespace skylet {
@@ -10,7 +11,7 @@ namespace skylet {
 namespace {
 
 // Panels ask for 16 to 32 logical pixels; the rest is for scale 2. A host takes the nearest and scales it.
-constexpr int iconSizes[] = {16, 22, 24, 32, 48, 64};
+constexpr std::array iconSizes = {16, 22, 24, 32, 48, 64};
 
 // An activation token is a short opaque text; a longer one is no token.
 constexpr qsizetype longestToken = 1024;
@@ -73,10 +74,8 @@ void SniObject::addItemProperties(const QString& menuPath) {
     for (const QString& name : {QStringLiteral("IconPixmap"), QStringLiteral("AttentionIconPixmap")}) {
         addProperty(name, images, [this] { return QVariant::fromValue(pixmaps()); });
     }
-    addProperty(QStringLiteral("ToolTip"), QStringLiteral("(sa(iiay)ss)"), [this] {
-        return QVariant::fromValue(
-            DBusToolTip{{}, {}, appearance_.toolTipTitle, escapedMarkup(appearance_.toolTipText)});
-    });
+    addProperty(QStringLiteral("ToolTip"), QStringLiteral("(sa(iiay)ss)"),
+                [this] { return QVariant::fromValue(toolTip()); });
     // MATE 1.27 hides an item whose label is there but empty.
     const auto unlessEmpty = [](const QString& value) -> std::optional<QVariant> {
         return value.isEmpty() ? std::nullopt : std::optional<QVariant>(value);
@@ -100,9 +99,8 @@ void SniObject::addItemMethods() {
     addMethod(QStringLiteral("Scroll"), {integer, text}, {}, doesNothing);
     addMethod(QStringLiteral("ProvideXdgActivationToken"), {text}, {}, [this](const QDBusMessage& call) {
         const QString token = call.arguments().first().toString();
-        if (token.size() <= longestToken) {
-            // Where Qt's Wayland client looks for it, so that a window opened from the menu may come to the front.
-            qputenv("XDG_ACTIVATION_TOKEN", token.toUtf8());
+        if (tokenTaker_ && token.size() <= longestToken) {
+            tokenTaker_(token);
         }
         reply(call);
     });
@@ -178,6 +176,12 @@ void SniObject::tellToolTip() {
     told.toolTipTitle = appearance_.toolTipTitle;
     told.toolTipText = appearance_.toolTipText;
     emitSignal(QStringLiteral("NewToolTip"));
+}
+
+DBusToolTip SniObject::toolTip() const {
+    // Not only untold but also unread: a host that is told of an icon may read the tooltip as well.
+    const ItemAppearance& source = menuOpen_ && told_ ? told_->appearance : appearance_;
+    return {{}, {}, source.toolTipTitle, escapedMarkup(source.toolTipText)};
 }
 
 const QList<DBusPixmap>& SniObject::pixmaps() {

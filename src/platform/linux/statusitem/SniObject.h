@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <optional>
+#include <utility>
 
 namespace skylet {
 
@@ -26,6 +27,8 @@ class SniObject final : public ExportedObject {
     SniObject(const QString& path, const QString& menuPath);
 
     void setMenuOpener(MenuOpener opener) { menuOpener_ = std::move(opener); }
+    /// Gets the token with which the host lets the program bring the next window to the front.
+    void setActivationTokenTaker(std::function<void(const QString& token)> taker) { tokenTaker_ = std::move(taker); }
     /// Hosts read it once, so it has to be right before they come.
     void setId(const QString& id) { id_ = id; }
     void setAppearance(const ItemAppearance& appearance);
@@ -44,6 +47,7 @@ class SniObject final : public ExportedObject {
     void scheduleTelling();
     void tellChanges();
     void tellToolTip();
+    DBusToolTip toolTip() const;
     const QList<DBusPixmap>& pixmaps();
 
     QString id_;
@@ -54,6 +58,7 @@ class SniObject final : public ExportedObject {
     std::optional<Told> told_;
     bool tellingScheduled_ = false;
     MenuOpener menuOpener_;
+    std::function<void(const QString& token)> tokenTaker_;
     std::optional<StatusIcon> paintedIcon_;
     QList<DBusPixmap> pixmaps_;
 };

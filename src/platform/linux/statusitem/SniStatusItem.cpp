@@ -1,5 +1,7 @@
 #include "platform/linux/statusitem/SniStatusItem.h"
 
+#include <QGuiApplication>
+
 #include <utility>
 
 namespace skylet {
@@ -9,6 +11,14 @@ namespace {
 // Where the StatusNotifierItem protocol wants the item, and where menus usually are.
 const auto itemPath = [] { return QStringLiteral("/StatusNotifierItem"); };
 const auto menuPath = [] { return QStringLiteral("/MenuBar"); };
+
+/// Puts the token where Qt's Wayland client looks for it when a window is to come to the front. Done there alone:
+/// nothing else reads it, and changing the environment of a running program is best avoided.
+void keepActivationToken(const QString& token) {
+    if (QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) {
+        qputenv("XDG_ACTIVATION_TOKEN", token.toUtf8());
+    }
+}
 
 } // namespace
 
@@ -24,6 +34,7 @@ SniStatusItem::SniStatusItem(const QDBusConnection& connection, SniOptions optio
     connect(&menuExporter_, &DBusMenuExporter::openChanged, this, &SniStatusItem::updateMenuOpen);
     connect(&menuExporter_, &DBusMenuExporter::layoutRequested, &registration_, &SniRegistration::layoutRead);
     connect(&monitor_, &StatusHostMonitor::changed, this, &SniStatusItem::followHost);
+    item_.setActivationTokenTaker(keepActivationToken);
     item_.setMenuOpener([this](const QString& host, QPoint place) { return openMenu(host, place); });
     if (!connection_.isConnected()) {
         return;

@@ -1,57 +1,35 @@
 #include "platform/linux/statusitem/DesktopApplication.h"
+#include "platform/linux/statusitem/SampleTitles.h"
 
 #include <QApplication>
-#include <QTextStream>
 #include <QTimer>
 
 #include <chrono>
 #include <iostream>
+#include <memory>
+#include <vector>
 
 namespace {
 
 using namespace skylet;
-
-constexpr TitleFont dotFont{12, FontWeight::regular, false};
-constexpr TitleFont numberFont{12, FontWeight::regular, true};
-constexpr TitleFont unitFont{9, FontWeight::medium, false};
-constexpr TitleFont bannerFont{12, FontWeight::medium, false};
 
 struct State {
     QString name;
     StatusTitle title;
 };
 
-TitleSegment dot(DotColor color) {
-    return {QStringLiteral("●"), dotFont, 0, color};
-}
-
-StatusTitle latency(DotColor color, const QString& number, const QString& unit, const QString& rest) {
-    return {dot(color),
-            {QStringLiteral("  ") + number, numberFont, 0, {}},
-            {QStringLiteral(" ") + unit, unitFont, 0.5, {}},
-            {QStringLiteral("  ") + rest, numberFont, 0, {}},
-            {QStringLiteral("  ↓12.4M ↑210K"), numberFont, 0, {}}};
-}
-
-StatusTitle word(DotColor color, const QString& text, const TitleFont& font = numberFont) {
-    return {dot(color), {QStringLiteral("  ") + text, font, 0, {}}};
-}
-
 std::vector<State> states() {
-    return {
-        {QStringLiteral("fast"),
-         latency(DotColor::systemGreen, QStringLiteral("87"), QStringLiteral("ms"), QStringLiteral("Responsive"))},
-        {QStringLiteral("medium"),
-         latency(DotColor::systemGreen, QStringLiteral("128"), QStringLiteral("ms"), QStringLiteral("Responsive"))},
-        {QStringLiteral("slow"), latency(DotColor::systemYellow, QStringLiteral("1.2"), QStringLiteral("s"),
-                                         QStringLiteral("Very high delay"))},
-        {QStringLiteral("checking"), word(DotColor::systemYellow, QStringLiteral("Checking…"))},
-        {QStringLiteral("offline"), word(DotColor::systemRed, QStringLiteral("Offline"))},
-        {QStringLiteral("paused"), word(DotColor::systemGray, QStringLiteral("Paused"))},
-        {QStringLiteral("banner"), word(DotColor::systemGreen, QStringLiteral("↓ 48.2 Mbps  ↑ 11.0 Mbps"), bannerFont)},
-        {QStringLiteral("hebrew"),
-         latency(DotColor::systemGreen, QStringLiteral("87"), QStringLiteral("ms"), QStringLiteral("מגיב מהר"))},
+    const auto latency = [](const QString& word) {
+        return sample::latency(DotColor::systemGreen, QStringLiteral("128"), QStringLiteral("ms"), word);
     };
+    return {{QStringLiteral("fast"), sample::fast()},
+            {QStringLiteral("medium"), latency(QStringLiteral("Responsive"))},
+            {QStringLiteral("slow"), sample::slow()},
+            {QStringLiteral("checking"), sample::checking()},
+            {QStringLiteral("offline"), sample::offline()},
+            {QStringLiteral("paused"), sample::paused()},
+            {QStringLiteral("banner"), sample::banner(DotColor::systemGreen)},
+            {QStringLiteral("hebrew"), latency(QStringLiteral("מגיב מהר"))}};
 }
 
 std::shared_ptr<MenuItem> command(const QString& title, const QString& key = {}) {

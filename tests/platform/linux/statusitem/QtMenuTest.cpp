@@ -1,0 +1,166 @@
+#include "platform/linux/statusitem/QtMenu.h"
+
+#include "support/QStringPrinting.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QIcon>
+#include <QKeyEvent>
+#include <QScreen>
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace skylet {
+namespace {
+
+class QtMenuTest : public testing::Test {
+  protected:
+    std::shared_ptr<MenuItem> command(const QString& title, const QString& key = {}) {
+        return std::make_shared<MenuItem>(
+            title, [this, title] { chosen_.append(title); }, key);
+    }
+
+    QAction* action(int index) { return menu_.widget().actions().at(index); }
+
+    static void press(QWidget& widget, int key, Qt::KeyboardModifiers modifiers) {
+        QKeyEvent down(QEvent::KeyPress, key, modifiers);
+        QApplication::sendEvent(&widget, &down);
+        QKeyEvent up(QEvent::KeyRelease, key, modifiers);
+        QApplication::sendEvent(&widget, &up);
+    }
+
+    QtMenu menu_;
+    QStringList chosen_;
+};
+
+TEST_F(QtMenuTest, ShowsTitlesAsTheyAre) {
+    menu_.setMenu({command(QStringLiteral("Salt & pepper"))});
+    EXPECT_EQ(action(0)->text(), QStringLiteral("Salt && pepper"));
+}
+
+TEST_F(QtMenuTest, ShowsWhatTheItemsAre) {
+    const auto line = command(QStringLiteral("line"));
+    line->setEnabled(false);
+    const auto checked = command(QStringLiteral("checked"));
+    checked->setChecked(true);
+    menu_.setMenu({line, MenuItem::separator(), checked, command(QStringLiteral("test"), QStringLiteral("t"))});
+    ASSERT_EQ(menu_.widget().actions().size(), 4);
+    EXPECT_FALSE(action(0)->isEnabled());
+    EXPECT_FALSE(action(0)->isCheckable());
+    EXPECT_TRUE(action(1)->isSeparator());
+    EXPECT_TRUE(action(2)->isCheckable());
+    EXPECT_TRUE(action(2)->isChecked());
+    EXPECT_EQ(action(3)->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_T));
+    EXPECT_TRUE(action(3)->isShortcutVisibleInContextMenu());
+}
+
+TEST_F(QtMenuTest, FollowsTheItems) {
+    const auto item = command(QStringLiteral("before"));
+    menu_.setMenu({item});
+    item->setTitle(QStringLiteral("after"));
+    item->setEnabled(false);
+    item->setChecked(true);
+    item->setApplicationIconSize(16);
+    EXPECT_EQ(action(0)->text(), QStringLiteral("after"));
+    EXPECT_FALSE(action(0)->isEnabled());
+    EXPECT_TRUE(action(0)->isChecked());
+    EXPECT_FALSE(action(0)->icon().isNull());
+    item->setApplicationIconSize(0);
+    EXPECT_TRUE(action(0)->icon().isNull());
+}
+
+TEST_F(QtMenuTest, HasTheIconSharpForScreensOfScale2) {
+    const auto about = command(QStringLiteral("about"));
+    about->setApplicationIconSize(16);
+    menu_.setMenu({about});
+    EXPECT_EQ(action(0)->icon().pixmap(QSize(16, 16), 1.0).size(), QSize(16, 16));
+    EXPECT_EQ(action(0)->icon().pixmap(QSize(16, 16), 2.0).size(), QSize(32, 32));
+    EXPECT_TRUE(action(0)->isIconVisibleInMenu());
+}
+
+TEST_F(QtMenuTest, RunsAnItemOnce) {
+    menu_.setMenu({command(QStringLiteral("one")), command(QStringLiteral("two"))});
+    action(1)->trigger();
+    EXPECT_EQ(chosen_, QStringList{QStringLiteral("two")});
+}
+
+TEST_F(QtMenuTest, DoesNotRunADisabledItem) {
+    const auto item = command(QStringLiteral("one"));
+    item->setEnabled(false);
+    menu_.setMenu({item});
+    action(0)->trigger();
+    EXPECT_TRUE(chosen_.isEmpty());
+}
+
+TEST_F(QtMenuTest, LeavesTheCheckMarkToTheItemAlone) {
+    const auto refusing = command(QStringLiteral("refusing"));
+    refusing->setChecked(false);
+    auto toggling = std::make_shared<std::weak_ptr<MenuItem>>();
+    const auto willing = std::make_shared<MenuItem>(
+        QStringLiteral("willing"), [toggling] { toggling->lock()->setChecked(!toggling->lock()->isChecked()); },
+        QString());
+    *toggling = willing;
+    willing->setChecked(false);
+    menu_.setMenu({refusing, willing});
+    action(0)->trigger();
+    action(1)->trigger();
+    EXPECT_FALSE(action(0)->isChecked());
+    EXPECT_TRUE(action(1)->isChecked());
+}
+
+TEST_F(QtMenuTest, LetsAnItemReplaceTheMenuThatItIsIn) {
+    menu_.setMenu({std::make_shared<MenuItem>(
+        QStringLiteral("replace"), [this] { menu_.setMenu({command(QStringLiteral("new"))}); }, QString())});
+    action(0)->trigger();
+    ASSERT_EQ(menu_.widget().actions().size(), 1);
+    EXPECT_EQ(action(0)->text(), QStringLiteral("new"));
+}
+
+TEST_F(QtMenuTest, RunsAShortcutWhileItIsOpenAndCloses) {
+    menu_.setMenu(
+        {command(QStringLiteral("test"), QStringLiteral("t")), command(QStringLiteral("quit"), QStringLiteral("q"))});
+    menu_.popUp(QPoint(10, 10));
+    ASSERT_TRUE(menu_.widget().isVisible());
+    press(menu_.widget(), Qt::Key_Q, Qt::ControlModifier);
+    EXPECT_EQ(chosen_, QStringList{QStringLiteral("quit")});
+    EXPECT_FALSE(menu_.widget().isVisible());
+}
+
+TEST_F(QtMenuTest, IgnoresTheShortcutOfADisabledItem) {
+    const auto item = command(QStringLiteral("test"), QStringLiteral("t"));
+    item->setEnabled(false);
+    menu_.setMenu({item});
+    menu_.popUp(QPoint(10, 10));
+    press(menu_.widget(), Qt::Key_T, Qt::ControlModifier);
+    EXPECT_TRUE(chosen_.isEmpty());
+    EXPECT_TRUE(menu_.widget().isVisible());
+    menu_.widget().close();
+}
+
+TEST_F(QtMenuTest, HasNoShortcutsWhileItIsClosed) {
+    menu_.setMenu({command(QStringLiteral("test"), QStringLiteral("t"))});
+    QWidget window;
+    window.show();
+    window.activateWindow();
+    QApplication::processEvents();
+    ASSERT_TRUE(window.isActiveWindow());
+    press(window, Qt::Key_T, Qt::ControlModifier);
+    EXPECT_TRUE(chosen_.isEmpty());
+}
+
+TEST_F(QtMenuTest, OpensOnTheScreenWhateverPlaceItIsGiven) {
+    menu_.setMenu({command(QStringLiteral("one"))});
+    constexpr int least = std::numeric_limits<int>::min();
+    constexpr int most = std::numeric_limits<int>::max();
+    for (const QPoint place : {QPoint(least, most), QPoint(most, most), QPoint(-1, -1), QPoint(5, 5)}) {
+        menu_.popUp(place);
+        ASSERT_TRUE(menu_.widget().isVisible());
+        EXPECT_TRUE(QApplication::primaryScreen()->geometry().contains(menu_.widget().geometry()));
+        menu_.widget().close();
+    }
+}
+
+} // namespace
+} // namespace skylet

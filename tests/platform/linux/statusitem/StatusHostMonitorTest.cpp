@@ -1,0 +1,197 @@
+#include "platform/linux/statusitem/StatusHostMonitor.h"
+
+#include "platform/linux/statusitem/PrivateBus.h"
+#include "support/QStringPrinting.h"
+
+#include <QCoreApplication>
+#include <QDBusMessage>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace skylet {
+namespace {
+
+TEST(StatusHostTraits, KnowTheHostsThatSetALabel) {
+    for (const char* name : {"gnome-shell", "mate-panel", "notification-ar", "ayatana-indicat", "indicator-appli"}) {
+        EXPECT_EQ(traitsOfProcess(QString::fromLatin1(name)).way, TitleWay::label) << name;
+    }
+}
+
+TEST(StatusHostTraits, TakeEveryOtherHostForOneThatShowsAnIconAlone) {
+    for (const char* name : {"panel-2-systray", "xfce4-panel", "lxqt-panel", "waybar", "plasmashell", "kded5",
+                             "xapp-sn-watcher", "gnome-shell-ext", "", "notification"}) {
+        EXPECT_EQ(traitsOfProcess(QString::fromLatin1(name)).way, TitleWay::badge) << name;
+    }
+}
+
+TEST(StatusHostTraits, KnowWhoOpensTheMenuOnAClick) {
+    for (const char* name : {"gnome-shell", "plasmashell", "kded5", "kded6"}) {
+        EXPECT_TRUE(traitsOfProcess(QString::fromLatin1(name)).opensMenu) << name;
+    }
+    for (const char* name : {"mate-panel", "lxqt-panel", "waybar", "panel-2-systray"}) {
+        EXPECT_FALSE(traitsOfProcess(QString::fromLatin1(name)).opensMenu) << name;
+    }
+}
+
+TEST(StatusHostTraits, FallBackOnTheNamesOfTheDesktop) {
+    EXPECT_EQ(traitsOfDesktop(QStringLiteral("ubuntu:GNOME")), traitsOfProcess(QStringLiteral("gnome-shell")));
+    EXPECT_EQ(traitsOfDesktop(QStringLiteral("MATE")), traitsOfProcess(QStringLiteral("mate-panel")));
+    EXPECT_EQ(traitsOfDesktop(QStringLiteral("KDE")), traitsOfProcess(QStringLiteral("plasmashell")));
+    EXPECT_EQ(traitsOfDesktop(QStringLiteral("XFCE")), StatusHostTraits());
+    EXPECT_EQ(traitsOfDesktop(QString()), StatusHostTraits());
+}
+
+TEST(StatusHostEnvironment, ReadsTheNameOfAProcess) {
+    const auto processName = StatusHostEnvironment::system().processName;
+    // The kernel keeps 15 characters of it.
+    EXPECT_EQ(processName(static_cast<uint>(QCoreApplication::applicationPid())), QStringLiteral("linux_statusite"));
+    EXPECT_EQ(processName(0), QString());
+    EXPECT_EQ(processName(4'000'000'000), QString());
+}
+
+class StatusHostMonitorTest : public testing::Test {
+  protected:
+    void start(const QString& desktop = {}) {
+        StatusHostEnvironment environment;
+        // All connections of a test belong to one process, whose name is what the test wants it to be at the moment.
+        environment.processName = [this](uint /*processId*/) { return processName_; };
+        environment.currentDesktop = desktop;
+        monitor_ = std::make_unique<StatusHostMonitor>(bus_.connect(), environment);
+        QObject::connect(monitor_.get(), &StatusHostMonitor::changed, monitor_.get(), [this] { ++changes_; });
+        monitor_->start();
+    }
+
+    QDBusConnection owning(const QString& name) {
+        QDBusConnection connection = bus_.connect();
+        EXPECT_TRUE(connection.registerService(name));
+        return connection;
+    }
+
+    bool changesReach(int count) {
+        return waitUntil([this, count] { return changes_ >= count; });
+    }
+
+    /// Everything that the monitor asked for has been answered when a question asked after it is.
+    void settle() {
+        for (int round = 0; round < 4; ++round) {
+            callAndWait(asker_, QDBusMessage::createMethodCall(
+                                    QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+                                    QStringLiteral("org.freedesktop.DBus"), QStringLiteral("ListNames")));
+            QCoreApplication::processEvents();
+        }
+    }
+
+    const QString watcherName_ = QStringLiteral("org.kde.StatusNotifierWatcher");
+    const QString hostName_ = QStringLiteral("org.kde.StatusNotifierHost-42");
+    PrivateBus bus_;
+    QDBusConnection asker_ = bus_.connect();
+    QString processName_;
+    std::unique_ptr<StatusHostMonitor> monitor_;
+    int changes_ = 0;
+};
+
+TEST_F(StatusHostMonitorTest, FindsTheWatcherThatIsThere) {
+    const QDBusConnection watcher = owning(watcherName_);
+    processName_ = QStringLiteral("gnome-shell");
+    start();
+    ASSERT_TRUE(changesReach(1));
+    EXPECT_EQ(monitor_->watcherOwner(), watcher.baseService());
+    EXPECT_EQ(monitor_->titleWay(), TitleWay::label);
+    EXPECT_TRUE(monitor_->traitsOfConnection(watcher.baseService()).opensMenu);
+}
+
+TEST_F(StatusHostMonitorTest, ReportsNothingWhileNobodyIsThere) {
+    start();
+    settle();
+    EXPECT_EQ(changes_, 0);
+    EXPECT_TRUE(monitor_->watcherOwner().isEmpty());
+}
+
+TEST_F(StatusHostMonitorTest, DecidesAnewForEachOwnerOfTheWatchersName) {
+    processName_ = QStringLiteral("panel-2-systray");
+    start();
+    QDBusConnection first = owning(watcherName_);
+    ASSERT_TRUE(changesReach(1));
+    EXPECT_EQ(monitor_->titleWay(), TitleWay::badge);
+    first.unregisterService(watcherName_);
+    ASSERT_TRUE(changesReach(2));
+    EXPECT_TRUE(monitor_->watcherOwner().isEmpty());
+    processName_ = QStringLiteral("gnome-shell");
+    const QDBusConnection second = owning(watcherName_);
+    ASSERT_TRUE(waitUntil([&] { return monitor_->watcherOwner() == second.baseService(); }));
+    EXPECT_EQ(monitor_->titleWay(), TitleWay::label);
+}
+
+TEST_F(StatusHostMonitorTest, LetsAHostDecideThatComesAfterTheWatcher) {
+    processName_ = QStringLiteral("kded5");
+    start();
+    const QDBusConnection watcher = owning(watcherName_);
+    ASSERT_TRUE(changesReach(1));
+    EXPECT_EQ(monitor_->titleWay(), TitleWay::badge);
+    // From now on both have this name; the watcher's own is not what counts.
+    processName_ = QStringLiteral("mate-panel");
+    QDBusConnection host = owning(hostName_);
+    ASSERT_TRUE(changesReach(2));
+    EXPECT_EQ(monitor_->titleWay(), TitleWay::label);
+    EXPECT_EQ(monitor_->watcherOwner(), watcher.baseService());
+    processName_ = QStringLiteral("kded5");
+    host.unregisterService(hostName_);
+    ASSERT_TRUE(changesReach(3));
+    EXPECT_EQ(monitor_->titleWay(), TitleWay::badge);
+}
+
+TEST_F(StatusHostMonitorTest, ChoosesTheBadgeWhereOneOfSeveralHostsSetsNoLabel) {
+    const QDBusConnection watcher = owning(watcherName_);
+    const QDBusConnection one = owning(hostName_);
+    const QDBusConnection other = owning(QStringLiteral("org.kde.StatusNotifierHost-43"));
+    StatusHostEnvironment environment;
+    int asked = 0;
+    // Whichever of the three is asked for first: one of the two hosts at least is a Waybar.
+    environment.processName = [&asked](uint /*processId*/) {
+        return ++asked == 1 ? QStringLiteral("mate-panel") : QStringLiteral("waybar");
+    };
+    environment.currentDesktop = QStringLiteral("MATE");
+    StatusHostMonitor monitor(bus_.connect(), environment);
+    EXPECT_EQ(monitor.titleWay(), TitleWay::label);
+    monitor.start();
+    ASSERT_TRUE(waitUntil([&] { return !monitor.watcherOwner().isEmpty(); }));
+    EXPECT_EQ(asked, 3);
+    EXPECT_EQ(monitor.titleWay(), TitleWay::badge);
+}
+
+TEST_F(StatusHostMonitorTest, GoesByTheDesktopWhereTheProcessCannotBeSeen) {
+    const QDBusConnection watcher = owning(watcherName_);
+    start(QStringLiteral("ubuntu:GNOME"));
+    ASSERT_TRUE(changesReach(1));
+    EXPECT_EQ(monitor_->titleWay(), TitleWay::label);
+}
+
+TEST_F(StatusHostMonitorTest, DoesNotMindOtherNames) {
+    start();
+    settle();
+    const QDBusConnection item = owning(QStringLiteral("org.kde.StatusNotifierItem-7-1"));
+    const QDBusConnection program = owning(QStringLiteral("org.kde.kate"));
+    settle();
+    EXPECT_EQ(changes_, 0);
+}
+
+TEST_F(StatusHostMonitorTest, GoesQuietlyWithAnswersUnderWay) {
+    const QDBusConnection watcher = owning(watcherName_);
+    start();
+    monitor_.reset();
+    settle();
+    EXPECT_EQ(changes_, 0);
+}
+
+TEST_F(StatusHostMonitorTest, ReportsNothingWithoutABus) {
+    monitor_ = std::make_unique<StatusHostMonitor>(QDBusConnection(QStringLiteral("none")),
+                                                   StatusHostEnvironment{[](uint) { return QString(); }, {}});
+    monitor_->start();
+    settle();
+    EXPECT_TRUE(monitor_->watcherOwner().isEmpty());
+}
+
+} // namespace
+} // namespace skylet
