@@ -2,6 +2,7 @@
 was shown, and a logind that goes to sleep on demand."""
 
 import re
+import subprocess
 import threading
 import time
 from concurrent.futures import Future
@@ -57,10 +58,11 @@ class Bus:
         directories = "<standard_session_servicedirs/>" if services else ""
         configuration.write_text(BUS_CONFIGURATION.format(socket=path, services=directories))
         self.address = f"unix:path={path}"
-        command = ["dbus-daemon", "--nofork", f"--config-file={configuration}"]
+        command = ["dbus-daemon", "--nofork", f"--config-file={configuration}", "--print-address"]
         with (folder / f"{name}-bus.log").open("w") as log:
-            stack.enter_context(Child(inside.inside(command) if inside else command, stderr=log, env=env))
-        wait_until(path.exists, 5, f"the {name} bus is there")
+            daemon = stack.enter_context(Child(inside.inside(command) if inside else command, stdout=subprocess.PIPE,
+                                               stderr=log, env=env))
+        assert daemon.stdout.readline(), f"the {name} bus did not start"
 
     def connect(self):
         flags = Gio.DBusConnectionFlags

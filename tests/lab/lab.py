@@ -83,8 +83,8 @@ class Lab:
         self.program = Program(self.network, stack, DBUS_SESSION_BUS_ADDRESS=self.session_bus.address,
                                DBUS_SYSTEM_BUS_ADDRESS=self.system_bus.address)
 
-    def start(self, until="green", within=5):
-        """Starts the program and waits for its dot to have this colour."""
+    def start(self, until="green", within=11):
+        """Starts the program and waits for its dot to have this colour, at the second probe when the first was slow."""
         self.program.start()
         return self.area.wait_for(until, within, since=self.program.started)
 

@@ -113,8 +113,10 @@ class Panel:
             "XDG_RUNTIME_DIR": str(self._home / "run"), "XDG_CURRENT_DESKTOP": self._kind.desktop,
             "XDG_SESSION_TYPE": "x11", "DISPLAY": DISPLAY, "LIBGL_ALWAYS_SOFTWARE": "1", "NO_AT_BRIDGE": "1",
             "GSETTINGS_BACKEND": "keyfile", "DBUS_SYSTEM_BUS_ADDRESS": lab.system_bus.address}
-        self._start("Xvfb", DISPLAY, "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten", "tcp")
-        wait_until((self._client.tmp / ".X11-unix/X0").exists, 10, "the screen is there")
+        screen = stack.enter_context(self._client.popen(
+            ["Xvfb", DISPLAY, "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten", "tcp", "-displayfd", "1"],
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL))
+        assert screen.stdout.readline(), "the screen did not start"
         # services that the bus starts inherit its environment
         bus = Bus(lab.network.folder, "panel", stack, services=True, inside=self._client, env=self._environment)
         self._environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address

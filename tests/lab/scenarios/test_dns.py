@@ -38,3 +38,13 @@ def test_dead_dns_is_a_failure_and_nothing_more(lab):
 def test_living_dns_is_green(lab):
     lab.network.names_from_dns()
     lab.start()
+
+
+def test_a_signal_during_a_dead_look_up_ends_the_program_at_once(lab):
+    lab.network.names_from_dns()
+    lab.servers.answer_dns(False)
+    lab.start(until="yellow")
+    time.sleep(1)
+    code, seconds = lab.program.end()
+    assert code == 0
+    assert seconds < 1

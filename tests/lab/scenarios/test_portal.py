@@ -7,7 +7,8 @@ import pytest
 PORTALS = {
     "redirect": {"status": 302, "headers": {"location": "https://portal.example/login"}},
     "redirect-in-plain": {"status": 307, "headers": {"location": "http://portal.example/login"}},
-    "login-page": {"status": 200, "body": "<html>Please log in</html>"},
+    "login-page": {"status": 200, "headers": {"content-length": "1234"}},
+    "login-page-regardless": {"status": 200, "body": "<html>Please log in</html>"},
     "authentication-required": {"status": 511},
     "self-signed": {"certificate": "self-signed"},
     "other-name": {"certificate": "other-name"},
