@@ -16,12 +16,11 @@ struct NextHop {
     /// Index of the outgoing interface; 0: not told.
     std::uint32_t interface = 0;
     NetworkAddress gateway{};
-    /// The kernel does not use this hop (RTNH_F_DEAD, RTNH_F_LINKDOWN).
+    /// Leads nowhere: the kernel does not use it (RTNH_F_DEAD, RTNH_F_LINKDOWN) or, once `pathState` has judged it, its
+    /// link does not work.
     bool dead = false;
     /// Its share among several hops, as the kernel counts it.
     std::uint8_t weight = 0;
-    /// IFF_UP, IFF_RUNNING and IFF_LOWER_UP of the interface; filled in by `pathState`.
-    std::uint32_t linkFlags = 0;
 
     auto operator<=>(const NextHop&) const = default; // NOLINT(modernize-use-nullptr): clang-tidy 14 misreads it
 };
@@ -41,8 +40,6 @@ struct DefaultRoute {
     /// The next-hop object the route refers to; 0: none.
     std::uint32_t nextHopId = 0;
     std::vector<NextHop> nextHops;
-    /// Leads out now; filled in by `pathState`.
-    bool usable = false;
 
     auto operator<=>(const DefaultRoute&) const = default; // NOLINT(modernize-use-nullptr): likewise
 };
@@ -61,8 +58,9 @@ struct PathState {
 };
 
 /// Judges `routes` (in any order) against the links they lead through. A usable one is a unicast route with at least
-/// one hop that is not dead through a link that is up and running. A hop whose link is not told (a kernel that keeps
-/// next-hop objects to itself) counts as usable: a needless probe costs less than an indicator that stays red for ever.
+/// one hop that is not dead through a link that is up and running and has a carrier (the kernel takes "running" back up
+/// to a second later than the carrier). A hop whose link is not told (a kernel that keeps next-hop objects to itself)
+/// counts as usable: a needless probe costs less than an indicator that stays red for ever.
 PathState pathState(std::vector<DefaultRoute> routes, const LinkFlags& links);
 
 } // namespace skylet

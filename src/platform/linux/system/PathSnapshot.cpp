@@ -16,16 +16,16 @@ namespace {
 using namespace std::chrono_literals;
 
 // A table of a million routes takes about a second; the kernel never keeps anyone waiting between two datagrams.
-constexpr auto patience = 5s;
+constexpr auto snapshotPatience = 5s;
 // Each datagram holds some 400 routes and takes the kernel and the parser about 0.1 ms together.
 constexpr int datagramsPerSlice = 16;
-constexpr int maximumAttempts = 4;
+constexpr int maximumSnapshotAttempts = 4;
 
 } // namespace
 
 PathSnapshot::PathSnapshot(Completion completion) : completion_(std::move(completion)) {
     deadline_.setSingleShot(true);
-    deadline_.setInterval(patience);
+    deadline_.setInterval(snapshotPatience);
     QObject::connect(&deadline_, &QTimer::timeout, &deadline_, [this] { finish(std::nullopt); });
     QObject::connect(&readable_, &QSocketNotifier::activated, &readable_, [this] { readSlice(); });
 }
@@ -119,7 +119,7 @@ void PathSnapshot::tableComplete() {
 }
 
 void PathSnapshot::tableInterrupted() {
-    if (attempts_ < maximumAttempts) {
+    if (attempts_ < maximumSnapshotAttempts) {
         begin();
     } else {
         finish(std::nullopt);

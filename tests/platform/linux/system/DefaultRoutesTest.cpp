@@ -44,11 +44,12 @@ TEST(DefaultRoutes, AUnicastRouteThroughARunningLinkIsAWayOut) {
     EXPECT_TRUE(satisfied(routeThrough(wired)));
 }
 
-TEST(DefaultRoutes, TheLinkHasToBeUpAndRunning) {
+TEST(DefaultRoutes, TheLinkHasToBeUpAndRunningWithACarrier) {
     EXPECT_FALSE(satisfied(routeThrough(wired), {{wired, 0U}}));
-    EXPECT_FALSE(satisfied(routeThrough(wired), {{wired, IFF_UP}}));
-    EXPECT_FALSE(satisfied(routeThrough(wired), {{wired, IFF_RUNNING}}));
-    EXPECT_TRUE(satisfied(routeThrough(wired), {{wired, IFF_UP | IFF_RUNNING}}));
+    EXPECT_FALSE(satisfied(routeThrough(wired), {{wired, IFF_RUNNING | IFF_LOWER_UP}}));
+    EXPECT_FALSE(satisfied(routeThrough(wired), {{wired, IFF_UP | IFF_LOWER_UP}}));
+    EXPECT_FALSE(satisfied(routeThrough(wired), {{wired, IFF_UP | IFF_RUNNING}}));
+    EXPECT_TRUE(satisfied(routeThrough(wired), {{wired, IFF_UP | IFF_RUNNING | IFF_LOWER_UP}}));
 }
 
 TEST(DefaultRoutes, ALinkNobodyKnowsIsNoWayOut) {
@@ -131,9 +132,17 @@ TEST(DefaultRoutes, EverythingThatDecidesWherePacketsGoTellsTwoStatesApart) {
 }
 
 TEST(DefaultRoutes, TheCarrierOfARoutesLinkTellsTwoStatesApart) {
-    const auto before = pathState({routeThrough(wired)}, bothRunning);
-    EXPECT_FALSE(before == pathState({routeThrough(wired)}, {{wired, IFF_UP | IFF_RUNNING}}));
-    EXPECT_FALSE(before == pathState({routeThrough(wired)}, {{wired, IFF_UP | IFF_LOWER_UP}}));
+    const LinkFlags oneWithoutCarrier = {{wired, runningLink}, {wireless, IFF_UP}};
+    EXPECT_FALSE(pathState({routeThrough(wired), routeThrough(wireless)}, bothRunning) ==
+                 pathState({routeThrough(wired), routeThrough(wireless)}, oneWithoutCarrier));
+}
+
+TEST(DefaultRoutes, TheStepsInWhichTheKernelTakesALinkDownAreOneChange) {
+    const auto carrierGone = pathState({routeThrough(wired)}, {{wired, IFF_UP | IFF_RUNNING}});
+    EXPECT_EQ(carrierGone, pathState({routeThrough(wired)}, {{wired, IFF_UP}}));
+    auto unused = routeThrough(wired);
+    unused.nextHops.front().dead = true;
+    EXPECT_EQ(carrierGone, pathState({unused}, {{wired, IFF_UP}}));
 }
 
 TEST(DefaultRoutes, LinksWithoutADefaultRouteDoNotMatter) {

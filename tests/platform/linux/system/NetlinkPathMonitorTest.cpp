@@ -5,6 +5,7 @@
 #include "platform/linux/system/FileDescriptor.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QProcess>
 
 #include <fcntl.h>
@@ -15,8 +16,6 @@
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <atomic>
-#include <thread>
 
 namespace skylet::test {
 
@@ -24,10 +23,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// What a report may take from the change on: 100 ms of gathering, and some for a busy machine.
+// What a report may take from the change on where nothing else runs: 100 ms of gathering, and the event loop.
 constexpr auto promptly = 250ms;
+// The same on a machine that other tests keep busy.
+constexpr auto patience = 2000ms;
 // The kernel itself tells of a lost or found carrier up to a second late.
-constexpr auto afterCarrierDelay = 1500ms;
+constexpr auto afterCarrierDelay = 3000ms;
 constexpr auto longEnoughForAnotherReport = 200ms;
 
 /// Keeps the process from opening another file, like a sandbox or a program that leaks.
@@ -51,47 +52,36 @@ class NoMoreDescriptors {
     rlimit before_{};
 };
 
-/// The longest time that passed between two turns of the event loop. What an idle thread had to wait meanwhile is the
-/// machine's doing and comes off.
-class LongestStall {
+/// The longest turn that the event loop took: the time between two ticks, less the time in which this thread was ready
+/// but a busy machine ran others.
+class LongestTurn {
   public:
-    LongestStall() {
+    LongestTurn() {
         tick_.setTimerType(Qt::PreciseTimer);
-        QObject::connect(&tick_, &QTimer::timeout, &tick_, [this] { note(sinceTurn_, longest_); });
-        sinceTurn_.start();
+        QObject::connect(&tick_, &QTimer::timeout, &tick_, [this] {
+            const auto now = ownTime();
+            longest_ = std::max(longest_, now - last_);
+            last_ = now;
+        });
         tick_.start(1ms);
     }
-    ~LongestStall() {
-        ended_ = true;
-        idle_.join();
-    }
-    LongestStall(const LongestStall&) = delete;
-    LongestStall& operator=(const LongestStall&) = delete;
-    LongestStall(LongestStall&&) = delete;
-    LongestStall& operator=(LongestStall&&) = delete;
 
-    std::chrono::milliseconds value() const { return std::chrono::milliseconds(longest_ - longestIdle_); }
+    std::chrono::milliseconds value() const { return std::chrono::duration_cast<std::chrono::milliseconds>(longest_); }
 
   private:
-    static void note(QElapsedTimer& since, std::atomic<qint64>& longest) {
-        longest = std::max<qint64>(longest, since.restart());
-    }
-
-    void idle() {
-        QElapsedTimer since;
-        since.start();
-        while (!ended_) {
-            std::this_thread::sleep_for(1ms);
-            note(since, longestIdle_);
+    static std::chrono::nanoseconds ownTime() {
+        // Nanoseconds on a processor, nanoseconds waiting for one, time slices (the kernel's sched-stats.rst).
+        QFile statistics(QStringLiteral("/proc/thread-self/schedstat"));
+        qint64 waited = 0;
+        if (statistics.open(QIODevice::ReadOnly)) {
+            waited = statistics.readAll().split(' ').value(1).toLongLong();
         }
+        return std::chrono::steady_clock::now().time_since_epoch() - std::chrono::nanoseconds(waited);
     }
 
     QTimer tick_;
-    QElapsedTimer sinceTurn_;
-    std::atomic<qint64> longest_ = 0;
-    std::atomic<qint64> longestIdle_ = 0;
-    std::atomic<bool> ended_ = false;
-    std::thread idle_{[this] { idle(); }};
+    std::chrono::nanoseconds last_ = ownTime();
+    std::chrono::nanoseconds longest_{0};
 };
 
 class NetlinkPathMonitorTest : public testing::Test {
@@ -111,12 +101,12 @@ class NetlinkPathMonitorTest : public testing::Test {
     /// Starts, takes the first report and forgets it.
     void startFrom(bool satisfied) {
         start();
-        ASSERT_TRUE(reported(promptly));
+        ASSERT_TRUE(reported(patience));
         ASSERT_EQ(takeReports(), std::vector{satisfied});
     }
 
-    bool reported(std::chrono::milliseconds patience) {
-        return waitUntil([this] { return !reports_.empty(); }, patience);
+    bool reported(std::chrono::milliseconds time) {
+        return waitUntil([this] { return !reports_.empty(); }, time);
     }
 
     /// The reports so far, forgotten with this.
@@ -129,8 +119,8 @@ class NetlinkPathMonitorTest : public testing::Test {
     }
 
     /// Waits for the one report that a change brings about, and that no second follows.
-    std::vector<bool> reportsAfter(std::chrono::milliseconds patience = promptly) {
-        reported(patience);
+    std::vector<bool> reportsAfter(std::chrono::milliseconds time = patience) {
+        reported(time);
         return reportsMeanwhile();
     }
 
@@ -145,8 +135,6 @@ class NetlinkPathMonitorTest : public testing::Test {
 TEST_F(NetlinkPathMonitorTest, ReportsOnceAtStartEvenWithoutARoute) {
     start();
     EXPECT_TRUE(reports_.empty()) << "never from inside start()";
-    // Nothing is gathered before the first report.
-    EXPECT_TRUE(reported(80ms));
     EXPECT_EQ(reportsAfter(), std::vector{false});
 }
 
@@ -229,8 +217,7 @@ TEST_F(NetlinkPathMonitorTest, ATunnelIsAWayOutOnlyWhileSomebodyHoldsItsOtherEnd
     ASSERT_EQ(ioctl(farEnd.get(), TUNSETIFF, &request), 0);
     EXPECT_EQ(reportsAfter(afterCarrierDelay), std::vector{true});
     farEnd = FileDescriptor();
-    // The kernel first tells that the carrier is gone, then that the link does not run.
-    EXPECT_TRUE(waitUntil([this] { return !reports_.empty() && !reports_.back(); }, afterCarrierDelay));
+    EXPECT_EQ(reportsAfter(afterCarrierDelay), std::vector{false});
 }
 
 TEST_F(NetlinkPathMonitorTest, ReportsAMoveToAnotherLinkAlthoughBothStayUp) {
@@ -323,18 +310,39 @@ TEST_F(NetlinkPathMonitorTest, RoutesToOtherPlacesAreNoChange) {
     EXPECT_EQ(reportsMeanwhile(), std::vector<bool>{});
 }
 
-TEST_F(NetlinkPathMonitorTest, ABurstOfChangesIsReportedOnceAndInTime) {
+TEST_F(NetlinkPathMonitorTest, TimedTheFirstReportIsNotPutOff) {
+    QElapsedTimer elapsed;
+    elapsed.start();
+    start();
+    ASSERT_TRUE(reported(patience));
+    EXPECT_LT(elapsed.elapsed(), 80);
+}
+
+TEST_F(NetlinkPathMonitorTest, TimedAChangeIsGatheredFor100MillisecondsAndReportedWithin250) {
+    namespace_->addUplink("wan", 1);
+    startFrom(false);
+    runFor(longEnoughForAnotherReport);
+    QElapsedTimer elapsed;
+    elapsed.start();
+    namespace_->ip("route add default via 10.1.0.2");
+    ASSERT_TRUE(reported(patience));
+    EXPECT_GE(elapsed.elapsed(), 100);
+    EXPECT_LT(std::chrono::milliseconds(elapsed.elapsed()), promptly);
+}
+
+TEST_F(NetlinkPathMonitorTest, TimedABurstOfChangesIsReportedOnce) {
     namespace_->addUplink("wan", 1);
     startFrom(false);
     QByteArray burst;
     for (int i = 0; i < 50; ++i) {
         burst += "route replace default via 10.1.0." + QByteArray::number(2 + i) + "\n";
     }
-    namespace_->batch(burst);
-    EXPECT_TRUE(reported(promptly));
-    // The first look may fall into a burst that takes the kernel longer than 100 ms.
-    runFor(longEnoughForAnotherReport);
-    EXPECT_LE(takeReports().size(), 2U);
+    QProcess changes;
+    changes.start(QStringLiteral("ip"), {QStringLiteral("-batch"), QStringLiteral("-")});
+    changes.write(burst);
+    changes.closeWriteChannel();
+    EXPECT_EQ(reportsAfter(), std::vector{true});
+    EXPECT_EQ(changes.state(), QProcess::NotRunning);
 }
 
 TEST_F(NetlinkPathMonitorTest, ChangesThatGoOnAndOnDoNotPutTheReportOff) {
@@ -346,36 +354,41 @@ TEST_F(NetlinkPathMonitorTest, ChangesThatGoOnAndOnDoNotPutTheReportOff) {
         {QStringLiteral("-c"), QStringLiteral("for i in $(seq 2 99); do ip route replace default via 10.1.0.$i;"
                                               " sleep 0.02; done")});
     ASSERT_TRUE(changes.waitForStarted());
-    QElapsedTimer elapsed;
-    elapsed.start();
-    EXPECT_TRUE(waitUntil([this] { return reports_.size() >= 3; }, 1000ms));
+    EXPECT_TRUE(waitUntil([this] { return reports_.size() >= 3; }, patience));
     EXPECT_EQ(changes.state(), QProcess::Running);
     changes.terminate();
     changes.waitForFinished();
 }
 
-TEST_F(NetlinkPathMonitorTest, AFloodOfRouteMessagesStallsNothingAndEndsInTheRightState) {
+TEST_F(NetlinkPathMonitorTest, TimedAFloodOfRouteMessagesStallsNothingAndEndsInTheRightState) {
     namespace_->addUplink("wan", 1);
     startFrom(false);
     QByteArray flood;
     for (int i = 0; i < 20'000; ++i) {
-        flood +=
-            "route add 20." + QByteArray::number(i / 250) + "." + QByteArray::number(i % 250) + ".0/24 via 10.1.0.2\n";
+        flood += "route replace 20." + QByteArray::number(i / 250) + "." + QByteArray::number(i % 250) +
+                 ".0/24 via 10.1.0.2\n";
         if (i % 100 == 0) {
             flood += "route replace default via 10.1.0." + QByteArray::number(2 + i % 7) + "\n";
         }
     }
-    flood += "route del default\nroute add default via 10.1.0.2 table 100\n";
-    QProcess writer;
-    LongestStall stall;
-    writer.start(QStringLiteral("ip"), {QStringLiteral("-batch"), QStringLiteral("-")});
-    writer.write(flood);
-    writer.closeWriteChannel();
-    ASSERT_TRUE(waitUntil([&] { return writer.state() == QProcess::NotRunning; }, 30s));
-    ASSERT_EQ(writer.exitCode(), 0);
-    runFor(longEnoughForAnotherReport);
-    EXPECT_LT(stall.value(), 100ms);
-    EXPECT_TRUE(takeReports().back());
+    flood += "route del default\nroute replace default via 10.1.0.2 table 100\n";
+    // The writer of routes may be put off by a busy machine while it holds the lock that everybody waits for; hence
+    // more than one attempt. A turn takes 3 to 6 ms otherwise.
+    auto longestTurn = std::chrono::milliseconds::max();
+    for (int attempt = 0; attempt < 3 && longestTurn >= 100ms; ++attempt) {
+        QProcess writer;
+        const LongestTurn turn;
+        writer.start(QStringLiteral("ip"), {QStringLiteral("-batch"), QStringLiteral("-")});
+        writer.write(flood);
+        writer.closeWriteChannel();
+        ASSERT_TRUE(waitUntil([&] { return writer.state() == QProcess::NotRunning; }, 30s));
+        ASSERT_EQ(writer.exitCode(), 0);
+        runFor(longEnoughForAnotherReport);
+        longestTurn = std::min(longestTurn, turn.value());
+        ASSERT_FALSE(reports_.empty());
+        EXPECT_TRUE(takeReports().back());
+    }
+    EXPECT_LT(longestTurn, 100ms);
     namespace_->ip("route flush table 100");
     EXPECT_EQ(reportsAfter(), std::vector{false});
 }
@@ -424,7 +437,7 @@ TEST_F(NetlinkPathMonitorTest, TheHandlerMayCancel) {
         ++count;
         monitor_.cancel();
     });
-    ASSERT_TRUE(waitUntil([&] { return count == 1; }, promptly));
+    ASSERT_TRUE(waitUntil([&] { return count == 1; }, patience));
     namespace_->addUplink("wan", 1);
     namespace_->ip("route add default via 10.1.0.2");
     runFor(longEnoughForAnotherReport);
@@ -441,11 +454,14 @@ TEST_F(NetlinkPathMonitorTest, StartsAnewAfterCancel) {
 }
 
 TEST_F(NetlinkPathMonitorTest, WithoutANetlinkSocketItAssumesAWayOutOnceAndKeepsTrying) {
+    // Once with everything: a sanitizer needs descriptors when it meets a type for the first time.
+    startFrom(false);
+    monitor_.cancel();
     {
         const NoMoreDescriptors sandbox;
         start();
         EXPECT_TRUE(reports_.empty());
-        EXPECT_TRUE(reported(promptly));
+        EXPECT_TRUE(reported(patience));
         runFor(1200ms);
         EXPECT_EQ(takeReports(), std::vector{true});
     }
