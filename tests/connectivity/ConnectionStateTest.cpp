@@ -20,8 +20,8 @@ TEST(ConnectionState, CheckingDiffersFromPaused) {
 }
 
 TEST(ConnectionState, EveryKindEqualsOnlyItself) {
-    const std::array states = {ConnectionState::online(1), ConnectionState::checking(),
-                                      ConnectionState::offline(), ConnectionState::paused()};
+    const std::array states = {ConnectionState::online(1), ConnectionState::checking(), ConnectionState::offline(),
+                               ConnectionState::paused()};
     for (const auto& first : states) {
         for (const auto& second : states) {
             EXPECT_EQ(first == second, &first == &second);

@@ -2,8 +2,13 @@
 
 #include "platform/StatusTitle.h"
 
+#include <array>
+
 /// Titles of the kinds that the program shows.
 namespace skylet::sample {
+
+inline constexpr std::array allColors = {DotColor::systemGreen, DotColor::systemYellow, DotColor::systemRed,
+                                         DotColor::systemGray};
 
 inline constexpr TitleFont dotFont{12, FontWeight::regular, false};
 inline constexpr TitleFont numberFont{12, FontWeight::regular, true};

@@ -1,5 +1,7 @@
 #include "platform/linux/statusitem/StatusColors.h"
 
+#include "platform/linux/statusitem/SampleTitles.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,8 +11,8 @@
 namespace skylet {
 namespace {
 
-constexpr std::array allColors = {DotColor::systemGreen, DotColor::systemYellow, DotColor::systemRed,
-                                  DotColor::systemGray};
+using sample::allColors;
+
 // The usual shades of dark and of light panels (GNOME black, Xfce, Breeze Dark; Adwaita, Xfce, white).
 const std::array darkPanels = {QColor(0, 0, 0), QColor(0x35, 0x35, 0x35), QColor(0x31, 0x36, 0x3b)};
 const std::array lightPanels = {QColor(0xeb, 0xeb, 0xeb), QColor(0xf5, 0xf4, 0xf2), QColor(255, 255, 255)};

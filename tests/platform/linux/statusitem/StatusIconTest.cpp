@@ -1,5 +1,6 @@
 #include "platform/linux/statusitem/StatusIcon.h"
 
+#include "platform/linux/statusitem/SampleTitles.h"
 #include "platform/linux/statusitem/StatusColors.h"
 
 #include <QFontDatabase>
@@ -13,8 +14,7 @@
 namespace skylet {
 namespace {
 
-constexpr std::array allColors = {DotColor::systemGreen, DotColor::systemYellow, DotColor::systemRed,
-                                  DotColor::systemGray};
+using sample::allColors;
 
 QImage paint(const StatusIcon& icon, int size) {
     return paintStatusIcon(icon, size, QFontDatabase::systemFont(QFontDatabase::GeneralFont))
