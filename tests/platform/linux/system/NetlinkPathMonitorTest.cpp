@@ -10,8 +10,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/if.h>
 #include <linux/if_tun.h>
-#include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 

@@ -2,7 +2,7 @@
 
 #include <QFile>
 
-#include <net/if.h>
+#include <linux/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
