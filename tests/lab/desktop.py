@@ -242,22 +242,27 @@ class StatusArea:
 
     @contextmanager
     def stalls(self):
-        """Asks the item for a property every 20 ms; gives the list of how long each answer took, in seconds."""
-        taken, waiting = [], {}
+        """Asks the item for a property every 20 ms; gives the list of how much longer each answer took than one of the bus
+        itself to a question of the same moment, in seconds. So a busy machine is not taken for a busy program."""
+        asked, own, bus = [], {}, {}
 
         def ask():
-            question = object()
-            waiting[question] = time.monotonic()
-            self._call_async(self._item[1], PROPERTIES, "Get", GLib.Variant("(ss)", (ITEM, "Id")),
-                             lambda _: taken.append(time.monotonic() - waiting.pop(question)))
+            moment = time.monotonic()
+            asked.append(moment)
+            note = lambda answers: lambda _: answers.__setitem__(moment, time.monotonic() - moment)  # noqa: E731
+            self._call_async(self._item[0], self._item[1], PROPERTIES, "Get", GLib.Variant("(ss)", (ITEM, "Id")), note(own))
+            self._call_async("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "GetId", None, note(bus))
             return GLib.SOURCE_CONTINUE
 
         source = GLib.Timeout(STALL_INTERVAL_MS)
         source.set_callback(lambda _: ask())
         source.attach(self._context)
-        yield taken
+        stalls = []
+        yield stalls
         source.destroy()
-        taken.extend(time.monotonic() - asked for asked in waiting.values())
+        time.sleep(2 * STALL_INTERVAL_MS / 1000)
+        end = time.monotonic()
+        stalls.extend(max(0.0, own.get(moment, end - moment) - bus.get(moment, 0.0)) for moment in asked)
 
     def stop(self):
         self._in_thread(self._close)
@@ -359,7 +364,7 @@ class StatusArea:
             self._show()
 
     def _read_item(self):
-        self._call_async(self._item[1], PROPERTIES, "GetAll", GLib.Variant("(s)", (ITEM,)), self._item_read)
+        self._call_async(*self._item, PROPERTIES, "GetAll", GLib.Variant("(s)", (ITEM,)), self._item_read)
 
     def _item_read(self, reply):
         first_time, (self._properties,) = not self._properties, reply
@@ -369,7 +374,7 @@ class StatusArea:
 
     def _read_menu(self):
         if "Menu" in self._properties:
-            self._call_async(self._properties["Menu"], MENU, "GetLayout", GLib.Variant("(iias)", (0, -1, [])),
+            self._call_async(self._item[0], self._properties["Menu"], MENU, "GetLayout", GLib.Variant("(iias)", (0, -1, [])),
                              self._menu_read)
 
     def _menu_read(self, reply):
@@ -380,7 +385,7 @@ class StatusArea:
         return unpack(self._connection.call_sync(self._item[0], self._properties["Menu"], interface, method, arguments,
                                                  None, Gio.DBusCallFlags.NONE, 5000, None))
 
-    def _call_async(self, path, interface, method, arguments, then):
+    def _call_async(self, name, path, interface, method, arguments, then):
         item = self._item
 
         def done(connection, result):
@@ -391,7 +396,7 @@ class StatusArea:
             if self._item == item:
                 then(reply)
 
-        self._connection.call(item[0], path, interface, method, arguments, None, Gio.DBusCallFlags.NONE, -1, None, done)
+        self._connection.call(name, path, interface, method, arguments, None, Gio.DBusCallFlags.NONE, -1, None, done)
 
     def _show(self):
         state = Shown(time.monotonic())

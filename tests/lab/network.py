@@ -222,6 +222,7 @@ class Network:
         (self.client.etc / "hosts").write_text("".join(f"{address} {name}\n" for address, name in names))
         (self.client.etc / "resolv.conf").write_text("nameserver 127.0.0.1\n")
 
-    def names_from_dns(self):
+    def names_from_dns(self, options=""):
+        """`options`: as in resolv.conf(5)."""
         (self.client.etc / "hosts").write_text("127.0.0.1 localhost\n")
-        (self.client.etc / "resolv.conf").write_text(f"nameserver {DNS_ADDRESS}\n")
+        (self.client.etc / "resolv.conf").write_text(f"nameserver {DNS_ADDRESS}\noptions {options}\n")
