@@ -217,6 +217,17 @@ class Network:
     def _add_link(self, device, near, gateway):
         return self._stack.enter_context(Link(self.client, self.server, device, near, gateway))
 
+    def add_dead_ipv6(self):
+        """From now on the names have IPv6 addresses too and there is a default route to them, but nothing comes back."""
+        self.client.run(["sysctl", "-qw", "net.ipv6.conf.wlan0.disable_ipv6=0"])
+        self.client.ip("-6 address add 2001:db8::2/64 dev wlan0 nodad")
+        self.client.ip("-6 route add default via 2001:db8::1 dev wlan0")
+        with (self.client.etc / "hosts").open("a") as hosts:
+            for number, name in enumerate(ENDPOINT_NAMES):
+                address = f"2001:db8:1::{number + 1}"
+                hosts.write(f"{address} {name}\n")
+                self.wlan0.mute(address)
+
     def names_from_hosts_file(self):
         names = [*zip(ENDPOINT_ADDRESSES, ENDPOINT_NAMES), (PORTAL_ADDRESS, PORTAL_NAME), ("127.0.0.1", "localhost")]
         (self.client.etc / "hosts").write_text("".join(f"{address} {name}\n" for address, name in names))

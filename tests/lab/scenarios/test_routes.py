@@ -69,6 +69,15 @@ def test_a_default_route_that_moves_is_checked_at_once_over_the_new_interface(la
     lab.area.wait_for("green", 1, since=moved + 0.1)
 
 
+def test_a_dead_ipv6_route_does_not_stand_in_the_way_of_ipv4(lab):
+    lab.network.add_dead_ipv6()
+    green = lab.start()
+    assert green.time - lab.program.started < 2
+    assert any(":" in packet["far"] for packet in lab.link.trace("up") if packet["far_port"] == 443)
+    time.sleep(6)
+    assert [colour for _, colour in lab.area.dots(green.time)] == ["green"]
+
+
 def test_routes_other_than_the_default_are_none_of_its_business(lab):
     lab.start()
     began = time.monotonic()
