@@ -262,14 +262,14 @@ bool DBusMenuExporter::handleEvent(int id, const QString& eventId, const QString
         }
         return true;
     }
-    QAction* action = entries_.value(id).action;
-    if (eventId == QLatin1String("clicked") && host == assumedIn_) {
-        // A choice closes the menu.
-        endAssumption();
-    }
-    if (eventId == QLatin1String("clicked") && action->isEnabled() && !action->isSeparator()) {
-        // Only after the answer is on its way: the action may open windows, change this menu or end the program.
-        QMetaObject::invokeMethod(action, &QAction::trigger, Qt::QueuedConnection);
+    if (eventId == QLatin1String("clicked")) {
+        if (host == assumedIn_) {
+            // A choice closes the menu.
+            endAssumption();
+        }
+        // Only after the answer is on its way: the action may open windows, change this menu or end the program. An
+        // action that is disabled by then takes no notice.
+        QMetaObject::invokeMethod(entries_.value(id).action, &QAction::trigger, Qt::QueuedConnection);
     }
     return true;
 }

@@ -68,7 +68,7 @@ bool waitUntil(const std::function<bool()>& reached, std::chrono::milliseconds l
     const QDeadlineTimer deadline(limit);
     // Wakes the event loop where nothing else does.
     QTimer tick;
-    tick.start(std::chrono::milliseconds(2));
+    tick.start(std::chrono::milliseconds(1));
     while (!reached()) {
         if (deadline.hasExpired()) {
             return false;

@@ -376,6 +376,8 @@ TEST_F(SniStatusItemTest, DoesNotAskForAttentionWhileItIsHidden) {
     item_->setVisible(false);
     item_->requestAttention();
     EXPECT_EQ(property(QStringLiteral("Status")), QStringLiteral("Passive"));
+    item_->setVisible(true);
+    EXPECT_EQ(property(QStringLiteral("Status")), QStringLiteral("Active"));
 }
 
 // What hosts ask of it.

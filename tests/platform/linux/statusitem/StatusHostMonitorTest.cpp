@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
 
 namespace skylet {
@@ -140,6 +141,41 @@ TEST_F(StatusHostMonitorTest, LetsAHostDecideThatComesAfterTheWatcher) {
     host.unregisterService(hostName_);
     ASSERT_TRUE(changesReach(3));
     EXPECT_EQ(monitor_->titleWay(), TitleWay::badge);
+}
+
+TEST_F(StatusHostMonitorTest, GoesByTheHostAndNotByTheWatcherBesideIt) {
+    const QDBusConnection watcher = owning(watcherName_);
+    const QDBusConnection host = owning(hostName_);
+    for (const bool labelFirst : {true, false}) {
+        StatusHostEnvironment environment;
+        // Which of the two is asked for first is the bus's affair; they differ at any rate.
+        environment.processName = [label = labelFirst](uint /*processId*/) mutable {
+            label = !label;
+            return label ? QStringLiteral("waybar") : QStringLiteral("mate-panel");
+        };
+        StatusHostMonitor monitor(bus_.connect(), environment);
+        monitor.start();
+        ASSERT_TRUE(waitUntil([&] { return !monitor.watcherOwner().isEmpty(); }));
+        const TitleWay hostsWay = monitor.traitsOfConnection(host.baseService()).way;
+        EXPECT_NE(hostsWay, monitor.traitsOfConnection(watcher.baseService()).way);
+        EXPECT_EQ(monitor.titleWay(), hostsWay);
+    }
+}
+
+TEST_F(StatusHostMonitorTest, IsNotMisledByAnswersAboutAWatcherThatHasGoneSince) {
+    start();
+    QDBusConnection watcher = bus_.connect();
+    for (int round = 0; round < 40; ++round) {
+        ASSERT_TRUE(watcher.registerService(watcherName_));
+        // The watcher goes at a different point of the questions about it in each round.
+        const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(25) * round;
+        while (std::chrono::steady_clock::now() < until) {
+            QCoreApplication::processEvents();
+        }
+        ASSERT_TRUE(watcher.unregisterService(watcherName_));
+        settle();
+        ASSERT_TRUE(monitor_->watcherOwner().isEmpty()) << "round " << round;
+    }
 }
 
 TEST_F(StatusHostMonitorTest, ChoosesTheBadgeWhereOneOfSeveralHostsSetsNoLabel) {
