@@ -10,6 +10,11 @@ target_compile_definitions(skylet_options INTERFACE
   QT_DISABLE_DEPRECATED_BEFORE=0x060400)
 target_include_directories(skylet_options INTERFACE ${PROJECT_SOURCE_DIR}/src ${PROJECT_BINARY_DIR}/generated)
 
+if(CMAKE_UNITY_BUILD)
+  # Fixtures in anonymous namespaces look to the compiler as if they stood in a header then.
+  add_compile_options(-Wno-subobject-linkage)
+endif()
+
 # The sanitizers are options of the whole build, so that no target can be left out.
 option(SKYLET_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
 if(SKYLET_SANITIZE)

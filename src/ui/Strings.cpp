@@ -20,31 +20,30 @@ const Strings& userStrings() {
 
 Strings::Strings(const QStringList& preferredLanguages, RowSource hebrew, RowSource english)
     : isHebrew_(preferredLanguages.value(0, QStringLiteral("en")).startsWith(QStringLiteral("he"))),
-      hebrew_(std::move(hebrew)), english_(std::move(english)) {}
+      hebrew_{std::move(hebrew), {}, {}}, english_{std::move(english), {}, {}} {}
 
 QString Strings::text(const QString& key) const {
     if (isHebrew_) {
-        const auto& table = built(hebrewTable_, hebrew_);
+        const auto& table = built(hebrew_);
         if (const auto row = table.constFind(key); row != table.constEnd()) {
             return *row;
         }
     }
-    return built(englishTable_, english_).value(key, key);
+    return built(english_).value(key, key);
 }
 
-const Strings::Table& Strings::built(std::optional<Table>& table, const RowSource& rows) {
-    if (!table) {
-        const auto list = rows();
-        table.emplace();
-        table->reserve(static_cast<qsizetype>(list.size()));
-        for (const auto& [key, text] : list) {
-            if (table->contains(key)) {
+const Strings::Table& Strings::built(LazyTable& lazy) {
+    std::call_once(lazy.once, [&lazy] {
+        const auto rows = lazy.rows();
+        lazy.table.reserve(static_cast<qsizetype>(rows.size()));
+        for (const auto& [key, text] : rows) {
+            if (lazy.table.contains(key)) {
                 qFatal("Strings: the key \"%s\" stands twice", qUtf8Printable(key));
             }
-            table->insert(key, text);
+            lazy.table.insert(key, text);
         }
-    }
-    return *table;
+    });
+    return lazy.table;
 }
 
 QString L(const QString& key) {

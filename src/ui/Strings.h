@@ -5,7 +5,7 @@
 #include <QStringList>
 
 #include <functional>
-#include <optional>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -35,13 +35,17 @@ class Strings {
 
   private:
     using Table = QHash<QString, QString>;
-    static const Table& built(std::optional<Table>& table, const RowSource& rows);
+    /// Built with the first use, once, whichever thread that is on.
+    struct LazyTable {
+        RowSource rows;
+        std::once_flag once;
+        Table table;
+    };
+    static const Table& built(LazyTable& lazy);
 
     const bool isHebrew_;
-    const RowSource hebrew_;
-    const RowSource english_;
-    mutable std::optional<Table> hebrewTable_;
-    mutable std::optional<Table> englishTable_;
+    mutable LazyTable hebrew_;
+    mutable LazyTable english_;
 };
 
 /// The text to show for `key` in the user's language, which is decided once per process.

@@ -43,18 +43,18 @@ class SkyletTest : public testing::Test {
                                           handle->cancel();
                                       });
                                   }};
-        skylet = std::make_unique<Skylet>(
-            std::move(services),
-            std::make_unique<ConnectivityEngine>(
-                std::move(loggedProbe), std::vector<QUrl>{QUrl(QStringLiteral("https://one.example/generate_204"))},
-                [this](Seconds interval, std::function<void()> action) {
-                    const auto handle = schedule(interval, std::move(action));
-                    return std::make_shared<CancellationAction>([this, handle] {
-                        calls += QStringLiteral("engineTimer.cancel");
-                        handle->cancel();
-                    });
-                }),
-            folder.filePath(QStringLiteral("agent.desktop")));
+        auto owned = std::make_unique<ConnectivityEngine>(
+            std::move(loggedProbe), std::vector<QUrl>{QUrl(QStringLiteral("https://one.example/generate_204"))},
+            [this](Seconds interval, std::function<void()> action) {
+                const auto handle = schedule(interval, std::move(action));
+                return std::make_shared<CancellationAction>([this, handle] {
+                    calls += QStringLiteral("engineTimer.cancel");
+                    handle->cancel();
+                });
+            });
+        engine = owned.get();
+        skylet = std::make_unique<Skylet>(std::move(services), std::move(owned),
+                                          folder.filePath(QStringLiteral("agent.desktop")));
     }
 
     void launch() {
@@ -131,6 +131,8 @@ class SkyletTest : public testing::Test {
     std::vector<Seconds> tolerances;
     std::shared_ptr<test::FakeProbe> probe = std::make_shared<test::FakeProbe>();
     QTemporaryDir folder;
+    /// Owned by `skylet`.
+    ConnectivityEngine* engine = nullptr;
     std::unique_ptr<Skylet> skylet;
 };
 
@@ -145,6 +147,7 @@ TEST_F(SkyletTest, StartsUpInOrder) {
     EXPECT_EQ(calls,
               (QStringList{QStringLiteral("diagnosticLog.append"), QStringLiteral("application.becomeAccessory"),
                            QStringLiteral("application.makeStatusItem"), QStringLiteral("diagnosticLog.append"),
+                           QStringLiteral("item.setAutosaveName"), QStringLiteral("item.setVisible"),
                            QStringLiteral("item.setMenu"), QStringLiteral("item.setTitle"),
                            QStringLiteral("pathMonitor.start"), QStringLiteral("sleepMonitor.start"),
                            QStringLiteral("item.setTitle"), QStringLiteral("probe"), QStringLiteral("rateTimer.start"),
@@ -288,7 +291,18 @@ TEST_F(SkyletTest, TheCheckCommandChecksAtOnceAndDrawsNothingItself) {
                                   QStringLiteral("probe")}));
 }
 
-TEST_F(SkyletTest, CheckNowWhilePausedReachesTheEngineWhichIgnoresIt) {
+TEST_F(SkyletTest, CheckNowWhilePausedStillReachesTheEngine) {
+    launch();
+    skylet->togglePause();
+    // The engine alone decides; this one was told behind the application's back that it may go on.
+    engine->setPaused(false);
+    goOnline();
+    ASSERT_TRUE(skylet->displayState().paused);
+    skylet->checkNow();
+    EXPECT_EQ(calls.count(QStringLiteral("probe")), 1);
+}
+
+TEST_F(SkyletTest, CheckNowWhilePausedIsIgnoredByTheEngine) {
     launch();
     skylet->togglePause();
     calls.clear();

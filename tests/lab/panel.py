@@ -1,11 +1,13 @@
 """A real panel on a virtual screen, with a home and message buses of its own, in the client's namespace: what it starts or
 asks for stays in there."""
 
+import shutil
 import subprocess
 import time
 from dataclasses import dataclass
 from pathlib import Path
 
+import pytest
 import settings
 from desktop import WATCHER, PROPERTIES, Bus, colour_class, wait_until
 from gi.repository import GLib
@@ -101,6 +103,9 @@ class Panel:
 
     def __init__(self, lab, stack, kind):
         self._kind, self._name = KINDS[kind], kind
+        for command, *_ in self._kind.commands:
+            if not shutil.which(command):
+                pytest.skip(f"{command} is not installed")
         self._client, self._stack = lab.network.client, stack
         self._home = lab.network.folder / "panel-home"
         configuration = self._home / "config" / self._kind.settings[0]

@@ -36,8 +36,14 @@ class FakeStatusItem final : public StatusItem {
     FakeStatusItem(CallLog& calls, std::shared_ptr<Shown> shown) : calls_(calls), shown_(std::move(shown)) {}
     QString buttonDescription() const override { return QStringLiteral("fake button"); }
     QString windowDescription() const override { return QStringLiteral("no window"); }
-    void setAutosaveName(const QString& name) override { shown_->autosaveName = name; }
-    void setVisible(bool visible) override { shown_->visible = visible; }
+    void setAutosaveName(const QString& name) override {
+        calls_ += QStringLiteral("item.setAutosaveName");
+        shown_->autosaveName = name;
+    }
+    void setVisible(bool visible) override {
+        calls_ += QStringLiteral("item.setVisible");
+        shown_->visible = visible;
+    }
     void setMenu(const Menu& menu) override {
         calls_ += QStringLiteral("item.setMenu");
         shown_->menu = menu;

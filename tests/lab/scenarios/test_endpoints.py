@@ -86,3 +86,14 @@ def test_a_kept_connection_that_the_servers_end_while_idle_costs_no_failure(lab,
     time.sleep(CYCLE + 1)
     assert colours(lab, ended) == {"green"}
     assert lab.servers.requests(ended)
+
+
+def test_a_connection_that_was_accepted_and_then_stalls_is_not_waited_for_again(lab):
+    for endpoint in lab.servers.both:
+        endpoint.set(accept="silent")
+    lab.program.start()
+    time.sleep(LIMIT)
+    for endpoint in lab.servers.both:
+        endpoint.set()
+    lab.area.wait_for("green", RETRY + 1)
+    assert "red" not in colours(lab, lab.program.started)

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <optional>
 #include <utility>
@@ -11,6 +12,10 @@ namespace skylet {
 
 namespace {
 
+/// How libcurl's error text names the reason with which HTTP/2 ends a stream that broke its rules (RFC 9113, 7).
+/// Servers end streams for other reasons too, and those pass.
+const auto http2ProtocolError = QLatin1StringView("PROTOCOL_ERROR");
+
 template <typename Value>
 void setOption(const CurlEasy& handle, CURLoption option, Value value) {
     if (const CURLcode result = curl_easy_setopt(handle.get(), option, value); result != CURLE_OK) {
@@ -18,10 +23,11 @@ void setOption(const CurlEasy& handle, CURLoption option, Value value) {
     }
 }
 
-curl_off_t timeOf(const CurlEasy& handle, CURLINFO info) {
+/// Since the start of the transfer; zero: not reached.
+std::chrono::microseconds timeOf(const CurlEasy& handle, CURLINFO info) {
     curl_off_t microseconds = 0;
     curl_easy_getinfo(handle.get(), info, &microseconds);
-    return microseconds;
+    return std::chrono::microseconds(microseconds);
 }
 
 } // namespace
@@ -49,11 +55,20 @@ class ConnectionPool::Exchange {
         limit_->stop();
     }
 
-    Stage stage() const {
-        if (timeOf(easy_, CURLINFO_APPCONNECT_TIME_T) > 0) {
-            return Stage::secured;
+    /// Whether its connection is new, and the next step of the handshake or the answer may still be on its way: since
+    /// the last step no more has passed than two round trips and the time to send a lost packet again.
+    bool isProgressing(std::chrono::microseconds retransmission) const {
+        const auto connected = timeOf(easy_, CURLINFO_CONNECT_TIME_T);
+        if (connected == std::chrono::microseconds::zero()) {
+            return false;
         }
-        return timeOf(easy_, CURLINFO_CONNECT_TIME_T) > 0 ? Stage::connected : Stage::nothing;
+        const auto roundTrip = connected - timeOf(easy_, CURLINFO_NAMELOOKUP_TIME_T);
+        const auto lastStep = std::max(connected, timeOf(easy_, CURLINFO_APPCONNECT_TIME_T));
+        return std::chrono::steady_clock::now() - start_ < lastStep + 2 * roundTrip + retransmission;
+    }
+
+    QString errorText(CURLcode result) const {
+        return QString::fromUtf8(errorText_.front() != '\0' ? errorText_.data() : curl_easy_strerror(result));
     }
 
     TransferResponse response() const {
@@ -94,6 +109,7 @@ class ConnectionPool::Exchange {
         setOption(easy_, CURLOPT_HEADERFUNCTION, &Exchange::headReceived);
         setOption(easy_, CURLOPT_HEADERDATA, this);
         setOption(easy_, CURLOPT_WRITEFUNCTION, &Exchange::bodyReceived);
+        setOption(easy_, CURLOPT_ERRORBUFFER, errorText_.data());
     }
 
     /// Where the system keeps its certificates both as one bundle and as hashed files, libcurl would read the whole
@@ -106,8 +122,9 @@ class ConnectionPool::Exchange {
     }
 
     static int lookupStarts(void* /*state*/, void* /*reserved*/, void* self) {
-        static_cast<Exchange*>(self)->lookingUp_ = true;
-        return 0;
+        auto& exchange = *static_cast<Exchange*>(self);
+        exchange.lookingUp_ = exchange.pool_.mayLookUp_();
+        return exchange.lookingUp_ ? 0 : 1;
     }
 
     static curl_socket_t openSocket(void* self, curlsocktype /*purpose*/, curl_sockaddr* address) {
@@ -117,7 +134,7 @@ class ConnectionPool::Exchange {
             return CURL_SOCKET_BAD;
         }
         // A new connection starts from the beginning, whatever the ones before it had reached.
-        exchange.pool_.stage_ = Stage::nothing;
+        exchange.pool_.answered_ = false;
         return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
     }
 
@@ -134,6 +151,8 @@ class ConnectionPool::Exchange {
     ConnectionPool& pool_;
     TransferSession::Completion completion_;
     CurlEasy easy_;
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    std::array<char, CURL_ERROR_SIZE> errorText_{};
     /// May end inside its own signal.
     std::unique_ptr<QTimer, void (*)(QTimer*)> limit_{new QTimer, [](QTimer* timer) { timer->deleteLater(); }};
     std::size_t headBytes_ = 0;
@@ -164,9 +183,9 @@ class ConnectionPool::Task final : public TransferTask {
 };
 
 ConnectionPool::ConnectionPool(CURLSH* share, HttpVersion version, std::chrono::milliseconds limit,
-                               std::function<void()> onSettled)
-    : share_(share), version_(version), limit_(limit), onSettled_(std::move(onSettled)),
-      multi_([this](CURL* handle, CURLcode result) { done(handle, result); }) {}
+                               std::function<bool()> mayLookUp, std::function<void()> onSettled)
+    : share_(share), version_(version), limit_(limit), mayLookUp_(std::move(mayLookUp)),
+      onSettled_(std::move(onSettled)), multi_([this](CURL* handle, CURLcode result) { done(handle, result); }) {}
 
 ConnectionPool::~ConnectionPool() {
     for (const auto& exchange : exchanges_) {
@@ -225,12 +244,13 @@ void ConnectionPool::done(CURL* handle, CURLcode result) {
     exchange->limit().stop();
     settle();
     if (result == CURLE_OK) {
-        stage_ = Stage::answered;
+        answered_ = true;
         exchange->finish(exchange->response(), {});
     } else {
-        malformedHttp2_ = malformedHttp2_ || result == CURLE_HTTP2_STREAM;
+        const auto error = exchange->errorText(result);
+        malformedHttp2_ = malformedHttp2_ || (result == CURLE_HTTP2_STREAM && error.contains(http2ProtocolError));
         distrust();
-        exchange->finish({}, TransferError{QString::fromUtf8(curl_easy_strerror(result))});
+        exchange->finish({}, TransferError{error});
     }
 }
 
@@ -255,20 +275,14 @@ void ConnectionPool::discard(const std::shared_ptr<Exchange>& exchange) {
     settle();
 }
 
-bool ConnectionPool::isProgressing() {
-    auto reached = stage_;
-    for (const auto& exchange : exchanges_) {
-        reached = std::max(reached, exchange->stage());
-    }
-    if (reached > stage_) {
-        stage_ = reached;
-        lastProgress_ = std::chrono::steady_clock::now();
-    }
-    return stage_ != Stage::answered && lastProgress_ && std::chrono::steady_clock::now() - *lastProgress_ < limit_ / 2;
+bool ConnectionPool::isProgressing() const {
+    return !answered_ && std::any_of(exchanges_.begin(), exchanges_.end(),
+                                     [this](const auto& exchange) { return exchange->isProgressing(limit_ / 3); });
 }
 
 void ConnectionPool::settle() {
-    QTimer::singleShot(0, lifetime_.guard([this] { onSettled_(); }));
+    // Not guarded by this pool's own lifetime: it may go in the call.
+    QTimer::singleShot(0, onSettled_);
 }
 
 } // namespace skylet

@@ -12,7 +12,6 @@
 #include <functional>
 #include <list>
 #include <memory>
-#include <optional>
 
 namespace skylet {
 
@@ -31,9 +30,10 @@ class ConnectionPool {
         negotiated = CURL_HTTP_VERSION_2TLS,
     };
 
-    /// `share`: TLS sessions to resume; outlives the pool. `limit`: for one exchange as a whole. `onSettled` is called
-    /// from the event loop after a request has ended or the pool has lost its trust.
-    ConnectionPool(CURLSH* share, HttpVersion version, std::chrono::milliseconds limit,
+    /// `share`: TLS sessions to resume; outlives the pool. `limit`: for one exchange as a whole. `mayLookUp`: asked
+    /// before each name look-up; without leave the request fails. `onSettled` is called from the event loop after a
+    /// request has ended or the pool has lost its trust, possibly after the pool has gone; it may destroy the pool.
+    ConnectionPool(CURLSH* share, HttpVersion version, std::chrono::milliseconds limit, std::function<bool()> mayLookUp,
                    std::function<void()> onSettled);
     ~ConnectionPool();
     ConnectionPool(const ConnectionPool&) = delete;
@@ -62,27 +62,24 @@ class ConnectionPool {
     class Exchange;
     class Task;
 
-    /// How far the newest connection has come.
-    enum class Stage { nothing, connected, secured, answered };
-
     void done(CURL* handle, CURLcode result);
     void limitReached(const std::shared_ptr<Exchange>& exchange);
     void discard(const std::shared_ptr<Exchange>& exchange);
-    /// Whether a handshake is under way that has come further lately. On a link with a round trip of a second or more
-    /// no new connection can answer within the limit; dropped each time, it never would.
-    bool isProgressing();
+    /// Whether a new connection is on its way to its first answer. On a link with a round trip of a second or more none
+    /// can answer within the limit; dropped each time, it never would.
+    bool isProgressing() const;
     void settle();
 
     CURLSH* share_;
     const HttpVersion version_;
     const std::chrono::milliseconds limit_;
+    const std::function<bool()> mayLookUp_;
     const std::function<void()> onSettled_;
     bool trusted_ = true;
     bool malformedHttp2_ = false;
     bool retired_ = false;
-    Stage stage_ = Stage::nothing;
-    /// When a limit last found the newest connection further than before.
-    std::optional<std::chrono::steady_clock::time_point> lastProgress_;
+    /// Something came back over the newest connection.
+    bool answered_ = false;
     CurlMulti multi_;
     std::list<std::shared_ptr<Exchange>> exchanges_;
     Lifetime lifetime_;

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <mutex>
-#include <numeric>
 #include <utility>
 
 namespace skylet {
@@ -28,12 +27,6 @@ QString poolKey(const QUrl& url) {
     return url.authority();
 }
 
-/// The end of a request that never began.
-class NoTask final : public TransferTask {
-  public:
-    void cancel() override {}
-};
-
 } // namespace
 
 CurlTransferSession::CurlTransferSession(const SessionConfiguration& configuration,
@@ -43,14 +36,7 @@ CurlTransferSession::CurlTransferSession(const SessionConfiguration& configurati
       epoch_(std::move(epoch)), epochOfPools_(epoch_->current()), share_(makeShare()) {}
 
 std::shared_ptr<TransferTask> CurlTransferSession::head(const QUrl& url, Completion completion) {
-    auto& pool = poolFor(url);
-    if (pendingLookups() >= lookupLimit) {
-        QTimer::singleShot(0, [completion = std::move(completion)] {
-            completion({}, TransferError{QStringLiteral("too many name look-ups without an answer")});
-        });
-        return std::make_shared<NoTask>();
-    }
-    return pool.head(url, std::move(completion));
+    return poolFor(url).head(url, std::move(completion));
 }
 
 void CurlTransferSession::distrust(const QUrl& url) {
@@ -67,10 +53,11 @@ void CurlTransferSession::invalidateAndCancel() {
 }
 
 ConnectionPool& CurlTransferSession::poolFor(const QUrl& url) {
-    if (std::exchange(epochOfPools_, epoch_->current()) != epoch_->current()) {
+    if (epochOfPools_ != epoch_->current()) {
         while (!pools_.empty()) {
             retire(pools_.begin());
         }
+        epochOfPools_ = epoch_->current();
     }
     const auto key = poolKey(url);
     auto version = ConnectionPool::HttpVersion::negotiated;
@@ -81,13 +68,14 @@ ConnectionPool& CurlTransferSession::poolFor(const QUrl& url) {
         version = old->second->successorVersion();
         retire(old);
     }
-    auto pool = std::make_unique<ConnectionPool>(share_.get(), version, limit_, lifetime_.guard([this] { sweep(); }));
+    auto pool = std::make_unique<ConnectionPool>(
+        share_.get(), version, limit_, [this] { return mayLookUp(); }, lifetime_.guard([this] { sweep(); }));
     return *pools_.emplace(key, std::move(pool)).first->second;
 }
 
 void CurlTransferSession::retire(Pools::iterator pool) {
     pool->second->retire();
-    retired_.push_back(std::move(pool->second));
+    retired_.push_back({std::move(pool->second), epochOfPools_});
     pools_.erase(pool);
     QTimer::singleShot(0, lifetime_.guard([this] { sweep(); }));
 }
@@ -97,15 +85,23 @@ void CurlTransferSession::sweep() {
         const auto& pool = *entry.second;
         return !pool.isTrusted() && pool.isIdle() && pool.successorVersion() == ConnectionPool::HttpVersion::negotiated;
     });
-    std::erase_if(retired_, [](const auto& pool) { return pool->isIdle(); });
+    std::erase_if(retired_, [](const auto& retired) { return retired.pool->isIdle(); });
 }
 
-std::size_t CurlTransferSession::pendingLookups() const {
-    const auto add = [](std::size_t sum, const ConnectionPool& pool) { return sum + pool.pendingLookups(); };
-    const auto current = std::accumulate(pools_.begin(), pools_.end(), std::size_t{0},
-                                         [&](std::size_t sum, const auto& entry) { return add(sum, *entry.second); });
-    return std::accumulate(retired_.begin(), retired_.end(), current,
-                           [&](std::size_t sum, const auto& pool) { return add(sum, *pool); });
+bool CurlTransferSession::mayLookUp() const {
+    std::size_t ofThisEpoch = 0;
+    std::size_t total = 0;
+    const auto count = [&](const ConnectionPool& pool, std::uint64_t epoch) {
+        total += pool.pendingLookups();
+        ofThisEpoch += epoch == epochOfPools_ ? pool.pendingLookups() : 0;
+    };
+    for (const auto& [key, pool] : pools_) {
+        count(*pool, epochOfPools_);
+    }
+    for (const auto& retired : retired_) {
+        count(*retired.pool, retired.epoch);
+    }
+    return ofThisEpoch < lookupLimit && total < totalLookupLimit;
 }
 
 } // namespace skylet

@@ -18,9 +18,11 @@ namespace skylet {
 /// is thrown away, connections and all, once a request failed there or the network has become another one.
 class CurlTransferSession final : public TransferSession {
   public:
-    /// While names do not resolve, each attempt leaves a resolver thread behind for some tens of seconds. Beyond this
-    /// number requests fail at once.
+    /// While names do not resolve, each attempt leaves a resolver thread behind for some tens of seconds. Requests that
+    /// would need one more than this many fail at once.
     static constexpr std::size_t lookupLimit = 8;
+    /// The same with the threads that earlier networks left behind.
+    static constexpr std::size_t totalLookupLimit = 24;
 
     CurlTransferSession(const SessionConfiguration& configuration, std::shared_ptr<const NetworkEpoch> epoch);
 
@@ -29,12 +31,17 @@ class CurlTransferSession final : public TransferSession {
     void invalidateAndCancel() override;
 
   private:
+    struct RetiredPool {
+        std::unique_ptr<ConnectionPool> pool;
+        /// Of the network epoch it was used in.
+        std::uint64_t epoch;
+    };
     using Pools = std::map<QString, std::unique_ptr<ConnectionPool>>;
 
     ConnectionPool& poolFor(const QUrl& url);
     void retire(Pools::iterator pool);
     void sweep();
-    std::size_t pendingLookups() const;
+    bool mayLookUp() const;
 
     const std::chrono::milliseconds limit_;
     const std::shared_ptr<const NetworkEpoch> epoch_;
@@ -44,7 +51,7 @@ class CurlTransferSession final : public TransferSession {
     const CurlShare share_;
     Pools pools_;
     /// Out of use; each goes as soon as nothing runs there any more.
-    std::vector<std::unique_ptr<ConnectionPool>> retired_;
+    std::vector<RetiredPool> retired_;
     Lifetime lifetime_;
 };
 
