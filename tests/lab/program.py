@@ -50,6 +50,11 @@ class Program:
                 [settings.PROGRAM], env=self.environment, stdout=output, stderr=subprocess.STDOUT))
 
     @property
+    def sanitized(self):
+        """Whether it was built with a sanitizer, whose memory hides its own."""
+        return b"__asan_init" in settings.PROGRAM.read_bytes()
+
+    @property
     def running(self):
         return self._process.poll() is None
 
