@@ -95,6 +95,9 @@ void StatusHostMonitor::start() {
     nameWatcher_ = std::make_unique<QDBusServiceWatcher>(QStringLiteral("org.kde*"), connection_,
                                                          QDBusServiceWatcher::WatchForOwnerChange);
     connect(nameWatcher_.get(), &QDBusServiceWatcher::serviceOwnerChanged, this, [this](const QString& name) {
+        if (name == watcherName) {
+            forgetWatcher();
+        }
         if (name == watcherName || name.startsWith(hostPrefix)) {
             lookAnew();
         }
@@ -105,6 +108,14 @@ void StatusHostMonitor::start() {
 StatusHostTraits StatusHostMonitor::traitsOfConnection(const QString& connectionName) const {
     const auto known = traits_.constFind(connectionName);
     return known != traits_.cend() ? *known : traitsOfDesktop(environment_.currentDesktop);
+}
+
+// A watcher that gives its name up and takes it again knows no items, though it is the same connection as before.
+void StatusHostMonitor::forgetWatcher() {
+    if (!watcherOwner_.isEmpty()) {
+        watcherOwner_.clear();
+        Q_EMIT changed();
+    }
 }
 
 void StatusHostMonitor::lookAnew() {

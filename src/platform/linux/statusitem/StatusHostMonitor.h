@@ -71,6 +71,7 @@ class StatusHostMonitor final : public QObject {
         QHash<QString, StatusHostTraits> traits;
     };
 
+    void forgetWatcher();
     void lookAnew();
     void askForOwner(const QString& name, const std::shared_ptr<Look>& look);
     void askForProcess(const QString& owner, const std::shared_ptr<Look>& look);

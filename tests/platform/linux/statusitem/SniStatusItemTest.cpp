@@ -185,6 +185,15 @@ TEST_F(SniStatusItemTest, RegistersWithAWatcherThatDiesAndComesBack) {
     EXPECT_TRUE(waitUntil([&] { return second.registrations().size() == 1; }));
 }
 
+TEST_F(SniStatusItemTest, RegistersWithAWatcherThatTakesItsNameAgainAtOnce) {
+    host_.appear();
+    makeItem(QStringLiteral("panel-2-systray"));
+    ASSERT_TRUE(waitUntil([this] { return host_.registrations().size() == 1; }));
+    host_.disappear();
+    host_.appear();
+    EXPECT_TRUE(waitUntil([this] { return host_.registrations().size() == 2; }));
+}
+
 TEST_F(SniStatusItemTest, RegistersAgainWhereALabelHostDoesNotReadTheMenu) {
     host_.appear();
     makeItem(QStringLiteral("gnome-shell"));
