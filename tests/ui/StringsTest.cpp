@@ -125,6 +125,7 @@ TEST(Strings, FirstLookUpsOnManyThreadsBuildTheTableOnce) {
     });
     std::atomic<int> right = 0;
     std::vector<std::jthread> threads;
+    threads.reserve(8);
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([&] { right += strings.text(QStringLiteral("Offline")) == QStringLiteral("אין רשת"); });
     }
