@@ -19,7 +19,7 @@ namespace {
 using namespace netlink;
 
 // Only a table that changes while it is read needs a second attempt.
-constexpr int maximumAttempts = 4;
+constexpr int maximumAttempts = 8;
 
 // Kinds (IFLA_INFO_KIND) that bundle ports or wrap what they carry into packets of their own. Their bytes are counted
 // by another interface too although the kernel names none.

@@ -64,7 +64,6 @@ void NetlinkPathMonitor::cancel() {
     events_.reset();
     nextLook_.stop();
     snapshot_.abandon();
-    snapshotOutdated_ = false;
     reported_ = false;
     last_.reset();
 }
@@ -107,14 +106,15 @@ void NetlinkPathMonitor::lookIn(std::chrono::milliseconds delay) {
 // Listens before it looks: what happens in between is then heard of.
 void NetlinkPathMonitor::look() {
     listen();
-    snapshotOutdated_ = snapshot_.isUnderWay();
-    snapshot_.take();
+    if (snapshot_.isUnderWay()) {
+        lookIn(gatheringTime);
+    } else {
+        snapshot_.take();
+    }
 }
 
 void NetlinkPathMonitor::snapshotTaken(std::optional<PathState> state) {
-    if (snapshotOutdated_) {
-        look();
-    } else if (!state || !events_) {
+    if (!state || !events_) {
         lookIn(retryInterval);
     }
     if (!state) {

@@ -38,8 +38,6 @@ class NetlinkPathMonitor : public PathMonitor {
     QSocketNotifier eventReadable_{QSocketNotifier::Read};
     QTimer nextLook_;
     PathSnapshot snapshot_;
-    /// Something happened after the snapshot under way had begun.
-    bool snapshotOutdated_ = false;
     bool reported_ = false;
     /// What was reported last; absent as well when it was only assumed.
     std::optional<PathState> last_;

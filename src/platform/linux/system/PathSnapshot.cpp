@@ -19,13 +19,12 @@ using namespace std::chrono_literals;
 constexpr auto snapshotPatience = 5s;
 // Each datagram holds some 400 routes and takes the kernel and the parser about 0.1 ms together.
 constexpr int datagramsPerSlice = 16;
-constexpr int maximumSnapshotAttempts = 4;
+constexpr int maximumSnapshotAttempts = 8;
 
 } // namespace
 
 PathSnapshot::PathSnapshot(Completion completion) : completion_(std::move(completion)) {
     deadline_.setSingleShot(true);
-    deadline_.setInterval(snapshotPatience);
     QObject::connect(&deadline_, &QTimer::timeout, &deadline_, [this] { finish(std::nullopt); });
     QObject::connect(&readable_, &QSocketNotifier::activated, &readable_, [this] { readSlice(); });
 }
@@ -36,7 +35,7 @@ void PathSnapshot::take() {
     }
     underWay_ = true;
     attempts_ = 0;
-    deadline_.start();
+    deadline_.start(snapshotPatience);
     begin();
 }
 

@@ -1,5 +1,6 @@
 #include "platform/linux/system/LogindSleepMonitor.h"
 
+#include "ChildProcess.h"
 #include "EventLoop.h"
 #include "PrivateBus.h"
 
@@ -35,6 +36,7 @@ class MockLogind {
     MockLogind(const PrivateBus& bus, QDBusConnection control, const char* properties) : control_(std::move(control)) {
         auto environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), bus.address());
+        endWithThisProcess(process_);
         process_.setProcessEnvironment(environment);
         process_.setStandardOutputFile(QProcess::nullDevice());
         process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
@@ -321,15 +323,19 @@ TEST_F(LogindSleepMonitorTest, WakesWhenLogindWasRestartedDuringTheSuspendAndSay
 }
 
 TEST_F(LogindSleepMonitorTest, StaysAsleepWhenLogindWasRestartedAndTheSuspendGoesOn) {
-    LogindSleepMonitor patient(bus_.connect("patient"), epoch_);
+    constexpr auto longerThanTheRestart = 1500ms;
+    LogindSleepMonitor patient(bus_.connect("patient"), epoch_, longerThanTheRestart);
     patient.start([this] { calls_ += QStringLiteral("sleep"); }, [this] { calls_ += QStringLiteral("wake"); });
     startLogind();
     ASSERT_TRUE(inhibitorsBecome(1));
     logind_->announceSleep(true);
     ASSERT_TRUE(inhibitorsBecome(0));
+    QElapsedTimer sinceTheEnd;
+    sinceTheEnd.start();
     logind_.reset();
     startLogind(R"({"PreparingForSleep": true})");
-    EXPECT_EQ(callsSoFar(), list({"sleep"}));
+    runFor(longerThanTheRestart + longEnoughForAnotherCall - std::chrono::milliseconds(sinceTheEnd.elapsed()));
+    EXPECT_EQ(calls_, list({"sleep"}));
     EXPECT_EQ(logind_->inhibitors(), QStringList{});
     logind_->announceSleep(false);
     EXPECT_TRUE(called("wake"));
@@ -350,7 +356,6 @@ TEST_F(LogindSleepMonitorTest, WakesWhenTheBusBreaks) {
     startAwake();
     logind_->announceSleep(true);
     ASSERT_TRUE(inhibitorsBecome(0));
-    logind_.reset();
     bus_.stop();
     EXPECT_TRUE(called("wake at 1"));
 }

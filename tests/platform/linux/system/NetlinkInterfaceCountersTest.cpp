@@ -1,5 +1,6 @@
 #include "platform/linux/system/NetlinkInterfaceCounters.h"
 
+#include "ChildProcess.h"
 #include "NetlinkMessage.h"
 #include "NetworkNamespace.h"
 
@@ -53,6 +54,7 @@ class NetlinkInterfaceCountersTest : public testing::Test {
 class OtherNamespace {
   public:
     OtherNamespace() {
+        endWithThisProcess(holder_);
         holder_.start(QStringLiteral("unshare"), {QStringLiteral("-n"), QStringLiteral("sh"), QStringLiteral("-c"),
                                                   QStringLiteral("echo ready; exec cat")});
         ready_ = holder_.waitForReadyRead();
@@ -158,6 +160,23 @@ TEST_F(NetlinkInterfaceCountersTest, ReadsHowEverManyLinksThereAre) {
     namespace_->batch(commands);
     ASSERT_TRUE(counter("many59"));
     EXPECT_EQ(counters_.read()->size(), 61U);
+}
+
+TEST_F(NetlinkInterfaceCountersTest, LinksThatComeAndGoWhileTheyAreReadCostNoOther) {
+    QByteArray commands;
+    for (int i = 0; i < 60; ++i) {
+        commands += "link add many" + QByteArray::number(i) + " type bridge\n";
+    }
+    namespace_->batch(commands);
+    LinkChurn churn;
+    ASSERT_TRUE(churn.isUnderWay());
+    for (int i = 0; i < 500; ++i) {
+        const auto all = counters_.read();
+        ASSERT_TRUE(all) << "in round " << i;
+        ASSERT_GE(all->size(), 61U);
+        ASSERT_LE(all->size(), 62U);
+    }
+    EXPECT_TRUE(churn.isUnderWay());
 }
 
 TEST_F(NetlinkInterfaceCountersTest, TheLoopbackRidesOnNothing) {

@@ -1,5 +1,7 @@
 #include "NetworkNamespace.h"
 
+#include "ChildProcess.h"
+
 #include <QFile>
 #include <QProcess>
 
@@ -73,8 +75,32 @@ void NetworkNamespace::addUplink(const char* name, int number) const {
     const QByteArray here(name);
     const QByteArray far = here + "-far";
     const QByteArray net = QByteArray::number(number);
-    batch("link add " + here + " type veth peer name " + far + "\nlink set " + here + " up\nlink set " + far + " up\n" +
-          "addr add 10." + net + ".0.1/24 dev " + here + "\naddr add fd00:" + net + "::1/64 dev " + here + " nodad\n");
+    batch("link add " + here + " type veth peer name " + far + "\nlink set " + here + " addrgenmode none\nlink set " +
+          far + " addrgenmode none\nlink set " + here + " up\nlink set " + far + " up\n" + "addr add 10." + net +
+          ".0.1/24 dev " + here + "\naddr add fd00:" + net + "::1/64 dev " + here + " nodad\n");
+}
+
+void NetworkNamespace::disableIPv6() const {
+    for (const char* links : {"all", "default"}) {
+        writeFile(QStringLiteral("/proc/sys/net/ipv6/conf/%1/disable_ipv6").arg(QString::fromUtf8(links)), "1");
+    }
+}
+
+LinkChurn::LinkChurn() {
+    constexpr int moreThanAnyTestTakes = 200'000;
+    if (!commands_.open()) {
+        return;
+    }
+    commands_.write(QByteArray("link add churn type bridge\nlink del churn\n").repeated(moreThanAnyTestTakes));
+    commands_.flush();
+    endWithThisProcess(process_);
+    process_.start(QStringLiteral("ip"), {QStringLiteral("-force"), QStringLiteral("-batch"), commands_.fileName()});
+    process_.waitForStarted();
+}
+
+LinkChurn::~LinkChurn() {
+    process_.kill();
+    process_.waitForFinished();
 }
 
 } // namespace skylet::test

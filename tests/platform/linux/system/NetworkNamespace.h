@@ -3,8 +3,10 @@
 #include "platform/linux/system/FileDescriptor.h"
 
 #include <QByteArray>
+#include <QProcess>
 #include <QString>
 #include <QStringList>
+#include <QTemporaryFile>
 
 #include <memory>
 
@@ -27,13 +29,33 @@ class NetworkNamespace {
     bool ip(const char* command) const;
     /// Runs the commands, one per line, in one process. Goes on after those that are refused.
     void batch(const QByteArray& commands) const;
-    /// Adds a pair of links, NAME and NAME-far, both up, NAME with the addresses 10.N.0.1/24 and fd00:N::1/64.
+    /// Adds a pair of links, NAME and NAME-far, both up, NAME with the addresses 10.N.0.1/24 and fd00:N::1/64. Nothing
+    /// happens to them later by itself, as it would to link-local addresses.
     void addUplink(const char* name, int number) const;
+    /// For links that are added from now on.
+    void disableIPv6() const;
 
   private:
     explicit NetworkNamespace(FileDescriptor outside) : outside_(std::move(outside)) {}
 
     FileDescriptor outside_;
+};
+
+/// Adds and removes links in the present namespace as fast as it can while it lives.
+class LinkChurn {
+  public:
+    LinkChurn();
+    ~LinkChurn();
+    LinkChurn(const LinkChurn&) = delete;
+    LinkChurn& operator=(const LinkChurn&) = delete;
+    LinkChurn(LinkChurn&&) = delete;
+    LinkChurn& operator=(LinkChurn&&) = delete;
+
+    bool isUnderWay() { return process_.state() == QProcess::Running && !process_.waitForFinished(0); }
+
+  private:
+    QTemporaryFile commands_;
+    QProcess process_;
 };
 
 } // namespace skylet::test

@@ -1,11 +1,14 @@
 #include "PrivateBus.h"
 
+#include "ChildProcess.h"
+
 #include <QDBusConnectionInterface>
 #include <QDBusReply>
 
 namespace skylet::test {
 
 PrivateBus::PrivateBus() {
+    endWithThisProcess(daemon_);
     // It complains when it may not raise its limits.
     daemon_.setStandardErrorFile(QProcess::nullDevice());
     daemon_.start(QStringLiteral("dbus-daemon"),

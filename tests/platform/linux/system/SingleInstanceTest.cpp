@@ -1,5 +1,6 @@
 #include "platform/linux/system/SingleInstance.h"
 
+#include "ChildProcess.h"
 #include "EventLoop.h"
 #include "PrivateBus.h"
 
@@ -27,7 +28,10 @@ const auto interface = QStringLiteral("org.freedesktop.Application");
 /// Another process that claims to be the one that runs.
 class Start {
   public:
-    explicit Start(const PrivateBus& bus) { process_.start(QString::fromUtf8(SECOND_START_PATH), {bus.address()}); }
+    explicit Start(const PrivateBus& bus) {
+        endWithThisProcess(process_);
+        process_.start(QString::fromUtf8(SECOND_START_PATH), {bus.address()});
+    }
     ~Start() {
         process_.kill();
         process_.waitForFinished();
