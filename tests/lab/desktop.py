@@ -60,9 +60,13 @@ class Bus:
         self.address = f"unix:path={path}"
         command = ["dbus-daemon", "--nofork", f"--config-file={configuration}", "--print-address"]
         with (folder / f"{name}-bus.log").open("w") as log:
-            daemon = stack.enter_context(Child(inside.inside(command) if inside else command, stdout=subprocess.PIPE,
-                                               stderr=log, env=env))
-        assert daemon.stdout.readline(), f"the {name} bus did not start"
+            self._daemon = stack.enter_context(Child(inside.inside(command) if inside else command, stderr=log, env=env,
+                                                     stdout=subprocess.PIPE))
+        assert self._daemon.stdout.readline(), f"the {name} bus did not start"
+
+    @property
+    def pid(self):
+        return self._daemon.pid
 
     def connect(self):
         flags = Gio.DBusConnectionFlags
@@ -241,28 +245,28 @@ class StatusArea:
         self._in_thread(lambda: self._call(MENU, "Event", event))
 
     @contextmanager
-    def stalls(self):
-        """Asks the item for a property every 20 ms; gives the list of how much longer each answer took than one of the bus
-        itself to a question of the same moment, in seconds. So a busy machine is not taken for a busy program."""
-        asked, own, bus = [], {}, {}
+    def stalls(self, starved):
+        """Asks the item for a property every 20 ms; gives the list of how long each answer took, in seconds, less the time
+        for which those who take part could run but had no processor. `starved`: {thread: how long so far}."""
+        stalls, waiting = [], {}
 
         def ask():
-            moment = time.monotonic()
-            asked.append(moment)
-            note = lambda answers: lambda _: answers.__setitem__(moment, time.monotonic() - moment)  # noqa: E731
-            self._call_async(self._item[0], self._item[1], PROPERTIES, "Get", GLib.Variant("(ss)", (ITEM, "Id")), note(own))
-            self._call_async("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "GetId", None, note(bus))
+            question = object()
+            waiting[question] = (time.monotonic(), starved())
+            self._call_async(*self._item, PROPERTIES, "Get", GLib.Variant("(ss)", (ITEM, "Id")), lambda _: take(question))
             return GLib.SOURCE_CONTINUE
+
+        def take(question):
+            asked, before = waiting.pop(question)
+            lacked = sum(seconds - before.get(thread, 0.0) for thread, seconds in starved().items())
+            stalls.append(max(0.0, time.monotonic() - asked - lacked))
 
         source = GLib.Timeout(STALL_INTERVAL_MS)
         source.set_callback(lambda _: ask())
         source.attach(self._context)
-        stalls = []
         yield stalls
         source.destroy()
-        time.sleep(2 * STALL_INTERVAL_MS / 1000)
-        end = time.monotonic()
-        stalls.extend(max(0.0, own.get(moment, end - moment) - bus.get(moment, 0.0)) for moment in asked)
+        self._in_thread(lambda: [take(question) for question in list(waiting)])
 
     def stop(self):
         self._in_thread(self._close)

@@ -1,6 +1,7 @@
 """The whole laboratory: network, servers, desktop and the program between them. What a scenario gets as `lab`."""
 
 import json
+import os
 import sys
 import time
 from pathlib import Path
@@ -9,7 +10,7 @@ import network
 from desktop import Bus, Logind, StatusArea
 from network import Network, Tool
 from panel import Panel
-from program import Program
+from program import Program, schedule
 
 SERVER, TRAFFIC = (Path(__file__).with_name(name) for name in ("server.py", "traffic.py"))
 
@@ -91,6 +92,12 @@ class Lab:
     def start_panel(self, kind):
         """A real panel, which the program will use instead of `area`."""
         return Panel(self, self._stack, kind)
+
+    def stalls(self):
+        """How long the program leaves its callers without an answer: see StatusArea.stalls."""
+        taking_part = (self.program.pid, self.session_bus.pid, os.getpid())
+        return self.area.stalls(
+            lambda: {thread: waited for pid in taking_part for thread, (_, waited) in schedule(pid).items()})
 
     def serve_traffic(self):
         """From now on the server's side takes part in `client_traffic`."""

@@ -9,6 +9,20 @@ from pathlib import Path
 import settings
 
 
+def schedule(pid):
+    """{thread: (seconds it has run, seconds it could have but had no processor)} of a process."""
+    rows = {task.name: _schedstat(task) for task in Path("/proc", str(pid), "task").iterdir()}
+    return {thread: row for thread, row in rows.items() if row}
+
+
+def _schedstat(task):
+    try:
+        ran, waited, _ = (task / "schedstat").read_text().split()
+        return int(ran) / 1e9, int(waited) / 1e9
+    except (FileNotFoundError, ProcessLookupError):
+        return None  # the thread has ended meanwhile
+
+
 @dataclass(frozen=True)
 class Effort:
     time: float
@@ -55,6 +69,10 @@ class Program:
         return b"__asan_init" in settings.PROGRAM.read_bytes()
 
     @property
+    def pid(self):
+        return self._process.pid
+
+    @property
     def running(self):
         return self._process.poll() is None
 
@@ -73,17 +91,16 @@ class Program:
     # what the kernel says of it
 
     def _status(self, key, file="status"):
-        for line in Path("/proc", str(self._process.pid), file).read_text().splitlines():
+        for line in Path("/proc", str(self.pid), file).read_text().splitlines():
             if line.startswith(f"{key}:"):
                 return int(line.split()[1])
         raise KeyError(key)
 
     def effort(self):
         """What it has cost the processor so far, all threads together."""
-        tasks = list(Path("/proc", str(self._process.pid), "task").iterdir())
+        tasks = list(Path("/proc", str(self.pid), "task").iterdir())
         wake_ups = sum(self._status("voluntary_ctxt_switches", f"task/{task.name}/status") for task in tasks)
-        nanoseconds = sum(int((task / "schedstat").read_text().split()[0]) for task in tasks)
-        return Effort(time.monotonic(), nanoseconds / 1e9, wake_ups)
+        return Effort(time.monotonic(), sum(ran for ran, _ in schedule(self.pid).values()), wake_ups)
 
     def threads(self):
         return self._status("Threads")

@@ -20,7 +20,7 @@ def test_dead_dns_is_a_failure_and_nothing_more(lab):
     die(lab, options="timeout:30 attempts:5")  # the patience of a system with several name servers
     lab.start(until="yellow")
     threads = []
-    with lab.area.stalls() as stalls:
+    with lab.stalls() as stalls:
         end = time.monotonic() + OBSERVED
         while time.monotonic() < end:
             threads.append(lab.program.threads())

@@ -91,8 +91,8 @@ def test_a_kept_connection_that_the_servers_end_while_idle_costs_no_failure(lab,
 def test_a_connection_that_was_accepted_and_then_stalls_is_not_waited_for_again(lab):
     for endpoint in lab.servers.both:
         endpoint.set(accept="silent")
-    lab.program.start()
-    time.sleep(LIMIT)
+    begun = lab.start(until="yellow").time
+    sleep_until(begun + LIMIT + 0.6 * RETRY)  # between the first failure and the confirming probe
     for endpoint in lab.servers.both:
         endpoint.set()
     lab.area.wait_for("green", RETRY + 1)

@@ -1,6 +1,9 @@
 """The laboratory itself: what the other scenarios rest upon."""
 
+import os
+import signal
 import statistics
+import time
 
 import network
 import pytest
@@ -135,3 +138,15 @@ def test_a_second_link_has_an_address_of_its_own(lab):
     usb0.add_default_route(metric=50)
     assert code(lab, URLS[0]) == "204 2"
     assert lab.servers.first.connections()[-1]["address"] == usb0.near
+
+
+def test_the_stall_meter_sees_a_program_that_stands_still(lab):
+    lab.start()
+    with lab.stalls() as stalls:
+        time.sleep(0.5)
+        os.kill(lab.program.pid, signal.SIGSTOP)
+        time.sleep(0.3)
+        os.kill(lab.program.pid, signal.SIGCONT)
+        time.sleep(0.5)
+    assert 0.25 < max(stalls) < 0.35
+    assert sorted(stalls)[len(stalls) // 2] < 0.01

@@ -58,6 +58,7 @@ def test_a_start_without_a_default_route_is_red(lab):
 def test_a_default_route_that_moves_is_checked_at_once_over_the_new_interface(lab, how):
     usb0 = lab.network.add_usb0()
     lab.start()
+    time.sleep(0.5)  # nothing is under way any more
     moved = time.monotonic()
     if how == "replaced":
         lab.network.client.ip(f"route replace default via {usb0.gateway} dev usb0 metric 100")
