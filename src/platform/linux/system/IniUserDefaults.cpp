@@ -95,7 +95,7 @@ void IniUserDefaults::setBool(bool value, const QString& key) {
         return;
     }
     settings.setValue(key, QString(value ? trueText : falseText));
-    settings.sync();
+    // Written as `settings` goes out of scope.
 }
 
 } // namespace skylet

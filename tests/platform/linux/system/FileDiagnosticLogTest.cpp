@@ -3,6 +3,7 @@
 #include "UnprivilegedUser.h"
 #include "platform/linux/system/FileDescriptor.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -12,6 +13,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
 
 namespace skylet::test {
 
@@ -168,6 +173,38 @@ TEST_F(FileDiagnosticLogTest, AnotherUsersFileIsNeitherWrittenToNorReplacedByAnO
         EXPECT_EQ(read(path_), "theirs\n") << mode;
         EXPECT_EQ(names(), QStringList{QStringLiteral("skylet.log")});
     }
+}
+
+TEST_F(FileDiagnosticLogTest, ALinkThatIsPlantedWhileTheFileIsMadeIsNeitherFollowedNorReplaced) {
+    const QByteArray target = pathOf("target");
+    write(target, "precious\n");
+    std::atomic<bool> ended = false;
+    std::atomic<int> planted = 0;
+    std::atomic<int> replaced = 0;
+    std::thread attacker([&] {
+        while (!ended) {
+            if (symlink(target.constData(), path_.constData()) == 0) {
+                ++planted;
+                std::this_thread::sleep_for(std::chrono::microseconds(50));
+                struct stat status {};
+                if (lstat(path_.constData(), &status) != 0 || !S_ISLNK(status.st_mode)) {
+                    ++replaced;
+                }
+            }
+            unlink(path_.constData());
+        }
+    });
+    constexpr int often = 2000;
+    const QDeadlineTimer deadline(std::chrono::seconds(10));
+    while (planted < often && !deadline.hasExpired()) {
+        log_.append(QStringLiteral("line\n"));
+    }
+    ended = true;
+    attacker.join();
+    EXPECT_GE(planted, often);
+    EXPECT_EQ(replaced, 0);
+    EXPECT_EQ(read(target), "precious\n");
+    EXPECT_EQ(names(), QStringList{QStringLiteral("target")}) << "nothing temporary stays behind";
 }
 
 TEST_F(FileDiagnosticLogTest, AFolderThatIsMissingOrMayNotBeWrittenToIsNoMatter) {

@@ -135,6 +135,7 @@ TEST_F(IniUserDefaultsTest, BinaryJunkCountsAsEmptyAndIsKept) {
 
 TEST_F(IniUserDefaultsTest, AFileThatWasCutOffOrOverwrittenInPartCountsAsEmptyAndIsKept) {
     expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\n" + QByteArray(64, '\0'));
+    expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\nx=" + QByteArray(64, '\0') + "\n");
     expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\ndidOnb");
     expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\nx=\xff\xfe\n");
     expectToCountAsEmptyAndToBeKept("[General\nshowTraffic=true\n");
@@ -197,6 +198,21 @@ TEST_F(IniUserDefaultsTest, AFileThatMayNotBeReadCountsAsEmptyAndIsKept) {
     EXPECT_EQ(stored(), false);
     ASSERT_EQ(chmod(QFile::encodeName(path_ + corrupt).constData(), 0600), 0);
     EXPECT_EQ(content(corrupt), "[General]\nshowTraffic=true\n");
+}
+
+TEST_F(IniUserDefaultsTest, AFileThatMayBeWrittenInAFolderThatMayNotIsWrittenInPlace) {
+    write("[General]\nshowTraffic=true\n");
+    if (chown(QFile::encodeName(path_).constData(), UnprivilegedUser::nobody, UnprivilegedUser::nobody) != 0) {
+        GTEST_SKIP() << "only root can give a file away";
+    }
+    ASSERT_EQ(chmod(QFile::encodeName(folder_.path()).constData(), 0555), 0);
+    {
+        const UnprivilegedUser user;
+        ASSERT_TRUE(user.isReady());
+        IniUserDefaults(path_).setBool(false, key);
+    }
+    ASSERT_EQ(chmod(QFile::encodeName(folder_.path()).constData(), 0700), 0);
+    EXPECT_EQ(content(), "[General]\nshowTraffic=false\n");
 }
 
 TEST_F(IniUserDefaultsTest, AFolderThatMayNotBeWrittenToIsNoMatter) {

@@ -191,6 +191,7 @@ class LogindSleepMonitorTest : public testing::Test {
 
 TEST_F(LogindSleepMonitorTest, HoldsADelayInhibitorWhileAwake) {
     startAwake();
+    ASSERT_EQ(logind_->inhibitors().size(), 1);
     const auto fields = logind_->inhibitors().constFirst().split(u'|');
     EXPECT_EQ(fields[0], QStringLiteral("sleep"));
     EXPECT_EQ(fields[1], QStringLiteral("Skylet"));

@@ -153,21 +153,13 @@ TEST_F(NetlinkInterfaceCountersTest, CountsWhatIsReceivedAndSent) {
 }
 
 TEST_F(NetlinkInterfaceCountersTest, ReadsHowEverManyLinksThereAre) {
-    QByteArray commands;
-    for (int i = 0; i < 60; ++i) {
-        commands += "link add many" + QByteArray::number(i) + " type bridge\n";
-    }
-    namespace_->batch(commands);
+    namespace_->addManyLinks(60);
     ASSERT_TRUE(counter("many59"));
     EXPECT_EQ(counters_.read()->size(), 61U);
 }
 
 TEST_F(NetlinkInterfaceCountersTest, LinksThatComeAndGoWhileTheyAreReadCostNoOther) {
-    QByteArray commands;
-    for (int i = 0; i < 60; ++i) {
-        commands += "link add many" + QByteArray::number(i) + " type bridge\n";
-    }
-    namespace_->batch(commands);
+    namespace_->addManyLinks(60);
     LinkChurn churn;
     ASSERT_TRUE(churn.isUnderWay());
     for (int i = 0; i < 500; ++i) {

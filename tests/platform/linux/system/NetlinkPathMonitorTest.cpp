@@ -485,6 +485,7 @@ TEST_F(NetlinkPathMonitorTest, ReadsALongTableToItsEnd) {
 }
 
 TEST_F(NetlinkPathMonitorTest, LinksThatComeAndGoWhileTheyAreReadConfuseNothing) {
+    namespace_->addManyLinks();
     LinkChurn churn;
     ASSERT_TRUE(churn.isUnderWay());
     for (int i = 0; i < 100; ++i) {

@@ -80,6 +80,14 @@ void NetworkNamespace::addUplink(const char* name, int number) const {
           ".0.1/24 dev " + here + "\naddr add fd00:" + net + "::1/64 dev " + here + " nodad\n");
 }
 
+void NetworkNamespace::addManyLinks(int count) const {
+    QByteArray commands;
+    for (int i = 0; i < count; ++i) {
+        commands += "link add many" + QByteArray::number(i) + " type bridge\n";
+    }
+    batch(commands);
+}
+
 void NetworkNamespace::disableIPv6() const {
     for (const char* links : {"all", "default"}) {
         writeFile(QStringLiteral("/proc/sys/net/ipv6/conf/%1/disable_ipv6").arg(QString::fromUtf8(links)), "1");

@@ -32,6 +32,8 @@ class NetworkNamespace {
     /// Adds a pair of links, NAME and NAME-far, both up, NAME with the addresses 10.N.0.1/24 and fd00:N::1/64. Nothing
     /// happens to them later by itself, as it would to link-local addresses.
     void addUplink(const char* name, int number) const;
+    /// Adds so many links that the kernel needs several datagrams to tell of them.
+    void addManyLinks(int count = 60) const;
     /// For links that are added from now on.
     void disableIPv6() const;
 
