@@ -24,7 +24,8 @@ def test_the_menu_has_its_lines_and_commands(lab):
     assert lines[2].title == "Last speed test:  not run yet"
     assert [(entry.title, entry.enabled, entry.checked, entry.shortcut) for entry in commands] == MENU
     assert [entry.has_icon for entry in commands] == [entry.title == "About Skylet" for entry in commands]
-    assert [entry.separator for entry in lab.area.now.menu].count(True) == 3
+    shown = lab.area.wait_for(lambda state: state.menu, 1)
+    assert [entry.separator for entry in shown.menu].count(True) == 3
 
 
 def test_paused_is_gray_and_silent_and_a_resume_checks_at_once(lab):
