@@ -66,8 +66,8 @@ def test_a_default_route_that_moves_is_checked_at_once_over_the_new_interface(la
         usb0.add_default_route(metric=50)
     request = requested_within(lab, moved, 0.5)
     assert source(lab, request)["address"] == usb0.near
-    lab.area.wait_for("yellow", 0.5, since=moved)
-    lab.area.wait_for("green", 1, since=moved + 0.1)
+    yellow = lab.area.wait_for("yellow", 0.5, since=moved)
+    lab.area.wait_for("green", 1, since=yellow.time)
 
 
 def test_a_dead_ipv6_route_does_not_stand_in_the_way_of_ipv4(lab):
