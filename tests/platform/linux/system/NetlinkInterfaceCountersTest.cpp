@@ -228,12 +228,10 @@ TEST_F(NetlinkInterfaceCountersTest, AnOverlayIsStacked) {
 }
 
 TEST_F(NetlinkInterfaceCountersTest, ADeviceOnItsOwnIsNotStacked) {
-    if (namespace_->ip("tuntap add tap0 mode tap")) {
-        EXPECT_FALSE(isStacked("tap0"));
+    if (!namespace_->ip("tuntap add alone mode tap") && !namespace_->ip("link add alone type dummy")) {
+        GTEST_SKIP() << "this kernel has neither TAP nor dummy devices, or lets nobody have them";
     }
-    if (namespace_->ip("link add alone type dummy")) {
-        EXPECT_FALSE(isStacked("alone"));
-    }
+    EXPECT_FALSE(isStacked("alone"));
 }
 
 TEST(NetlinkInterfaceCounters, CountsBeyond32Bits) {

@@ -26,9 +26,9 @@ using namespace std::chrono_literals;
 // What a report may take from the change on where nothing else runs: 100 ms of gathering, and the event loop.
 constexpr auto promptly = 250ms;
 // The same on a machine that other tests keep busy.
-constexpr auto patience = 2000ms;
+constexpr auto patience = 5000ms;
 // The kernel itself tells of a lost or found carrier up to a second late.
-constexpr auto afterCarrierDelay = 3000ms;
+constexpr auto afterCarrierDelay = 5000ms;
 constexpr auto longEnoughForAnotherReport = 200ms;
 
 /// Keeps the process from opening another file, like a sandbox or a program that leaks.
@@ -408,7 +408,7 @@ TEST_F(NetlinkPathMonitorTest, MessagesThatTheSocketHadNoRoomForAreMadeUpFor) {
     startFrom(false);
     // The event loop does not run meanwhile, so the socket overflows and the last message is lost.
     namespace_->batch(manyRoutes(3'000) + "route add default via 10.1.0.2\n");
-    EXPECT_EQ(reportsAfter(1s), std::vector{true});
+    EXPECT_EQ(reportsAfter(), std::vector{true});
 }
 
 TEST_F(NetlinkPathMonitorTest, NothingIsReportedAfterCancel) {
@@ -469,7 +469,7 @@ TEST_F(NetlinkPathMonitorTest, WithoutANetlinkSocketItAssumesAWayOutOnceAndKeeps
         runFor(1200ms);
         EXPECT_EQ(takeReports(), std::vector{true});
     }
-    EXPECT_TRUE(reported(1500ms));
+    EXPECT_TRUE(reported(patience));
     EXPECT_EQ(takeReports(), std::vector{false});
     EXPECT_EQ(epoch_.current(), 1U);
 }
@@ -507,7 +507,7 @@ TEST_F(NetlinkPathMonitorTest, ALookThatFailsIsRepeatedHoweverLongTheTable) {
         runFor(longEnoughForAnotherReport);
         EXPECT_EQ(takeReports(), std::vector<bool>{});
     }
-    EXPECT_TRUE(reported(1500ms));
+    EXPECT_TRUE(reported(patience));
     EXPECT_EQ(takeReports(), std::vector{true});
 }
 
