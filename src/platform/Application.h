@@ -2,6 +2,8 @@
 
 #include "platform/StatusItem.h"
 
+#include <QUrl>
+
 #include <memory>
 
 namespace skylet {
@@ -16,6 +18,8 @@ class Application {
     virtual std::unique_ptr<StatusItem> makeStatusItem() = 0;
     /// Whether the program's own icon was found; without it the build is broken.
     virtual bool hasApplicationIcon() const = 0;
+    /// Shows a web page in the user's browser. Errors are ignored.
+    virtual void openURL(const QUrl& url) = 0;
     /// Ends the event loop; the shut-down runs on the way out.
     virtual void terminate() = 0;
 };

@@ -69,6 +69,7 @@ class FakeApplication final : public Application {
         return std::make_unique<FakeStatusItem>(calls_, shown);
     }
     bool hasApplicationIcon() const override { return hasIcon; }
+    void openURL(const QUrl& url) override { calls_ += QStringLiteral("application.openURL ") + url.toString(); }
     void terminate() override { calls_ += QStringLiteral("application.terminate"); }
 
     std::shared_ptr<FakeStatusItem::Shown> shown = std::make_shared<FakeStatusItem::Shown>();

@@ -3,6 +3,7 @@
 #include "platform/linux/statusitem/ApplicationIcon.h"
 
 #include <QApplication>
+#include <QDesktopServices>
 
 namespace skylet {
 
@@ -43,6 +44,10 @@ std::unique_ptr<StatusItem> DesktopApplication::makeStatusItem() {
 
 bool DesktopApplication::hasApplicationIcon() const {
     return !QGuiApplication::windowIcon().pixmap(QSize(16, 16)).isNull();
+}
+
+void DesktopApplication::openURL(const QUrl& url) {
+    QDesktopServices::openUrl(url);
 }
 
 void DesktopApplication::terminate() {

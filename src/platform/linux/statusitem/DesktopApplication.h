@@ -23,6 +23,7 @@ class DesktopApplication final : public Application {
     /// The session bus is connected to on the first call. There is one item at a time.
     std::unique_ptr<StatusItem> makeStatusItem() override;
     bool hasApplicationIcon() const override;
+    void openURL(const QUrl& url) override;
     void terminate() override;
 
     /// Without it no desktop can show the status item, and someone who started the program by hand should be told.

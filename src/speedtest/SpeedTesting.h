@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace skylet {
+
+/// The speed test as the application sees it: a window that runs one, and word of how it goes. Results are in Mbit/s
+/// and absent for a phase that failed.
+class SpeedTesting {
+  public:
+    virtual ~SpeedTesting() = default;
+    virtual bool isRunning() const = 0;
+    /// The response time to show beside the next test's results, ms; 0: none.
+    virtual void setLatencyMs(std::int64_t milliseconds) = 0;
+    /// Opens the window or brings it to the front, and starts a test unless one is running.
+    virtual void show() = 0;
+    /// Ends a running test; harmless at any other time.
+    virtual void cancel() = 0;
+
+    /// For each test: `onStarted`, then one of the two others, once. From inside the operation or event that caused it.
+    std::function<void()> onStarted;
+    std::function<void()> onCancelled;
+    std::function<void(std::optional<double> down, std::optional<double> up)> onFinished;
+};
+
+/// Makes the one speed test of the program, when it is first needed.
+using SpeedTestFactory = std::function<std::unique_ptr<SpeedTesting>()>;
+
+} // namespace skylet
