@@ -129,12 +129,12 @@ QString label(std::int64_t milliseconds, const Lookup& text) {
 QString fmtRate(double bytesPerSecond) {
     const double bits = bytesPerSecond * 8;
     if (bits < 1000) {
-        return QString::asprintf("%.0f", bits);
+        return fixed(bits, 0);
     }
     if (bits < 1'000'000) {
-        return QString::asprintf("%.0fK", bits / 1000);
+        return fixed(bits / 1000, 0) + u'K';
     }
-    return QString::asprintf("%.1fM", bits / 1'000'000);
+    return fixed(bits / 1'000'000, 1) + u'M';
 }
 
 } // namespace skylet

@@ -2,11 +2,11 @@
 
 #include "platform/Clock.h"
 #include "platform/TransferSession.h"
+#include "platform/UploadBody.h"
 
 #include <QByteArray>
 #include <QUrl>
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -55,12 +55,6 @@ class BulkTransferDelegate {
     virtual void bodySent(TaskIdentifier task, std::int64_t count) = 0;
     /// Exactly once for each task, after all else about it.
     virtual void completed(TaskIdentifier task, const BulkTransferResult& result) = 0;
-};
-
-/// Bytes to send, held in memory until the last copy of this goes.
-struct UploadBody {
-    std::shared_ptr<const std::byte> bytes;
-    std::size_t size = 0;
 };
 
 /// Moves large bodies over https, over connections of its own that nothing else uses. It caches nothing, keeps no

@@ -10,10 +10,10 @@
 #include <QUrl>
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
-#include <vector>
 
 namespace skylet {
 
@@ -37,9 +37,17 @@ class SpeedTestMeasurement final : public BulkTransferDelegate {
     static constexpr Seconds sessionTimeout{15.0};
     static constexpr Seconds uploadTimeout{60.0};
 
-    /// Makes the session from `configuration` with the two limits above, and never another one.
+    struct Endpoints {
+        QUrl down;
+        QUrl up;
+    };
+
+    /// The endpoints of the build. A text that is no URL stops the program.
+    static Endpoints defaultEndpoints();
+
+    /// Makes the one session from `configuration` with the limits above. Starts nothing. `clock` outlives this.
     SpeedTestMeasurement(const BulkTransferSessionFactory& makeSession, const Clock& clock, Schedule schedule,
-                         SessionConfiguration configuration, Seconds phaseSeconds);
+                         const SessionConfiguration& configuration, Seconds phaseSeconds);
 
     /// Must be set before the first `start` (which stops the program without it) and outlive every later call.
     void setDisplay(SpeedTestDisplay* display) { display_ = display; }
@@ -82,15 +90,14 @@ class SpeedTestMeasurement final : public BulkTransferDelegate {
     const Clock& clock_;
     const Schedule schedule_;
     const Seconds phaseSeconds_;
-    const QUrl downURL_;
-    const QUrl upURL_;
+    const Endpoints endpoints_;
     SpeedTestDisplay* display_ = nullptr;
     std::shared_ptr<BulkTransferTask> task_;
     Seconds phaseStart_{0};
     /// Moved in this phase.
     std::int64_t bytes_ = 0;
     /// The last `sampleWindow`, oldest first.
-    std::vector<Sample> samples_;
+    std::deque<Sample> samples_;
     bool isUpload_ = false;
     std::optional<double> downResult_;
     std::optional<double> upResult_;

@@ -4,6 +4,9 @@
 
 #include <QLocale>
 
+#include <array>
+#include <charconv>
+#include <limits>
 #include <utility>
 
 namespace skylet {
@@ -139,6 +142,13 @@ Strings::Rows Strings::englishRows() {
         {QStringLiteral("about.language"), QStringLiteral("Language follows your Mac. To change it for Skylet only:\nSystem Settings → General → Language & Region → Applications → +")},
     };
     // clang-format on
+}
+
+QString fixed(double value, int decimals) {
+    // Room for the largest double there is.
+    std::array<char, std::numeric_limits<double>::max_exponent10 + 16> text{};
+    const auto written = std::to_chars(text.begin(), text.end(), value, std::chars_format::fixed, decimals);
+    return QString::fromLatin1(text.data(), written.ptr - text.data());
 }
 
 } // namespace skylet

@@ -57,4 +57,7 @@ bool isHebrew();
 /// Replaces "%d" and "%@" in `form`, from left to right, by `arguments`. What an argument holds is not looked at again.
 QString formatted(const QString& form, const QStringList& arguments);
 
+/// `value` with `decimals` (0 to 6) digits after the point, as C's "%.*f" writes it, whatever the user's locale.
+QString fixed(double value, int decimals);
+
 } // namespace skylet

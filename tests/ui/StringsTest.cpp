@@ -8,7 +8,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
+#include <cstdio>
+#include <limits>
 #include <thread>
 #include <vector>
 
@@ -224,6 +227,20 @@ TEST(Formatted, DoesNotLookInsideWhatItInserted) {
 
 TEST(Formatted, LeavesWhatHasNoArgument) {
     EXPECT_EQ(formatted(QStringLiteral("%d %x 5%"), {}), QStringLiteral("%d %x 5%"));
+}
+
+TEST(Fixed, RoundsAsPrintfDoes) {
+    for (const double value : {0.0, 0.25, 0.35, 0.5, 1.5, 2.5, 48.0, 93.41, 99.96, 160.0, 999.6, -3.0, 1e300}) {
+        for (const int decimals : {0, 1}) {
+            std::array<char, 400> expected{};
+            std::snprintf(expected.data(), expected.size(), "%.*f", decimals, value);
+            EXPECT_EQ(fixed(value, decimals), QString::fromLatin1(expected.data()));
+        }
+    }
+}
+
+TEST(Fixed, WritesWhatIsNoNumberAsSuch) {
+    EXPECT_EQ(fixed(std::numeric_limits<double>::quiet_NaN(), 1), QStringLiteral("nan"));
 }
 
 } // namespace

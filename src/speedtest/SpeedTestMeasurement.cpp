@@ -1,0 +1,227 @@
+#include "speedtest/SpeedTestMeasurement.h"
+
+#include "BuildConstants.h"
+#include "ui/Strings.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+const auto unknown = QStringLiteral("—");
+
+double megabits(std::int64_t bytes, Seconds elapsed) {
+    return static_cast<double>(bytes) * 8 / elapsed.count() / 1'000'000;
+}
+
+std::int64_t sum(std::int64_t a, std::int64_t b) {
+    std::int64_t result = 0;
+    if (__builtin_add_overflow(a, b, &result)) {
+        qFatal("SpeedTestMeasurement: the count of bytes overflowed");
+    }
+    return result;
+}
+
+QString resultText(std::optional<double> result) {
+    return result ? fixed(*result, 1) : L(QStringLiteral("failed"));
+}
+
+bool isGood(int statusCode) {
+    return statusCode >= 200 && statusCode <= 299;
+}
+
+SessionConfiguration limited(SessionConfiguration configuration) {
+    configuration.timeoutIntervalForRequest = SpeedTestMeasurement::sessionTimeout;
+    configuration.timeoutIntervalForResource = SpeedTestMeasurement::sessionTimeout;
+    return configuration;
+}
+
+void cancelAndClear(std::shared_ptr<Cancellation>& pending) {
+    if (pending) {
+        std::exchange(pending, nullptr)->cancel();
+    }
+}
+
+} // namespace
+
+SpeedTestMeasurement::Endpoints SpeedTestMeasurement::defaultEndpoints() {
+    const auto endpoint = [](const QString& rest) {
+        const auto text = QStringLiteral("https://") + QString::fromUtf8(build::speedTestHost) + rest;
+        const QUrl url(text, QUrl::StrictMode);
+        if (!url.isValid() || url.host().isEmpty()) {
+            qFatal("SpeedTestMeasurement: \"%s\" is not a URL", qUtf8Printable(text));
+        }
+        return url;
+    };
+    return {endpoint(QStringLiteral("/__down?bytes=%1").arg(downloadBytes)), endpoint(QStringLiteral("/__up"))};
+}
+
+SpeedTestMeasurement::SpeedTestMeasurement(const BulkTransferSessionFactory& makeSession, const Clock& clock,
+                                           Schedule schedule, const SessionConfiguration& configuration,
+                                           Seconds phaseSeconds)
+    : clock_(clock), schedule_(std::move(schedule)), phaseSeconds_(phaseSeconds), endpoints_(defaultEndpoints()),
+      session_(makeSession(limited(configuration), *this)) {}
+
+void SpeedTestMeasurement::start() {
+    if (isRunning_) {
+        return;
+    }
+    isRunning_ = true;
+    if (onStarted) {
+        onStarted();
+    }
+    downResult_.reset();
+    upResult_.reset();
+    auto& shown = display();
+    shown.setResult(ResultColumn::https,
+                    latencyMs_ >= 1 ? QString::number(latencyMs_) + QStringLiteral(" ms") : unknown);
+    shown.setResult(ResultColumn::download, unknown);
+    shown.setResult(ResultColumn::upload, unknown);
+    shown.setRunEnabled(false);
+    shown.setGaugeAccent(downloadColor);
+    beginPhase(false);
+}
+
+void SpeedTestMeasurement::beginPhase(bool upload) {
+    if (!isRunning_) {
+        return;
+    }
+    isUpload_ = upload;
+    deadlineTaskID_.reset();
+    bytes_ = 0;
+    samples_.clear();
+    // Before the request is made: connecting, the TLS handshake and the slow start are part of what a user waits for.
+    phaseStart_ = clock_.systemUptime();
+    auto& shown = display();
+    shown.setGaugePhase(L(upload ? QStringLiteral("UPLOAD") : QStringLiteral("DOWNLOAD")));
+    shown.setGaugeTarget(0);
+    shown.setGaugeValue(0);
+    shown.setGaugeAccent(upload ? uploadColor : downloadColor);
+    task_ = startTransfer();
+    cancelAndClear(deadline_);
+    deadline_ = schedule_(
+        phaseSeconds_, lifetime_.guard([this, identifier = task_->taskIdentifier()] { deadlineReached(identifier); }));
+}
+
+std::shared_ptr<BulkTransferTask> SpeedTestMeasurement::startTransfer() const {
+    if (!isUpload_) {
+        return session_->download(endpoints_.down);
+    }
+    return session_->upload(endpoints_.up, QByteArrayLiteral("application/octet-stream"), zeroBody(uploadBytes),
+                            uploadTimeout);
+}
+
+void SpeedTestMeasurement::deadlineReached(TaskIdentifier task) {
+    if (!isRunning_ || !isCurrent(task)) {
+        return;
+    }
+    deadlineTaskID_ = task;
+    task_->cancel();
+}
+
+bool SpeedTestMeasurement::isCurrent(TaskIdentifier task) const {
+    return task_ && task_->taskIdentifier() == task;
+}
+
+ResponseDisposition SpeedTestMeasurement::responseReceived(TaskIdentifier /*task*/, std::optional<int> statusCode) {
+    return statusCode && isGood(*statusCode) ? ResponseDisposition::allow : ResponseDisposition::cancel;
+}
+
+void SpeedTestMeasurement::dataReceived(TaskIdentifier task, std::int64_t count) {
+    if (isRunning_ && isCurrent(task) && !isUpload_) {
+        progress(count);
+    }
+}
+
+void SpeedTestMeasurement::bodySent(TaskIdentifier task, std::int64_t count) {
+    if (isRunning_ && isCurrent(task) && isUpload_) {
+        progress(count);
+    }
+}
+
+void SpeedTestMeasurement::progress(std::int64_t count) {
+    bytes_ = sum(bytes_, count);
+    const auto now = clock_.systemUptime();
+    samples_.push_back({now, bytes_});
+    while (now - samples_.front().time > sampleWindow) {
+        samples_.pop_front();
+    }
+    const auto& first = samples_.front();
+    const auto span = now - first.time;
+    if (span <= leastSpan) {
+        return;
+    }
+    // The oldest sample's own piece arrived before its time stamp, so it is no part of the span.
+    display().setGaugeTarget(megabits(sum(bytes_, -first.bytes), span));
+}
+
+void SpeedTestMeasurement::completed(TaskIdentifier task, const BulkTransferResult& result) {
+    if (!isRunning_ || !isCurrent(task)) {
+        return;
+    }
+    const auto elapsed = clock_.systemUptime() - phaseStart_;
+    const bool finished =
+        result.end == BulkTransferResult::End::finished && result.statusCode && isGood(*result.statusCode);
+    // An upload that is cut off has no answer yet, and counts all the same.
+    const bool cutOff = deadlineTaskID_ == task && result.end == BulkTransferResult::End::cancelled &&
+                        (!result.statusCode || isGood(*result.statusCode));
+    std::optional<double> speed;
+    if ((finished || cutOff) && bytes_ >= leastBytes && elapsed > Seconds::zero()) {
+        speed = megabits(bytes_, elapsed);
+    }
+    cancelAndClear(deadline_);
+    task_.reset();
+    if (isUpload_) {
+        uploadEnded(speed);
+    } else {
+        downloadEnded(speed);
+    }
+}
+
+void SpeedTestMeasurement::downloadEnded(std::optional<double> result) {
+    downResult_ = result;
+    display().setResult(ResultColumn::download, resultText(result));
+    display().setGaugeTarget(result.value_or(0));
+    transition_ = schedule_(transitionSeconds, lifetime_.guard([this] { beginPhase(true); }));
+}
+
+void SpeedTestMeasurement::uploadEnded(std::optional<double> result) {
+    upResult_ = result;
+    display().setResult(ResultColumn::upload, resultText(result));
+    display().setGaugePhase(L(QStringLiteral("DONE")));
+    display().setGaugeTarget(result.value_or(0));
+    display().setRunEnabled(true);
+    isRunning_ = false;
+    if (onFinished) {
+        onFinished(downResult_, upResult_);
+    }
+}
+
+void SpeedTestMeasurement::cancel() {
+    const bool wasRunning = std::exchange(isRunning_, false);
+    cancelAndClear(deadline_);
+    cancelAndClear(transition_);
+    if (task_) {
+        std::exchange(task_, nullptr)->cancel();
+    }
+    if (display_ != nullptr) {
+        display_->stopGaugeAnimation();
+        display_->setRunEnabled(true);
+    }
+    if (wasRunning && onCancelled) {
+        onCancelled();
+    }
+}
+
+SpeedTestDisplay& SpeedTestMeasurement::display() const {
+    if (display_ == nullptr) {
+        qFatal("SpeedTestMeasurement: a test without a display");
+    }
+    return *display_;
+}
+
+} // namespace skylet
