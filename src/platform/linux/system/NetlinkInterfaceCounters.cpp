@@ -1,14 +1,14 @@
 #include "platform/linux/system/NetlinkInterfaceCounters.h"
 
-#include "platform/linux/system/NetlinkAttributes.h"
-#include "platform/linux/system/NetlinkSocket.h"
-
-#include <linux/if.h>
-#include <linux/if_link.h>
+#include <fcntl.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <string_view>
 #include <utility>
 
@@ -16,134 +16,124 @@ namespace skylet {
 
 namespace {
 
-using namespace netlink;
-
-// Only a table that changes while it is read needs a second attempt.
+// Columns of /proc/net/dev behind the name.
+constexpr int receivedBytesColumn = 0;
+constexpr int sentBytesColumn = 8;
+// The kernel hands the table out page by page, so one that changes meanwhile may lack a line.
 constexpr int maximumAttempts = 8;
 
-// Kinds (IFLA_INFO_KIND) that bundle ports or wrap what they carry into packets of their own. Their bytes are counted
-// by another interface too although the kernel names none.
-constexpr std::array stackedKinds = {
-    std::string_view("bareudp"),     std::string_view("batadv"),    std::string_view("bond"),
-    std::string_view("bridge"),      std::string_view("erspan"),    std::string_view("geneve"),
-    std::string_view("gre"),         std::string_view("gretap"),    std::string_view("gtp"),
-    std::string_view("hsr"),         std::string_view("ip6erspan"), std::string_view("ip6gre"),
-    std::string_view("ip6gretap"),   std::string_view("ip6tnl"),    std::string_view("ipip"),
-    std::string_view("openvswitch"), std::string_view("ovpn"),      std::string_view("sit"),
-    std::string_view("team"),        std::string_view("vrf"),       std::string_view("vti"),
-    std::string_view("vti6"),        std::string_view("vxlan"),     std::string_view("wireguard")};
-
-std::string_view text(const nlattr& attribute) {
-    const Bytes bytes = payload(attribute);
-    const std::string_view all(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    return all.substr(0, all.find('\0'));
+/// Takes the next run of characters other than spaces off the front of `line`.
+std::string_view takeWord(std::string_view& line) {
+    line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+    const std::string_view word = line.substr(0, line.find(' '));
+    line.remove_prefix(word.size());
+    return word;
 }
 
-std::string_view kindOf(const nlattr& linkInfo) {
-    std::string_view kind;
-    forEachAttribute(payload(linkInfo), [&kind](const nlattr& attribute) {
-        if (mnl_attr_get_type(&attribute) == IFLA_INFO_KIND) {
-            kind = text(attribute);
-        }
-    });
-    return kind;
+std::optional<std::uint64_t> number(std::string_view word) {
+    std::uint64_t value = 0;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+    return error == std::errc() && end == word.data() + word.size() ? std::optional(value) : std::nullopt;
 }
 
-bool isStackedKind(std::string_view kind) {
-    return std::find(stackedKinds.begin(), stackedKinds.end(), kind) != stackedKinds.end();
-}
-
-/// Older kernels tell fewer counters than the header knows; the bytes have always been among the first.
-std::optional<rtnl_link_stats64> statistics(const nlattr& attribute) {
-    const Bytes bytes = payload(attribute);
-    if (bytes.size() < offsetof(rtnl_link_stats64, tx_bytes) + sizeof(rtnl_link_stats64::tx_bytes)) {
+std::optional<InterfaceCounter> parseLine(std::string_view line) {
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos) {
         return std::nullopt;
     }
-    rtnl_link_stats64 result{};
-    std::memcpy(&result, bytes.data(), std::min(bytes.size(), sizeof result));
-    return result;
-}
-
-/// Reads one table to its end. Empty optional: no answer; `interrupted` tells whether asking again may help.
-std::optional<std::vector<InterfaceCounter>> readOnce(bool& interrupted) {
-    interrupted = false;
-    auto socket = NetlinkSocket::open(NetlinkSocket::Mode::blocking);
-    if (!socket || !socket->requestLinks()) {
+    std::string_view head = line.substr(0, colon);
+    const std::string_view name = takeWord(head);
+    std::string_view columns = line.substr(colon + 1);
+    std::array<std::optional<std::uint64_t>, sentBytesColumn + 1> values;
+    for (auto& value : values) {
+        value = number(takeWord(columns));
+    }
+    if (name.empty() || !values[receivedBytesColumn] || !values[sentBytesColumn]) {
         return std::nullopt;
     }
-    std::vector<InterfaceCounter> counters;
-    alignas(nlmsghdr) std::array<char, NetlinkSocket::datagramSize> buffer; // NOLINT: filled by the kernel
-    auto progress = NetlinkSocket::Progress::partial;
-    while (progress == NetlinkSocket::Progress::partial) {
-        const ssize_t size = socket->receive(buffer);
+    InterfaceCounter counter;
+    counter.name = QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size()));
+    counter.receivedBytes = *values[receivedBytesColumn];
+    counter.sentBytes = *values[sentBytesColumn];
+    return counter;
+}
+
+/// Opened anew each time: an open one would stay with the namespace it was opened in.
+std::optional<QByteArray> readTable() {
+    const FileDescriptor file(open("/proc/self/net/dev", O_RDONLY | O_CLOEXEC));
+    QByteArray table;
+    std::array<char, 8192> buffer; // NOLINT: filled by the kernel
+    while (file.isValid()) {
+        const ssize_t size = read(file.get(), buffer.data(), buffer.size());
         if (size < 0 && errno == EINTR) {
             continue;
         }
         if (size < 0) {
             return std::nullopt;
         }
-        progress =
-            socket->read(std::span(buffer).first(static_cast<std::size_t>(size)), [&counters](const nlmsghdr& message) {
-                if (auto counter = parseInterfaceCounter(message)) {
-                    counters.push_back(std::move(*counter));
-                }
-            });
+        if (size == 0) {
+            return table;
+        }
+        table.append(buffer.data(), size);
     }
-    interrupted = progress == NetlinkSocket::Progress::interrupted;
-    return progress == NetlinkSocket::Progress::complete ? std::optional(std::move(counters)) : std::nullopt;
+    return std::nullopt;
+}
+
+/// Asks the kernel one thing about the link `name` (netdevice(7)). SIOCGIFFLAGS and SIOCGIFINDEX do not wait for those
+/// who change links; SIOCGIFCONF would.
+std::optional<ifreq> ask(int socket, unsigned long question, const QString& name) {
+    ifreq request{};
+    const QByteArray bytes = name.toUtf8();
+    std::copy_n(bytes.begin(), std::min<std::size_t>(static_cast<std::size_t>(bytes.size()), IFNAMSIZ - 1),
+                std::begin(request.ifr_name));
+    return ioctl(socket, question, &request) == 0 ? std::optional(request) : std::nullopt;
 }
 
 } // namespace
 
 std::optional<std::vector<InterfaceCounter>> NetlinkInterfaceCounters::read() {
-    std::optional<std::vector<InterfaceCounter>> counters;
-    bool interrupted = true;
-    for (int attempt = 0; attempt < maximumAttempts && interrupted; ++attempt) {
-        counters = readOnce(interrupted);
+    if (!control_.isValid()) {
+        control_ = FileDescriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    }
+    std::vector<InterfaceCounter> counters;
+    bool isWhole = false;
+    for (int attempt = 0; attempt < maximumAttempts && !isWhole; ++attempt) {
+        const auto table = readTable();
+        if (!table || !control_.isValid()) {
+            return std::nullopt;
+        }
+        const LinkTable& links = links_.links();
+        std::size_t known = 0;
+        counters.clear();
+        for (InterfaceCounter& counter : parseInterfaceCounters(*table)) {
+            const auto flags = ask(control_.get(), SIOCGIFFLAGS, counter.name);
+            const auto index = ask(control_.get(), SIOCGIFINDEX, counter.name);
+            if (!flags || !index) {
+                // It has gone since.
+                continue;
+            }
+            const auto interface = static_cast<std::uint32_t>(index->ifr_ifindex);
+            known += links.count(interface);
+            counter.up = (flags->ifr_flags & IFF_UP) != 0;
+            counter.stacked = isStacked(interface, links);
+            counters.push_back(std::move(counter));
+        }
+        isWhole = known == links.size();
     }
     return counters;
 }
 
-std::optional<InterfaceCounter> parseInterfaceCounter(const nlmsghdr& message) {
-    const auto* link = message.nlmsg_type == RTM_NEWLINK ? fixedPart<ifinfomsg>(message) : nullptr;
-    if (link == nullptr) {
-        return std::nullopt;
-    }
-    InterfaceCounter counter;
-    counter.up = (link->ifi_flags & IFF_UP) != 0;
-    std::optional<rtnl_link_stats64> bytes;
-    std::string_view kind;
-    bool hasLowerLink = false;
-    bool lowerLinkIsElsewhere = false;
-    forEachAttribute(attributes<ifinfomsg>(message), [&](const nlattr& attribute) {
-        switch (mnl_attr_get_type(&attribute)) {
-        case IFLA_IFNAME:
-            counter.name = QString::fromUtf8(text(attribute).data(), static_cast<qsizetype>(text(attribute).size()));
-            break;
-        case IFLA_STATS64:
-            bytes = statistics(attribute);
-            break;
-        case IFLA_LINK:
-            hasLowerLink = number<std::uint32_t>(attribute) != 0;
-            break;
-        case IFLA_LINK_NETNSID:
-            lowerLinkIsElsewhere = true;
-            break;
-        case IFLA_LINKINFO:
-            kind = kindOf(attribute);
-            break;
-        default:
-            break;
+std::vector<InterfaceCounter> parseInterfaceCounters(QByteArrayView table) {
+    std::vector<InterfaceCounter> counters;
+    std::string_view left(table.data(), static_cast<std::size_t>(table.size()));
+    while (!left.empty()) {
+        const std::string_view line = left.substr(0, left.find('\n'));
+        if (auto counter = parseLine(line)) {
+            counters.push_back(std::move(*counter));
         }
-    });
-    if (counter.name.isEmpty() || !bytes) {
-        return std::nullopt;
+        left.remove_prefix(std::min(line.size() + 1, left.size()));
     }
-    // An interface that rides on one of another namespace (a container's end of a veth) is this namespace's way out.
-    counter.stacked = !lowerLinkIsElsewhere && (hasLowerLink || isStackedKind(kind));
-    counter.receivedBytes = bytes->rx_bytes;
-    counter.sentBytes = bytes->tx_bytes;
-    return counter;
+    return counters;
 }
 
 } // namespace skylet

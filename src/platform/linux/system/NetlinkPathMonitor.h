@@ -2,6 +2,7 @@
 
 #include "platform/NetworkEpoch.h"
 #include "platform/PathMonitor.h"
+#include "platform/linux/system/NetlinkSocket.h"
 #include "platform/linux/system/PathSnapshot.h"
 
 #include <QSocketNotifier>

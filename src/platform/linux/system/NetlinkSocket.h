@@ -3,16 +3,20 @@
 #include <libmnl/libmnl.h>
 #include <linux/rtnetlink.h>
 
+#include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
+#include <stop_token>
 
 namespace skylet {
 
 /// A socket to the kernel's tables of links and routes (rtnetlink(7)) in the network namespace of the calling thread.
-/// It asks for whole tables and hears of changes; it never changes anything.
+/// It asks for whole tables and hears of changes; it never changes anything. To hear never takes long. To ask may: the
+/// kernel lets whoever reads a table wait, without a limit, while anybody on the system sets up or removes interfaces.
 class NetlinkSocket {
   public:
     enum class Mode { blocking, nonBlocking };
@@ -36,12 +40,30 @@ class NetlinkSocket {
     /// Hears from now on of the changes in `group`. False: the kernel does not know the group.
     bool join(rtnetlink_groups group);
     int descriptor() const { return mnl_socket_get_fd(socket_.get()); }
-    /// Asks for all links. One table at a time: the next may be asked for once this one is complete.
+    /// Asks for all links. May wait. One table at a time: the next may be asked for once this one is complete.
     bool requestLinks();
-    /// Asks for the routes of all families.
+    /// Asks for the routes of all families. May wait.
     bool requestRoutes();
     /// The size of the next datagram; negative, with `errno` set, when there is none.
     ssize_t receive(std::span<char> buffer);
+    /// Reads the requested table to its end, of a blocking socket; may wait. Gives up as `failed` once `stop` is
+    /// requested.
+    template <typename Consumer>
+    Progress readTable(const std::stop_token& stop, Consumer consume) {
+        alignas(nlmsghdr) std::array<char, datagramSize> buffer; // NOLINT: filled by the kernel
+        auto progress = Progress::partial;
+        while (progress == Progress::partial) {
+            const ssize_t size = receive(buffer);
+            if (size < 0 && errno == EINTR) {
+                continue;
+            }
+            if (size < 0 || stop.stop_requested()) {
+                return Progress::failed;
+            }
+            progress = read(std::span(buffer).first(static_cast<std::size_t>(size)), consume);
+        }
+        return progress;
+    }
     /// Hands every message of a datagram that belongs to the requested table to `consume`.
     template <typename Consumer>
     Progress read(std::span<const char> datagram, Consumer consume) const {

@@ -53,7 +53,7 @@ class NoMoreDescriptors {
 };
 
 /// The most work that one turn of the event loop took. Time on the processor, because a busy machine lets any thread
-/// wait, and longest for the lock that all who write or read routes share.
+/// wait.
 class LongestTurn {
   public:
     LongestTurn() {
@@ -455,6 +455,16 @@ TEST_F(NetlinkPathMonitorTest, StartsAnewAfterCancel) {
     namespace_->ip("route add default via 10.1.0.2");
     startFrom(true);
     EXPECT_EQ(epoch_.current(), 0U);
+}
+
+TEST_F(NetlinkPathMonitorTest, AStartRightBehindACancelTellsWhatIsTrueThen) {
+    namespace_->addUplink("wan", 1);
+    start();
+    monitor_.cancel();
+    // By the time this is done, what the first start asked for has been read.
+    namespace_->ip("route add default via 10.1.0.2");
+    startFrom(true);
+    EXPECT_EQ(reportsMeanwhile(), std::vector<bool>{});
 }
 
 TEST_F(NetlinkPathMonitorTest, WithoutANetlinkSocketItAssumesAWayOutOnceAndKeepsTrying) {

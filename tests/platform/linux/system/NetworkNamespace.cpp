@@ -111,4 +111,19 @@ LinkChurn::~LinkChurn() {
     process_.waitForFinished();
 }
 
+KernelLockContention::KernelLockContention() {
+    endWithThisProcess(process_);
+    process_.start(QStringLiteral("sh"),
+                   {QStringLiteral("-c"), QStringLiteral("batch=$(for i in $(seq 20); do"
+                                                         " echo link add crowd$i group 7 type bridge; done)\n"
+                                                         "while :; do echo \"$batch\" | ip -batch -;"
+                                                         " ip link del group 7; sleep 0.02; done")});
+    process_.waitForStarted();
+}
+
+KernelLockContention::~KernelLockContention() {
+    process_.kill();
+    process_.waitForFinished();
+}
+
 } // namespace skylet::test

@@ -60,4 +60,19 @@ class LinkChurn {
     QProcess process_;
 };
 
+/// Holds, again and again while it lives, the lock that the kernel takes whenever somebody sets up, removes or lists
+/// interfaces, in whatever namespace: for some tenths of a second each time, by removing many links at once.
+class KernelLockContention {
+  public:
+    KernelLockContention();
+    ~KernelLockContention();
+    KernelLockContention(const KernelLockContention&) = delete;
+    KernelLockContention& operator=(const KernelLockContention&) = delete;
+    KernelLockContention(KernelLockContention&&) = delete;
+    KernelLockContention& operator=(KernelLockContention&&) = delete;
+
+  private:
+    QProcess process_;
+};
+
 } // namespace skylet::test
