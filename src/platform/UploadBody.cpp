@@ -1,18 +1,22 @@
 #include "platform/UploadBody.h"
 
-#include <cstdlib>
-#include <new>
+#include <QtGlobal>
+
+#include <sys/mman.h>
 
 namespace skylet {
 
+// Not from calloc: it hands out memory that was in use before, which it has to clear and so to occupy.
 UploadBody zeroBody(std::size_t size) {
-    // Unlike a container, calloc does not touch what the kernel hands out zeroed: read, all pages are one and the same.
-    auto* bytes = static_cast<const std::byte*>(std::calloc(size, 1));
-    if (bytes == nullptr) {
-        throw std::bad_alloc();
+    if (size == 0) {
+        return {};
     }
-    const auto release = [](const std::byte* memory) { std::free(const_cast<std::byte*>(memory)); };
-    return {std::shared_ptr<const std::byte>(bytes, release), size};
+    void* const pages = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (pages == MAP_FAILED) {
+        qFatal("no room for a body of %zu bytes", size);
+    }
+    const auto release = [size](const std::byte* bytes) { ::munmap(const_cast<std::byte*>(bytes), size); };
+    return {std::shared_ptr<const std::byte>(static_cast<const std::byte*>(pages), release), size};
 }
 
 } // namespace skylet

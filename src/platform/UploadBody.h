@@ -11,7 +11,8 @@ struct UploadBody {
     std::size_t size = 0;
 };
 
-/// A body of `size` zero bytes that, as long as it is only read, takes address space but no memory.
+/// `size` zero bytes that cannot be written to. Reading them costs no memory: the kernel shows its one page of zeros for
+/// each of them. Stops the program when there is no room for them in the address space.
 UploadBody zeroBody(std::size_t size);
 
 } // namespace skylet
