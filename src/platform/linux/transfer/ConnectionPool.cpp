@@ -1,5 +1,7 @@
 #include "platform/linux/transfer/ConnectionPool.h"
 
+#include "platform/linux/transfer/CurlOptions.h"
+
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -16,13 +18,6 @@ namespace {
 /// Servers end streams for other reasons too, and those pass.
 const auto http2ProtocolError = QLatin1StringView("PROTOCOL_ERROR");
 
-template <typename Value>
-void setOption(const CurlEasy& handle, CURLoption option, Value value) {
-    if (const CURLcode result = curl_easy_setopt(handle.get(), option, value); result != CURLE_OK) {
-        qFatal("libcurl refuses option %d: %s", static_cast<int>(option), curl_easy_strerror(result));
-    }
-}
-
 /// Since the start of the transfer; zero: not reached.
 std::chrono::microseconds timeOf(const CurlEasy& handle, CURLINFO info) {
     curl_off_t microseconds = 0;
@@ -36,11 +31,8 @@ std::chrono::microseconds timeOf(const CurlEasy& handle, CURLINFO info) {
 class ConnectionPool::Exchange {
   public:
     Exchange(ConnectionPool& pool, const QUrl& url, TransferSession::Completion completion)
-        : pool_(pool), completion_(std::move(completion)), easy_(curl_easy_init()) {
-        if (!easy_) {
-            qFatal("libcurl is out of memory");
-        }
-        configure(url);
+        : pool_(pool), completion_(std::move(completion)), easy_(makeRequest(url)) {
+        configure();
         limit_->setSingleShot(true);
         limit_->setTimerType(Qt::PreciseTimer);
     }
@@ -89,36 +81,20 @@ class ConnectionPool::Exchange {
     }
 
   private:
-    void configure(const QUrl& url) {
-        setOption(easy_, CURLOPT_URL, url.toEncoded().constData());
-        setOption(easy_, CURLOPT_NOBODY, 1L);
-        setOption(easy_, CURLOPT_PROTOCOLS_STR, "https");
-        setOption(easy_, CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
-        setOption(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(pool_.version_));
+    void configure() {
+        setCurlOption(easy_, CURLOPT_NOBODY, 1L);
+        setCurlOption(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(pool_.version_));
         // Rather share a connection that is still being made than make a second one.
-        setOption(easy_, CURLOPT_PIPEWAIT, 1L);
-        setOption(easy_, CURLOPT_NOSIGNAL, 1L);
-        // A name look-up that never ends must not hold up the program's end.
-        setOption(easy_, CURLOPT_QUICK_EXIT, 1L);
-        setOption(easy_, CURLOPT_SHARE, pool_.share_);
-        useHashedCertificates();
-        setOption(easy_, CURLOPT_RESOLVER_START_FUNCTION, &Exchange::lookupStarts);
-        setOption(easy_, CURLOPT_RESOLVER_START_DATA, this);
-        setOption(easy_, CURLOPT_OPENSOCKETFUNCTION, &Exchange::openSocket);
-        setOption(easy_, CURLOPT_OPENSOCKETDATA, this);
-        setOption(easy_, CURLOPT_HEADERFUNCTION, &Exchange::headReceived);
-        setOption(easy_, CURLOPT_HEADERDATA, this);
-        setOption(easy_, CURLOPT_WRITEFUNCTION, &Exchange::bodyReceived);
-        setOption(easy_, CURLOPT_ERRORBUFFER, errorText_.data());
-    }
-
-    /// Where the system keeps its certificates both as one bundle and as hashed files, libcurl would read the whole
-    /// bundle for every connection; the hashed files are opened as needed.
-    void useHashedCertificates() const {
-        if (const char* folder = curl_version_info(CURLVERSION_NOW)->capath) {
-            setOption(easy_, CURLOPT_CAPATH, folder);
-            setOption<const char*>(easy_, CURLOPT_CAINFO, nullptr);
-        }
+        setCurlOption(easy_, CURLOPT_PIPEWAIT, 1L);
+        setCurlOption(easy_, CURLOPT_SHARE, pool_.share_);
+        setCurlOption(easy_, CURLOPT_RESOLVER_START_FUNCTION, &Exchange::lookupStarts);
+        setCurlOption(easy_, CURLOPT_RESOLVER_START_DATA, this);
+        setCurlOption(easy_, CURLOPT_OPENSOCKETFUNCTION, &Exchange::openSocket);
+        setCurlOption(easy_, CURLOPT_OPENSOCKETDATA, this);
+        setCurlOption(easy_, CURLOPT_HEADERFUNCTION, &Exchange::headReceived);
+        setCurlOption(easy_, CURLOPT_HEADERDATA, this);
+        setCurlOption(easy_, CURLOPT_WRITEFUNCTION, &Exchange::bodyReceived);
+        setCurlOption(easy_, CURLOPT_ERRORBUFFER, errorText_.data());
     }
 
     static int lookupStarts(void* /*state*/, void* /*reserved*/, void* self) {

@@ -21,9 +21,6 @@ namespace skylet {
 /// that.
 class ConnectionPool {
   public:
-    /// Bytes of response head, all interim responses included, after which a transfer fails.
-    static constexpr std::size_t headLimitBytes = std::size_t{64} * 1024;
-
     enum class HttpVersion : long {
         http1 = CURL_HTTP_VERSION_1_1,
         /// HTTP/2 where the server speaks it.

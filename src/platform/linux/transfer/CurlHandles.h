@@ -22,4 +22,9 @@ struct CurlShareCleanup {
 };
 using CurlShare = std::unique_ptr<CURLSH, CurlShareCleanup>;
 
+struct CurlListCleanup {
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+using CurlList = std::unique_ptr<curl_slist, CurlListCleanup>;
+
 } // namespace skylet

@@ -15,13 +15,14 @@ void dropNotifier(QSocketNotifier* notifier) {
 
 } // namespace
 
-CurlMulti::CurlMulti(DoneHandler done) : done_(std::move(done)), multi_(curl_multi_init()) {
+CurlMulti::CurlMulti(DoneHandler done, Connections connections) : done_(std::move(done)), multi_(curl_multi_init()) {
     if (!multi_) {
         qFatal("libcurl is out of memory");
     }
     timer_.setSingleShot(true);
     timer_.setTimerType(Qt::PreciseTimer);
     timer_.callOnTimeout([this] { act(CURL_SOCKET_TIMEOUT, 0); });
+    curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(connections));
     curl_multi_setopt(multi_.get(), CURLMOPT_SOCKETFUNCTION, &CurlMulti::watchSocket);
     curl_multi_setopt(multi_.get(), CURLMOPT_SOCKETDATA, this);
     curl_multi_setopt(multi_.get(), CURLMOPT_TIMERFUNCTION, &CurlMulti::setTimer);

@@ -20,7 +20,10 @@ class CurlMulti {
     /// destroy the CurlMulti. The handle has been removed by then.
     using DoneHandler = std::function<void(CURL* handle, CURLcode result)>;
 
-    explicit CurlMulti(DoneHandler done);
+    /// How many transfers a connection may carry at once.
+    enum class Connections : long { shared = CURLPIPE_MULTIPLEX, exclusive = CURLPIPE_NOTHING };
+
+    explicit CurlMulti(DoneHandler done, Connections connections = Connections::shared);
     ~CurlMulti();
     CurlMulti(const CurlMulti&) = delete;
     CurlMulti& operator=(const CurlMulti&) = delete;

@@ -1,19 +1,18 @@
 #include "platform/linux/transfer/CurlTransferSession.h"
 
+#include "platform/linux/transfer/CurlOptions.h"
+
 #include <QTimer>
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
 namespace skylet {
 
 namespace {
 
-/// libcurl wants this before anything else, and once.
 CurlShare makeShare() {
-    static std::once_flag once;
-    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+    initializeCurl();
     CurlShare share(curl_share_init());
     if (!share) {
         qFatal("libcurl is out of memory");

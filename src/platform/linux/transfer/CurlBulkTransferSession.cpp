@@ -1,0 +1,501 @@
+#include "platform/linux/transfer/CurlBulkTransferSession.h"
+
+#include "platform/linux/transfer/CurlOptions.h"
+#include "platform/linux/transfer/UploadMeter.h"
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+/// One read takes what the kernel has; more than a few TLS records (16 KB) make no difference.
+constexpr long receiveBufferBytes = 128L * 1024;
+/// The least libcurl takes: what it holds back is not on the network yet.
+constexpr long sendBufferBytes = 16L * 1024;
+
+bool isSuccess(std::optional<int> status) {
+    return status && *status >= 200 && *status <= 299;
+}
+
+/// Whatever the kernel still has to send for it is thrown away when it is closed (socket(7)); what is under way to us
+/// is refused.
+void closeHard(curl_socket_t socket) {
+    const linger atOnce{.l_onoff = 1, .l_linger = 0};
+    ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+    ::close(socket);
+}
+
+std::uint16_t localPort(curl_socket_t socket) {
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    if (::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+        return 0;
+    }
+    // Both families keep it in the same place (RFC 3493, 3.3).
+    return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
+}
+
+} // namespace
+
+/// What to ask for.
+struct CurlBulkTransferSession::Request {
+    QUrl url;
+    Seconds limit;
+    std::optional<UploadBody> body;
+    QByteArray contentType;
+};
+
+/// One transfer: the request on libcurl's side, what is still to be told about it on the delegate's.
+class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Transfer> {
+  public:
+    using End = BulkTransferResult::End;
+
+    Transfer(CurlBulkTransferSession& session, TaskIdentifier identifier, Request request)
+        : session_(&session), delegate_(session.delegate_), identifier_(identifier), limit_(request.limit),
+          body_(std::move(request.body)), easy_(makeRequest(request.url)) {
+        configure(request.contentType);
+    }
+
+    TaskIdentifier identifier() const { return identifier_; }
+    BulkTransferDelegate& delegate() const { return delegate_; }
+    CURL* handle() const { return easy_.get(); }
+    std::optional<int> status() const { return status_; }
+    bool isOver() const { return end_.has_value(); }
+    bool isLookingUp() const { return lookingUp_; }
+    bool isOn(curl_socket_t socket) const { return socket_ == socket; }
+
+    /// The session goes; nothing more is told.
+    void forgetSession() { session_ = nullptr; }
+    /// A look-up that has outlived its transfer shall lead to no connection.
+    void abandon() { abandoned_ = true; }
+    /// Its connection is not to be used again.
+    void forbidReuse() const { setCurlOption(easy_, CURLOPT_FORBID_REUSE, 1L); }
+
+    void cancel() {
+        if (session_ != nullptr && !isOver()) {
+            endOnWire(End::cancelled);
+        }
+    }
+
+    /// The delegate does not want the answer.
+    void refuse() {
+        if (session_ == nullptr) {
+            return;
+        }
+        received_ = receivedTold_;
+        if (isOver()) {
+            end_ = End::cancelled;
+        } else {
+            endOnWire(End::cancelled);
+        }
+    }
+
+    void checkLimits(SteadyClock::time_point now, Seconds resourceLimit) {
+        measure();
+        if (const auto moved = received_ + sent_; std::exchange(moved_, moved) != moved) {
+            lastMove_ = now;
+        }
+        if (!isOver() && (now - start_ >= resourceLimit || now - lastMove_ >= limit_)) {
+            endOnWire(End::failed);
+        }
+    }
+
+    /// libcurl has ended it.
+    void ended(CURLcode result) {
+        measure();
+        const bool whole = result == CURLE_OK;
+        if (whole && isSuccess(status_) && body_ && !answeredEarly_) {
+            sent_ = handedOver_;
+        }
+        end_ = whole ? End::finished : End::failed;
+    }
+
+    /// The last chance to ask.
+    void connectionCloses() {
+        measure();
+        socket_ = CURL_SOCKET_BAD;
+        lostConnection_ = true;
+    }
+
+    /// Asks how much of the body the network has.
+    void measure() {
+        if (bodyBegun_ && !lostConnection_ && !isOver()) {
+            sent_ = std::max(sent_, meter_.acknowledged(progress(), handedOver_));
+        }
+    }
+
+    bool takeHead() { return session_ != nullptr && std::exchange(headToTell_, false); }
+    std::int64_t takeReceived() { return session_ ? received_ - std::exchange(receivedTold_, received_) : 0; }
+    std::int64_t takeSent() { return session_ ? sent_ - std::exchange(sentTold_, sent_) : 0; }
+    std::optional<BulkTransferResult> takeResult() {
+        if (session_ == nullptr || !isOver()) {
+            return std::nullopt;
+        }
+        session_->remove(*this);
+        session_ = nullptr;
+        return BulkTransferResult{*end_, status_};
+    }
+
+  private:
+    void configure(const QByteArray& contentType) {
+        setCurlOption(easy_, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_2TLS});
+        setCurlOption(easy_, CURLOPT_BUFFERSIZE, receiveBufferBytes);
+        // An answer that comes compressed all the same is counted as it comes.
+        addHeader("Accept-Encoding: identity");
+        setCurlOption(easy_, CURLOPT_HTTP_CONTENT_DECODING, 0L);
+        setCurlOption(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+        if (body_) {
+            configureBody(contentType);
+        }
+        setCurlOption(easy_, CURLOPT_HTTPHEADER, headers_.get());
+        setCurlOption(easy_, CURLOPT_RESOLVER_START_FUNCTION, &Transfer::lookupStarts);
+        setCurlOption(easy_, CURLOPT_RESOLVER_START_DATA, this);
+        setCurlOption(easy_, CURLOPT_OPENSOCKETFUNCTION, &Transfer::openSocket);
+        setCurlOption(easy_, CURLOPT_OPENSOCKETDATA, this);
+        // A connection may outlive the transfer that opened it.
+        setCurlOption(easy_, CURLOPT_CLOSESOCKETFUNCTION, &CurlBulkTransferSession::closeSocket);
+        setCurlOption(easy_, CURLOPT_CLOSESOCKETDATA, session_);
+        setCurlOption(easy_, CURLOPT_HEADERFUNCTION, &Transfer::headReceived);
+        setCurlOption(easy_, CURLOPT_HEADERDATA, this);
+        setCurlOption(easy_, CURLOPT_WRITEFUNCTION, &Transfer::bodyReceived);
+        setCurlOption(easy_, CURLOPT_WRITEDATA, this);
+    }
+
+    void configureBody(const QByteArray& contentType) {
+        addHeader("Content-Type: " + contentType);
+        // The body follows at once: to wait for the server's leave costs a round trip, or a second where none is given.
+        addHeader("Expect:");
+        setCurlOption(easy_, CURLOPT_POST, 1L);
+        setCurlOption(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_->size));
+        setCurlOption(easy_, CURLOPT_UPLOAD_BUFFERSIZE, sendBufferBytes);
+        setCurlOption(easy_, CURLOPT_READFUNCTION, &Transfer::bodyWanted);
+        setCurlOption(easy_, CURLOPT_READDATA, this);
+        setCurlOption(easy_, CURLOPT_SEEKFUNCTION, &Transfer::bodyRewound);
+        setCurlOption(easy_, CURLOPT_SEEKDATA, this);
+    }
+
+    void addHeader(const QByteArray& line) {
+        headers_.reset(curl_slist_append(headers_.release(), line.constData()));
+        Q_CHECK_PTR(headers_.get());
+    }
+
+    void endOnWire(End end) {
+        measure();
+        end_ = end;
+        session_->takeOffWire(shared_from_this());
+    }
+
+    /// Of its connection.
+    std::optional<SendProgress> progress() const {
+        return socket_ == CURL_SOCKET_BAD ? std::nullopt : SendProgress::of(socket_);
+    }
+
+    static int lookupStarts(void* /*state*/, void* /*reserved*/, void* self) {
+        auto& transfer = *static_cast<Transfer*>(self);
+        transfer.lookingUp_ = !transfer.abandoned_ && transfer.session_->mayLookUp();
+        return transfer.lookingUp_ ? 0 : 1;
+    }
+
+    static curl_socket_t openSocket(void* self, curlsocktype /*purpose*/, curl_sockaddr* address) {
+        auto& transfer = *static_cast<Transfer*>(self);
+        transfer.lookingUp_ = false;
+        if (transfer.abandoned_) {
+            return CURL_SOCKET_BAD;
+        }
+        const auto socket = ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+        if (socket >= 0) {
+            transfer.session_->sockets_.push_back(socket);
+        }
+        return socket;
+    }
+
+    static std::size_t headReceived(const char* data, std::size_t size, std::size_t count, void* self) {
+        auto& transfer = *static_cast<Transfer*>(self);
+        const std::size_t length = size * count;
+        transfer.headBytes_ += length;
+        if (transfer.headBytes_ > headLimitBytes) {
+            return 0;
+        }
+        if (std::string_view(data, length) == endOfHead && !transfer.status_) {
+            transfer.headComplete();
+        }
+        return length;
+    }
+
+    void headComplete() {
+        long status = 0;
+        curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+        if (status >= 200) {
+            status_ = static_cast<int>(status);
+            answeredEarly_ = body_ && handedOver_ < static_cast<std::int64_t>(body_->size);
+            headToTell_ = true;
+            session_->reportSoon();
+        }
+    }
+
+    static std::size_t bodyReceived(const char* /*data*/, std::size_t size, std::size_t count, void* self) {
+        static_cast<Transfer*>(self)->received_ += static_cast<std::int64_t>(size * count);
+        return size * count;
+    }
+
+    static std::size_t bodyWanted(char* buffer, std::size_t size, std::size_t count, void* self) {
+        auto& transfer = *static_cast<Transfer*>(self);
+        if (!transfer.bodyBegun_) {
+            transfer.beginBody();
+        }
+        const auto place = static_cast<std::size_t>(transfer.handedOver_);
+        const std::size_t length = std::min(size * count, transfer.body_->size - place);
+        std::memcpy(buffer, transfer.body_->bytes.get() + place, length);
+        transfer.handedOver_ += static_cast<std::int64_t>(length);
+        return length;
+    }
+
+    void beginBody() {
+        long port = 0;
+        curl_easy_getinfo(easy_.get(), CURLINFO_LOCAL_PORT, &port);
+        socket_ = session_->socketAt(static_cast<std::uint16_t>(port));
+        meter_.begin(progress());
+        bodyBegun_ = true;
+    }
+
+    /// A kept connection turned out to be dead: the body goes over another one, from its start.
+    static int bodyRewound(void* self, curl_off_t offset, int /*origin*/) {
+        auto& transfer = *static_cast<Transfer*>(self);
+        transfer.handedOver_ = offset;
+        transfer.bodyBegun_ = false;
+        transfer.lostConnection_ = false;
+        return CURL_SEEKFUNC_OK;
+    }
+
+    static constexpr std::string_view endOfHead = "\r\n";
+
+    /// Null once there is nobody to tell any more.
+    CurlBulkTransferSession* session_;
+    BulkTransferDelegate& delegate_;
+    const TaskIdentifier identifier_;
+    const Seconds limit_;
+    const std::optional<UploadBody> body_;
+    CurlList headers_;
+    CurlEasy easy_;
+    const SteadyClock::time_point start_ = SteadyClock::now();
+    /// Bytes moved either way, and when they last grew.
+    std::int64_t moved_ = 0;
+    SteadyClock::time_point lastMove_ = start_;
+    std::size_t headBytes_ = 0;
+    std::optional<int> status_;
+    bool headToTell_ = false;
+    /// Of the answer's body.
+    std::int64_t received_ = 0;
+    std::int64_t receivedTold_ = 0;
+    /// Of the request's body: given to libcurl, and taken by the network.
+    std::int64_t handedOver_ = 0;
+    std::int64_t sent_ = 0;
+    std::int64_t sentTold_ = 0;
+    bool bodyBegun_ = false;
+    /// The answer's head came before the body had been given away.
+    bool answeredEarly_ = false;
+    /// Known once the body has begun.
+    curl_socket_t socket_ = CURL_SOCKET_BAD;
+    UploadMeter meter_;
+    bool lostConnection_ = false;
+    bool lookingUp_ = false;
+    bool abandoned_ = false;
+    std::optional<End> end_;
+};
+
+/// The caller's handle.
+class CurlBulkTransferSession::Task final : public BulkTransferTask {
+  public:
+    explicit Task(const std::shared_ptr<Transfer>& transfer)
+        : identifier_(transfer->identifier()), transfer_(transfer) {}
+    TaskIdentifier taskIdentifier() const override { return identifier_; }
+    void cancel() override {
+        if (const auto transfer = transfer_.lock()) {
+            transfer->cancel();
+        }
+    }
+
+  private:
+    const TaskIdentifier identifier_;
+    const std::weak_ptr<Transfer> transfer_;
+};
+
+CurlBulkTransferSession::CurlBulkTransferSession(const SessionConfiguration& configuration,
+                                                 std::shared_ptr<const NetworkEpoch> epoch,
+                                                 BulkTransferDelegate& delegate)
+    : requestLimit_(configuration.timeoutIntervalForRequest), resourceLimit_(configuration.timeoutIntervalForResource),
+      epoch_(std::move(epoch)), epochOfConnections_(epoch_->current()), delegate_(delegate), ticking_(makeTimer(false)),
+      reporting_(makeTimer(true)), idle_(makeTimer(true)) {
+    initializeCurl();
+    ticking_->setInterval(reportInterval);
+    ticking_->callOnTimeout([this] { tick(); });
+    reporting_->setInterval(0);
+    reporting_->callOnTimeout([this] { reportAll(); });
+    idle_->setInterval(keepConnectionsFor);
+    idle_->callOnTimeout([this] { dropConnections(); });
+}
+
+CurlBulkTransferSession::~CurlBulkTransferSession() {
+    for (const auto& transfer : transfers_) {
+        transfer->forgetSession();
+        if (!transfer->isOver()) {
+            multi_->remove(transfer->handle());
+        }
+    }
+    for (const auto& transfer : lookups_) {
+        multi_->remove(transfer->handle());
+    }
+    // Closes the connections, which are still registered here.
+    multi_.reset();
+}
+
+std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::download(const QUrl& url) {
+    return start({url, requestLimit_, std::nullopt, {}});
+}
+
+std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::upload(const QUrl& url, const QByteArray& contentType,
+                                                                  UploadBody body, Seconds timeoutInterval) {
+    return start({url, timeoutInterval, std::move(body), contentType});
+}
+
+std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::start(Request request) {
+    idle_->stop();
+    if (std::exchange(epochOfConnections_, epoch_->current()) != epoch_->current()) {
+        dropConnections();
+    }
+    if (!multi_) {
+        multi_ = std::make_unique<CurlMulti>([this](CURL* handle, CURLcode result) { done(handle, result); },
+                                             CurlMulti::Connections::exclusive);
+    }
+    const auto transfer = std::make_shared<Transfer>(*this, ++lastIdentifier_, std::move(request));
+    transfers_.push_back(transfer);
+    multi_->add(transfer->handle());
+    if (!ticking_->isActive()) {
+        ticking_->start();
+    }
+    return std::make_shared<Task>(transfer);
+}
+
+void CurlBulkTransferSession::done(CURL* handle, CURLcode result) {
+    std::erase_if(lookups_, [&](const auto& transfer) { return transfer->handle() == handle; });
+    for (const auto& transfer : transfers_) {
+        if (transfer->handle() == handle && !transfer->isOver()) {
+            transfer->ended(result);
+            reportSoon();
+        }
+    }
+}
+
+void CurlBulkTransferSession::tick() {
+    const auto now = SteadyClock::now();
+    for (const auto& transfer : Transfers(transfers_)) {
+        transfer->checkLimits(now, resourceLimit_);
+    }
+    reportAll();
+}
+
+void CurlBulkTransferSession::reportSoon() {
+    if (!reporting_->isActive()) {
+        reporting_->start();
+    }
+}
+
+void CurlBulkTransferSession::reportAll() const {
+    // The session may go in any of the calls: from here on nothing of it is used.
+    for (const auto& transfer : Transfers(transfers_)) {
+        report(transfer);
+    }
+}
+
+void CurlBulkTransferSession::report(const std::shared_ptr<Transfer>& transfer) {
+    // Any call may end the transfer or the session, which the transfer knows of.
+    auto& delegate = transfer->delegate();
+    const auto identifier = transfer->identifier();
+    if (transfer->takeHead() &&
+        delegate.responseReceived(identifier, transfer->status()) == ResponseDisposition::cancel) {
+        transfer->refuse();
+    }
+    if (const auto count = transfer->takeReceived(); count > 0) {
+        delegate.dataReceived(identifier, count);
+    }
+    if (const auto count = transfer->takeSent(); count > 0) {
+        delegate.bodySent(identifier, count);
+    }
+    if (const auto result = transfer->takeResult()) {
+        delegate.completed(identifier, *result);
+    }
+}
+
+void CurlBulkTransferSession::takeOffWire(const std::shared_ptr<Transfer>& transfer) {
+    transfer->forbidReuse();
+    if (transfer->isLookingUp()) {
+        // The resolver's thread cannot be ended. Kept until it ends by itself, it stays counted.
+        transfer->abandon();
+        lookups_.push_back(transfer);
+    } else {
+        multi_->remove(transfer->handle());
+    }
+    reportSoon();
+}
+
+void CurlBulkTransferSession::remove(const Transfer& transfer) {
+    std::erase_if(transfers_, [&](const auto& other) { return other.get() == &transfer; });
+    if (transfers_.empty()) {
+        ticking_->stop();
+        idle_->start();
+    }
+}
+
+void CurlBulkTransferSession::dropConnections() {
+    if (transfers_.empty() && lookups_.empty()) {
+        multi_.reset();
+    }
+}
+
+bool CurlBulkTransferSession::mayLookUp() const {
+    return std::count_if(transfers_.begin(), transfers_.end(),
+                         [](const auto& transfer) { return transfer->isLookingUp(); }) +
+               static_cast<std::ptrdiff_t>(lookups_.size()) <
+           static_cast<std::ptrdiff_t>(lookupLimit);
+}
+
+curl_socket_t CurlBulkTransferSession::socketAt(std::uint16_t port) const {
+    const auto place = std::find_if(sockets_.begin(), sockets_.end(),
+                                    [port](curl_socket_t socket) { return localPort(socket) == port; });
+    return place == sockets_.end() ? CURL_SOCKET_BAD : *place;
+}
+
+CurlBulkTransferSession::Timer CurlBulkTransferSession::makeTimer(bool singleShot) {
+    Timer timer(new QTimer, [](QTimer* old) {
+        old->stop();
+        old->deleteLater();
+    });
+    timer->setSingleShot(singleShot);
+    timer->setTimerType(Qt::PreciseTimer);
+    return timer;
+}
+
+int CurlBulkTransferSession::closeSocket(void* self, curl_socket_t socket) {
+    auto& session = *static_cast<CurlBulkTransferSession*>(self);
+    for (const auto& transfer : session.transfers_) {
+        if (transfer->isOn(socket)) {
+            transfer->connectionCloses();
+        }
+    }
+    std::erase(session.sockets_, socket);
+    closeHard(socket);
+    return 0;
+}
+
+} // namespace skylet

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "platform/BulkTransferSession.h"
+#include "platform/NetworkEpoch.h"
+#include "platform/linux/transfer/CurlMulti.h"
+
+#include <QTimer>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace skylet {
+
+/// Large transfers over libcurl on the Qt event loop, HTTP/2 where the server speaks it. A connection carries one
+/// transfer at a time. One whose transfer ended by itself is kept a moment for the next transfer; any other is closed
+/// hard, so that the kernel sends nothing more of it.
+class CurlBulkTransferSession final : public BulkTransferSession {
+  public:
+    /// Bytes are reported this often: smooth on a gauge, and cheap at any speed.
+    static constexpr std::chrono::milliseconds reportInterval{20};
+    /// Long enough for an upload after a download; an idle connection of a high speed holds megabytes of buffers.
+    static constexpr std::chrono::seconds keepConnectionsFor{5};
+    /// A look-up that never ends occupies a thread of the resolver that nobody can end. A transfer that would start one
+    /// more than this fails at once.
+    static constexpr std::size_t lookupLimit = 8;
+
+    /// Of the two limits, the one for requests is how long nothing may move. `delegate` outlives the session.
+    CurlBulkTransferSession(const SessionConfiguration& configuration, std::shared_ptr<const NetworkEpoch> epoch,
+                            BulkTransferDelegate& delegate);
+    ~CurlBulkTransferSession() override;
+    CurlBulkTransferSession(const CurlBulkTransferSession&) = delete;
+    CurlBulkTransferSession& operator=(const CurlBulkTransferSession&) = delete;
+    CurlBulkTransferSession(CurlBulkTransferSession&&) = delete;
+    CurlBulkTransferSession& operator=(CurlBulkTransferSession&&) = delete;
+
+    std::shared_ptr<BulkTransferTask> download(const QUrl& url) override;
+    std::shared_ptr<BulkTransferTask> upload(const QUrl& url, const QByteArray& contentType, UploadBody body,
+                                             Seconds timeoutInterval) override;
+
+  private:
+    class Transfer;
+    class Task;
+    struct Request;
+    /// May be let go from inside its own signal.
+    using Timer = std::unique_ptr<QTimer, void (*)(QTimer*)>;
+    using Transfers = std::vector<std::shared_ptr<Transfer>>;
+
+    static Timer makeTimer(bool singleShot);
+    static int closeSocket(void* self, curl_socket_t socket);
+    static void report(const std::shared_ptr<Transfer>& transfer);
+
+    std::shared_ptr<BulkTransferTask> start(Request request);
+    void done(CURL* handle, CURLcode result);
+    void tick();
+    void reportSoon();
+    void reportAll() const;
+    void takeOffWire(const std::shared_ptr<Transfer>& transfer);
+    void remove(const Transfer& transfer);
+    void dropConnections();
+    bool mayLookUp() const;
+    curl_socket_t socketAt(std::uint16_t localPort) const;
+
+    const Seconds requestLimit_;
+    const Seconds resourceLimit_;
+    const std::shared_ptr<const NetworkEpoch> epoch_;
+    std::uint64_t epochOfConnections_;
+    BulkTransferDelegate& delegate_;
+    TaskIdentifier lastIdentifier_ = 0;
+    const Timer ticking_;
+    const Timer reporting_;
+    const Timer idle_;
+    /// Whose end has not been told.
+    Transfers transfers_;
+    /// Ended ones whose name look-up goes on.
+    Transfers lookups_;
+    /// Of every connection, kept ones included.
+    std::vector<curl_socket_t> sockets_;
+    std::unique_ptr<CurlMulti> multi_;
+};
+
+} // namespace skylet
