@@ -1,0 +1,106 @@
+#include "SpeedServer.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+
+#include <csignal>
+
+namespace skylet::test {
+
+namespace {
+
+constexpr int patienceMs = 20'000;
+
+QByteArray openssl(const QStringList& arguments) {
+    QProcess process;
+    process.start(QStringLiteral("openssl"), arguments);
+    EXPECT_TRUE(process.waitForFinished(patienceMs) && process.exitCode() == 0)
+        << process.readAllStandardError().toStdString();
+    return process.readAllStandardOutput().trimmed();
+}
+
+void append(const QString& from, const QString& to) {
+    QFile source(from);
+    QFile target(to);
+    ASSERT_TRUE(source.open(QIODevice::ReadOnly) && target.open(QIODevice::Append));
+    target.write(source.readAll());
+}
+
+} // namespace
+
+SpeedServer::SpeedServer() {
+    const auto certificate = folder_.filePath(QStringLiteral("certificate.pem"));
+    const auto key = folder_.filePath(QStringLiteral("key.pem"));
+    openssl({QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"), QStringLiteral("ec"),
+             QStringLiteral("-pkeyopt"), QStringLiteral("ec_paramgen_curve:P-256"), QStringLiteral("-nodes"),
+             QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"), QStringLiteral("/CN=speed test"),
+             QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1"), QStringLiteral("-keyout"), key,
+             QStringLiteral("-out"), certificate});
+    const auto hash = openssl({QStringLiteral("x509"), QStringLiteral("-noout"), QStringLiteral("-subject_hash"),
+                               QStringLiteral("-in"), certificate});
+    QDir(folder_.path()).mkdir(QStringLiteral("trusted"));
+    QFile::copy(certificate, folder_.filePath(QStringLiteral("trusted/%1.0").arg(QString::fromUtf8(hash))));
+    trust_ =
+        std::make_unique<Replacement>(QStringLiteral("/etc/ssl/certs"), folder_.filePath(QStringLiteral("trusted")));
+    EXPECT_TRUE(trust_->isInPlace());
+    append(key, certificate);
+
+    process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process_.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+    process_.start(QStringLiteral(SKYLET_SPEED_SERVER),
+                   {certificate, QStringLiteral("127.0.0.1"), QStringLiteral("443")});
+    EXPECT_TRUE(process_.waitForReadyRead(patienceMs));
+    EXPECT_EQ(process_.readLine(), "ready\n");
+}
+
+SpeedServer::~SpeedServer() {
+    process_.closeWriteChannel();
+    process_.waitForFinished(patienceMs);
+}
+
+QUrl SpeedServer::down(std::int64_t bytes) {
+    return QUrl(QStringLiteral("https://127.0.0.1/__down?bytes=%1").arg(bytes));
+}
+
+void SpeedServer::set(const QString& way, const QJsonObject& behaviour) {
+    EXPECT_EQ(ask({QStringLiteral("set"), way, behaviour}), "ok");
+}
+
+void SpeedServer::speak(const QString& protocol) {
+    EXPECT_EQ(ask({QStringLiteral("protocols"), QJsonArray{protocol}}), "ok");
+}
+
+void SpeedServer::acceptSilently() {
+    EXPECT_EQ(ask({QStringLiteral("accept"), QStringLiteral("silent")}), "ok");
+}
+
+void SpeedServer::drop(const QString& how) {
+    EXPECT_EQ(ask({QStringLiteral("drop"), how}), "ok");
+}
+
+QJsonArray SpeedServer::requests() {
+    const auto records = QJsonDocument::fromJson(ask({QStringLiteral("records")})).object();
+    return records.value(QStringLiteral("requests")).toArray();
+}
+
+int SpeedServer::connections() {
+    const auto records = QJsonDocument::fromJson(ask({QStringLiteral("records")})).object();
+    return records.value(QStringLiteral("connections")).toInt();
+}
+
+QByteArray SpeedServer::ask(const QJsonArray& command) {
+    process_.write(QJsonDocument(command).toJson(QJsonDocument::Compact) + '\n');
+    while (!process_.canReadLine()) {
+        if (!process_.waitForReadyRead(patienceMs)) {
+            ADD_FAILURE() << "the server does not answer";
+            return {};
+        }
+    }
+    return process_.readLine().trimmed();
+}
+
+} // namespace skylet::test

@@ -1,0 +1,52 @@
+#include "Behaviour.h"
+
+#include <QJsonArray>
+
+#include <functional>
+#include <map>
+#include <stdexcept>
+
+namespace skylet::test {
+
+namespace {
+
+Deed deedNamed(const std::string& name) {
+    static const std::map<std::string, Deed> deeds{
+        {"none", Deed::none},   {"stall", Deed::stall},     {"close", Deed::close},  {"reset", Deed::reset},
+        {"flood", Deed::flood}, {"garbage", Deed::garbage}, {"cancel", Deed::cancel}};
+    return deeds.at(name);
+}
+
+} // namespace
+
+Behaviour Behaviour::from(const QJsonObject& fields) {
+    Behaviour result;
+    const std::map<QString, std::function<void(const QJsonValue&)>> setters{
+        {QStringLiteral("status"), [&](const auto& value) { result.status = value.toInt(); }},
+        {QStringLiteral("headers"),
+         [&](const auto& value) {
+             for (const auto& pair : value.toArray()) {
+                 const auto header = pair.toArray();
+                 result.headers.emplace_back(header.at(0).toString().toStdString(),
+                                             header.at(1).toString().toStdString());
+             }
+         }},
+        {QStringLiteral("interim"), [&](const auto& value) { result.interim = value.toInt(); }},
+        {QStringLiteral("length"), [&](const auto& value) { result.length = value.toInteger(); }},
+        {QStringLiteral("rate"), [&](const auto& value) { result.rate = value.toDouble(); }},
+        {QStringLiteral("at"), [&](const auto& value) { result.at = value.toInteger(); }},
+        {QStringLiteral("deed"), [&](const auto& value) { result.deed = deedNamed(value.toString().toStdString()); }},
+        {QStringLiteral("answerAt"), [&](const auto& value) { result.answerAt = value.toInteger(); }},
+        {QStringLiteral("afterwards"), [&](const auto& value) { result.afterwards = value.toString().toStdString(); }},
+    };
+    for (const auto& name : fields.keys()) {
+        const auto setter = setters.find(name);
+        if (setter == setters.end()) {
+            throw std::invalid_argument("no such field: " + name.toStdString());
+        }
+        setter->second(fields.value(name));
+    }
+    return result;
+}
+
+} // namespace skylet::test

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace skylet::test {
+
+/// What may happen to a client in the midst of a request.
+enum class Deed : std::uint8_t {
+    none,
+    /// Nothing is sent or read any more.
+    stall,
+    /// The connection ends in good order.
+    close,
+    /// The connection ends with an RST.
+    reset,
+    /// Something that is not HTTP comes.
+    garbage,
+    /// Response headers without end come.
+    flood,
+    /// HTTP/2: RST_STREAM; HTTP/1.1: as `close`.
+    cancel,
+};
+
+/// How one of the two paths meets its clients. Named in commands as here; by default all is as it should be.
+struct Behaviour {
+    int status = 200;
+    /// Further fields of the head.
+    std::vector<std::pair<std::string, std::string>> headers;
+    /// This many answers of the status 103 come before the real one.
+    int interim = 0;
+    /// Bytes of the answer to a GET; negative: as many as were asked for.
+    std::int64_t length = -1;
+    /// Bytes per second that are sent (GET) or read (POST) at most; 0: no limit.
+    double rate = 0;
+    /// After this many bytes of the body of the answer (GET) or of the request (POST), `deed` happens; at 0 in place
+    /// of any answer. Negative: never.
+    std::int64_t at = -1;
+    Deed deed = Deed::none;
+    /// POST: the answer comes after this many bytes, not at the end; negative: at the end. Then, by `afterwards`:
+    /// "read" the rest, "stop" reading (HTTP/2: the stream is closed without an error), or "close" the connection.
+    std::int64_t answerAt = -1;
+    std::string afterwards = "read";
+
+    /// Fields that are absent are as by default; an unknown one throws std::invalid_argument.
+    static Behaviour from(const QJsonObject& fields);
+};
+
+} // namespace skylet::test

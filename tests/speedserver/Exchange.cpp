@@ -1,0 +1,63 @@
+#include "Exchange.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace skylet::test {
+
+namespace {
+
+/// The number after "bytes=", or 0.
+std::int64_t askedFor(const std::string& path) {
+    const std::string key = "bytes=";
+    const auto place = path.find(key);
+    return place == std::string::npos ? 0 : std::strtoll(path.c_str() + place + key.size(), nullptr, 10);
+}
+
+} // namespace
+
+Exchange::Exchange(Behaviour behaviour, Record& record)
+    : behaviour_(std::move(behaviour)), record_(record), isUpload_(record.method == "POST") {
+    if (!isUpload_) {
+        length_ = behaviour_.length >= 0 ? behaviour_.length : askedFor(record.path);
+    }
+}
+
+std::int64_t Exchange::allowance(Time now) const {
+    auto allowed = std::numeric_limits<std::int64_t>::max();
+    if (behaviour_.rate > 0) {
+        const auto since = std::chrono::duration<double>(now - record_.began).count();
+        allowed = static_cast<std::int64_t>(since * behaviour_.rate) - moved_;
+    }
+    if (behaviour_.at >= 0 && behaviour_.deed != Deed::none) {
+        allowed = std::min(allowed, behaviour_.at - moved_);
+    }
+    return stopsReading() ? 0 : std::max<std::int64_t>(0, allowed);
+}
+
+void Exchange::move(std::int64_t count) {
+    moved_ += count;
+    if (!isUpload_ && moved_ >= length_) {
+        bodyWhole();
+    }
+}
+
+void Exchange::written(std::int64_t wire) {
+    if (!isUpload_ && (marks_.empty() || marks_.back().body != moved_)) {
+        marks_.push_back({wire, moved_});
+    }
+}
+
+void Exchange::note(std::int64_t acknowledged) {
+    while (!marks_.empty() && marks_.front().wire <= acknowledged) {
+        acknowledged_ = marks_.front().body;
+        marks_.pop_front();
+    }
+    const auto bytes = isUpload_ ? moved_ : acknowledged_;
+    if (record_.series.empty() || record_.series.back().bytes != bytes) {
+        record_.series.push_back({Clock::now(), bytes});
+    }
+}
+
+} // namespace skylet::test

@@ -1,0 +1,263 @@
+// speed_server CERTIFICATE ADDRESS PORT
+//
+// Serves /__down?bytes=N (so many zeros) and /__up (reads a body and answers) over TLS by HTTP/2 or HTTP/1.1, as fast
+// as the client can take it or as badly as it is told to. CERTIFICATE: a PEM file with certificate and key. Prints
+// "ready" and then obeys one JSON array a line on standard input, answering each with one line; ends when standard
+// input ends.
+//
+//   ["set", "down"|"up", BEHAVIOUR]   how the next requests of that kind are met: an object with fields of Behaviour
+//   ["protocols", [NAME...]]          of "h2" and "http/1.1", for the next connections
+//   ["accept", "serve"|"silent"]      whether anybody speaks on the next connections
+//   ["drop", "close"|"reset"]         ends all connections
+//   ["records"]                       {"connections": how many, "requests": [...]}; times in seconds (monotonic)
+
+#include "Connection.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <iostream>
+#include <map>
+#include <stdexcept>
+#include <system_error>
+#include <vector>
+
+namespace skylet::test {
+namespace {
+
+/// How often the progress of requests is noted, and slow ones go on.
+constexpr int tickMs = 5;
+
+double seconds(Time time) {
+    return std::chrono::duration<double>(time.time_since_epoch()).count();
+}
+
+QJsonObject json(const Record& record) {
+    QJsonArray series;
+    for (const auto& [time, bytes] : record.series) {
+        series.append(QJsonArray{seconds(time), static_cast<qint64>(bytes)});
+    }
+    QJsonArray headers;
+    for (const auto& [name, value] : record.headers) {
+        headers.append(QJsonArray{QString::fromStdString(name), QString::fromStdString(value)});
+    }
+    return {{QStringLiteral("connection"), record.connection},
+            {QStringLiteral("protocol"), QString::fromStdString(record.protocol)},
+            {QStringLiteral("method"), QString::fromStdString(record.method)},
+            {QStringLiteral("path"), QString::fromStdString(record.path)},
+            {QStringLiteral("headers"), headers},
+            {QStringLiteral("began"), seconds(record.began)},
+            {QStringLiteral("over"), record.isOver},
+            {QStringLiteral("whole"), record.isWhole},
+            {QStringLiteral("series"), series}};
+}
+
+class Server {
+  public:
+    Server(const char* certificate, const char* address, const char* port)
+        : context_(SSL_CTX_new(TLS_server_method())), poll_(epoll_create1(EPOLL_CLOEXEC)),
+          listener_(listenAt(address, port)) {
+        if (SSL_CTX_use_certificate_chain_file(context_, certificate) != 1 ||
+            SSL_CTX_use_PrivateKey_file(context_, certificate, SSL_FILETYPE_PEM) != 1) {
+            throw std::runtime_error(std::string("no certificate in ") + certificate);
+        }
+        SSL_CTX_set_mode(context_, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+        SSL_CTX_set_alpn_select_cb(context_, &Server::chooseProtocol, this);
+        watch(EPOLL_CTL_ADD, STDIN_FILENO, EPOLLIN);
+        watch(EPOLL_CTL_ADD, listener_, EPOLLIN);
+    }
+
+    void run() {
+        while (!ended_) {
+            std::array<epoll_event, 16> events{};
+            const int timeout = connections_.empty() ? -1 : tickMs;
+            const int count = epoll_wait(poll_, events.data(), events.size(), busy_ ? 0 : timeout);
+            for (int i = 0; i < count; ++i) {
+                const int source = events.at(static_cast<std::size_t>(i)).data.fd;
+                if (source == STDIN_FILENO) {
+                    readCommands();
+                } else if (source == listener_) {
+                    accept();
+                }
+            }
+            driveAll();
+        }
+    }
+
+  private:
+    struct Client {
+        std::unique_ptr<Connection> connection;
+        std::uint32_t interest = EPOLLIN;
+    };
+
+    static int listenAt(const char* address, const char* port) {
+        const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        const int on = 1;
+        ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        sockaddr_in place{};
+        place.sin_family = AF_INET;
+        place.sin_port = htons(static_cast<std::uint16_t>(std::stoi(port)));
+        ::inet_pton(AF_INET, address, &place.sin_addr);
+        if (::bind(listener, reinterpret_cast<const sockaddr*>(&place), sizeof place) != 0 ||
+            ::listen(listener, 64) != 0) {
+            throw std::system_error(errno, std::generic_category(), address);
+        }
+        return listener;
+    }
+
+    static int chooseProtocol(SSL* /*ssl*/, const unsigned char** chosen, unsigned char* chosenSize,
+                              const unsigned char* offered, unsigned offeredSize, void* self) {
+        const auto& protocols = static_cast<const Server*>(self)->protocols_;
+        const int result = SSL_select_next_proto(const_cast<unsigned char**>(chosen), chosenSize,
+                                                 reinterpret_cast<const unsigned char*>(protocols.data()),
+                                                 static_cast<unsigned>(protocols.size()), offered, offeredSize);
+        return result == OPENSSL_NPN_NEGOTIATED ? SSL_TLSEXT_ERR_OK : SSL_TLSEXT_ERR_NOACK;
+    }
+
+    void watch(int operation, int fd, std::uint32_t interest) const {
+        epoll_event event{};
+        event.events = interest;
+        event.data.fd = fd;
+        epoll_ctl(poll_, operation, fd, &event);
+    }
+
+    void accept() {
+        const int client = ::accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (client < 0) {
+            return;
+        }
+        const int number = connectionCount_++;
+        if (silent_) {
+            return; // never closed: that is the point
+        }
+        connections_[client] = {std::make_unique<Connection>(client, number, context_, shared_), EPOLLIN};
+        watch(EPOLL_CTL_ADD, client, EPOLLIN);
+    }
+
+    /// All of them: there are few, and slow ones go on by the time alone.
+    void driveAll() {
+        busy_ = false;
+        const bool tick = Clock::now() >= nextNote_;
+        for (auto client = connections_.begin(); client != connections_.end();) {
+            auto& [fd, entry] = *client;
+            const auto state = entry.connection->drive();
+            if (state == Connection::State::gone) {
+                client = connections_.erase(client);
+                continue;
+            }
+            busy_ = busy_ || state == Connection::State::busy;
+            if (tick) {
+                entry.connection->note();
+            }
+            if (const auto interest = entry.connection->interest(); interest != entry.interest) {
+                entry.interest = interest;
+                watch(EPOLL_CTL_MOD, fd, interest);
+            }
+            ++client;
+        }
+        if (tick) {
+            nextNote_ = Clock::now() + std::chrono::milliseconds(tickMs);
+        }
+    }
+
+    void readCommands() {
+        std::array<char, 4096> buffer{};
+        const ssize_t size = ::read(STDIN_FILENO, buffer.data(), buffer.size());
+        if (size <= 0) {
+            ended_ = true;
+            return;
+        }
+        input_.append(buffer.data(), static_cast<std::size_t>(size));
+        for (auto end = input_.find('\n'); end != std::string::npos; end = input_.find('\n')) {
+            const auto line = QByteArray::fromStdString(input_.substr(0, end));
+            input_.erase(0, end + 1);
+            try {
+                std::cout << obey(QJsonDocument::fromJson(line).array()) << std::endl;
+            } catch (const std::exception& error) {
+                std::cout << "error: " << error.what() << std::endl;
+            }
+        }
+    }
+
+    std::string obey(const QJsonArray& command) {
+        const auto verb = command.at(0).toString();
+        const auto argument = command.at(1).toString();
+        if (verb == QStringLiteral("records")) {
+            return records();
+        }
+        if (verb == QStringLiteral("set")) {
+            (argument == QStringLiteral("up") ? shared_.up : shared_.down) = Behaviour::from(command.at(2).toObject());
+        } else if (verb == QStringLiteral("protocols")) {
+            protocols_.clear();
+            for (const auto& name : command.at(1).toArray()) {
+                const auto text = name.toString().toStdString();
+                protocols_ += static_cast<char>(text.size()) + text;
+            }
+        } else if (verb == QStringLiteral("accept")) {
+            silent_ = argument == QStringLiteral("silent");
+        } else if (verb == QStringLiteral("drop")) {
+            for (const auto& [fd, client] : connections_) {
+                client.connection->close(argument == QStringLiteral("reset") ? Deed::reset : Deed::close);
+            }
+            connections_.clear();
+        } else {
+            throw std::invalid_argument("no such command: " + verb.toStdString());
+        }
+        return "ok";
+    }
+
+    std::string records() {
+        for (const auto& [fd, client] : connections_) {
+            client.connection->note();
+        }
+        QJsonArray requests;
+        for (const auto& record : shared_.records) {
+            requests.append(json(record));
+        }
+        const QJsonObject all{{QStringLiteral("connections"), connectionCount_},
+                              {QStringLiteral("requests"), requests}};
+        return QJsonDocument(all).toJson(QJsonDocument::Compact).toStdString();
+    }
+
+    SSL_CTX* context_;
+    int poll_;
+    int listener_;
+    std::string protocols_ = "\x02h2\x08http/1.1";
+    Shared shared_;
+    std::map<int, Client> connections_;
+    int connectionCount_ = 0;
+    bool silent_ = false;
+    bool busy_ = false;
+    bool ended_ = false;
+    Time nextNote_;
+    std::string input_;
+};
+
+} // namespace
+} // namespace skylet::test
+
+int main(int argc, char** argv) {
+    try {
+        if (argc != 4) {
+            throw std::invalid_argument("usage: speed_server CERTIFICATE ADDRESS PORT");
+        }
+        std::signal(SIGPIPE, SIG_IGN);
+        skylet::test::Server server(argv[1], argv[2], argv[3]);
+        std::cout << "ready" << std::endl;
+        server.run();
+        return 0;
+    } catch (const std::exception& error) {
+        std::cerr << "speed_server: " << error.what() << '\n';
+        return 1;
+    }
+}
