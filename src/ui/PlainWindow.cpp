@@ -1,0 +1,77 @@
+#include "ui/PlainWindow.h"
+
+#include <QAbstractButton>
+#include <QAccessible>
+#include <QAccessibleWidget>
+#include <QCloseEvent>
+#include <QCursor>
+#include <QGuiApplication>
+#include <QScreen>
+#include <QShortcut>
+#include <QWindow>
+
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+QAccessibleInterface* makeAccessible(const QString& /*className*/, QObject* object) {
+    auto* window = qobject_cast<PlainWindow*>(object);
+    return window != nullptr ? new QAccessibleWidget(window, QAccessible::Dialog) : nullptr;
+}
+
+} // namespace
+
+PlainWindow::PlainWindow(const QString& title, QSize content)
+    : QWidget(nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
+                           Qt::WindowCloseButtonHint) {
+    QAccessible::installFactory(makeAccessible);
+    setWindowTitle(title);
+    setContentSize(content);
+    // Frames are given as they stand on the screen.
+    setLayoutDirection(Qt::LeftToRight);
+    setAttribute(Qt::WA_QuitOnClose, false);
+    connect(new QShortcut(QKeySequence(Qt::Key_Escape), this), &QShortcut::activated, this, &QWidget::close);
+}
+
+void PlainWindow::setReturnButton(QAbstractButton* button) {
+    // As shortcuts they come before the widgets, some of which take Return for themselves on some desktops.
+    for (const auto key : {Qt::Key_Return, Qt::Key_Enter}) {
+        connect(new QShortcut(QKeySequence(key), this), &QShortcut::activated, button, &QAbstractButton::click);
+    }
+}
+
+void PlainWindow::bringToFront() {
+    if (!std::exchange(wasShown_, true)) {
+        center();
+    }
+    setWindowState(windowState() & ~Qt::WindowMinimized);
+    show();
+    raise();
+    activateWindow();
+}
+
+void PlainWindow::center() {
+    const QScreen* under = QGuiApplication::screenAt(QCursor::pos());
+    const QScreen* screen = under != nullptr ? under : QGuiApplication::primaryScreen();
+    if (screen != nullptr) {
+        QRect place(QPoint(0, 0), size());
+        place.moveCenter(screen->availableGeometry().center());
+        setGeometry(place);
+    }
+}
+
+void PlainWindow::closeEvent(QCloseEvent* event) {
+    if (onClose_) {
+        onClose_();
+    }
+    event->accept();
+}
+
+bool isOnScreen(const QWidget& window) {
+    const QWindow* handle = window.windowHandle();
+    return window.isVisible() && !window.isMinimized() && handle != nullptr && handle->isExposed();
+}
+
+} // namespace skylet

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QSize>
+#include <QString>
+#include <QWidget>
+
+#include <functional>
+
+class QAbstractButton;
+
+namespace skylet {
+
+/// A window with a title and a close button, which can be neither resized nor minimised. Closing only hides it; Escape
+/// closes it as the title bar's button does. It appears in the middle of the screen on which the pointer is, and later
+/// where the user left it. To assistive technologies it is a dialogue, whose texts they read out when it opens.
+class PlainWindow : public QWidget {
+    Q_OBJECT
+
+  public:
+    /// `content`: size without the frame, logical pixels.
+    PlainWindow(const QString& title, QSize content);
+
+    void setContentSize(QSize content) { setFixedSize(content); }
+    /// Return and Enter press this button, wherever the keyboard focus is.
+    void setReturnButton(QAbstractButton* button);
+    /// Called whenever the user or the program closes the window, before it disappears.
+    void setOnClose(std::function<void()> onClose) { onClose_ = std::move(onClose); }
+
+    /// Shows the window before all others and takes the keyboard focus, as far as the desktop lets a program do that.
+    void bringToFront();
+
+  protected:
+    void closeEvent(QCloseEvent* event) override;
+
+  private:
+    void center();
+
+    std::function<void()> onClose_;
+    bool wasShown_ = false;
+};
+
+/// Whether a window is on the screen: neither hidden nor minimised nor, where the desktop takes such windows off the
+/// screen, on another virtual desktop. A window that others cover counts as seen: on X11 and Wayland Qt takes the
+/// exposure away from unmapped windows only.
+bool isOnScreen(const QWidget& window);
+
+} // namespace skylet
