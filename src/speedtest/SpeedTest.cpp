@@ -1,0 +1,385 @@
+#include "speedtest/SpeedTest.h"
+
+#include "speedtest/GaugeScale.h"
+#include "speedtest/PanelButton.h"
+#include "speedtest/PanelLabel.h"
+#include "ui/Fonts.h"
+#include "ui/Frames.h"
+#include "ui/PlainWindow.h"
+#include "ui/Strings.h"
+
+#include <QAccessible>
+#include <QAccessibleWidget>
+#include <QFontMetricsF>
+#include <QPainter>
+#include <QPainterPath>
+#include <QPalette>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <numbers>
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+QColor whiteWithAlpha(double alpha) {
+    return QColor::fromRgbF(1, 1, 1, static_cast<float>(alpha));
+}
+
+QColor toColor(const GaugeColor& color) {
+    return QColor::fromRgbF(static_cast<float>(color.red), static_cast<float>(color.green),
+                            static_cast<float>(color.blue));
+}
+
+const QColor background = toColor({0.08, 0.09, 0.12});
+
+constexpr std::chrono::duration<std::int64_t, std::ratio<1, 30>> frameTime{1};
+/// Someone who hears the gauge instead of seeing it is told no more often than this.
+constexpr std::int64_t framesPerAnnouncement = 60;
+
+// Lengths of the drawing, in logical pixels.
+constexpr double centerDrop = 10;
+constexpr double radiusShare = 0.36;
+constexpr double arcWidth = 14;
+/// Below this share of the sweep the round caps alone would show, as a dot at zero.
+constexpr double leastDrawnFraction = 0.005;
+
+/// The places of a gauge within bounds of that size: y grows downward, the origin is the top left corner.
+class Dial {
+  public:
+    explicit Dial(const QSizeF& bounds)
+        : center_(bounds.width() / 2, bounds.height() / 2 + centerDrop), width_(bounds.width()),
+          radius_(radiusShare * std::min(bounds.width(), bounds.height())) {}
+
+    QPointF center() const { return center_; }
+    double radius() const { return radius_; }
+    QPointF at(double degrees, double distance) const {
+        const double radians = degrees * std::numbers::pi / 180;
+        return center_ + QPointF(distance * std::cos(radians), -distance * std::sin(radians));
+    }
+    QPainterPath arc(double sweep) const {
+        const QRectF square(center_.x() - radius_, center_.y() - radius_, 2 * radius_, 2 * radius_);
+        QPainterPath path;
+        path.arcMoveTo(square, gauge::startAngle);
+        path.arcTo(square, gauge::startAngle, -sweep);
+        return path;
+    }
+    QRectF numberArea() const { return {0, center_.y() + radius_ - 18, width_, 48}; }
+    QRectF unitArea() const { return {0, center_.y() + radius_ + 32, width_, 16}; }
+    /// The upper part of the unit's area, where its text stands: the captions of the results are close beneath.
+    QRectF unitLine() const { return unitArea().adjusted(0, 0, 0, -4); }
+    QRectF captionArea() const { return {0, center_.y() - 0.35 * radius_ - 16, width_, 16}; }
+
+  private:
+    QPointF center_;
+    double width_;
+    double radius_;
+};
+
+void drawArcs(QPainter& painter, const Dial& dial, double value, const QColor& accent) {
+    QPen pen(whiteWithAlpha(0.1), arcWidth, Qt::SolidLine, Qt::RoundCap);
+    painter.strokePath(dial.arc(gauge::sweep), pen);
+    const double fraction = gauge::fraction(value);
+    if (fraction > leastDrawnFraction) {
+        pen.setColor(accent);
+        painter.strokePath(dial.arc(gauge::sweep * fraction), pen);
+    }
+}
+
+void drawTicks(QPainter& painter, const Dial& dial) {
+    const QFont font = systemFont(9, QFont::Medium);
+    for (const int tick : gauge::ticks) {
+        const double angle = gauge::angle(tick);
+        painter.setPen(QPen(whiteWithAlpha(0.35), 1.5, Qt::SolidLine, Qt::FlatCap));
+        painter.drawLine(QLineF(dial.at(angle, dial.radius() - 14), dial.at(angle, dial.radius() - 20)));
+        painter.setPen(whiteWithAlpha(0.5));
+        // An area without extent: the label stands around its middle.
+        drawCentered(painter, QRectF(dial.at(angle, dial.radius() - 34), QSizeF()), QString::number(tick), font);
+    }
+}
+
+void drawNeedle(QPainter& painter, const Dial& dial, double value, const QColor& accent) {
+    const double angle = gauge::angle(value);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(Qt::white);
+    painter.drawPolygon(QPolygonF{dial.at(angle - 90, 3), dial.at(angle, dial.radius() - 24), dial.at(angle + 90, 3)});
+    painter.setBrush(accent);
+    painter.drawEllipse(dial.center(), 6, 6);
+}
+
+void drawTexts(QPainter& painter, const Dial& dial, double value, const QString& phase, const QColor& accent) {
+    painter.setPen(Qt::white);
+    drawTabularCentered(painter, dial.numberArea(), gauge::number(value), systemFont(40, QFont::DemiBold));
+    painter.setPen(whiteWithAlpha(0.6));
+    drawCentered(painter, dial.unitLine(), QStringLiteral("Mbps"), systemFont(12, QFont::Medium));
+    painter.setPen(accent);
+    QFont font = systemFont(11, QFont::Bold);
+    font.setLetterSpacing(QFont::AbsoluteSpacing, 2);
+    drawCentered(painter, dial.captionArea(), phase, font);
+}
+
+/// The gauge for assistive technologies: a value that can be read but not set.
+class AccessibleGauge final : public QAccessibleWidget, public QAccessibleValueInterface {
+  public:
+    explicit AccessibleGauge(GaugeView& gauge) : QAccessibleWidget(&gauge, QAccessible::Dial), gauge_(gauge) {}
+
+    QString text(QAccessible::Text kind) const override {
+        switch (kind) {
+        case QAccessible::Name:
+            return L(QStringLiteral("Speed Test"));
+        // AT-SPI hands on the figure of a value but no text for it; the description reaches everyone.
+        case QAccessible::Value:
+        case QAccessible::Description:
+            return gauge::number(gauge_.value()) + QStringLiteral(" Mbps, ") + gauge_.phase();
+        default:
+            return QAccessibleWidget::text(kind);
+        }
+    }
+    QAccessible::State state() const override {
+        QAccessible::State state = QAccessibleWidget::state();
+        state.readOnly = true;
+        return state;
+    }
+    void* interface_cast(QAccessible::InterfaceType type) override {
+        return type == QAccessible::ValueInterface ? static_cast<QAccessibleValueInterface*>(this)
+                                                   : QAccessibleWidget::interface_cast(type);
+    }
+    QVariant currentValue() const override { return gauge_.value(); }
+    void setCurrentValue(const QVariant& /*value*/) override {}
+    QVariant maximumValue() const override { return gauge::highest; }
+    QVariant minimumValue() const override { return gauge::lowest; }
+    QVariant minimumStepSize() const override { return 0; }
+
+  private:
+    GaugeView& gauge_;
+};
+
+QAccessibleInterface* makeAccessible(const QString& /*className*/, QObject* object) {
+    auto* gauge = qobject_cast<GaugeView*>(object);
+    return gauge != nullptr ? new AccessibleGauge(*gauge) : nullptr;
+}
+
+/// How far the drawing reaches below bounds of that size.
+int overhang(QSize bounds) {
+    return std::max(0, static_cast<int>(std::ceil(Dial(bounds).unitArea().bottom())) - bounds.height());
+}
+
+} // namespace
+
+GaugeView::GaugeView(const QRect& frame, QWidget* parent)
+    : QWidget(parent), bounds_(frame.size()), phase_(L(QStringLiteral("READY"))), accent_(toColor(downloadColor)) {
+    QAccessible::installFactory(makeAccessible);
+    setGeometry(frame.adjusted(0, 0, 0, overhang(bounds_)));
+    setAttribute(Qt::WA_OpaquePaintEvent);
+    timer_.setTimerType(Qt::PreciseTimer);
+    timer_.setSingleShot(true);
+    timer_.callOnTimeout(this, &GaugeView::tick);
+}
+
+void GaugeView::setTarget(double speed) {
+    target_ = speed;
+    animateIfNeeded();
+}
+
+void GaugeView::setPhase(const QString& phase) {
+    phase_ = phase;
+    announce();
+}
+
+void GaugeView::animateIfNeeded() {
+    if (timer_.isActive() || !isOnScreen(*window()) || !gauge::animationIsDue(value_, target_)) {
+        return;
+    }
+    sinceStart_.start();
+    frame_ = 0;
+    startNextTick();
+}
+
+void GaugeView::stopAnimation() {
+    timer_.stop();
+}
+
+void GaugeView::tick() {
+    const gauge::Step step = gauge::step(value_, target_, isOnScreen(*window()));
+    value_ = step.value;
+    update();
+    if (!step.isLast) {
+        startNextTick();
+    }
+    if (step.isLast || frame_ % framesPerAnnouncement == 0) {
+        announce();
+    }
+}
+
+void GaugeView::startNextTick() {
+    // Timers count whole milliseconds; frames that are due at fixed times come 30 to the second all the same. Those
+    // that a busy program missed are left out.
+    const std::chrono::nanoseconds elapsed(sinceStart_.nsecsElapsed());
+    frame_ = std::max(frame_ + 1, elapsed / frameTime + 1);
+    timer_.start(std::chrono::ceil<std::chrono::milliseconds>(frame_ * frameTime - elapsed));
+}
+
+void GaugeView::announce() {
+    if (QAccessible::isActive()) {
+        QAccessibleValueChangeEvent changed(this, value_);
+        QAccessible::updateAccessibility(&changed);
+        QAccessibleEvent described(this, QAccessible::DescriptionChanged);
+        QAccessible::updateAccessibility(&described);
+    }
+}
+
+void GaugeView::paintEvent(QPaintEvent* /*event*/) {
+    const Dial dial{QSizeF(bounds_)};
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.fillRect(rect(), background);
+    drawArcs(painter, dial, value_, accent_);
+    drawTicks(painter, dial);
+    drawNeedle(painter, dial, value_, accent_);
+    drawTexts(painter, dial, value_, phase_, accent_);
+}
+
+namespace {
+
+constexpr QSize contentSize{360, 420};
+constexpr int firstColumn = 20;
+constexpr int columnStep = 110;
+const auto unknown = QStringLiteral("—");
+
+struct ColumnNames {
+    QString caption;
+    QString value;
+};
+
+ColumnNames objectNames(ResultColumn column) {
+    switch (column) {
+    case ResultColumn::https:
+        return {QStringLiteral("httpsCaption"), QStringLiteral("httpsValue")};
+    case ResultColumn::download:
+        return {QStringLiteral("downloadCaption"), QStringLiteral("downloadValue")};
+    case ResultColumn::upload:
+        break;
+    }
+    return {QStringLiteral("uploadCaption"), QStringLiteral("uploadValue")};
+}
+
+} // namespace
+
+SpeedTestController::SpeedTestController(const BulkTransferSessionFactory& makeSession, const Clock& clock,
+                                         Schedule schedule, const SessionConfiguration& configuration,
+                                         Seconds phaseSeconds)
+    : measurement_(makeSession, clock, std::move(schedule), configuration, phaseSeconds) {
+    measurement_.onStarted = [this] {
+        if (onStarted) {
+            onStarted();
+        }
+    };
+    measurement_.onCancelled = [this] {
+        if (onCancelled) {
+            onCancelled();
+        }
+    };
+    measurement_.onFinished = [this](std::optional<double> down, std::optional<double> up) {
+        if (onFinished) {
+            onFinished(down, up);
+        }
+    };
+}
+
+SpeedTestController::~SpeedTestController() = default;
+
+void SpeedTestController::show() {
+    if (!window_) {
+        build();
+    }
+    window_->bringToFront();
+    if (!isRunning()) {
+        measurement_.start();
+    }
+}
+
+void SpeedTestController::build() {
+    window_ = std::make_unique<PlainWindow>(L(QStringLiteral("Speed Test")), contentSize);
+    window_->setObjectName(QStringLiteral("speedTestWindow"));
+    window_->setOnClose([this] { windowWillClose(); });
+    QPalette dark;
+    dark.setColor(QPalette::Window, background);
+    window_->setPalette(dark);
+    window_->setAutoFillBackground(true);
+
+    gauge_ = new GaugeView(fromBottomLeft({0, 110, 360, 300}, contentSize.height()), window_.get());
+    gauge_->setObjectName(QStringLiteral("gauge"));
+    addColumn(ResultColumn::https, L(QStringLiteral("HTTPS")));
+    addColumn(ResultColumn::download, L(QStringLiteral("DOWNLOAD")));
+    addColumn(ResultColumn::upload, L(QStringLiteral("UPLOAD")));
+    runButton_ =
+        new PanelButton(QStringLiteral("runButton"), L(QStringLiteral("Run Again")), systemFont(13), window_.get());
+    runButton_->setGeometry(fromBottomLeft({120, 14, 120, 32}, contentSize.height()));
+    runButton_->setEnabled(false);
+    QObject::connect(runButton_, &QPushButton::clicked, window_.get(), [this] { runAgain(); });
+    measurement_.setDisplay(this);
+}
+
+void SpeedTestController::addColumn(ResultColumn column, const QString& title) {
+    const ColumnNames names = objectNames(column);
+    const int x = firstColumn + columnStep * static_cast<int>(column);
+    auto* caption =
+        new PanelLabel(names.caption, title, systemFont(9, QFont::Bold), whiteWithAlpha(0.5), window_.get());
+    caption->setGeometry(fromBottomLeft({x, 82, 100, 14}, contentSize.height()));
+    auto* value = new PanelLabel(names.value, unknown, systemFont(17, QFont::DemiBold), Qt::white, window_.get());
+    value->setGeometry(fromBottomLeft({x, 56, 100, 24}, contentSize.height()));
+    // Tells assistive technologies what the value is of.
+    caption->setBuddy(value);
+    if (column != ResultColumn::https) {
+        value->setAccessibleDescription(QStringLiteral("Mbps"));
+    }
+    resultLabels_.push_back(value);
+}
+
+void SpeedTestController::runAgain() {
+    measurement_.start();
+}
+
+void SpeedTestController::windowWillClose() {
+    cancel();
+}
+
+void SpeedTestController::setResult(ResultColumn column, const QString& text) {
+    resultLabels_.at(static_cast<std::size_t>(column))->setText(text);
+}
+
+void SpeedTestController::setRunEnabled(bool enabled) {
+    runButton_->setEnabled(enabled);
+    // A disabled button loses the keyboard focus; nothing else in the window wants it.
+    if (enabled) {
+        runButton_->setFocus();
+    }
+}
+
+void SpeedTestController::setGaugePhase(const QString& phase) {
+    gauge_->setPhase(phase);
+    gauge_->update();
+}
+
+void SpeedTestController::setGaugeAccent(const GaugeColor& accent) {
+    gauge_->setAccent(toColor(accent));
+    gauge_->update();
+}
+
+void SpeedTestController::setGaugeTarget(double speed) {
+    gauge_->setTarget(speed);
+}
+
+void SpeedTestController::setGaugeValue(double speed) {
+    gauge_->setValue(speed);
+    gauge_->update();
+}
+
+void SpeedTestController::stopGaugeAnimation() {
+    gauge_->stopAnimation();
+}
+
+} // namespace skylet

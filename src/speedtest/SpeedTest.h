@@ -1,0 +1,119 @@
+#pragma once
+
+#include "connectivity/ConnectivityEngine.h"
+#include "platform/BulkTransferSession.h"
+#include "platform/Clock.h"
+#include "speedtest/SpeedTestDisplay.h"
+#include "speedtest/SpeedTestMeasurement.h"
+#include "speedtest/SpeedTesting.h"
+
+#include <QColor>
+#include <QElapsedTimer>
+#include <QString>
+#include <QTimer>
+#include <QWidget>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace skylet {
+
+class PanelButton;
+class PanelLabel;
+class PlainWindow;
+
+/// A dial that shows a speed in Mbit/s. The speed shown moves smoothly to a target, 30 times a second, and only while
+/// the window is on the screen; at rest it costs nothing. To assistive technologies it is a dial whose description says
+/// the speed and the phase.
+class GaugeView final : public QWidget {
+    Q_OBJECT
+
+  public:
+    /// `frame`: in its parent, y downward, logical pixels. Where the unit would lie below the frame, the widget reaches
+    /// that much further down, since a widget is clipped.
+    GaugeView(const QRect& frame, QWidget* parent);
+
+    /// What is drawn now. Writing it neither redraws nor animates.
+    double value() const { return value_; }
+    void setValue(double speed) { value_ = speed; }
+    /// Where the value moves to. Every write starts the animation if one is due.
+    double target() const { return target_; }
+    void setTarget(double speed);
+    /// The caption, as it stands. Writing it does not redraw.
+    QString phase() const { return phase_; }
+    void setPhase(const QString& phase);
+    /// Colour of the arc, the hub and the caption. Writing it does not redraw.
+    QColor accent() const { return accent_; }
+    void setAccent(const QColor& accent) { accent_ = accent; }
+
+    /// Starts moving unless it already does, is there already, or nobody can see it.
+    void animateIfNeeded();
+    /// The value stays where it is.
+    void stopAnimation();
+    bool animationIsRunning() const { return timer_.isActive(); }
+
+  protected:
+    void paintEvent(QPaintEvent* event) override;
+
+  private:
+    void tick();
+    void startNextTick();
+    void announce();
+
+    const QSize bounds_;
+    double value_ = 0;
+    double target_ = 0;
+    QString phase_;
+    QColor accent_;
+    /// Runs out with each frame and is started anew for the next one.
+    QTimer timer_;
+    QElapsedTimer sinceStart_;
+    /// The frame that is waited for, counted from the animation's start.
+    std::int64_t frame_ = 0;
+};
+
+/// The speed test and its window: the small dark panel with the gauge, the three results and the button. The window is
+/// made when it is first shown, kept when it is closed, and the same in both languages but for its texts. Closing it
+/// ends a test.
+class SpeedTestController final : public SpeedTesting, private SpeedTestDisplay {
+  public:
+    SpeedTestController(const BulkTransferSessionFactory& makeSession, const Clock& clock,
+                        Schedule schedule = ConnectivityEngine::commonTimer,
+                        const SessionConfiguration& configuration = {},
+                        Seconds phaseSeconds = SpeedTestMeasurement::defaultPhaseSeconds);
+    ~SpeedTestController() override;
+    SpeedTestController(const SpeedTestController&) = delete;
+    SpeedTestController& operator=(const SpeedTestController&) = delete;
+    SpeedTestController(SpeedTestController&&) = delete;
+    SpeedTestController& operator=(SpeedTestController&&) = delete;
+
+    bool isRunning() const override { return measurement_.isRunning(); }
+    void setLatencyMs(std::int64_t milliseconds) override { measurement_.setLatencyMs(milliseconds); }
+    void show() override;
+    void cancel() override { measurement_.cancel(); }
+
+  private:
+    void build();
+    void addColumn(ResultColumn column, const QString& title);
+    void runAgain();
+    void windowWillClose();
+
+    void setResult(ResultColumn column, const QString& text) override;
+    void setRunEnabled(bool enabled) override;
+    void setGaugePhase(const QString& phase) override;
+    void setGaugeAccent(const GaugeColor& accent) override;
+    void setGaugeTarget(double speed) override;
+    void setGaugeValue(double speed) override;
+    void stopGaugeAnimation() override;
+
+    std::unique_ptr<PlainWindow> window_;
+    /// These belong to the window.
+    GaugeView* gauge_ = nullptr;
+    std::vector<PanelLabel*> resultLabels_;
+    PanelButton* runButton_ = nullptr;
+    SpeedTestMeasurement measurement_;
+};
+
+} // namespace skylet
