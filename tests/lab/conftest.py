@@ -5,6 +5,7 @@ from contextlib import ExitStack
 
 import network
 import pytest
+import settings
 from authority import Authority
 from lab import Lab
 
@@ -28,7 +29,7 @@ def authority():
     if reason := network.why_impossible():
         pytest.skip(reason)
     network.sweep()
-    names = [*network.ENDPOINT_NAMES, network.PORTAL_NAME]
+    names = [*network.ENDPOINT_NAMES, network.PORTAL_NAME, settings.SPEEDTEST_HOST]
     with tempfile.TemporaryDirectory(prefix=f"{network.PREFIX}-{os.getpid()}-", dir=network.RUN) as folder:
         yield Authority(folder, names)
 

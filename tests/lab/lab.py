@@ -7,6 +7,7 @@ import time
 from pathlib import Path
 
 import network
+import settings
 from desktop import Bus, Logind, StatusArea
 from network import Network, Tool
 from panel import Panel
@@ -70,6 +71,55 @@ class Servers:
         return [*self.first.requests(since), *self.second.requests(since)]
 
 
+class SpeedServer:
+    """The service that speed tests ask (tests/speedserver), under its real name."""
+
+    def __init__(self, lab_network, authority, stack):
+        certificate = authority.folder / f"{settings.SPEEDTEST_HOST}.good.pem"
+        command = lab_network.server.inside([settings.SPEED_SERVER, certificate, network.SPEEDTEST_ADDRESS, "443"])
+        self._tool = stack.enter_context(Tool(command))
+
+    def set(self, way, **behaviour):
+        """From now on requests of this way ("down" or "up") are met so: fields of Behaviour.h; the rest is as by default."""
+        self._order("set", way, behaviour)
+
+    def speak(self, *protocols):
+        """Of "h2" and "http/1.1", on new connections."""
+        self._order("protocols", protocols)
+
+    def accept(self, how):
+        """ "serve" or "silent" (no handshake)."""
+        self._order("accept", how)
+
+    def drop(self, how="close"):
+        """Ends all connections: "close" or "reset"."""
+        self._order("drop", how)
+
+    def requests(self):
+        """Each with method, path, headers, protocol, connection, began, over, whole, and series: [time, bytes] of the body that
+        the client has acknowledged (GET) or that has been read (POST)."""
+        return json.loads(self._order("records"))["requests"]
+
+    def connections(self):
+        """How many there have been."""
+        return json.loads(self._order("records"))["connections"]
+
+    def _order(self, *command):
+        return self._tool.ask(json.dumps(command))
+
+
+def bytes_at(series, moment):
+    """What a series of [time, bytes] had reached by then, between two points in proportion."""
+    before = (None, 0)
+    for time_, count in series:
+        if time_ >= moment:
+            if before[0] is None:
+                return 0
+            return before[1] + (count - before[1]) * (moment - before[0]) / (time_ - before[0])
+        before = (time_, count)
+    return before[1]
+
+
 class Lab:
     """Everything but the program is up; `start` starts that too."""
 
@@ -80,7 +130,7 @@ class Lab:
         self.session_bus = Bus(self.network.folder, "session", stack)
         self.system_bus = Bus(self.network.folder, "system", stack)
         self.area = StatusArea(self.session_bus, stack)
-        self._stack = stack
+        self._authority, self._stack = authority, stack
         self.program = Program(self.network, stack, DBUS_SESSION_BUS_ADDRESS=self.session_bus.address,
                                DBUS_SYSTEM_BUS_ADDRESS=self.system_bus.address)
 
@@ -108,6 +158,16 @@ class Lab:
         """What traffic.py prints for these words, run on the client's side."""
         command = [sys.executable, str(TRAFFIC), *map(str, words)]
         return self.network.client.run(command, capture_output=True, text=True).stdout
+
+    def serve_speed_test(self):
+        """From now on somebody answers to the name of the speed-test service."""
+        return SpeedServer(self.network, self._authority, self._stack)
+
+    def run_speed_test(self, *words, **options):
+        """What lab_speedtest, the program's speed test without its window, prints on the client's side."""
+        command = [settings.SPEEDTEST, *map(str, words)]
+        run = self.network.client.run(command, capture_output=True, text=True, **options)
+        return json.loads(run.stdout)
 
     def logind(self):
         """From now on there is one on the system bus."""

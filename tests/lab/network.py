@@ -24,10 +24,12 @@ ENDPOINT_NAMES = [urlsplit(url).hostname for url in settings.ENDPOINTS]
 # addresses that the Internet does not route (RFC 5737); the servers' live on the loopback device of their namespace
 ENDPOINT_ADDRESSES = ["198.51.100.10", "203.0.113.10"]
 PORTAL_NAME, PORTAL_ADDRESS = "portal.example", "198.51.100.80"
+SPEEDTEST_ADDRESS = "198.51.100.40"
 DNS_ADDRESS = "198.51.100.53"
 
 # a project that itself stands below /tmp must not vanish behind a namespace's own /tmp
-PROJECT_FOLDERS = {path.parts[2] for path in (Path(__file__), settings.PROGRAM, settings.LINK, settings.SHOTS)
+PROJECT_FOLDERS = {path.parts[2] for path in (Path(__file__), settings.PROGRAM, settings.LINK, settings.SPEED_SERVER, settings.SPEEDTEST,
+                                                    settings.SHOTS)
                    if path.is_relative_to("/tmp")}
 KEEP_PROJECT = " ".join(f'mkdir -p "$0"/{shlex.quote(name)} && mount --bind /tmp/{shlex.quote(name)} "$0"/{shlex.quote(name)} &&'
                         for name in sorted(PROJECT_FOLDERS))
@@ -202,7 +204,7 @@ class Network:
         self.server = Namespace(f"{name}s", self.folder, stack)
         # as behind a home router: what comes with another link's source address is dropped
         self.server.run(["sysctl", "-qw", "net.ipv4.conf.all.rp_filter=1"])
-        for address in (*ENDPOINT_ADDRESSES, PORTAL_ADDRESS, DNS_ADDRESS):
+        for address in (*ENDPOINT_ADDRESSES, PORTAL_ADDRESS, SPEEDTEST_ADDRESS, DNS_ADDRESS):
             self.server.ip(f"address add {address}/32 dev lo")
         (self.client.etc / "ssl").symlink_to(authority.etc_ssl)
         (self.client.etc / "nsswitch.conf").write_text("passwd: files\ngroup: files\nhosts: files dns\n")
@@ -229,7 +231,8 @@ class Network:
                 self.wlan0.mute(address)
 
     def names_from_hosts_file(self):
-        names = [*zip(ENDPOINT_ADDRESSES, ENDPOINT_NAMES), (PORTAL_ADDRESS, PORTAL_NAME), ("127.0.0.1", "localhost")]
+        names = [*zip(ENDPOINT_ADDRESSES, ENDPOINT_NAMES), (PORTAL_ADDRESS, PORTAL_NAME),
+                 (SPEEDTEST_ADDRESS, settings.SPEEDTEST_HOST), ("127.0.0.1", "localhost")]
         (self.client.etc / "hosts").write_text("".join(f"{address} {name}\n" for address, name in names))
         (self.client.etc / "resolv.conf").write_text("nameserver 127.0.0.1\n")
 

@@ -13,6 +13,9 @@ def _of_build(name):
 
 PROGRAM = Path(_of_build("PROGRAM"))
 LINK = Path(_of_build("LINK"))
+SPEED_SERVER = Path(_of_build("SPEED_SERVER"))
+SPEEDTEST = Path(_of_build("SPEEDTEST"))
+SPEEDTEST_HOST = _of_build("SPEEDTEST_HOST")
 ENDPOINTS = _of_build("ENDPOINTS").split()
 SHOTS = Path(_of_build("SHOTS"))
 
