@@ -1,8 +1,9 @@
 #include "platform/linux/statusitem/DBusMenuExporter.h"
 
 #include "platform/linux/statusitem/FakeStatusHost.h"
-#include "platform/linux/statusitem/PrivateBus.h"
 #include "platform/linux/statusitem/QtMenu.h"
+#include "support/EventLoop.h"
+#include "support/PrivateBus.h"
 #include "support/QStringPrinting.h"
 
 #include <QAction>
@@ -20,6 +21,11 @@
 
 namespace skylet {
 namespace {
+
+using test::callAndWait;
+using test::PrivateBus;
+using test::runFor;
+using test::waitUntil;
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -387,7 +393,7 @@ TEST_F(DBusMenuExporterTest, BelievesAHostThatSaysWhenTheMenuOpensAndCloses) {
     host_.callMenu(QStringLiteral("AboutToShow"), {0});
     event(0, QStringLiteral("opened"));
     host_.callMenu(QStringLiteral("AboutToShow"), {0});
-    waitUntil([] { return false; }, 2 * openTime_);
+    runFor(2 * openTime_);
     EXPECT_TRUE(exporter_.isOpen());
     event(0, QStringLiteral("closed"));
     EXPECT_FALSE(exporter_.isOpen());

@@ -1,7 +1,7 @@
 #include "platform/linux/statusitem/FakeStatusHost.h"
 
 #include "platform/linux/statusitem/DBusTypes.h"
-#include "platform/linux/statusitem/PrivateBus.h"
+#include "support/PrivateBus.h"
 
 #include <QCoreApplication>
 #include <QDBusError>
@@ -13,6 +13,8 @@
 namespace skylet {
 
 namespace {
+
+using test::callAndWait;
 
 const auto watcherName = [] { return QStringLiteral("org.kde.StatusNotifierWatcher"); };
 const auto watcherPath = [] { return QStringLiteral("/StatusNotifierWatcher"); };

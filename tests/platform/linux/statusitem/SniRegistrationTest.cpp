@@ -1,7 +1,8 @@
 #include "platform/linux/statusitem/SniRegistration.h"
 
 #include "platform/linux/statusitem/FakeStatusHost.h"
-#include "platform/linux/statusitem/PrivateBus.h"
+#include "support/EventLoop.h"
+#include "support/PrivateBus.h"
 #include "support/QStringPrinting.h"
 
 #include <QCoreApplication>
@@ -13,6 +14,10 @@
 
 namespace skylet {
 namespace {
+
+using test::PrivateBus;
+using test::runFor;
+using test::waitUntil;
 
 using namespace std::chrono_literals;
 
@@ -31,7 +36,7 @@ class SniRegistrationTest : public testing::Test {
 
     /// Lets time pass in which nothing further should come.
     int registrationsAfterAWhile() {
-        waitUntil([] { return false; }, wellBeyondTheLimits);
+        runFor(wellBeyondTheLimits);
         return static_cast<int>(host_.registrations().size());
     }
 
@@ -132,9 +137,9 @@ TEST_F(SniRegistrationTest, SurvivesTheEndOfTheBus) {
     registration_.setWatcher(watcher(true));
     ASSERT_TRUE(registrationsReach(1));
     bus_.kill();
-    waitUntil([] { return false; }, wellBeyondTheLimits);
+    runFor(wellBeyondTheLimits);
     registration_.setWatcher({QStringLiteral(":1.99"), true, false});
-    waitUntil([] { return false; }, 50ms);
+    runFor(50ms);
     EXPECT_EQ(registration_.watcherOwner(), QStringLiteral(":1.99"));
 }
 

@@ -1,9 +1,10 @@
 #include "platform/linux/statusitem/SniStatusItem.h"
 
 #include "platform/linux/statusitem/FakeStatusHost.h"
-#include "platform/linux/statusitem/PrivateBus.h"
 #include "platform/linux/statusitem/SampleTitles.h"
 #include "platform/linux/statusitem/StatusColors.h"
+#include "support/EventLoop.h"
+#include "support/PrivateBus.h"
 #include "support/QStringPrinting.h"
 
 #include <QApplication>
@@ -19,6 +20,10 @@
 
 namespace skylet {
 namespace {
+
+using test::PrivateBus;
+using test::runFor;
+using test::waitUntil;
 
 using namespace std::chrono_literals;
 
@@ -199,7 +204,7 @@ TEST_F(SniStatusItemTest, RegistersAgainWhereALabelHostDoesNotReadTheMenu) {
     makeItem(QStringLiteral("gnome-shell"));
     ASSERT_TRUE(waitUntil([this] { return host_.registrations().size() == 2; }));
     readLayout();
-    waitUntil([] { return false; }, 120ms);
+    runFor(120ms);
     EXPECT_EQ(host_.registrations().size(), 2);
 }
 
@@ -514,7 +519,7 @@ TEST_F(SniStatusItemTest, SurvivesTheEndOfTheBus) {
     item_->setVisible(false);
     item_->setVisible(true);
     item_->requestAttention();
-    waitUntil([] { return false; }, 150ms);
+    runFor(150ms);
     EXPECT_EQ(item_->buttonDescription(), QStringLiteral("none (no session bus)"));
 }
 
@@ -538,7 +543,7 @@ TEST_F(SniStatusItemTest, GoesQuietlyWithAnswersUnderWay) {
     host_.appear();
     makeItem(QStringLiteral("gnome-shell"));
     item_.reset();
-    waitUntil([] { return false; }, 50ms);
+    runFor(50ms);
     EXPECT_TRUE(host_.registrations().isEmpty());
 }
 

@@ -1,6 +1,7 @@
 #include "platform/linux/statusitem/StatusHostMonitor.h"
 
-#include "platform/linux/statusitem/PrivateBus.h"
+#include "support/EventLoop.h"
+#include "support/PrivateBus.h"
 #include "support/QStringPrinting.h"
 
 #include <QCoreApplication>
@@ -13,6 +14,10 @@
 
 namespace skylet {
 namespace {
+
+using test::callAndWait;
+using test::PrivateBus;
+using test::waitUntil;
 
 TEST(StatusHostTraits, KnowTheHostsThatSetALabel) {
     for (const char* name : {"gnome-shell", "mate-panel", "notification-ar", "ayatana-indicat", "indicator-appli"}) {

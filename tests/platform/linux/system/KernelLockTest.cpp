@@ -1,8 +1,8 @@
-#include "EventLoop.h"
 #include "NetworkNamespace.h"
 #include "platform/linux/system/NetlinkInterfaceCounters.h"
 #include "platform/linux/system/NetlinkPathMonitor.h"
 #include "platform/linux/system/NetlinkSocket.h"
+#include "support/EventLoop.h"
 
 #include <QProcess>
 

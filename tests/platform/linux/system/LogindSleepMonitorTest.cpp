@@ -1,8 +1,8 @@
 #include "platform/linux/system/LogindSleepMonitor.h"
 
-#include "ChildProcess.h"
-#include "EventLoop.h"
-#include "PrivateBus.h"
+#include "support/ChildProcess.h"
+#include "support/EventLoop.h"
+#include "support/PrivateBus.h"
 
 #include <QDBusArgument>
 #include <QDBusMessage>
@@ -179,12 +179,12 @@ class LogindSleepMonitorTest : public testing::Test {
     }
 
     PrivateBus bus_;
-    QDBusConnection control_ = bus_.connect("control");
+    QDBusConnection control_ = bus_.connect();
     std::unique_ptr<MockLogind> logind_;
     NetworkEpoch epoch_;
     QStringList calls_;
     qsizetype heldInWillSleep_ = -1;
-    LogindSleepMonitor monitor_{bus_.connect("monitor"), epoch_, toleratedAbsence};
+    LogindSleepMonitor monitor_{bus_.connect(), epoch_, toleratedAbsence};
 };
 
 } // namespace
@@ -325,7 +325,7 @@ TEST_F(LogindSleepMonitorTest, WakesWhenLogindWasRestartedDuringTheSuspendAndSay
 
 TEST_F(LogindSleepMonitorTest, StaysAsleepWhenLogindWasRestartedAndTheSuspendGoesOn) {
     constexpr auto longerThanTheRestart = 1500ms;
-    LogindSleepMonitor patient(bus_.connect("patient"), epoch_, longerThanTheRestart);
+    LogindSleepMonitor patient(bus_.connect(), epoch_, longerThanTheRestart);
     patient.start([this] { calls_ += QStringLiteral("sleep"); }, [this] { calls_ += QStringLiteral("wake"); });
     startLogind();
     ASSERT_TRUE(inhibitorsBecome(1));
@@ -357,14 +357,14 @@ TEST_F(LogindSleepMonitorTest, WakesWhenTheBusBreaks) {
     startAwake();
     logind_->announceSleep(true);
     ASSERT_TRUE(inhibitorsBecome(0));
-    bus_.stop();
+    bus_.kill();
     EXPECT_TRUE(called("wake at 1"));
 }
 
 TEST_F(LogindSleepMonitorTest, ABusThatBreaksWhileAwakeIsNoMatter) {
     startAwake();
     logind_.reset();
-    bus_.stop();
+    bus_.kill();
     runFor(2 * toleratedAbsence);
     EXPECT_EQ(calls_, QStringList{});
 }

@@ -1,8 +1,8 @@
 #include "platform/linux/system/NetlinkInterfaceCounters.h"
 
-#include "ChildProcess.h"
-#include "EventLoop.h"
 #include "NetworkNamespace.h"
+#include "support/ChildProcess.h"
+#include "support/EventLoop.h"
 
 #include <QFile>
 #include <QProcess>

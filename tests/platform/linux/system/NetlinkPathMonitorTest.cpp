@@ -1,8 +1,8 @@
 #include "platform/linux/system/NetlinkPathMonitor.h"
 
-#include "EventLoop.h"
 #include "NetworkNamespace.h"
 #include "platform/linux/system/FileDescriptor.h"
+#include "support/EventLoop.h"
 
 #include <QElapsedTimer>
 #include <QProcess>

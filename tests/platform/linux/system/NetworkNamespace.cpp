@@ -1,34 +1,17 @@
 #include "NetworkNamespace.h"
 
-#include "ChildProcess.h"
+#include "support/ChildProcess.h"
+#include "support/Namespaces.h"
 
-#include <QFile>
 #include <QProcess>
 
 #include <fcntl.h>
 #include <sched.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
-
 namespace skylet::test {
 
 namespace {
-
-bool writeFile(const QString& path, const QByteArray& text) {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.flush();
-}
-
-/// In a user namespace of its own the process is root and may make network namespaces.
-bool becomeRootOfOwn() {
-    const uid_t user = geteuid();
-    const gid_t group = getegid();
-    return unshare(CLONE_NEWUSER) == 0 && writeFile(QStringLiteral("/proc/self/setgroups"), "deny") &&
-           writeFile(QStringLiteral("/proc/self/uid_map"), "0 " + QByteArray::number(user) + " 1") &&
-           writeFile(QStringLiteral("/proc/self/gid_map"), "0 " + QByteArray::number(group) + " 1");
-}
 
 QProcess& finish(QProcess& process) {
     process.waitForFinished();
@@ -39,8 +22,8 @@ QProcess& finish(QProcess& process) {
 
 std::unique_ptr<NetworkNamespace> NetworkNamespace::enter(QString& reason) {
     FileDescriptor outside(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
-    if (unshare(CLONE_NEWNET) != 0 && !(errno == EPERM && becomeRootOfOwn() && unshare(CLONE_NEWNET) == 0)) {
-        reason = QStringLiteral("no network namespace can be made: ") + QString::fromLocal8Bit(std::strerror(errno));
+    if (const auto refusal = enterNamespaces(CLONE_NEWNET)) {
+        reason = *refusal;
         return nullptr;
     }
     std::unique_ptr<NetworkNamespace> result(new NetworkNamespace(std::move(outside)));
@@ -90,7 +73,7 @@ void NetworkNamespace::addManyLinks(int count) const {
 
 void NetworkNamespace::disableIPv6() const {
     for (const char* links : {"all", "default"}) {
-        writeFile(QStringLiteral("/proc/sys/net/ipv6/conf/%1/disable_ipv6").arg(QString::fromUtf8(links)), "1");
+        writeToFile(QStringLiteral("/proc/sys/net/ipv6/conf/%1/disable_ipv6").arg(QString::fromUtf8(links)), "1");
     }
 }
 

@@ -1,8 +1,8 @@
 #include "platform/linux/system/SingleInstance.h"
 
-#include "ChildProcess.h"
-#include "EventLoop.h"
-#include "PrivateBus.h"
+#include "support/ChildProcess.h"
+#include "support/EventLoop.h"
+#include "support/PrivateBus.h"
 
 #include <QDBusMessage>
 #include <QDBusPendingCall>
@@ -68,8 +68,8 @@ class SingleInstanceTest : public testing::Test {
   protected:
     void SetUp() override { ASSERT_TRUE(bus_.isRunning()); }
 
-    std::unique_ptr<SingleInstance> instance(const char* name) {
-        return std::make_unique<SingleInstance>(bus_.connect(name), [this] { ++activations_; });
+    std::unique_ptr<SingleInstance> instance() {
+        return std::make_unique<SingleInstance>(bus_.connect(), [this] { ++activations_; });
     }
 
     QDBusMessage::MessageType call(const char* method, const QVariantList& arguments) {
@@ -81,21 +81,21 @@ class SingleInstanceTest : public testing::Test {
     }
 
     PrivateBus bus_;
-    QDBusConnection control_ = bus_.connect("control");
+    QDBusConnection control_ = bus_.connect();
     int activations_ = 0;
 };
 
 } // namespace
 
 TEST_F(SingleInstanceTest, TheFirstStartOwnsTheName) {
-    const auto first = instance("first");
+    const auto first = instance();
     EXPECT_EQ(first->claim(), Role::first);
     EXPECT_TRUE(isOnBus(control_, service));
     EXPECT_EQ(activations_, 0);
 }
 
 TEST_F(SingleInstanceTest, ASecondStartBringsTheFirstToAttentionAndEnds) {
-    const auto first = instance("first");
+    const auto first = instance();
     ASSERT_EQ(first->claim(), Role::first);
     Start second(bus_);
     EXPECT_EQ(second.role(), "second");
@@ -149,11 +149,11 @@ TEST_F(SingleInstanceTest, TheNameIsFreeAgainOnceTheFirstHasEnded) {
         ASSERT_EQ(first.role(), "first");
     }
     ASSERT_TRUE(waitUntil([this] { return !isOnBus(control_, service); }));
-    EXPECT_EQ(instance("next")->claim(), Role::first);
+    EXPECT_EQ(instance()->claim(), Role::first);
 }
 
 TEST_F(SingleInstanceTest, NobodyTakesTheNameAway) {
-    const auto first = instance("first");
+    const auto first = instance();
     ASSERT_EQ(first->claim(), Role::first);
     auto request =
         QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/"),
@@ -168,7 +168,7 @@ TEST_F(SingleInstanceTest, NobodyTakesTheNameAway) {
 TEST_F(SingleInstanceTest, ASecondStartDoesNotQueueForTheName) {
     auto first = std::make_unique<Start>(bus_);
     ASSERT_EQ(first->role(), "first");
-    const auto second = instance("second");
+    const auto second = instance();
     ASSERT_EQ(second->claim(), Role::second);
     first.reset();
     ASSERT_TRUE(waitUntil([this] { return !isOnBus(control_, service); }, 1s));
@@ -181,13 +181,13 @@ TEST_F(SingleInstanceTest, WithoutABusNobodyCanTell) {
 }
 
 TEST_F(SingleInstanceTest, ABusThatBrokeCountsAsNone) {
-    const auto first = instance("first");
-    bus_.stop();
+    const auto first = instance();
+    bus_.kill();
     EXPECT_EQ(first->claim(200ms), Role::noBus);
 }
 
 TEST_F(SingleInstanceTest, RequestsOfTheDesktopAreAnswered) {
-    const auto first = instance("first");
+    const auto first = instance();
     ASSERT_EQ(first->claim(), Role::first);
     EXPECT_EQ(call("Activate", {QVariantMap{{QStringLiteral("desktop-startup-id"), QStringLiteral("x")}}}),
               QDBusMessage::ReplyMessage);

@@ -1,6 +1,6 @@
 #include "platform/linux/system/UnixSignals.h"
 
-#include "EventLoop.h"
+#include "support/EventLoop.h"
 
 #include <QProcess>
 

@@ -1,6 +1,6 @@
 #include "PrivateSystem.h"
 
-#include <QFile>
+#include "support/Namespaces.h"
 
 #include <linux/if.h>
 #include <sched.h>
@@ -18,11 +18,6 @@ namespace {
 
 QString reason(const char* what) {
     return QStringLiteral("%1: %2").arg(QString::fromUtf8(what), QString::fromUtf8(std::strerror(errno)));
-}
-
-bool writeFile(const char* path, const QByteArray& text) {
-    QFile file(QString::fromUtf8(path));
-    return file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.flush();
 }
 
 std::optional<QString> bringLoopbackUp() {
@@ -43,16 +38,8 @@ std::optional<QString> PrivateSystem::enter() {
     if (entered) {
         return {};
     }
-    const auto user = ::geteuid();
-    const auto group = ::getegid();
-    const int alone = user == 0 ? 0 : CLONE_NEWUSER;
-    if (::unshare(alone | CLONE_NEWNET | CLONE_NEWNS) != 0) {
-        return reason("unshare");
-    }
-    if (alone != 0) {
-        writeFile("/proc/self/setgroups", "deny");
-        writeFile("/proc/self/uid_map", "0 " + QByteArray::number(user) + " 1");
-        writeFile("/proc/self/gid_map", "0 " + QByteArray::number(group) + " 1");
+    if (auto refusal = enterNamespaces(CLONE_NEWNET | CLONE_NEWNS)) {
+        return refusal;
     }
     if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
         return reason("mount");

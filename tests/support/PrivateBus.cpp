@@ -1,17 +1,20 @@
-#include "platform/linux/statusitem/PrivateBus.h"
+#include "support/PrivateBus.h"
 
-#include <QCoreApplication>
+#include "support/ChildProcess.h"
+#include "support/EventLoop.h"
+
+#include <QDBusConnectionInterface>
 #include <QDBusPendingCall>
-#include <QDeadlineTimer>
+#include <QDBusReply>
 #include <QFile>
-#include <QTimer>
 
 #include <gtest/gtest.h>
 
-namespace skylet {
+namespace skylet::test {
 
 namespace {
 
+// Unlike the usual session bus it starts no services of the system's.
 constexpr auto configuration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
@@ -25,21 +28,21 @@ constexpr auto configuration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DT
 </busconfig>
 )";
 
-int connectionCount = 0;
-
 } // namespace
 
 PrivateBus::PrivateBus() {
-    const QString file = folder_.filePath(QStringLiteral("bus.conf"));
-    QFile written(file);
-    EXPECT_TRUE(written.open(QIODevice::WriteOnly));
-    written.write(QString::fromUtf8(configuration).arg(folder_.path()).toUtf8());
-    written.close();
+    QFile file(folder_.filePath(QStringLiteral("bus.conf")));
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(QString::fromUtf8(configuration).arg(folder_.path()).toUtf8());
+    file.close();
+    endWithThisProcess(daemon_);
+    // It complains when it may not raise its limits.
     daemon_.setStandardErrorFile(QProcess::nullDevice());
     daemon_.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--nofork"), QStringLiteral("--print-address"),
-                                                  QStringLiteral("--config-file=") + file});
+                                                  QStringLiteral("--config-file=") + file.fileName()});
     // The address is printed once the bus listens.
     EXPECT_TRUE(waitUntil([this] { return daemon_.canReadLine(); })) << "no dbus-daemon";
+    address_ = QString::fromUtf8(daemon_.readLine()).trimmed();
 }
 
 PrivateBus::~PrivateBus() {
@@ -50,9 +53,10 @@ PrivateBus::~PrivateBus() {
 }
 
 QDBusConnection PrivateBus::connect() {
-    const QString name = QStringLiteral("test-%1").arg(++connectionCount);
+    // Connections are known by name in the whole process, so the name has to differ between buses.
+    const QString name = QStringLiteral("%1#%2").arg(address_).arg(connections_.size());
     connections_.append(name);
-    return QDBusConnection::connectToBus(QStringLiteral("unix:path=%1/bus").arg(folder_.path()), name);
+    return QDBusConnection::connectToBus(address_, name);
 }
 
 void PrivateBus::disconnect(const QString& name) {
@@ -64,18 +68,8 @@ void PrivateBus::kill() {
     daemon_.waitForFinished();
 }
 
-bool waitUntil(const std::function<bool()>& reached, std::chrono::milliseconds limit) {
-    const QDeadlineTimer deadline(limit);
-    // Wakes the event loop where nothing else does.
-    QTimer tick;
-    tick.start(std::chrono::milliseconds(1));
-    while (!reached()) {
-        if (deadline.hasExpired()) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    }
-    return true;
+bool isOnBus(const QDBusConnection& bus, const QString& service) {
+    return bus.interface()->isServiceRegistered(service);
 }
 
 QDBusMessage callAndWait(const QDBusConnection& from, const QDBusMessage& call) {
@@ -84,4 +78,4 @@ QDBusMessage callAndWait(const QDBusConnection& from, const QDBusMessage& call) 
     return answer.reply();
 }
 
-} // namespace skylet
+} // namespace skylet::test
