@@ -1,6 +1,8 @@
 #include "app/Skylet.h"
 
-#include <QFileInfo>
+#include "BuildConstants.h"
+
+#include <QUrl>
 
 #include <functional>
 #include <utility>
@@ -10,6 +12,7 @@ namespace skylet {
 namespace {
 
 const auto showTrafficKey = QStringLiteral("showTraffic");
+const auto didOnboardKey = QStringLiteral("didOnboard");
 constexpr int menuIconSize = 16;
 
 std::shared_ptr<MenuItem> informationLine() {
@@ -23,9 +26,9 @@ std::shared_ptr<MenuItem> command(const QString& title, std::function<void()> ac
 
 } // namespace
 
-Skylet::Skylet(Services services, std::unique_ptr<ConnectivityEngine> connectivity, QString agentPath)
+Skylet::Skylet(Services services, std::unique_ptr<ConnectivityEngine> connectivity, LaunchAgent launchAgent)
     : services_(std::move(services)), connectivity_(std::move(connectivity)), statusLine_(informationLine()),
-      rateLine_(informationLine()), speedLine_(informationLine()), agentPath_(std::move(agentPath)) {
+      rateLine_(informationLine()), speedLine_(informationLine()), launchAgent_(std::move(launchAgent)) {
     state_.showTraffic = services_.userDefaults.boolForKey(showTrafficKey).value_or(true);
     state_.lastSpeed = L(QStringLiteral("not run yet"));
 }
@@ -45,6 +48,9 @@ void Skylet::applicationDidFinishLaunching() {
     connectivity_->start();
     startRateTimer();
     sampleRate();
+    if (!services_.userDefaults.boolForKey(didOnboardKey).value_or(false)) {
+        showWelcome();
+    }
 }
 
 void Skylet::applicationWillTerminate() {
@@ -53,6 +59,8 @@ void Skylet::applicationWillTerminate() {
     if (rateTimer_) {
         rateTimer_->cancel();
     }
+    invalidateBannerTimer();
+    speedTest().cancel();
     services_.sleepMonitor.stop();
 }
 
@@ -72,12 +80,41 @@ void Skylet::toggleTraffic() {
     render();
 }
 
+void Skylet::toggleLogin() {
+    launchAgent_.toggle();
+    loginItem_->setChecked(launchAgent_.exists());
+}
+
+void Skylet::runSpeedTest() {
+    if (state_.online != true || state_.paused || state_.testing) {
+        return;
+    }
+    speedTest().setLatencyMs(state_.latencyMs);
+    speedTest().show();
+}
+
+void Skylet::showAbout() {
+    if (!aboutWindow_) {
+        aboutWindow_ = services_.windows.makeAboutWindow(lifetime_.guard([this] { openBrimlake(); }));
+    }
+    aboutWindow_->bringToFront();
+}
+
+void Skylet::openBrimlake() {
+    const QUrl url(QString::fromUtf8(build::webSite), QUrl::StrictMode);
+    if (!url.isValid() || url.host().isEmpty()) {
+        qFatal("Skylet: \"%s\" is not a URL", build::webSite);
+    }
+    services_.application.openURL(url);
+}
+
 void Skylet::willSleep() {
     connectivity_->sleep();
     if (rateTimer_) {
         rateTimer_->cancel();
     }
     resetTraffic();
+    speedTest().cancel();
 }
 
 void Skylet::didWake() {
@@ -124,15 +161,16 @@ Menu Skylet::makeMenu() {
     for (const auto& line : {statusLine_, rateLine_, speedLine_}) {
         line->setEnabled(false);
     }
-    testItem_ = command(QStringLiteral("Run Speed Test…  (up to ~60 MB of data)"), nullptr, QStringLiteral("t"));
+    testItem_ = command(QStringLiteral("Run Speed Test…  (up to ~60 MB of data)"),
+                        lifetime_.guard([this] { runSpeedTest(); }), QStringLiteral("t"));
     checkItem_ =
         command(QStringLiteral("Check Connection Now"), lifetime_.guard([this] { checkNow(); }), QStringLiteral("r"));
     trafficItem_ = command(QStringLiteral("Show Live Traffic in Menu Bar   (e.g. ↓12.4M ↑210K)"),
                            lifetime_.guard([this] { toggleTraffic(); }));
     pauseItem_ = command(QStringLiteral("Pause Automatic Checks"), lifetime_.guard([this] { togglePause(); }));
-    loginItem_ = command(QStringLiteral("Launch at Login"), nullptr);
-    loginItem_->setChecked(QFileInfo::exists(agentPath_));
-    const auto aboutItem = command(QStringLiteral("About Skylet"), nullptr);
+    loginItem_ = command(QStringLiteral("Launch at Login"), lifetime_.guard([this] { toggleLogin(); }));
+    loginItem_->setChecked(launchAgent_.exists());
+    const auto aboutItem = command(QStringLiteral("About Skylet"), lifetime_.guard([this] { showAbout(); }));
     if (!services_.application.hasApplicationIcon()) {
         qFatal("Skylet: the application icon is missing");
     }
@@ -179,6 +217,79 @@ void Skylet::resetTraffic() {
     lastCounters_.reset();
     state_.downRate = 0;
     state_.upRate = 0;
+}
+
+SpeedTesting& Skylet::speedTest() {
+    if (!speedTest_) {
+        speedTest_ = services_.makeSpeedTest();
+        speedTest_->onStarted = lifetime_.guard([this] { speedTestStarted(); });
+        speedTest_->onCancelled = lifetime_.guard([this] { speedTestCancelled(); });
+        speedTest_->onFinished = lifetime_.guard(
+            [this](std::optional<double> down, std::optional<double> up) { speedTestFinished(down, up); });
+    }
+    return *speedTest_;
+}
+
+void Skylet::speedTestStarted() {
+    state_.testing = true;
+    state_.lastSpeed = L(QStringLiteral("running..."));
+    setBanner(L(QStringLiteral("Speed test running…")), std::nullopt);
+}
+
+void Skylet::speedTestCancelled() {
+    state_.testing = false;
+    state_.lastSpeed = L(QStringLiteral("Cancelled"));
+    invalidateBannerTimer();
+    state_.banner.reset();
+    render();
+}
+
+void Skylet::speedTestFinished(std::optional<double> down, std::optional<double> up) {
+    const auto figure = [](std::optional<double> speed) {
+        return speed ? fixed(*speed, 1) + QStringLiteral(" Mbps") : L(QStringLiteral("failed"));
+    };
+    const auto d = figure(down);
+    const auto u = figure(up);
+    state_.testing = false;
+    const auto time = services_.clock.currentDate().toLocalTime().toString(QStringLiteral("HH:mm"));
+    state_.lastSpeed =
+        QStringLiteral("%1   (%2)").arg(formatted(L(QStringLiteral("Download %@  ·  Upload %@")), {d, u}), time);
+    setBanner(QStringLiteral("↓ %1  ↑ %2").arg(d, u), resultBannerLifetime);
+}
+
+void Skylet::setBanner(const QString& text, std::optional<Seconds> lifetime) {
+    invalidateBannerTimer();
+    state_.banner = text;
+    if (lifetime) {
+        bannerTimer_ = services_.oneShotTimer(*lifetime, lifetime_.guard([this] {
+            state_.banner.reset();
+            render();
+        }));
+    }
+    render();
+}
+
+void Skylet::invalidateBannerTimer() {
+    if (bannerTimer_) {
+        bannerTimer_->cancel();
+    }
+}
+
+void Skylet::showWelcome() {
+    welcomeWindow_ =
+        services_.windows.makeWelcomeWindow(launchAgent_.exists(), lifetime_.guard([this] { finishWelcome(); }));
+    welcomeWindow_->bringToFront();
+}
+
+void Skylet::finishWelcome() {
+    const bool wanted = welcomeWindow_ && welcomeWindow_->loginBoxIsOn();
+    if (wanted != launchAgent_.exists()) {
+        toggleLogin();
+    }
+    services_.userDefaults.setBool(true, didOnboardKey);
+    if (welcomeWindow_) {
+        std::exchange(welcomeWindow_, nullptr)->close();
+    }
 }
 
 } // namespace skylet

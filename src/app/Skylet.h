@@ -14,6 +14,9 @@
 #include "platform/SleepMonitor.h"
 #include "platform/StatusItem.h"
 #include "platform/UserDefaults.h"
+#include "speedtest/SpeedTesting.h"
+#include "ui/LaunchAgent.h"
+#include "ui/Windows.h"
 
 #include <QString>
 
@@ -37,13 +40,18 @@ class Skylet {
         DiagnosticLog& diagnosticLog;
         const Clock& clock;
         RepeatingTimer repeatingTimer;
+        Schedule oneShotTimer;
+        SpeedTestFactory makeSpeedTest;
+        WindowFactory& windows;
     };
 
     static constexpr Seconds rateInterval{2.0};
     static constexpr Seconds rateTolerance{0.2};
+    /// How long the result of a speed test stands in the place of the latency.
+    static constexpr Seconds resultBannerLifetime{10.0};
 
-    /// `agentPath`: the file whose existence means that the program starts at login. Starts nothing.
-    Skylet(Services services, std::unique_ptr<ConnectivityEngine> connectivity, QString agentPath);
+    /// Starts nothing.
+    Skylet(Services services, std::unique_ptr<ConnectivityEngine> connectivity, LaunchAgent launchAgent);
 
     /// Start-up; once.
     void applicationDidFinishLaunching();
@@ -53,6 +61,12 @@ class Skylet {
     void checkNow();
     void togglePause();
     void toggleTraffic();
+    /// Writes or removes the file that starts the program at login; the check mark says whether it stands there now.
+    void toggleLogin();
+    /// Only while online, neither paused nor testing; else nothing happens.
+    void runSpeedTest();
+    void showAbout();
+    void openBrimlake();
     void willSleep();
     void didWake();
 
@@ -70,11 +84,22 @@ class Skylet {
     void pathChanged(bool satisfied);
     void startRateTimer();
     void resetTraffic();
+    /// The one speed test of the run, made with the first access.
+    SpeedTesting& speedTest();
+    void speedTestStarted();
+    void speedTestCancelled();
+    void speedTestFinished(std::optional<double> down, std::optional<double> up);
+    /// `lifetime` absent: until it is replaced or removed.
+    void setBanner(const QString& text, std::optional<Seconds> lifetime);
+    void invalidateBannerTimer();
+    void showWelcome();
+    void finishWelcome();
 
     const Services services_;
     std::unique_ptr<StatusItem> item_;
     const std::unique_ptr<ConnectivityEngine> connectivity_;
     std::shared_ptr<Cancellation> rateTimer_;
+    std::shared_ptr<Cancellation> bannerTimer_;
     DisplayState state_;
     /// The previous reading; absent: no baseline yet.
     std::optional<TrafficCounters> lastCounters_;
@@ -86,7 +111,10 @@ class Skylet {
     std::shared_ptr<MenuItem> checkItem_;
     std::shared_ptr<MenuItem> loginItem_;
     std::shared_ptr<MenuItem> trafficItem_;
-    const QString agentPath_;
+    LaunchAgent launchAgent_;
+    std::unique_ptr<SpeedTesting> speedTest_;
+    std::unique_ptr<WelcomeWindow> welcomeWindow_;
+    std::unique_ptr<Window> aboutWindow_;
     Lifetime lifetime_;
 };
 

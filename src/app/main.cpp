@@ -12,7 +12,11 @@
 #include "platform/linux/system/SingleInstance.h"
 #include "platform/linux/system/SystemClock.h"
 #include "platform/linux/system/UnixSignals.h"
+#include "platform/linux/transfer/CurlBulkTransferSession.h"
 #include "platform/linux/transfer/CurlTransferSession.h"
+#include "speedtest/SpeedTest.h"
+#include "ui/DesktopWindows.h"
+#include "ui/LaunchAgent.h"
 
 #include <QApplication>
 #include <QDBusConnection>
@@ -36,10 +40,22 @@ std::unique_ptr<ConnectivityEngine> makeEngine(const std::shared_ptr<const Clock
     return std::make_unique<ConnectivityEngine>(std::move(probe));
 }
 
+SpeedTestFactory makeSpeedTest(const std::shared_ptr<const Clock>& clock,
+                               const std::shared_ptr<const NetworkEpoch>& epoch) {
+    return [clock, epoch] {
+        return std::make_unique<SpeedTestController>(
+            [epoch](const SessionConfiguration& configuration, BulkTransferDelegate& delegate) {
+                return std::make_unique<CurlBulkTransferSession>(configuration, epoch, delegate);
+            },
+            *clock);
+    };
+}
+
 /// The desktop starts what it finds in this folder at login (freedesktop Desktop Application Autostart Specification).
-QString agentPath() {
-    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
-           QStringLiteral("/autostart/com.vorn.skylet.desktop");
+LaunchAgent launchAgent() {
+    return {QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+                QStringLiteral("/autostart/com.vorn.skylet.desktop"),
+            QCoreApplication::applicationFilePath()};
 }
 
 } // namespace
@@ -64,6 +80,7 @@ int main(int argc, char** argv) {
     NetlinkInterfaceCounters interfaceCounters;
     IniUserDefaults userDefaults(IniUserDefaults::defaultPath());
     FileDiagnosticLog diagnosticLog;
+    DesktopWindows windows;
 
     Skylet skylet({.application = application,
                    .pathMonitor = pathMonitor,
@@ -72,8 +89,11 @@ int main(int argc, char** argv) {
                    .userDefaults = userDefaults,
                    .diagnosticLog = diagnosticLog,
                    .clock = *clock,
-                   .repeatingTimer = repeatingTimer},
-                  makeEngine(clock, epoch), agentPath());
+                   .repeatingTimer = repeatingTimer,
+                   .oneShotTimer = ConnectivityEngine::commonTimer,
+                   .makeSpeedTest = makeSpeedTest(clock, epoch),
+                   .windows = windows},
+                  makeEngine(clock, epoch), launchAgent());
     // Quit, the end of the session and the signals all leave the event loop this way.
     QObject::connect(&qt, &QCoreApplication::aboutToQuit, &qt, [&skylet] { skylet.applicationWillTerminate(); });
     skylet.applicationDidFinishLaunching();

@@ -51,7 +51,7 @@ void cancelAndClear(std::shared_ptr<Cancellation>& pending) {
 SpeedTestMeasurement::Endpoints SpeedTestMeasurement::defaultEndpoints() {
     const auto endpoint = [](const QString& rest) {
         const auto text = QStringLiteral("https://") + QString::fromUtf8(build::speedTestHost) + rest;
-        const QUrl url(text, QUrl::StrictMode);
+        QUrl url(text, QUrl::StrictMode);
         if (!url.isValid() || url.host().isEmpty()) {
             qFatal("SpeedTestMeasurement: \"%s\" is not a URL", qUtf8Printable(text));
         }

@@ -20,7 +20,8 @@ class WelcomeWindow : public Window {
     virtual bool loginBoxIsOn() const = 0;
 };
 
-/// Makes the program's plain windows, centred on the screen and not shown yet. Never null.
+/// Makes the program's plain windows, centred on the screen and not shown yet. Never null. A window may be destroyed
+/// from inside the callback that it was given.
 class WindowFactory {
   public:
     virtual ~WindowFactory() = default;

@@ -1,16 +1,9 @@
-#include "app/Skylet.h"
+#include "SkyletFixture.h"
 
-#include "support/FakeClock.h"
-#include "support/FakeProbe.h"
-#include "support/FakeSchedule.h"
-#include "support/FakeServices.h"
-#include "support/QStringPrinting.h"
-
+#include <QDir>
 #include <QFile>
-#include <QTemporaryDir>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <memory>
 
@@ -20,121 +13,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using namespace std::chrono_literals;
-
-class SkyletTest : public testing::Test {
-  protected:
-    SkyletTest() { makeSkylet(); }
-
-    void makeSkylet() {
-        auto loggedProbe = std::make_shared<LoggedProbe>(calls, probe);
-        Skylet::Services services{application,
-                                  pathMonitor,
-                                  sleepMonitor,
-                                  counters,
-                                  defaults,
-                                  log,
-                                  clock,
-                                  [this](Seconds interval, Seconds tolerance, auto action) {
-                                      calls += QStringLiteral("rateTimer.start");
-                                      tolerances.push_back(tolerance);
-                                      const auto handle = rateTimers(interval, std::move(action));
-                                      return std::make_shared<CancellationAction>([this, handle] {
-                                          calls += QStringLiteral("rateTimer.cancel");
-                                          handle->cancel();
-                                      });
-                                  }};
-        auto owned = std::make_unique<ConnectivityEngine>(
-            std::move(loggedProbe), std::vector<QUrl>{QUrl(QStringLiteral("https://one.example/generate_204"))},
-            [this](Seconds interval, std::function<void()> action) {
-                const auto handle = schedule(interval, std::move(action));
-                return std::make_shared<CancellationAction>([this, handle] {
-                    calls += QStringLiteral("engineTimer.cancel");
-                    handle->cancel();
-                });
-            });
-        engine = owned.get();
-        skylet = std::make_unique<Skylet>(std::move(services), std::move(owned),
-                                          folder.filePath(QStringLiteral("agent.desktop")));
-    }
-
-    void launch() {
-        skylet->applicationDidFinishLaunching();
-        calls.clear();
-    }
-
-    void goOnline(std::int64_t latency = 87) {
-        probe->complete(probe->calls.size() - 1, latency);
-        calls.clear();
-    }
-
-    /// Lets the rate timer fire two seconds later, with the given totals.
-    void sample(std::uint64_t received, std::uint64_t sent) {
-        counters.set(received, sent);
-        clock.uptime += 2s;
-        rateTimers.pending().front()->action();
-    }
-
-    QString title() const {
-        QString text;
-        for (const auto& segment : application.shown->title) {
-            text += segment.text;
-        }
-        return text;
-    }
-
-    std::shared_ptr<MenuItem> item(int index) const {
-        return application.shown->menu.at(static_cast<std::size_t>(index));
-    }
-
-    /// Passes probes on and logs them among the calls.
-    class LoggedProbe final : public ConnectivityProbing {
-      public:
-        LoggedProbe(test::CallLog& calls, std::shared_ptr<test::FakeProbe> probe)
-            : calls_(calls), probe_(std::move(probe)) {}
-        std::shared_ptr<Cancellation> probe(const QUrl& url, Completion completion) override {
-            calls_ += QStringLiteral("probe");
-            return probe_->probe(url, std::move(completion));
-        }
-
-      private:
-        test::CallLog& calls_;
-        std::shared_ptr<test::FakeProbe> probe_;
-    };
-
-    // The menu from top to bottom.
-    enum {
-        status,
-        rate,
-        speed,
-        separator1,
-        runTest,
-        check,
-        separator2,
-        traffic,
-        pause,
-        login,
-        separator3,
-        about,
-        quit
-    };
-
-    test::CallLog calls;
-    test::FakeApplication application{calls};
-    test::FakePathMonitor pathMonitor{calls};
-    test::FakeSleepMonitor sleepMonitor{calls};
-    test::FakeInterfaceCounters counters{calls};
-    test::FakeUserDefaults defaults;
-    test::FakeDiagnosticLog log{calls};
-    test::FakeClock clock;
-    test::FakeSchedule schedule;
-    test::FakeSchedule rateTimers;
-    std::vector<Seconds> tolerances;
-    std::shared_ptr<test::FakeProbe> probe = std::make_shared<test::FakeProbe>();
-    QTemporaryDir folder;
-    /// Owned by `skylet`.
-    ConnectivityEngine* engine = nullptr;
-    std::unique_ptr<Skylet> skylet;
-};
 
 TEST_F(SkyletTest, MakingItStartsNothing) {
     EXPECT_THAT(calls, IsEmpty());
@@ -159,7 +37,8 @@ TEST_F(SkyletTest, ShutsDownInOrder) {
     goOnline();
     skylet->applicationWillTerminate();
     EXPECT_EQ(calls, (QStringList{QStringLiteral("engineTimer.cancel"), QStringLiteral("pathMonitor.cancel"),
-                                  QStringLiteral("rateTimer.cancel"), QStringLiteral("sleepMonitor.stop")}));
+                                  QStringLiteral("rateTimer.cancel"), QStringLiteral("speedTest.make"),
+                                  QStringLiteral("speedTest.cancel"), QStringLiteral("sleepMonitor.stop")}));
 }
 
 TEST_F(SkyletTest, TheFirstTitleShowsTheCheckingState) {
@@ -216,7 +95,8 @@ TEST_F(SkyletTest, TheLoginItemIsCheckedWhenTheAgentFileExists) {
 }
 
 TEST_F(SkyletTest, TheLoginItemIsCheckedAtStartWhenTheAgentFileWasThere) {
-    QFile agent(folder.filePath(QStringLiteral("agent.desktop")));
+    ASSERT_TRUE(QDir(folder.path()).mkdir(QStringLiteral("autostart")));
+    QFile agent(agentPath);
     ASSERT_TRUE(agent.open(QIODevice::WriteOnly));
     launch();
     EXPECT_TRUE(item(login)->isChecked());
@@ -394,7 +274,8 @@ TEST_F(SkyletTest, SleepTellsTheEngineAndStopsTheSamplesWithoutDrawingItself) {
     calls.clear();
     sleepMonitor.sleep();
     EXPECT_EQ(calls, (QStringList{QStringLiteral("engineTimer.cancel"), QStringLiteral("item.setTitle"),
-                                  QStringLiteral("rateTimer.cancel")}));
+                                  QStringLiteral("rateTimer.cancel"), QStringLiteral("speedTest.make"),
+                                  QStringLiteral("speedTest.cancel")}));
     EXPECT_EQ(skylet->displayState().downRate, 0);
     EXPECT_THAT(rateTimers.pending(), IsEmpty());
 }
