@@ -8,8 +8,7 @@ namespace {
 constexpr int gap = 6;
 
 int heightFor(const QWidget& widget, QSize frame) {
-    const int needed =
-        widget.hasHeightForWidth() ? widget.heightForWidth(frame.width()) : widget.minimumSizeHint().height();
+    const int needed = widget.hasHeightForWidth() ? widget.heightForWidth(frame.width()) : 0;
     return needed <= frame.height() ? frame.height() : needed + gap;
 }
 

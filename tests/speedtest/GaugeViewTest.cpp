@@ -1,0 +1,405 @@
+#include "speedtest/GaugeScale.h"
+#include "speedtest/SpeedTest.h"
+#include "support/QStringPrinting.h"
+#include "ui/EventLoop.h"
+#include "ui/Picture.h"
+
+#include <QAccessible>
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <memory>
+#include <numbers>
+#include <utility>
+#include <vector>
+
+namespace skylet {
+namespace {
+
+using namespace std::chrono_literals;
+using test::PaintCounter;
+using test::Picture;
+
+constexpr QSize bounds{360, 300};
+// Where the dial lies in those bounds, y downward.
+constexpr QPointF center{180, 160};
+constexpr double radius = 108;
+constexpr QRectF numberArea{0, 250, 360, 48};
+constexpr QRectF unitArea{0, 300, 360, 16};
+// Between the labels of 10 and 100.
+constexpr QRectF captionArea{145, 106.2, 70, 16};
+
+constexpr QColor background{20, 23, 31};
+constexpr QColor green{51, 212, 115};
+constexpr QColor blue{89, 158, 255};
+// White with an alpha of 0.1 on the background.
+constexpr QColor track{44, 46, 53};
+
+QPointF polar(double degrees, double distance) {
+    const double radians = degrees * std::numbers::pi / 180;
+    return center + QPointF(distance * std::cos(radians), -distance * std::sin(radians));
+}
+
+void runFor(std::chrono::milliseconds time) {
+    const QDeadlineTimer end(time);
+    while (!end.hasExpired()) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents);
+    }
+}
+
+class GaugeViewTest : public testing::Test {
+  protected:
+    void showWindow() {
+        window.show();
+        runFor(20ms);
+    }
+    void paint(double value) { gauge->setValue(value); }
+
+    /// The direction in which the needle points, in degrees counter-clockwise from the right.
+    double needleAngle() {
+        QPointF sum;
+        Picture(*gauge).forEach(QRectF(QPointF(0, 0), bounds), [&sum](QPointF place, const QColor& color) {
+            const QPointF fromCenter = place - center;
+            const double distance = std::hypot(fromCenter.x(), fromCenter.y());
+            // Clear of the hub, the caption, and the number beneath the dial.
+            if (distance > 10 && distance < 84 && place.y() < numberArea.top() &&
+                Picture::isNear(color, Qt::white, 40)) {
+                sum += fromCenter;
+            }
+        });
+        return std::atan2(-sum.y(), sum.x()) * 180 / std::numbers::pi;
+    }
+
+    /// The values that the gauge takes on one after the other until it is at rest.
+    std::vector<double> valuesUntilAtRest() {
+        std::vector<double> values;
+        const QDeadlineTimer limit(10s);
+        double last = gauge->value();
+        while (gauge->animationIsRunning() && !limit.hasExpired()) {
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+            if (gauge->value() != last) {
+                last = gauge->value();
+                values.push_back(last);
+            }
+        }
+        return values;
+    }
+
+    QWidget window;
+    GaugeView* gauge = new GaugeView(QRect(QPoint(0, 0), bounds), &window);
+};
+
+TEST_F(GaugeViewTest, IsReadyAtFirst) {
+    EXPECT_EQ(gauge->value(), 0);
+    EXPECT_EQ(gauge->target(), 0);
+    EXPECT_EQ(gauge->phase(), QStringLiteral("READY"));
+    EXPECT_EQ(gauge->accent().rgb(), green.rgb());
+    EXPECT_FALSE(gauge->animationIsRunning());
+}
+
+TEST_F(GaugeViewTest, ReachesBelowItsFrameAsFarAsTheUnitDoes) {
+    EXPECT_EQ(gauge->geometry(), QRect(0, 0, 360, 316));
+    const Picture picture(*gauge);
+    EXPECT_EQ(picture.deviceSize(), QSize(360, 316) * picture.scale());
+    const QRectF unit = picture.extentOtherThan(unitArea, background);
+    ASSERT_FALSE(unit.isNull());
+    EXPECT_NEAR(unit.center().x(), 180, 1.5);
+    EXPECT_GT(unit.width(), 20);
+    // Capitals and descenders whole, with room to spare for the captions beneath.
+    EXPECT_GE(unit.top(), 300.5);
+    EXPECT_LE(unit.bottom(), 315);
+}
+
+TEST_F(GaugeViewTest, StaysWithinAFrameThatHasRoomForTheUnit) {
+    EXPECT_EQ(GaugeView(QRect(5, 6, 300, 600), &window).geometry(), QRect(5, 6, 300, 600));
+}
+
+TEST_F(GaugeViewTest, FillsItsBackground) {
+    const Picture picture(*gauge);
+    for (const QPointF corner : {QPointF(1, 1), QPointF(358, 1), QPointF(1, 298), QPointF(358, 298)}) {
+        EXPECT_EQ(picture.at(corner).rgb(), background.rgb());
+    }
+}
+
+TEST_F(GaugeViewTest, DrawsTheTrackOverTheTop) {
+    const Picture picture(*gauge);
+    for (const double angle : {-44.0, 0.0, 45.0, 90.0, 135.0, 180.0, 224.0}) {
+        EXPECT_TRUE(Picture::isNear(picture.at(polar(angle, radius)), track, 2)) << angle;
+    }
+    // The ends are round, and the lower quarter is open.
+    EXPECT_TRUE(Picture::isNear(picture.at(polar(-47, radius)), track, 2));
+    EXPECT_EQ(picture.at(polar(-52, radius)).rgb(), background.rgb());
+    EXPECT_EQ(picture.at(polar(232, radius)).rgb(), background.rgb());
+    // 14 wide.
+    EXPECT_TRUE(Picture::isNear(picture.at(polar(90, radius + 6)), track, 2));
+    EXPECT_TRUE(Picture::isNear(picture.at(polar(90, radius - 6)), track, 2));
+    EXPECT_EQ(picture.at(polar(90, radius + 9)).rgb(), background.rgb());
+}
+
+TEST_F(GaugeViewTest, EndsTheArcAtTheValue) {
+    for (const double value : {0.3, 1.0, 7.0, 30.0, 50.0, 320.0, 1000.0}) {
+        paint(value);
+        const Picture picture(*gauge);
+        const double end = gauge::angle(value);
+        EXPECT_TRUE(Picture::isNear(picture.at(polar(225, radius)), green, 2)) << value;
+        EXPECT_TRUE(Picture::isNear(picture.at(polar((225 + end) / 2, radius)), green, 2)) << value;
+        EXPECT_TRUE(Picture::isNear(picture.at(polar(end + 0.5, radius)), green, 2)) << value;
+        // The round end reaches half the line's width further: 3.7 degrees.
+        EXPECT_TRUE(Picture::isNear(picture.at(polar(end - 2.5, radius)), green, 2)) << value;
+        EXPECT_FALSE(Picture::isNear(picture.at(polar(end - 4.5, radius)), green, 30)) << value;
+    }
+}
+
+TEST_F(GaugeViewTest, DrawsNoArcAtZero) {
+    for (const double value : {0.0, 0.034, -3.0}) {
+        paint(value);
+        EXPECT_TRUE(Picture::isNear(Picture(*gauge).at(polar(225, radius)), track, 2)) << value;
+    }
+    paint(0.037);
+    EXPECT_TRUE(Picture::isNear(Picture(*gauge).at(polar(225, radius)), green, 2));
+}
+
+TEST_F(GaugeViewTest, GoesOnPastTheEndOfTheTrack) {
+    paint(5000);
+    const Picture picture(*gauge);
+    EXPECT_TRUE(Picture::isNear(picture.at(polar(-60, radius)), green, 2));
+    EXPECT_EQ(picture.at(polar(-125, radius)).rgb(), background.rgb());
+    EXPECT_NEAR(needleAngle(), -107.9, 1);
+}
+
+TEST_F(GaugeViewTest, PointsTheNeedleAtTheValue) {
+    for (const double value : {0.0, 1.0, 3.0, 22.0, 70.0, 200.0, 1000.0}) {
+        paint(value);
+        const double difference = std::remainder(needleAngle() - gauge::angle(value), 360);
+        EXPECT_NEAR(difference, 0, 1) << value;
+    }
+    paint(-3);
+    EXPECT_NEAR(std::remainder(needleAngle() - 225, 360), 0, 1);
+}
+
+TEST_F(GaugeViewTest, EndsTheNeedleShortOfTheTicks) {
+    paint(std::sqrt(1001) - 1);
+    const Picture picture(*gauge);
+    EXPECT_TRUE(Picture::isNear(picture.at(center - QPointF(0.25, 20)), Qt::white, 2));
+    const QRectF needle = picture.extent(QRectF(176, 60, 8, 60),
+                                         [](const QColor& color) { return Picture::isNear(color, Qt::white, 120); });
+    // The very tip is thinner than a pixel.
+    EXPECT_GE(needle.top(), 160 - 84);
+    EXPECT_LE(needle.top(), 160 - 84 + 16);
+}
+
+TEST_F(GaugeViewTest, DrawsTicksBetweenTheArcAndTheirLabels) {
+    paint(1000);
+    const Picture picture(*gauge);
+    for (const int tick : {0, 1, 5, 10, 50, 100, 500}) {
+        const double angle = gauge::angle(tick);
+        const QPointF label = polar(angle, radius - 34);
+        EXPECT_GT(picture.at(polar(angle, radius - 17)).lightness(), 50) << tick;
+        EXPECT_LT(picture.at(polar(angle + 4, radius - 17)).lightness(), 40) << tick;
+        const QRectF text = picture.extentOtherThan(QRectF(label - QPointF(12, 7), QSizeF(24, 14)), background);
+        ASSERT_FALSE(text.isNull()) << tick;
+        EXPECT_NEAR(text.center().x(), label.x(), 2) << tick;
+        EXPECT_NEAR(text.center().y(), label.y(), 2.5) << tick;
+    }
+}
+
+TEST_F(GaugeViewTest, DrawsHubArcAndCaptionInItsAccent) {
+    gauge->setAccent(blue);
+    paint(3);
+    const Picture picture(*gauge);
+    EXPECT_TRUE(Picture::isNear(picture.at(center), blue, 2));
+    EXPECT_TRUE(Picture::isNear(picture.at(center + QPointF(4.5, 0)), blue, 2));
+    EXPECT_FALSE(Picture::isNear(picture.at(center + QPointF(7, 0)), blue, 60));
+    EXPECT_TRUE(Picture::isNear(picture.at(polar(200, radius)), blue, 2));
+    const QRectF caption =
+        picture.extent(captionArea, [](const QColor& color) { return Picture::isNear(color, blue, 60); });
+    ASSERT_FALSE(caption.isNull());
+    EXPECT_NEAR(caption.center().x(), 180, 3);
+}
+
+TEST_F(GaugeViewTest, ShowsTheCaptionAsItStands) {
+    const auto captionWidth = [this] {
+        return Picture(*gauge)
+            .extent(captionArea, [](const QColor& color) { return Picture::isNear(color, green, 60); })
+            .width();
+    };
+    const double ready = captionWidth();
+    gauge->setPhase(QStringLiteral("LONGER"));
+    EXPECT_GT(captionWidth(), 1.1 * ready);
+    gauge->setPhase(QString());
+    EXPECT_EQ(captionWidth(), 0);
+}
+
+TEST_F(GaugeViewTest, WritesTheNumberInTheMiddleUnderTheDial) {
+    for (const double value : {0.0, 48.2, 1000.0, -3.0}) {
+        paint(value);
+        const QRectF number = Picture(*gauge).extentOtherThan(numberArea, background);
+        ASSERT_FALSE(number.isNull()) << value;
+        EXPECT_NEAR(number.center().x(), 180, 3) << value;
+        EXPECT_NEAR(number.height(), 30, 5) << value;
+        EXPECT_GT(number.top(), numberArea.top()) << value;
+        EXPECT_LT(number.bottom(), numberArea.bottom()) << value;
+    }
+}
+
+TEST_F(GaugeViewTest, DoesNotLetTheNumberJitter) {
+    const auto extent = [this](double value) {
+        paint(value);
+        const QRectF number = Picture(*gauge).extentOtherThan(numberArea, background);
+        return std::pair(number.left(), number.right());
+    };
+    // The same first and last digit, whatever stands between them.
+    EXPECT_EQ(extent(401.0 * 10 + 4), extent(417.0 * 10 + 4));
+    EXPECT_EQ(extent(41.4), extent(48.4));
+}
+
+TEST_F(GaugeViewTest, SurvivesWhatIsNoNumber) {
+    paint(std::nan(""));
+    EXPECT_NEAR(std::remainder(needleAngle() - 225, 360), 0, 1);
+    paint(HUGE_VAL);
+    EXPECT_FALSE(Picture(*gauge).extentOtherThan(numberArea, background).isNull());
+}
+
+TEST_F(GaugeViewTest, MovesTowardsTheTargetAndSnaps) {
+    showWindow();
+    gauge->setTarget(100);
+    EXPECT_TRUE(gauge->animationIsRunning());
+    EXPECT_EQ(gauge->value(), 0);
+    QElapsedTimer clock;
+    clock.start();
+    const std::vector<double> values = valuesUntilAtRest();
+    // Thirty a second, and never sooner. How late they may be is up to the machine.
+    EXPECT_GE(clock.elapsed(), 39 * 1000 / 30);
+    ASSERT_EQ(values.size(), 40U);
+    double expected = 0;
+    for (std::size_t i = 0; i < 39; ++i) {
+        expected += (100 - expected) * 0.18;
+        EXPECT_DOUBLE_EQ(values[i], expected) << i;
+    }
+    EXPECT_EQ(values.back(), 100);
+    EXPECT_FALSE(gauge->animationIsRunning());
+}
+
+TEST_F(GaugeViewTest, RepaintsWithEachTickAndThenRests) {
+    showWindow();
+    const PaintCounter paints(*gauge);
+    gauge->setTarget(1);
+    const auto ticks = static_cast<int>(valuesUntilAtRest().size());
+    runFor(20ms);
+    EXPECT_EQ(paints.count, ticks);
+    runFor(150ms);
+    EXPECT_EQ(paints.count, ticks);
+}
+
+TEST_F(GaugeViewTest, PicksUpANewTargetOnTheWay) {
+    showWindow();
+    gauge->setTarget(100);
+    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    while (gauge->value() == 0) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    EXPECT_DOUBLE_EQ(gauge->value(), 18);
+    gauge->setTarget(10);
+    const std::vector<double> values = valuesUntilAtRest();
+    // One step at a time: a second timer would take two.
+    ASSERT_FALSE(values.empty());
+    EXPECT_DOUBLE_EQ(values.front(), 18 + (10 - 18) * 0.18);
+    EXPECT_EQ(values.back(), 10);
+}
+
+TEST_F(GaugeViewTest, DoesNotMoveForASmallGap) {
+    showWindow();
+    const PaintCounter paints(*gauge);
+    gauge->setTarget(0.05);
+    EXPECT_FALSE(gauge->animationIsRunning());
+    runFor(60ms);
+    EXPECT_EQ(gauge->value(), 0);
+    EXPECT_EQ(paints.count, 0);
+}
+
+TEST_F(GaugeViewTest, DoesNotMoveWhileHidden) {
+    gauge->setTarget(100);
+    EXPECT_FALSE(gauge->animationIsRunning());
+    showWindow();
+    runFor(60ms);
+    EXPECT_FALSE(gauge->animationIsRunning());
+    EXPECT_EQ(gauge->value(), 0);
+    gauge->setTarget(100);
+    EXPECT_TRUE(gauge->animationIsRunning());
+}
+
+TEST_F(GaugeViewTest, SnapsWhenTheWindowIsHidden) {
+    showWindow();
+    gauge->setTarget(100);
+    window.hide();
+    EXPECT_EQ(valuesUntilAtRest(), std::vector<double>{100});
+}
+
+TEST_F(GaugeViewTest, SnapsWhenTheWindowIsMinimised) {
+    showWindow();
+    gauge->setTarget(100);
+    window.showMinimized();
+    EXPECT_EQ(valuesUntilAtRest(), std::vector<double>{100});
+    gauge->setTarget(50);
+    EXPECT_FALSE(gauge->animationIsRunning());
+}
+
+TEST_F(GaugeViewTest, StaysWhereItIsWhenStopped) {
+    showWindow();
+    gauge->setTarget(100);
+    while (gauge->value() == 0) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    const double value = gauge->value();
+    gauge->stopAnimation();
+    EXPECT_FALSE(gauge->animationIsRunning());
+    const PaintCounter paints(*gauge);
+    runFor(100ms);
+    EXPECT_EQ(gauge->value(), value);
+    EXPECT_LE(paints.count, 1);
+}
+
+TEST_F(GaugeViewTest, LeavesRepaintingToItsOwner) {
+    showWindow();
+    const PaintCounter paints(*gauge);
+    gauge->setValue(50);
+    gauge->setPhase(QStringLiteral("DOWNLOAD"));
+    gauge->setAccent(blue);
+    runFor(60ms);
+    EXPECT_EQ(paints.count, 0);
+}
+
+TEST_F(GaugeViewTest, CanGoInMidAnimation) {
+    showWindow();
+    gauge->setTarget(100);
+    delete gauge;
+    runFor(60ms);
+}
+
+TEST_F(GaugeViewTest, TellsItsValueAndPhaseInWords) {
+    gauge->setObjectName(QStringLiteral("gauge"));
+    gauge->setPhase(QStringLiteral("DOWNLOAD"));
+    gauge->setValue(48.2);
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(gauge);
+    ASSERT_NE(accessible, nullptr);
+    EXPECT_EQ(accessible->role(), QAccessible::Dial);
+    EXPECT_EQ(accessible->text(QAccessible::Name), QStringLiteral("Speed Test"));
+    EXPECT_EQ(accessible->text(QAccessible::Value), QStringLiteral("48.2 Mbps, DOWNLOAD"));
+    EXPECT_EQ(accessible->text(QAccessible::Description), QStringLiteral("48.2 Mbps, DOWNLOAD"));
+    EXPECT_TRUE(accessible->state().readOnly);
+    QAccessibleValueInterface* value = accessible->valueInterface();
+    ASSERT_NE(value, nullptr);
+    EXPECT_EQ(value->currentValue().toDouble(), 48.2);
+    EXPECT_EQ(value->minimumValue().toDouble(), 0);
+    EXPECT_EQ(value->maximumValue().toDouble(), 1000);
+    value->setCurrentValue(7);
+    EXPECT_EQ(gauge->value(), 48.2);
+}
+
+} // namespace
+} // namespace skylet

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <QApplication>
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QEvent>
+#include <QObject>
+#include <QWidget>
+
+#include <chrono>
+#include <functional>
+
+namespace skylet::test {
+
+/// Handles events until `reached`; false when that has not come about in time.
+inline bool waitUntil(const std::function<bool()>& reached) {
+    const QDeadlineTimer limit(std::chrono::seconds(5));
+    while (!reached()) {
+        if (limit.hasExpired()) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    }
+    return true;
+}
+
+/// Handles all that is under way.
+inline void settle() {
+    for (int i = 0; i < 5; ++i) {
+        QCoreApplication::processEvents();
+    }
+}
+
+/// Counts how often a widget is asked to paint itself.
+class PaintCounter final : public QObject {
+  public:
+    explicit PaintCounter(QWidget& widget) { widget.installEventFilter(this); }
+    int count = 0;
+
+  protected:
+    bool eventFilter(QObject* /*watched*/, QEvent* event) override {
+        count += event->type() == QEvent::Paint ? 1 : 0;
+        return false;
+    }
+};
+
+/// The windows of that object name, shown or not.
+inline QWidgetList windowsNamed(const QString& objectName) {
+    QWidgetList found;
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (widget->objectName() == objectName) {
+            found.append(widget);
+        }
+    }
+    return found;
+}
+
+} // namespace skylet::test

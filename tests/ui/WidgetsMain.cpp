@@ -1,0 +1,16 @@
+#include "platform/linux/statusitem/ApplicationIcon.h"
+
+#include <QApplication>
+
+#include <gtest/gtest.h>
+
+/// Widgets without a screen, and without the session bus of whoever runs the tests.
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus");
+    testing::InitGoogleTest(&argc, argv);
+    const QApplication application(argc, argv);
+    QGuiApplication::setWindowIcon(skylet::applicationIcon());
+    QGuiApplication::setQuitOnLastWindowClosed(false);
+    return RUN_ALL_TESTS();
+}

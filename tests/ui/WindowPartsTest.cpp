@@ -1,0 +1,145 @@
+#include "support/QStringPrinting.h"
+#include "ui/Fonts.h"
+#include "ui/Frames.h"
+#include "ui/SemanticColors.h"
+#include "ui/TextLabel.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QPalette>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+
+namespace skylet {
+namespace {
+
+using testing::ElementsAre;
+
+/// Widths as in a font with a narrow 1 and letters of one width.
+double advance(const QString& text) {
+    double width = 0;
+    for (const QChar character : text) {
+        width += character == u'1' ? 4 : character == u'.' ? 3 : 10;
+    }
+    return width;
+}
+
+std::vector<std::pair<QString, double>> runs(const TabularLine& line) {
+    std::vector<std::pair<QString, double>> found;
+    for (const TextRun& run : line.runs) {
+        found.emplace_back(run.text, run.x);
+    }
+    return found;
+}
+
+std::pair<QString, double> run(const char16_t* text, double x) {
+    return {QString::fromUtf16(text), x};
+}
+
+TEST(TabularLineTest, GivesEachDigitTheRoomOfTheWidest) {
+    const TabularLine line = layOutTabular(QStringLiteral("11.8"), advance);
+    EXPECT_EQ(line.width, 33);
+    EXPECT_THAT(runs(line), ElementsAre(run(u"1", 3), run(u"1", 13), run(u".", 20), run(u"8", 23)));
+}
+
+TEST(TabularLineTest, IsAsWideWhateverTheDigits) {
+    EXPECT_EQ(layOutTabular(QStringLiteral("111.1"), advance).width,
+              layOutTabular(QStringLiteral("888.8"), advance).width);
+}
+
+TEST(TabularLineTest, KeepsLettersTogether) {
+    const TabularLine line = layOutTabular(QStringLiteral("-38 ms"), advance);
+    EXPECT_THAT(runs(line), ElementsAre(run(u"-", 0), run(u"3", 10), run(u"8", 20), run(u" ms", 30)));
+    EXPECT_EQ(line.width, 60);
+}
+
+TEST(TabularLineTest, LeavesTextsWithoutDigitsAlone) {
+    EXPECT_THAT(runs(layOutTabular(QStringLiteral("נכשל"), advance)), ElementsAre(run(u"נכשל", 0)));
+    EXPECT_TRUE(layOutTabular(QString(), advance).runs.front().text.isEmpty());
+}
+
+TEST(TabularLineTest, LeavesFontsAloneWhoseDigitsAreAlike) {
+    const auto even = [](const QString& text) { return 7.0 * static_cast<double>(text.size()); };
+    EXPECT_THAT(runs(layOutTabular(QStringLiteral("11.8"), even)), ElementsAre(run(u"11.8", 0)));
+}
+
+TEST(FontsTest, RoundToWholePixels) {
+    EXPECT_EQ(systemFont(12.5).pixelSize(), 13);
+    EXPECT_EQ(systemFont(10.5).pixelSize(), 11);
+    EXPECT_EQ(systemFont(9, QFont::Bold).weight(), QFont::Bold);
+    EXPECT_EQ(systemFont(9).family(), QApplication::font().family());
+}
+
+TEST(FramesTest, TurnTheYAxis) {
+    EXPECT_EQ(fromBottomLeft({10, 20, 30, 40}, 100), QRect(10, 40, 30, 40));
+    EXPECT_EQ(fromBottomLeft({0, 0, 100, 100}, 100), QRect(0, 0, 100, 100));
+}
+
+TEST(FramesTest, KeepToTheFramesWhereEverythingFits) {
+    QWidget parent;
+    auto* label = new QLabel(QStringLiteral("short"));
+    Frames frames(QSize(200, 100));
+    frames.add(label, {10, 60, 100, 30});
+    EXPECT_EQ(frames.arrange(&parent), QSize(200, 100));
+    EXPECT_EQ(label->parentWidget(), &parent);
+    EXPECT_EQ(label->geometry(), QRect(10, 10, 100, 30));
+}
+
+TEST(FramesTest, GrowForATextAndMoveWhatIsBeneath) {
+    QWidget parent;
+    auto* text = new TextLabel(QStringLiteral("text"), QStringLiteral("many words that take more than a single line"),
+                               systemFont(12), Qt::AlignLeft);
+    auto* beneath = new QLabel;
+    Frames frames(QSize(120, 100));
+    frames.add(text, {10, 70, 100, 20});
+    frames.add(beneath, {10, 10, 100, 20});
+    const QSize size = frames.arrange(&parent);
+    const int growth = size.height() - 100;
+    EXPECT_GT(growth, 0);
+    EXPECT_GE(text->height(), text->heightForWidth(100));
+    EXPECT_EQ(text->geometry(), QRect(10, 10, 100, 20 + growth));
+    EXPECT_EQ(beneath->geometry(), QRect(10, 70 + growth, 100, 20));
+}
+
+TEST(TextLabelTest, RunsFromRightToLeftWhereAnythingInItDoes) {
+    const auto direction = [](const char16_t* text) {
+        return TextLabel(QString(), QString::fromUtf16(text), systemFont(12), Qt::AlignLeft).layoutDirection();
+    };
+    EXPECT_EQ(direction(u"Skylet"), Qt::LeftToRight);
+    EXPECT_EQ(direction(u"גרסה 1.0"), Qt::RightToLeft);
+    EXPECT_EQ(direction(u"Skylet נמצא עכשיו"), Qt::RightToLeft);
+}
+
+TEST(SemanticColorsTest, MeasureContrastAsTheGuidelinesDo) {
+    EXPECT_NEAR(contrast(Qt::white, Qt::black), 21, 0.01);
+    EXPECT_NEAR(contrast(Qt::black, Qt::white), 21, 0.01);
+    EXPECT_NEAR(contrast(QColor(0x77, 0x77, 0x77), Qt::white), 4.48, 0.01);
+    EXPECT_EQ(contrast(Qt::red, Qt::red), 1);
+}
+
+TEST(SemanticColorsTest, RankTheTextsAndKeepThemLegible) {
+    for (const QColor& window : {QColor(0xef, 0xef, 0xef), QColor(0x31, 0x36, 0x3b), QColor(Qt::white)}) {
+        const QPalette palette(window);
+        const SemanticColors colors = semanticColors(palette);
+        EXPECT_EQ(colors.label, palette.color(QPalette::WindowText));
+        EXPECT_GT(contrast(colors.label, window), contrast(colors.secondaryLabel, window));
+        EXPECT_GT(contrast(colors.secondaryLabel, window), contrast(colors.tertiaryLabel, window));
+        EXPECT_GE(contrast(colors.tertiaryLabel, window), 4.5);
+    }
+}
+
+TEST(SemanticColorsTest, TakeTheUsersAccentWhereItIsLegible) {
+    QPalette palette{QColor(Qt::white)};
+    palette.setColor(QPalette::Highlight, QColor(0x10, 0x40, 0x90));
+    EXPECT_EQ(semanticColors(palette).controlAccent, QColor(0x10, 0x40, 0x90));
+    palette.setColor(QPalette::Highlight, Qt::yellow);
+    const QColor accent = semanticColors(palette).controlAccent;
+    EXPECT_GE(contrast(accent, Qt::white), 4.5);
+    EXPECT_LT(contrast(accent, Qt::white), 6);
+}
+
+} // namespace
+} // namespace skylet

@@ -1,0 +1,367 @@
+#include "support/QStringPrinting.h"
+#include "ui/DesktopWindows.h"
+#include "ui/EventLoop.h"
+#include "ui/Picture.h"
+#include "ui/SemanticColors.h"
+#include "ui/Strings.h"
+
+#include <QAccessible>
+#include <QCheckBox>
+#include <QLabel>
+#include <QPushButton>
+#include <QTest>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+
+namespace skylet {
+namespace {
+
+using test::Picture;
+using test::windowsNamed;
+
+class WindowsTest : public testing::Test {
+  protected:
+    WindowsTest() = default;
+    ~WindowsTest() override {
+        QApplication::setPalette(QPalette());
+        QApplication::setFont(font);
+    }
+    WindowsTest(const WindowsTest&) = delete;
+    WindowsTest& operator=(const WindowsTest&) = delete;
+    WindowsTest(WindowsTest&&) = delete;
+    WindowsTest& operator=(WindowsTest&&) = delete;
+
+    void showWelcome(bool loginBoxOn = false) {
+        welcome = windows.makeWelcomeWindow(loginBoxOn, [this] { ++finished; });
+        bringToFront(*welcome, QStringLiteral("welcomeWindow"));
+    }
+    void showAbout() {
+        about = windows.makeAboutWindow([this] { ++opened; });
+        bringToFront(*about, QStringLiteral("aboutWindow"));
+    }
+    void bringToFront(Window& window, const QString& name) {
+        window.bringToFront();
+        shown = windowsNamed(name).at(0);
+        ASSERT_TRUE(test::waitUntil([this] { return shown->isActiveWindow(); }));
+    }
+    template <typename Widget = QWidget>
+    Widget& find(const char16_t* name) const {
+        return *shown->findChild<Widget*>(QString::fromUtf16(name));
+    }
+    QCheckBox& loginBox() const { return find<QCheckBox>(u"loginBox"); }
+    QPushButton& gotIt() const { return find<QPushButton>(u"gotItButton"); }
+    QPushButton& link() const { return find<QPushButton>(u"link"); }
+
+    const QFont font = QApplication::font();
+    DesktopWindows windows{QStringLiteral("2.3")};
+    int finished = 0;
+    int opened = 0;
+    std::unique_ptr<WelcomeWindow> welcome;
+    std::unique_ptr<Window> about;
+    QWidget* shown = nullptr;
+};
+
+TEST_F(WindowsTest, AreNotShownBeforeTheyAreBroughtToTheFront) {
+    welcome = windows.makeWelcomeWindow(false, [] {});
+    about = windows.makeAboutWindow([] {});
+    EXPECT_FALSE(windowsNamed(QStringLiteral("welcomeWindow")).at(0)->isVisible());
+    EXPECT_FALSE(windowsNamed(QStringLiteral("aboutWindow")).at(0)->isVisible());
+}
+
+TEST_F(WindowsTest, WelcomeSaysWhereTheDotIs) {
+    showWelcome();
+    EXPECT_EQ(shown->windowTitle(), QStringLiteral("Welcome to Skylet"));
+    EXPECT_EQ(find<QLabel>(u"headline").text(), QStringLiteral("Skylet is now in your menu bar"));
+    EXPECT_EQ(find<QLabel>(u"body").text(), L(QStringLiteral("welcome.body")));
+    EXPECT_EQ(loginBox().text(), QStringLiteral("Launch Skylet at login (recommended)"));
+    EXPECT_EQ(gotIt().text(), QStringLiteral("Got it"));
+}
+
+TEST_F(WindowsTest, WelcomeHasEverythingInItsPlace) {
+    showWelcome();
+    // What the body needs beyond its frame in this font, all beneath it moves down by.
+    const int shift = shown->height() - 400;
+    EXPECT_GE(shift, 0);
+    EXPECT_EQ(shown->width(), 420);
+    EXPECT_EQ(find(u"icon").geometry(), QRect(170, 20, 80, 80));
+    EXPECT_EQ(find(u"headline").geometry(), QRect(20, 110, 380, 28));
+    EXPECT_EQ(find(u"body").geometry(), QRect(30, 145, 360, 150 + shift));
+    EXPECT_EQ(loginBox().geometry(), QRect(30, 312 + shift, 360, 22));
+    EXPECT_EQ(gotIt().geometry(), QRect(300, 350 + shift, 90, 32));
+}
+
+TEST_F(WindowsTest, CanBeClosedButNeitherResizedNorMinimised) {
+    const auto check = [this] {
+        EXPECT_EQ(shown->minimumSize(), shown->maximumSize());
+        EXPECT_TRUE(shown->windowFlags() & Qt::WindowCloseButtonHint);
+        EXPECT_FALSE(shown->windowFlags() & (Qt::WindowMinMaxButtonsHint | Qt::WindowFullscreenButtonHint));
+        const QPoint difference = shown->geometry().center() - shown->screen()->availableGeometry().center();
+        EXPECT_LE(difference.manhattanLength(), 2);
+    };
+    showWelcome();
+    check();
+    showAbout();
+    check();
+}
+
+TEST_F(WindowsTest, WelcomeStartsWithTheBoxAsItIsTold) {
+    showWelcome(false);
+    EXPECT_FALSE(loginBox().isChecked());
+    EXPECT_FALSE(welcome->loginBoxIsOn());
+    showWelcome(true);
+    EXPECT_TRUE(loginBox().isChecked());
+    EXPECT_TRUE(welcome->loginBoxIsOn());
+}
+
+TEST_F(WindowsTest, WelcomeTurnsTheBoxAtAClickAndAtSpaceAndDoesNothingElse) {
+    showWelcome();
+    QTest::mouseClick(&loginBox(), Qt::LeftButton, {}, QPoint(10, 11));
+    EXPECT_TRUE(welcome->loginBoxIsOn());
+    loginBox().setFocus();
+    QTest::keyClick(&loginBox(), Qt::Key_Space);
+    EXPECT_FALSE(welcome->loginBoxIsOn());
+    test::settle();
+    EXPECT_EQ(finished, 0);
+}
+
+TEST_F(WindowsTest, WelcomeFinishesAtAClick) {
+    showWelcome();
+    QTest::mouseClick(&gotIt(), Qt::LeftButton);
+    EXPECT_TRUE(test::waitUntil([this] { return finished > 0; }));
+    EXPECT_EQ(finished, 1);
+    // Whoever is told decides what becomes of the window.
+    EXPECT_TRUE(shown->isVisible());
+}
+
+TEST_F(WindowsTest, WelcomeFinishesAtReturnWhereverTheFocusIs) {
+    showWelcome();
+    int expected = 0;
+    for (QWidget* focused : std::initializer_list<QWidget*>{&loginBox(), &gotIt(), shown}) {
+        for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Enter}) {
+            focused->setFocus();
+            QTest::keyClick(focused, key);
+            ++expected;
+            EXPECT_TRUE(test::waitUntil([this, expected] { return finished >= expected; }));
+            EXPECT_EQ(finished, expected) << focused->objectName().toStdString();
+        }
+    }
+    EXPECT_FALSE(welcome->loginBoxIsOn());
+}
+
+TEST_F(WindowsTest, WelcomeFinishesAtReturnWithoutAnyFocus) {
+    showWelcome();
+    if (QApplication::focusWidget() != nullptr) {
+        QApplication::focusWidget()->clearFocus();
+    }
+    QTest::keyClick(shown, Qt::Key_Return);
+    EXPECT_TRUE(test::waitUntil([this] { return finished > 0; }));
+}
+
+TEST_F(WindowsTest, WelcomeRecordsNothingWhenItIsClosed) {
+    showWelcome();
+    shown->close();
+    test::settle();
+    EXPECT_FALSE(shown->isVisible());
+    EXPECT_EQ(finished, 0);
+    showWelcome();
+    QTest::keyClick(shown, Qt::Key_Escape);
+    test::settle();
+    EXPECT_FALSE(shown->isVisible());
+    EXPECT_EQ(finished, 0);
+}
+
+TEST_F(WindowsTest, WelcomeMayGoFromInsideItsButton) {
+    bool gone = false;
+    welcome = windows.makeWelcomeWindow(false, [this, &gone] {
+        welcome->close();
+        welcome.reset();
+        gone = true;
+    });
+    bringToFront(*welcome, QStringLiteral("welcomeWindow"));
+    QTest::mouseClick(&gotIt(), Qt::LeftButton);
+    EXPECT_TRUE(test::waitUntil([&gone] { return gone; }));
+    EXPECT_TRUE(windowsNamed(QStringLiteral("welcomeWindow")).isEmpty());
+}
+
+TEST_F(WindowsTest, WelcomeForgetsAPressThatItDoesNotOutlive) {
+    showWelcome();
+    QTest::mouseClick(&gotIt(), Qt::LeftButton);
+    welcome.reset();
+    test::settle();
+    EXPECT_EQ(finished, 0);
+}
+
+TEST_F(WindowsTest, WelcomeIsReachedByTheTabKey) {
+    showWelcome();
+    EXPECT_EQ(QApplication::focusWidget(), &gotIt());
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    EXPECT_EQ(QApplication::focusWidget(), &loginBox());
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    EXPECT_EQ(QApplication::focusWidget(), &gotIt());
+}
+
+TEST_F(WindowsTest, AboutSaysWhatTheProgramIs) {
+    showAbout();
+    EXPECT_EQ(shown->windowTitle(), QStringLiteral("About Skylet"));
+    EXPECT_EQ(find<QLabel>(u"name").text(), QStringLiteral("Skylet"));
+    EXPECT_EQ(find<QLabel>(u"version").text(), QStringLiteral("Version 2.3"));
+    EXPECT_EQ(find<QLabel>(u"tagline").text(), L(QStringLiteral("about.tagline")));
+    EXPECT_EQ(find<QLabel>(u"details").text(), L(QStringLiteral("about.details")));
+    EXPECT_EQ(find<QLabel>(u"language").text(), L(QStringLiteral("about.language")));
+    EXPECT_EQ(link().text(), QStringLiteral("Powered by Brimlake"));
+    EXPECT_EQ(find<QLabel>(u"webSite").text(), QStringLiteral("brimlake.example"));
+    EXPECT_EQ(find<QLabel>(u"copyright").text(), QStringLiteral("© 2026 Brimlake. All rights reserved."));
+}
+
+TEST_F(WindowsTest, AboutFallsBackToTheFirstVersion) {
+    DesktopWindows unversioned{std::nullopt};
+    about = unversioned.makeAboutWindow([] {});
+    bringToFront(*about, QStringLiteral("aboutWindow"));
+    EXPECT_EQ(find<QLabel>(u"version").text(), QStringLiteral("Version 1.0"));
+}
+
+TEST_F(WindowsTest, AboutKnowsTheVersionOfTheBuild) {
+    DesktopWindows usual;
+    about = usual.makeAboutWindow([] {});
+    bringToFront(*about, QStringLiteral("aboutWindow"));
+    EXPECT_EQ(find<QLabel>(u"version").text(), QStringLiteral("Version ") + QStringLiteral(SKYLET_VERSION));
+}
+
+TEST_F(WindowsTest, AboutHasEverythingInItsPlace) {
+    showAbout();
+    EXPECT_EQ(shown->width(), 380);
+    EXPECT_EQ(find(u"icon").geometry(), QRect(140, 20, 100, 100));
+    struct Expected {
+        const char16_t* name;
+        QRect frame;
+    };
+    int shift = 0;
+    for (const auto& [name, frame] :
+         {Expected{u"name", {30, 128, 320, 30}}, Expected{u"version", {30, 158, 320, 20}},
+          Expected{u"tagline", {30, 190, 320, 50}}, Expected{u"details", {30, 242, 320, 76}},
+          Expected{u"language", {30, 320, 320, 42}}, Expected{u"link", {90, 360, 200, 28}},
+          Expected{u"webSite", {30, 386, 320, 20}}, Expected{u"copyright", {30, 414, 320, 20}}}) {
+        const QRect actual = find(name).geometry();
+        EXPECT_EQ(actual.topLeft(), frame.topLeft() + QPoint(0, shift)) << QString::fromUtf16(name).toStdString();
+        EXPECT_EQ(actual.width(), frame.width());
+        EXPECT_GE(actual.height(), frame.height());
+        shift += actual.height() - frame.height();
+    }
+    EXPECT_EQ(shown->height(), 450 + shift);
+}
+
+TEST_F(WindowsTest, AboutOpensTheWebSiteByPointerAndKeyboard) {
+    showAbout();
+    EXPECT_EQ(link().cursor().shape(), Qt::PointingHandCursor);
+    QTest::mouseClick(&link(), Qt::LeftButton);
+    EXPECT_TRUE(test::waitUntil([this] { return opened == 1; }));
+    link().clearFocus();
+    QTest::keyClick(shown, Qt::Key_Tab);
+    ASSERT_EQ(QApplication::focusWidget(), &link());
+    int expected = 1;
+    for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Enter, Qt::Key_Space}) {
+        QTest::keyClick(&link(), key);
+        ++expected;
+        EXPECT_TRUE(test::waitUntil([this, expected] { return opened == expected; })) << key;
+    }
+    EXPECT_TRUE(shown->isVisible());
+}
+
+TEST_F(WindowsTest, AboutShowsWhereTheFocusIs) {
+    showAbout();
+    link().setFocus();
+    const QImage focused = link().grab().toImage();
+    link().clearFocus();
+    EXPECT_NE(link().grab().toImage(), focused);
+}
+
+TEST_F(WindowsTest, AboutComesBackAsItWas) {
+    showAbout();
+    QWidget* first = shown;
+    QTest::keyClick(shown, Qt::Key_Escape);
+    EXPECT_FALSE(shown->isVisible());
+    bringToFront(*about, QStringLiteral("aboutWindow"));
+    EXPECT_TRUE(shown->isVisible());
+    bringToFront(*about, QStringLiteral("aboutWindow"));
+    EXPECT_THAT(windowsNamed(QStringLiteral("aboutWindow")), testing::ElementsAre(first));
+    EXPECT_EQ(opened, 0);
+}
+
+TEST_F(WindowsTest, ComeBackFromBeingMinimised) {
+    showAbout();
+    shown->showMinimized();
+    about->bringToFront();
+    EXPECT_FALSE(shown->isMinimized());
+    EXPECT_TRUE(shown->isVisible());
+}
+
+TEST_F(WindowsTest, AboutIsLegibleOnEveryDesktopAlsoWhenItChanges) {
+    showAbout();
+    for (const QColor& window :
+         {QColor(0xef, 0xef, 0xef), QColor(0x31, 0x36, 0x3b), QColor(Qt::white), QColor(Qt::black)}) {
+        for (const QColor& highlight : {QColor(0x30, 0x8c, 0xc6), QColor(0xf0, 0xd0, 0x30), QColor(0x20, 0x30, 0x50)}) {
+            QPalette palette(window);
+            palette.setColor(QPalette::Highlight, highlight);
+            QApplication::setPalette(palette);
+            test::settle();
+            const QColor background = Picture(*shown).at(QPointF(3, 3));
+            EXPECT_EQ(background.rgb(), window.rgb());
+            for (const char16_t* name :
+                 {u"name", u"version", u"tagline", u"details", u"language", u"webSite", u"copyright"}) {
+                EXPECT_GE(contrast(find(name).palette().color(QPalette::WindowText), background), 4.5)
+                    << QString::fromUtf16(name).toStdString() << " on " << window.name().toStdString();
+            }
+            // The link is drawn in a colour of its own: judged by its strongest pixel.
+            double strongest = 1;
+            Picture(link()).forEach(link().rect(), [&](QPointF, const QColor& color) {
+                strongest = std::max(strongest, contrast(color, background));
+            });
+            EXPECT_GE(strongest, 4.4) << window.name().toStdString() << highlight.name().toStdString();
+        }
+    }
+}
+
+TEST_F(WindowsTest, ShowTheirTextsWholeInEveryUsualFont) {
+    for (const char* family : {"DejaVu Sans", "Noto Sans", "Cantarell", "DejaVu Serif", "DejaVu Sans Mono"}) {
+        QApplication::setFont(QFont(QString::fromUtf8(family)));
+        for (const bool isAbout : {false, true}) {
+            isAbout ? showAbout() : showWelcome();
+            QRect above;
+            for (QLabel* text : shown->findChildren<QLabel*>()) {
+                const QRect needed = text->fontMetrics().boundingRect(QRect(0, 0, text->width(), 10'000),
+                                                                      Qt::TextWordWrap, text->text());
+                EXPECT_LE(needed.height(), text->height()) << family << ": " << text->text().toStdString();
+                EXPECT_LE(needed.width(), text->width()) << family << ": " << text->text().toStdString();
+                EXPECT_TRUE(shown->rect().contains(text->geometry()));
+            }
+            for (QAbstractButton* button : shown->findChildren<QAbstractButton*>()) {
+                const int room = button->width() - (button == shown->findChild<QCheckBox*>() ? 24 : 8);
+                EXPECT_LE(button->fontMetrics().horizontalAdvance(button->text()), room)
+                    << family << ": " << button->text().toStdString();
+            }
+        }
+    }
+}
+
+TEST_F(WindowsTest, TellAssistiveTechnologiesWhatTheyAre) {
+    const auto accessible = [this](const char16_t* name) { return QAccessible::queryAccessibleInterface(&find(name)); };
+    showWelcome();
+    QAccessibleInterface* dialog = QAccessible::queryAccessibleInterface(shown);
+    EXPECT_EQ(dialog->role(), QAccessible::Dialog);
+    EXPECT_EQ(dialog->text(QAccessible::Name), QStringLiteral("Welcome to Skylet"));
+    EXPECT_EQ(accessible(u"icon")->role(), QAccessible::Graphic);
+    EXPECT_EQ(accessible(u"icon")->text(QAccessible::Name), QStringLiteral("Skylet"));
+    EXPECT_EQ(accessible(u"body")->text(QAccessible::Name), L(QStringLiteral("welcome.body")));
+    EXPECT_EQ(accessible(u"loginBox")->role(), QAccessible::CheckBox);
+    EXPECT_EQ(accessible(u"gotItButton")->role(), QAccessible::Button);
+    showAbout();
+    EXPECT_EQ(accessible(u"link")->role(), QAccessible::Button);
+    EXPECT_EQ(accessible(u"link")->text(QAccessible::Name), QStringLiteral("Powered by Brimlake"));
+}
+
+} // namespace
+} // namespace skylet
