@@ -12,8 +12,8 @@ namespace {
 
 Deed deedNamed(const std::string& name) {
     static const std::map<std::string, Deed> deeds{
-        {"none", Deed::none},   {"stall", Deed::stall},     {"close", Deed::close},  {"reset", Deed::reset},
-        {"flood", Deed::flood}, {"garbage", Deed::garbage}, {"cancel", Deed::cancel}};
+        {"none", Deed::none},   {"stall", Deed::stall},     {"close", Deed::close},   {"reset", Deed::reset},
+        {"flood", Deed::flood}, {"garbage", Deed::garbage}, {"cancel", Deed::cancel}, {"pings", Deed::pings}};
     return deeds.at(name);
 }
 

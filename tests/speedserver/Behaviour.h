@@ -25,6 +25,8 @@ enum class Deed : std::uint8_t {
     flood,
     /// HTTP/2: RST_STREAM; HTTP/1.1: as `close`.
     cancel,
+    /// HTTP/2: PING frames without end come; HTTP/1.1: as `stall`.
+    pings,
 };
 
 /// How one of the two paths meets its clients. Named in commands as here; by default all is as it should be.

@@ -124,7 +124,7 @@ class Http1 final : public Protocol {
             out += headSent_ ? "" : "HTTP/1.1 200 Lab\r\n";
             headSent_ = true;
             out += "x-flood: " + floodValue + "\r\n";
-        } else if (deed != Deed::stall) {
+        } else if (deed != Deed::stall && deed != Deed::pings) {
             host_.closeLater(deed == Deed::cancel ? Deed::close : deed);
         }
     }

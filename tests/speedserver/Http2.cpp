@@ -34,6 +34,7 @@ class Http2 final : public Protocol {
         const std::unique_ptr<nghttp2_session_callbacks, Delete> callbacks(raw);
         nghttp2_session_callbacks_set_on_header_callback(raw, &Http2::onHeader);
         nghttp2_session_callbacks_set_on_frame_recv_callback(raw, &Http2::onFrame);
+        nghttp2_session_callbacks_set_on_frame_send_callback(raw, &Http2::onSent);
         nghttp2_session_callbacks_set_on_data_chunk_recv_callback(raw, &Http2::onData);
         nghttp2_session_callbacks_set_on_stream_close_callback(raw, &Http2::onClose);
         nghttp2_session* session = nullptr;
@@ -108,22 +109,20 @@ class Http2 final : public Protocol {
         provider.read_callback = &Http2::read;
         nghttp2_submit_response(session_.get(), id, fields.data(), fields.size(),
                                 exchange.isUpload() ? nullptr : &provider);
-        if (exchange.isUpload() && !exchange.isBodyWhole() && behaviour.afterwards == "stop") {
-            // The rest is not wanted (RFC 9113, 8.1).
-            nghttp2_submit_rst_stream(session_.get(), NGHTTP2_FLAG_NONE, id, NGHTTP2_NO_ERROR);
-        }
         if (exchange.isUpload() && !exchange.isBodyWhole() && behaviour.afterwards == "close") {
             host_.closeLater(Deed::close);
         }
     }
 
     void carryOut(Deed deed, std::int32_t id, Stream& stream, std::string& out) {
-        stream.done = deed != Deed::flood && deed != Deed::stall;
+        stream.done = deed != Deed::flood && deed != Deed::stall && deed != Deed::pings;
         if (deed == Deed::garbage) {
             out += garbage;
             host_.closeLater(Deed::close);
         } else if (deed == Deed::flood) {
             flood(id, stream, out);
+        } else if (deed == Deed::pings) {
+            nghttp2_submit_ping(session_.get(), NGHTTP2_FLAG_NONE, nullptr);
         } else if (deed == Deed::cancel) {
             nghttp2_submit_rst_stream(session_.get(), NGHTTP2_FLAG_NONE, id, NGHTTP2_INTERNAL_ERROR);
         } else if (deed != Deed::stall) {
@@ -189,6 +188,20 @@ class Http2 final : public Protocol {
         }
         if ((frame->hd.flags & NGHTTP2_FLAG_END_STREAM) != 0 && stream.exchange->isUpload()) {
             stream.exchange->bodyWhole();
+        }
+        return 0;
+    }
+
+    static int onSent(nghttp2_session* session, const nghttp2_frame* frame, void* self) {
+        const auto& streams = of(self).streams_;
+        const auto place = streams.find(frame->hd.stream_id);
+        if (place == streams.end() || (frame->hd.flags & NGHTTP2_FLAG_END_STREAM) == 0) {
+            return 0;
+        }
+        const auto& exchange = *place->second.exchange;
+        if (exchange.stopsReading() && !exchange.isBodyWhole() && exchange.behaviour().afterwards == "stop") {
+            // The rest is not wanted (RFC 9113, 8.1).
+            nghttp2_submit_rst_stream(session, NGHTTP2_FLAG_NONE, frame->hd.stream_id, NGHTTP2_NO_ERROR);
         }
         return 0;
     }

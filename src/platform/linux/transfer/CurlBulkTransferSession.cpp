@@ -4,6 +4,7 @@
 #include "platform/linux/transfer/UploadMeter.h"
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -23,6 +24,9 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr long receiveBufferBytes = 128L * 1024;
 /// The least libcurl takes: what it holds back is not on the network yet.
 constexpr long sendBufferBytes = 16L * 1024;
+/// Far more than there is reason for while nothing moves. Whoever keeps a connection awake beyond that, with pings say,
+/// wants the processor, not to be measured.
+constexpr std::uint64_t idleWakeUpLimit = 100;
 
 bool isSuccess(std::optional<int> status) {
     return status && *status >= 200 && *status <= 299;
@@ -34,6 +38,12 @@ void closeHard(curl_socket_t socket) {
     const linger atOnce{.l_onoff = 1, .l_linger = 0};
     ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
     ::close(socket);
+}
+
+bool isEstablished(curl_socket_t socket) {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    return ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && info.tcpi_state == TCP_ESTABLISHED;
 }
 
 std::uint16_t localPort(curl_socket_t socket) {
@@ -101,12 +111,27 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         }
     }
 
+    /// Grows with everything that goes either way.
+    std::int64_t moved() const { return static_cast<std::int64_t>(headBytes_) + received_ + handedOver_ + sent_; }
+
     void checkLimits(SteadyClock::time_point now, Seconds resourceLimit) {
         measure();
-        if (const auto moved = received_ + sent_; std::exchange(moved_, moved) != moved) {
+        if (const auto soFar = moved(); std::exchange(moved_, soFar) != soFar) {
             lastMove_ = now;
         }
-        if (!isOver() && (now - start_ >= resourceLimit || now - lastMove_ >= limit_)) {
+        if (isOver()) {
+            return;
+        }
+        if (answeredEarly_ && isAnswerWhole() && isBodyHandedOver()) {
+            // libcurl waits for more where the answer ended before the request (RFC 9113, 8.1).
+            endOnWire(End::finished);
+        } else if (now - start_ >= resourceLimit || now - lastMove_ >= limit_) {
+            endOnWire(End::failed);
+        }
+    }
+
+    void fail() {
+        if (!isOver()) {
             endOnWire(End::failed);
         }
     }
@@ -114,11 +139,11 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
     /// libcurl has ended it.
     void ended(CURLcode result) {
         measure();
-        const bool whole = result == CURLE_OK;
-        if (whole && isSuccess(status_) && body_ && !answeredEarly_) {
+        if (result == CURLE_OK && isSuccess(status_) && body_ && !answeredEarly_) {
             sent_ = handedOver_;
         }
-        end_ = whole ? End::finished : End::failed;
+        // An answer that came in whole counts, even if the connection is then lost over the rest of the request.
+        end_ = result == CURLE_OK || isAnswerWhole() ? End::finished : End::failed;
     }
 
     /// The last chance to ask.
@@ -190,6 +215,15 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         Q_CHECK_PTR(headers_.get());
     }
 
+    bool isBodyHandedOver() const { return handedOver_ == static_cast<std::int64_t>(body_->size); }
+
+    /// As far as its head tells.
+    bool isAnswerWhole() const {
+        curl_off_t length = -1;
+        curl_easy_getinfo(easy_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+        return status_ && length == received_;
+    }
+
     void endOnWire(End end) {
         measure();
         end_ = end;
@@ -238,7 +272,7 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
         if (status >= 200) {
             status_ = static_cast<int>(status);
-            answeredEarly_ = body_ && handedOver_ < static_cast<std::int64_t>(body_->size);
+            answeredEarly_ = body_ && !isBodyHandedOver();
             headToTell_ = true;
             session_->reportSoon();
         }
@@ -371,12 +405,15 @@ std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::upload(const QUrl& ur
 
 std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::start(Request request) {
     idle_->stop();
-    if (std::exchange(epochOfConnections_, epoch_->current()) != epoch_->current()) {
+    // libcurl takes a connection of HTTP/2 that the server has closed for one that still works.
+    const bool areOpen = std::all_of(sockets_.begin(), sockets_.end(), isEstablished);
+    if (std::exchange(epochOfConnections_, epoch_->current()) != epoch_->current() || !areOpen) {
         dropConnections();
     }
     if (!multi_) {
         multi_ = std::make_unique<CurlMulti>([this](CURL* handle, CURLcode result) { done(handle, result); },
                                              CurlMulti::Connections::exclusive);
+        wakeUpsAtMove_ = 0;
     }
     const auto transfer = std::make_shared<Transfer>(*this, ++lastIdentifier_, std::move(request));
     transfers_.push_back(transfer);
@@ -399,10 +436,23 @@ void CurlBulkTransferSession::done(CURL* handle, CURLcode result) {
 
 void CurlBulkTransferSession::tick() {
     const auto now = SteadyClock::now();
+    std::int64_t moved = 0;
     for (const auto& transfer : Transfers(transfers_)) {
         transfer->checkLimits(now, resourceLimit_);
+        moved += transfer->moved();
     }
+    endSpinning(moved);
     reportAll();
+}
+
+void CurlBulkTransferSession::endSpinning(std::int64_t moved) {
+    if (std::exchange(lastMoved_, moved) != moved) {
+        wakeUpsAtMove_ = multi_->wakeUps();
+    } else if (multi_->wakeUps() - wakeUpsAtMove_ > idleWakeUpLimit) {
+        for (const auto& transfer : Transfers(transfers_)) {
+            transfer->fail();
+        }
+    }
 }
 
 void CurlBulkTransferSession::reportSoon() {

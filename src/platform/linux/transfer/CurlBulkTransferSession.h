@@ -55,6 +55,7 @@ class CurlBulkTransferSession final : public BulkTransferSession {
     std::shared_ptr<BulkTransferTask> start(Request request);
     void done(CURL* handle, CURLcode result);
     void tick();
+    void endSpinning(std::int64_t moved);
     void reportSoon();
     void reportAll() const;
     void takeOffWire(const std::shared_ptr<Transfer>& transfer);
@@ -79,6 +80,10 @@ class CurlBulkTransferSession final : public BulkTransferSession {
     /// Of every connection, kept ones included.
     std::vector<curl_socket_t> sockets_;
     std::unique_ptr<CurlMulti> multi_;
+    /// How far all transfers together had got at the last tick, and the wake-ups of `multi_` when they last got
+    /// further.
+    std::int64_t lastMoved_ = 0;
+    std::uint64_t wakeUpsAtMove_ = 0;
 };
 
 } // namespace skylet

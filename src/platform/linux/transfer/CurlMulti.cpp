@@ -81,6 +81,7 @@ void CurlMulti::watch(curl_socket_t socket, bool read, bool write) {
 }
 
 void CurlMulti::act(curl_socket_t socket, int events) {
+    ++wakeUps_;
     int running = 0;
     curl_multi_socket_action(multi_.get(), socket, events, &running);
     // One at a time: libcurl drops the messages of handles that a handler takes out.

@@ -6,6 +6,7 @@
 #include <QSocketNotifier>
 #include <QTimer>
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -34,6 +35,8 @@ class CurlMulti {
     void add(CURL* handle);
     /// Ends the transfer without a call to the done handler.
     void remove(CURL* handle);
+    /// How often libcurl has been called upon so far, because a socket was ready or time had passed.
+    std::uint64_t wakeUps() const { return wakeUps_; }
 
   private:
     struct Notifiers {
@@ -49,6 +52,7 @@ class CurlMulti {
     DoneHandler done_;
     QTimer timer_;
     std::map<curl_socket_t, Notifiers> notifiers_;
+    std::uint64_t wakeUps_ = 0;
     CurlMultiHandle multi_;
     Lifetime lifetime_;
 };

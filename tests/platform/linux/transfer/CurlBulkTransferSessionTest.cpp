@@ -6,15 +6,27 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFile>
+#include <QMap>
+#include <QTimer>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/sockios.h>
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace skylet {
@@ -79,6 +91,10 @@ class CurlBulkTransferSessionTest : public testing::TestWithParam<const char*> {
         }
         server = std::make_unique<test::SpeedServer>();
         server->speak(QString::fromUtf8(GetParam()));
+        makeSession();
+    }
+
+    void makeSession() {
         session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, 15s}, epoch, delegate);
     }
 
@@ -86,8 +102,11 @@ class CurlBulkTransferSessionTest : public testing::TestWithParam<const char*> {
     bool runUntil(Condition condition, std::chrono::milliseconds longest = 10s) {
         QElapsedTimer since;
         since.start();
+        // Given a longest time, processEvents would not wait but spin.
+        QTimer beat;
+        beat.start(2ms);
         while (!condition() && since.elapsed() < longest.count()) {
-            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
         }
         return condition();
     }
@@ -104,14 +123,92 @@ class CurlBulkTransferSessionTest : public testing::TestWithParam<const char*> {
         return session->upload(test::SpeedServer::up(), "application/octet-stream", zeroBody(size), 60s);
     }
 
+    void runFor(std::chrono::milliseconds time) {
+        runUntil([] { return false; }, time);
+    }
+
+    static QJsonObject withHeader(const QString& name, const QString& value) {
+        return {{QStringLiteral("headers"), QJsonArray{QJsonArray{name, value}}}};
+    }
+
+    QMap<QString, QString> headersOf(qsizetype request) {
+        QMap<QString, QString> headers;
+        for (const auto& pair : server->requests().at(request).toObject().value(QStringLiteral("headers")).toArray()) {
+            headers[pair.toArray().at(0).toString()] = pair.toArray().at(1).toString();
+        }
+        return headers;
+    }
+
+    static std::int64_t lastSeriesValue(const QJsonObject& request) {
+        return request.value(QStringLiteral("series")).toArray().last().toArray().at(1).toInteger();
+    }
+
+    /// Of this machine's clients, in whichever state, that have not been closed for good (proc_pid_net(5)).
+    static int tcpSockets() {
+        int count = 0;
+        forEachClientSocket([&](const auto&) { ++count; });
+        return count;
+    }
+
+    /// Of the one connection: the bytes of this process's that its peer has taken, and those in the kernel's hands.
+    static std::pair<std::int64_t, std::int64_t> kernelCounts() {
+        for (int descriptor = 0; descriptor < 256; ++descriptor) {
+            tcp_info info{};
+            socklen_t length = sizeof info;
+            int pending = 0;
+            if (::getsockopt(descriptor, IPPROTO_TCP, TCP_INFO, &info, &length) == 0 &&
+                ::ioctl(descriptor, SIOCOUTQ, &pending) == 0) {
+                return {static_cast<std::int64_t>(info.tcpi_bytes_acked), pending};
+            }
+        }
+        return {};
+    }
+
+    /// The share of a processor that this process takes in the next while.
+    double processorShare(std::chrono::milliseconds time) {
+        const auto before = processorTime();
+        runFor(time);
+        return std::chrono::duration<double>(processorTime() - before) / std::chrono::duration<double>(time);
+    }
+
+    static std::int64_t residentBytes() {
+        QFile file(QStringLiteral("/proc/self/statm"));
+        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+        return file.readAll().split(' ').at(1).toLongLong() * ::sysconf(_SC_PAGESIZE);
+    }
+
     std::unique_ptr<test::SpeedServer> server;
     Delegate delegate;
     std::shared_ptr<NetworkEpoch> epoch = std::make_shared<NetworkEpoch>();
     std::unique_ptr<CurlBulkTransferSession> session;
+
+    template <typename Action>
+    static void forEachClientSocket(Action action) {
+        QFile file(QStringLiteral("/proc/self/net/tcp"));
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        for (const auto& line : file.readAll().split('\n').mid(1)) {
+            const auto columns = line.simplified().split(' ');
+            if (columns.size() > 3 && columns.at(2).endsWith(":01BB") && columns.at(3) != "06") {
+                action(columns);
+            }
+        }
+    }
+
+    static std::chrono::microseconds processorTime() {
+        rusage usage{};
+        ::getrusage(RUSAGE_SELF, &usage);
+        const auto time = [](const timeval& value) {
+            return std::chrono::seconds(value.tv_sec) + std::chrono::microseconds(value.tv_usec);
+        };
+        return time(usage.ru_utime) + time(usage.ru_stime);
+    }
 };
 
-INSTANTIATE_TEST_SUITE_P(Protocols, CurlBulkTransferSessionTest, testing::Values("h2", "http/1.1"),
-                         [](const auto& protocol) { return std::string(protocol.index == 0 ? "Http2" : "Http1"); });
+#define INSTANTIATE_PROTOCOLS(suite)                                                                                   \
+    INSTANTIATE_TEST_SUITE_P(Protocols, suite, testing::Values("h2", "http/1.1"), [](const auto& protocol) {           \
+        return std::string(protocol.index == 0 ? "Http2" : "Http1");                                                   \
+    })
+INSTANTIATE_PROTOCOLS(CurlBulkTransferSessionTest);
 
 TEST_P(CurlBulkTransferSessionTest, ADownloadReportsItsHeadEveryByteAndItsEnd) {
     const auto task = session->download(test::SpeedServer::down(40'000'000));
@@ -132,6 +229,540 @@ TEST_P(CurlBulkTransferSessionTest, AnUploadReportsEveryByteAndItsEnd) {
     const auto request = server->requests().at(0).toObject();
     EXPECT_TRUE(request.value(QStringLiteral("whole")).toBool());
     EXPECT_EQ(request.value(QStringLiteral("protocol")).toString(), QString::fromUtf8(GetParam()));
+}
+
+TEST_P(CurlBulkTransferSessionTest, AsksForAnUncompressedAnswerAndSendsTheBodyWithoutWaitingForLeave) {
+    finish(session->download(test::SpeedServer::down(1000)));
+    finish(upload(1'500'000));
+    const auto get = headersOf(0);
+    EXPECT_EQ(get.value(QStringLiteral("accept-encoding")), QStringLiteral("identity"));
+    EXPECT_FALSE(get.contains(QStringLiteral("cookie")));
+    const auto post = headersOf(1);
+    EXPECT_EQ(post.value(QStringLiteral("content-type")), QStringLiteral("application/octet-stream"));
+    EXPECT_EQ(post.value(QStringLiteral("content-length")), QStringLiteral("1500000"));
+    EXPECT_FALSE(post.contains(QStringLiteral("expect")));
+}
+
+TEST_P(CurlBulkTransferSessionTest, ACompressedAnswerIsCountedAsItComes) {
+    server->set(QStringLiteral("down"), withHeader(QStringLiteral("content-encoding"), QStringLiteral("gzip")));
+    const auto task = session->download(test::SpeedServer::down(50'000));
+    EXPECT_EQ(finish(task).end, End::finished);
+    EXPECT_EQ(told(task).received, 50'000);
+}
+
+TEST_P(CurlBulkTransferSessionTest, CookiesAreNotKept) {
+    server->set(QStringLiteral("down"), withHeader(QStringLiteral("set-cookie"), QStringLiteral("a=b")));
+    finish(session->download(test::SpeedServer::down(1000)));
+    finish(session->download(test::SpeedServer::down(1000)));
+    EXPECT_FALSE(headersOf(1).contains(QStringLiteral("cookie")));
+}
+
+TEST_P(CurlBulkTransferSessionTest, ARedirectIsTheFinalAnswer) {
+    auto behaviour = withHeader(QStringLiteral("location"), test::SpeedServer::down(9).toString());
+    behaviour[QStringLiteral("status")] = 301;
+    server->set(QStringLiteral("down"), behaviour);
+    const auto task = session->download(test::SpeedServer::down(1000));
+    const auto result = finish(task);
+    EXPECT_THAT(told(task).heads, testing::ElementsAre(std::optional(301)));
+    EXPECT_EQ(result.end, End::cancelled);
+    EXPECT_EQ(result.statusCode, 301);
+    EXPECT_EQ(server->requests().size(), 1);
+}
+
+TEST_P(CurlBulkTransferSessionTest, ARefusedAnswerEndsWithoutABodyAndWithoutBeingReadToItsEnd) {
+    for (const int status : {403, 429, 500}) {
+        server->set(QStringLiteral("down"), {{QStringLiteral("status"), status}});
+        const auto task = session->download(test::SpeedServer::down(4'000'000'000));
+        const auto result = finish(task);
+        EXPECT_EQ(result.end, End::cancelled);
+        EXPECT_EQ(result.statusCode, status);
+        EXPECT_EQ(told(task).received, 0);
+        EXPECT_LT(lastSeriesValue(server->requests().last().toObject()), 100'000'000);
+    }
+}
+
+TEST_P(CurlBulkTransferSessionTest, ARefusedStatusOfAWholeAnswerIsACancelledTransferToo) {
+    server->set(QStringLiteral("down"), {{QStringLiteral("status"), 404}});
+    const auto task = session->download(test::SpeedServer::down(10));
+    EXPECT_EQ(finish(task).end, End::cancelled);
+    EXPECT_EQ(told(task).received, 0);
+}
+
+TEST_P(CurlBulkTransferSessionTest, InterimAnswersAreSkipped) {
+    server->set(QStringLiteral("down"), {{QStringLiteral("interim"), 3}});
+    const auto task = session->download(test::SpeedServer::down(1000));
+    EXPECT_EQ(finish(task).end, End::finished);
+    EXPECT_THAT(told(task).heads, testing::ElementsAre(std::optional(200)));
+}
+
+TEST_P(CurlBulkTransferSessionTest, SpeaksHttpsAlone) {
+    auto url = test::SpeedServer::down(1000);
+    url.setScheme(QStringLiteral("http"));
+    url.setPort(443);
+    const auto task = session->download(url);
+    EXPECT_TRUE(told(task).results.empty());
+    EXPECT_EQ(finish(task).end, End::failed);
+    EXPECT_TRUE(told(task).heads.empty());
+    EXPECT_EQ(server->connections(), 0);
+}
+
+TEST_P(CurlBulkTransferSessionTest, ATransferThatFailsAtOnceCompletesOnceAndNotFromInsideTheCall) {
+    auto url = test::SpeedServer::down(1000);
+    url.setPort(9);
+    std::vector<std::shared_ptr<BulkTransferTask>> tasks;
+    for (int i = 0; i < 20; ++i) {
+        tasks.push_back(session->download(url));
+        tasks.push_back(session->download(QUrl(QStringLiteral("https://"))));
+    }
+    EXPECT_TRUE(delegate.told.empty());
+    for (const auto& task : tasks) {
+        finish(task);
+    }
+    runFor(100ms);
+    for (const auto& task : tasks) {
+        ASSERT_EQ(told(task).results.size(), 1U);
+        EXPECT_EQ(told(task).results[0].end, End::failed);
+        EXPECT_EQ(told(task).results[0].statusCode, std::nullopt);
+    }
+}
+
+TEST_P(CurlBulkTransferSessionTest, IdentifiersGrowAndAreNeverUsedTwice) {
+    const auto first = session->download(test::SpeedServer::down(1000));
+    const auto second = session->download(test::SpeedServer::down(1000));
+    finish(first);
+    finish(second);
+    const auto third = session->download(test::SpeedServer::down(1000));
+    EXPECT_LT(first->taskIdentifier(), second->taskIdentifier());
+    EXPECT_LT(second->taskIdentifier(), third->taskIdentifier());
+}
+
+TEST_P(CurlBulkTransferSessionTest, AnUploadAfterADownloadGoesOverTheSameConnection) {
+    finish(session->download(test::SpeedServer::down(1'000'000)));
+    runFor(600ms);
+    const auto task = upload(1'000'000);
+    EXPECT_EQ(finish(task).end, End::finished);
+    EXPECT_EQ(told(task).sent, 1'000'000);
+    EXPECT_EQ(server->connections(), 1);
+}
+
+TEST_P(CurlBulkTransferSessionTest, TwoTransfersAtOnceGoOverTwoConnections) {
+    const auto down = session->download(test::SpeedServer::down(5'000'000));
+    const auto up = upload(5'000'000);
+    EXPECT_EQ(finish(down).end, End::finished);
+    EXPECT_EQ(finish(up).end, End::finished);
+    EXPECT_EQ(told(down).received, 5'000'000);
+    EXPECT_EQ(told(up).sent, 5'000'000);
+    EXPECT_EQ(server->connections(), 2);
+}
+
+TEST_P(CurlBulkTransferSessionTest, AnotherNetworkGetsAnotherConnection) {
+    finish(session->download(test::SpeedServer::down(1000)));
+    epoch->advance();
+    finish(session->download(test::SpeedServer::down(1000)));
+    EXPECT_EQ(server->connections(), 2);
+}
+
+TEST_P(CurlBulkTransferSessionTest, AConnectionThatTheServerHasClosedIsReplacedWithoutALoss) {
+    finish(session->download(test::SpeedServer::down(1000)));
+    server->drop(QStringLiteral("close"));
+    runFor(20ms);
+    const auto task = upload(1'000'000);
+    EXPECT_EQ(finish(task).end, End::finished);
+    EXPECT_EQ(told(task).sent, 1'000'000);
+}
+
+TEST_P(CurlBulkTransferSessionTest, AKeptConnectionIsClosedWhenNothingFollows) {
+    finish(session->download(test::SpeedServer::down(1000)));
+    EXPECT_EQ(tcpSockets(), 1);
+    runFor(CurlBulkTransferSession::keepConnectionsFor + 100ms);
+    EXPECT_EQ(tcpSockets(), 0);
+    EXPECT_EQ(finish(session->download(test::SpeedServer::down(1000))).end, End::finished);
+}
+
+/// A server that has sent or taken this much and then does neither.
+class StalledServerTest : public CurlBulkTransferSessionTest {
+  protected:
+    void SetUp() override {
+        CurlBulkTransferSessionTest::SetUp();
+        for (const auto& way : {QStringLiteral("down"), QStringLiteral("up")}) {
+            server->set(way, {{QStringLiteral("at"), 100'000}, {QStringLiteral("deed"), QStringLiteral("stall")}});
+        }
+    }
+};
+INSTANTIATE_PROTOCOLS(StalledServerTest);
+
+TEST_P(StalledServerTest, CancellingCompletesOnceFromTheEventLoopAndLeavesNoSocket) {
+    for (const bool isUpload : {false, true}) {
+        const auto task = isUpload ? upload(20'000'000) : session->download(test::SpeedServer::down(20'000'000));
+        ASSERT_TRUE(runUntil([&] { return told(task).pieces > 0; }));
+        runFor(100ms);
+        task->cancel();
+        task->cancel();
+        EXPECT_EQ(tcpSockets(), 0) << "what the kernel holds of it would still be sent";
+        EXPECT_TRUE(told(task).results.empty());
+        const auto result = finish(task);
+        EXPECT_EQ(result.end, End::cancelled);
+        EXPECT_EQ(result.statusCode, isUpload ? std::nullopt : std::optional(200));
+        runFor(50ms);
+        task->cancel();
+        runFor(50ms);
+        EXPECT_EQ(told(task).results.size(), 1U);
+    }
+    EXPECT_EQ(server->connections(), 2) << "a cut-off transfer's connection carries no other";
+}
+
+TEST_P(StalledServerTest, WhatHadBeenAcknowledgedIsReportedBeforeACancelledTransferCompletes) {
+    const auto task = upload(20'000'000);
+    // Cancelled before the first report is due.
+    ASSERT_TRUE(runUntil([&] { return server->requests().size() == 1; }));
+    runFor(5ms);
+    task->cancel();
+    EXPECT_EQ(finish(task).end, End::cancelled);
+    EXPECT_GE(told(task).sent, 16'000);
+    EXPECT_LT(told(task).sent, 20'000'000);
+}
+
+TEST_P(StalledServerTest, AnUploadCountsOnlyWhatTheOtherEndHasAcknowledged) {
+    const auto task = upload(20'000'000);
+    runFor(300ms);
+    const auto [acknowledged, unsent] = kernelCounts();
+    ASSERT_GT(unsent, 100'000) << "the kernel was to hold a part of the body";
+    EXPECT_LE(told(task).sent, acknowledged);
+    EXPECT_GT(static_cast<double>(told(task).sent), 0.98 * static_cast<double>(acknowledged));
+}
+
+TEST_P(StalledServerTest, AStallCostsNoProcessorTime) {
+    const auto down = session->download(test::SpeedServer::down(20'000'000));
+    const auto up = upload(20'000'000);
+    runFor(100ms);
+    EXPECT_LT(processorShare(500ms), 0.15);
+    EXPECT_TRUE(told(down).results.empty());
+    EXPECT_TRUE(told(up).results.empty());
+}
+
+TEST_P(StalledServerTest, TheResourceLimitHoldsForTheWholeTransfer) {
+    session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, Seconds(0.3)}, epoch, delegate);
+    const auto down = session->download(test::SpeedServer::down(20'000'000));
+    const auto up = upload(20'000'000);
+    runFor(250ms);
+    EXPECT_TRUE(told(down).results.empty());
+    EXPECT_TRUE(told(up).results.empty());
+    EXPECT_EQ(finish(down).end, End::failed);
+    EXPECT_EQ(finish(up).end, End::failed);
+    EXPECT_EQ(tcpSockets(), 0);
+}
+
+TEST_P(CurlBulkTransferSessionTest, TheRequestLimitIsForHowLongNothingMoves) {
+    session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{Seconds(0.3), 15s}, epoch, delegate);
+    server->set(QStringLiteral("down"), {{QStringLiteral("rate"), 200'000},
+                                         {QStringLiteral("at"), 200'000},
+                                         {QStringLiteral("deed"), QStringLiteral("stall")}});
+    server->set(QStringLiteral("up"), {{QStringLiteral("at"), 0}, {QStringLiteral("deed"), QStringLiteral("stall")}});
+    QElapsedTimer since;
+    since.start();
+    const auto down = session->download(test::SpeedServer::down(20'000'000));
+    const auto up = session->upload(test::SpeedServer::up(), "text/plain", zeroBody(20'000'000), Seconds(2.5));
+    EXPECT_EQ(finish(down).end, End::failed);
+    EXPECT_GE(since.elapsed(), 1100) << "a second of moving, and the limit";
+    EXPECT_EQ(told(down).received, 200'000);
+    EXPECT_TRUE(told(up).results.empty()) << "the request's own limit takes the place of the session's";
+    EXPECT_EQ(finish(up).end, End::failed);
+    EXPECT_GE(since.elapsed(), 2500);
+}
+
+TEST_P(CurlBulkTransferSessionTest, AServerThatAcceptsAndSaysNothingFailsAtTheLimit) {
+    server->acceptSilently();
+    session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, Seconds(0.2)}, epoch, delegate);
+    const auto task = session->download(test::SpeedServer::down(1000));
+    const auto result = finish(task);
+    EXPECT_EQ(result.end, End::failed);
+    EXPECT_EQ(result.statusCode, std::nullopt);
+    EXPECT_TRUE(told(task).heads.empty());
+}
+
+/// Where in the life of a transfer a delegate does something drastic.
+enum class Moment { head, data, sent, completed };
+
+class InsideCallbacksTest : public CurlBulkTransferSessionTest {
+  protected:
+    /// Runs a transfer of either way until `moment` has come, where `action` is done once.
+    std::shared_ptr<BulkTransferTask> actAt(Moment moment, const std::function<void()>& action) {
+        const auto once = [this, action](TaskIdentifier) {
+            if (!std::exchange(acted, true)) {
+                action();
+            }
+        };
+        (moment == Moment::head   ? delegate.onHead
+         : moment == Moment::data ? delegate.onData
+         : moment == Moment::sent ? delegate.onSent
+                                  : delegate.onCompleted) = once;
+        task = moment == Moment::sent ? upload(20'000'000) : session->download(test::SpeedServer::down(20'000'000));
+        EXPECT_TRUE(runUntil([this] { return acted; }));
+        return task;
+    }
+
+    int callsAbout(const std::shared_ptr<BulkTransferTask>& about) {
+        const auto& all = told(about);
+        return static_cast<int>(all.heads.size() + all.results.size()) + all.pieces;
+    }
+
+    std::shared_ptr<BulkTransferTask> task;
+    bool acted = false;
+};
+INSTANTIATE_PROTOCOLS(InsideCallbacksTest);
+
+TEST_P(InsideCallbacksTest, DestroyingTheSessionIsSilentAndHarmless) {
+    for (const auto moment : {Moment::head, Moment::data, Moment::sent, Moment::completed}) {
+        acted = false;
+        delegate = {};
+        makeSession();
+        actAt(moment, [this] { session.reset(); });
+        const auto calls = callsAbout(task);
+        EXPECT_EQ(tcpSockets(), 0);
+        task->cancel();
+        runFor(60ms);
+        EXPECT_EQ(callsAbout(task), calls);
+    }
+}
+
+TEST_P(InsideCallbacksTest, CancellingEndsTheTransferOnce) {
+    for (const auto moment : {Moment::head, Moment::data, Moment::sent}) {
+        acted = false;
+        delegate = {};
+        makeSession();
+        actAt(moment, [this] { task->cancel(); });
+        EXPECT_EQ(finish(task).end, End::cancelled);
+        runFor(60ms);
+        EXPECT_EQ(told(task).results.size(), 1U);
+    }
+}
+
+TEST_P(InsideCallbacksTest, StartingAnotherTransferWorks) {
+    for (const auto moment : {Moment::head, Moment::data, Moment::sent, Moment::completed}) {
+        acted = false;
+        delegate = {};
+        makeSession();
+        std::shared_ptr<BulkTransferTask> second;
+        actAt(moment, [&] { second = session->download(test::SpeedServer::down(2'000'000)); });
+        EXPECT_EQ(finish(second).end, End::finished);
+        EXPECT_EQ(told(second).received, 2'000'000);
+        EXPECT_EQ(finish(task).end, End::finished);
+    }
+}
+
+TEST_P(InsideCallbacksTest, CancellingAnotherTransferIsNotToldFromInsideTheCancel) {
+    const auto other = upload(4'000'000'000);
+    actAt(Moment::data, [&] {
+        other->cancel();
+        EXPECT_TRUE(told(other).results.empty());
+    });
+    EXPECT_EQ(finish(other).end, End::cancelled);
+    EXPECT_EQ(finish(task).end, End::finished);
+}
+
+TEST_P(CurlBulkTransferSessionTest, DestroyingTheSessionWithTransfersUnderWayIsSilent) {
+    const auto down = session->download(test::SpeedServer::down(4'000'000'000));
+    const auto up = upload(4'000'000'000);
+    ASSERT_TRUE(runUntil([&] { return told(down).pieces > 0 && told(up).pieces > 0; }));
+    session.reset();
+    EXPECT_EQ(tcpSockets(), 0);
+    down->cancel();
+    up->cancel();
+    runFor(50ms);
+    EXPECT_TRUE(told(down).results.empty());
+    EXPECT_TRUE(told(up).results.empty());
+}
+
+TEST_P(CurlBulkTransferSessionTest, ADroppedHandleDoesNotEndTheTransfer) {
+    const auto identifier = session->download(test::SpeedServer::down(1'000'000))->taskIdentifier();
+    EXPECT_TRUE(runUntil([&] { return !delegate.told[identifier].results.empty(); }));
+    EXPECT_EQ(delegate.told[identifier].received, 1'000'000);
+}
+
+TEST_P(CurlBulkTransferSessionTest, BytesAreReportedInSteps) {
+    server->set(QStringLiteral("down"), {{QStringLiteral("rate"), 20'000'000}});
+    const auto task = session->download(test::SpeedServer::down(10'000'000));
+    finish(task);
+    EXPECT_GE(told(task).pieces, 10);
+    EXPECT_LE(told(task).pieces, 40) << "half a second, one report every 20 ms";
+}
+
+/// Servers that end a transfer in ways that are not in the book.
+class HostileServerTest : public CurlBulkTransferSessionTest {
+  protected:
+    static QJsonObject deed(std::int64_t at, const char* name) {
+        return {{QStringLiteral("at"), static_cast<qint64>(at)}, {QStringLiteral("deed"), QString::fromUtf8(name)}};
+    }
+
+    /// Starts a download or an upload of a length that cannot end by itself in a test.
+    std::shared_ptr<BulkTransferTask> start(const QString& way) {
+        return way == QStringLiteral("up") ? upload(4'000'000'000)
+                                           : session->download(test::SpeedServer::down(4'000'000'000));
+    }
+};
+INSTANTIATE_PROTOCOLS(HostileServerTest);
+
+TEST_P(HostileServerTest, ALostConnectionFailsTheTransferAndKeepsWhatWasMoved) {
+    for (const auto& way : {QStringLiteral("down"), QStringLiteral("up")}) {
+        for (const auto* how : {"close", "reset", "cancel"}) {
+            server->set(way, deed(3'000'000, how));
+            const auto task = start(way);
+            const auto result = finish(task);
+            EXPECT_EQ(result.end, End::failed) << how;
+            EXPECT_EQ(result.statusCode, way == QStringLiteral("down") ? std::optional(200) : std::nullopt) << how;
+            // What is still in the kernel when an RST comes is lost.
+            EXPECT_GT(told(task).received + told(task).sent, 100'000) << how;
+            EXPECT_LT(told(task).received + told(task).sent, 20'000'000) << how;
+        }
+    }
+}
+
+TEST_P(HostileServerTest, ABodyThatEndsTooSoonIsNoWholeAnswer) {
+    server->set(QStringLiteral("down"), deed(500'000, "close"));
+    const auto task = session->download(test::SpeedServer::down(1'000'000));
+    EXPECT_EQ(finish(task).end, End::failed);
+    EXPECT_EQ(told(task).received, 500'000);
+}
+
+TEST_P(HostileServerTest, WhatIsNotHttpFailsWithoutAStatus) {
+    for (const auto& way : {QStringLiteral("down"), QStringLiteral("up")}) {
+        server->set(way, deed(0, "garbage"));
+        const auto task = start(way);
+        const auto result = finish(task);
+        EXPECT_EQ(result.end, End::failed);
+        EXPECT_EQ(result.statusCode, std::nullopt);
+        EXPECT_TRUE(told(task).heads.empty());
+    }
+}
+
+TEST_P(HostileServerTest, AHeadWithoutEndFails) {
+    for (const auto& way : {QStringLiteral("down"), QStringLiteral("up")}) {
+        server->set(way, deed(0, "flood"));
+        const auto task = start(way);
+        EXPECT_EQ(finish(task).end, End::failed);
+        EXPECT_TRUE(told(task).heads.empty());
+    }
+}
+
+TEST_P(HostileServerTest, AFloodOfInterimAnswersFails) {
+    server->set(QStringLiteral("down"), {{QStringLiteral("interim"), 10'000}});
+    const auto task = start(QStringLiteral("down"));
+    EXPECT_EQ(finish(task).end, End::failed);
+    EXPECT_TRUE(told(task).heads.empty());
+}
+
+using HostileHttp2Test = HostileServerTest;
+INSTANTIATE_TEST_SUITE_P(Protocols, HostileHttp2Test, testing::Values("h2"));
+
+TEST_P(HostileHttp2Test, WhoeverOnlyKeepsTheConnectionAwakeIsLeft) {
+    for (const auto& way : {QStringLiteral("down"), QStringLiteral("up")}) {
+        server->set(way, deed(0, "pings"));
+        const auto before = processorTime();
+        const auto task = start(way);
+        EXPECT_EQ(finish(task).end, End::failed);
+        EXPECT_LT(processorTime() - before, 2s);
+    }
+}
+
+TEST_P(HostileServerTest, ATrickleCostsNoProcessorTime) {
+    for (const auto& way : {QStringLiteral("down"), QStringLiteral("up")}) {
+        server->set(way, {{QStringLiteral("rate"), 20'000}});
+        const auto task = start(way);
+        runFor(200ms);
+        EXPECT_LT(processorShare(500ms), 0.15);
+        EXPECT_TRUE(told(task).results.empty());
+        task->cancel();
+        finish(task);
+    }
+}
+
+TEST_P(HostileServerTest, AnAnswerOfFourGigabytesTakesNoMemory) {
+    server->set(QStringLiteral("down"), {{QStringLiteral("length"), qint64{4'000'000'000}}});
+    const auto task = session->download(test::SpeedServer::down(40'000'000));
+    ASSERT_TRUE(runUntil([&] { return told(task).received > 20'000'000; }));
+    const auto before = residentBytes();
+    ASSERT_TRUE(runUntil([&] { return told(task).received > 400'000'000; }, 30s));
+    EXPECT_LT(residentBytes() - before, 4'000'000);
+}
+
+TEST_P(HostileServerTest, ABodyOfFourGigabytesTakesNoMemory) {
+    const auto before = residentBytes();
+    const auto task = start(QStringLiteral("up"));
+    ASSERT_TRUE(runUntil([&] { return told(task).sent > 400'000'000; }, 30s));
+    EXPECT_LT(residentBytes() - before, 8'000'000);
+}
+
+/// Uploads that are answered before their body has been read.
+class EarlyAnswerTest : public CurlBulkTransferSessionTest {
+  protected:
+    static constexpr std::int64_t size = 20'000'000;
+
+    std::shared_ptr<BulkTransferTask> answered(int status, int at, const char* afterwards) {
+        server->set(QStringLiteral("up"), {{QStringLiteral("status"), status},
+                                           {QStringLiteral("answerAt"), at},
+                                           {QStringLiteral("afterwards"), QString::fromUtf8(afterwards)}});
+        return upload(size);
+    }
+};
+INSTANTIATE_PROTOCOLS(EarlyAnswerTest);
+
+TEST_P(EarlyAnswerTest, ARefusalEndsTheTransferAtOnce) {
+    for (const int status : {301, 403, 429, 500}) {
+        for (const auto* afterwards : {"read", "stop"}) {
+            const auto task = answered(status, 100'000, afterwards);
+            const auto result = finish(task);
+            EXPECT_EQ(result.end, End::cancelled) << status << afterwards;
+            EXPECT_EQ(result.statusCode, status);
+            EXPECT_LT(told(task).sent, size);
+        }
+    }
+}
+
+TEST_P(EarlyAnswerTest, WhoAnswersAndReadsOnGetsTheWholeBody) {
+    for (const int at : {0, 100'000, 1'000'000}) {
+        const auto task = answered(200, at, "read");
+        const auto result = finish(task);
+        EXPECT_EQ(result.end, End::finished) << at;
+        EXPECT_EQ(result.statusCode, 200);
+        // libcurl is done when the kernel has it all.
+        EXPECT_GT(told(task).sent, size / 2);
+        EXPECT_LE(told(task).sent, size);
+        EXPECT_TRUE(runUntil([&] { return lastSeriesValue(server->requests().last().toObject()) > size / 2; }));
+    }
+}
+
+TEST_P(EarlyAnswerTest, WhoAnswersAndReadsNoMoreGetsNoMore) {
+    for (const int at : {0, 100'000, 1'000'000}) {
+        const auto task = answered(200, at, "stop");
+        ASSERT_TRUE(runUntil([&] { return !told(task).heads.empty(); }));
+        runFor(100ms);
+        EXPECT_LT(processorShare(400ms), 0.15) << at;
+        EXPECT_LT(told(task).sent, size / 2) << "only what has been acknowledged counts";
+        const bool isHttp2 = std::string_view(GetParam()) == "h2";
+        // HTTP/2 can say that no more is wanted; in HTTP/1.1 the caller's deadline decides.
+        ASSERT_EQ(told(task).results.size(), isHttp2 ? 1U : 0U);
+        if (isHttp2) {
+            EXPECT_EQ(told(task).results[0].end, End::finished);
+        }
+        task->cancel();
+        finish(task);
+    }
+}
+
+TEST_P(EarlyAnswerTest, AConnectionLostAfterAWholeAnswerDoesNotUndoTheAnswer) {
+    const auto task = answered(200, 1'000'000, "close");
+    const auto result = finish(task);
+    // The end of the connection may overtake the answer; then there is none.
+    EXPECT_EQ(result.end, result.statusCode ? End::finished : End::failed);
+    EXPECT_LT(told(task).sent, size);
+}
+
+TEST_P(CurlBulkTransferSessionTest, AnUploadIsNotHeldInMemoryTwiceNorOnce) {
+    const auto before = residentBytes();
+    const auto body = zeroBody(200'000'000);
+    const auto task = session->upload(test::SpeedServer::up(), "text/plain", body, 60s);
+    EXPECT_EQ(finish(task).end, End::finished);
+    EXPECT_LT(residentBytes() - before, 8'000'000);
 }
 
 } // namespace
