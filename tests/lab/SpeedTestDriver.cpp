@@ -1,9 +1,9 @@
 // lab_speedtest [PHASE_SECONDS]
 //
-// Runs one speed test as the program does, without its window. Prints how the gauge would move to standard error and,
-// at the end, one JSON object to standard output: for "down" and "up" the result in Mbit/s (null: failed), when the
-// phase began and ended (seconds, monotonic) and the bytes over time; and the processor seconds and peak memory it
-// took.
+// Runs one speed test as the program does, without its window, and lives on for a second. Prints how the gauge would
+// move to standard error and, at the end of the test, one JSON object to standard output: for "down" and "up" the
+// result in Mbit/s (null: failed), when the phase began and ended (seconds, monotonic) and the bytes over time; and the
+// processor seconds and peak memory it took.
 
 #include "connectivity/ConnectivityEngine.h"
 #include "platform/linux/system/SystemClock.h"
@@ -14,9 +14,11 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QTimer>
 
 #include <sys/resource.h>
 
+#include <chrono>
 #include <iostream>
 #include <memory>
 #include <utility>
@@ -133,7 +135,7 @@ int main(int argc, char** argv) {
     measurement.setDisplay(&display);
     measurement.onFinished = [&](std::optional<double> down, std::optional<double> up) {
         print(phases, down, up);
-        QCoreApplication::quit();
+        QTimer::singleShot(std::chrono::seconds(1), &QCoreApplication::quit);
     };
     measurement.start();
     return QCoreApplication::exec();
