@@ -10,13 +10,11 @@ namespace skylet {
 
 namespace {
 
-// Only a table that changes while it is read needs a second attempt.
-constexpr int maximumAttempts = 8;
-
 std::optional<LinkTable> readLinks(const std::stop_token& stop) {
     auto progress = NetlinkSocket::Progress::interrupted;
     LinkTable links;
-    for (int attempt = 0; attempt < maximumAttempts && progress == NetlinkSocket::Progress::interrupted; ++attempt) {
+    for (int attempt = 0; attempt < NetlinkSocket::maximumAttempts && progress == NetlinkSocket::Progress::interrupted;
+         ++attempt) {
         links.clear();
         auto socket = NetlinkSocket::open(NetlinkSocket::Mode::blocking);
         if (!socket || !socket->requestLinks()) {

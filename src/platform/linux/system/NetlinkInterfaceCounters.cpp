@@ -1,7 +1,7 @@
 #include "platform/linux/system/NetlinkInterfaceCounters.h"
 
 #include <fcntl.h>
-#include <net/if.h>
+#include <linux/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
@@ -20,7 +20,7 @@ namespace {
 constexpr int receivedBytesColumn = 0;
 constexpr int sentBytesColumn = 8;
 // The kernel hands the table out page by page, so one that changes meanwhile may lack a line.
-constexpr int maximumAttempts = 8;
+constexpr int maximumReads = 8;
 
 /// Takes the next run of characters other than spaces off the front of `line`.
 std::string_view takeWord(std::string_view& line) {
@@ -30,7 +30,7 @@ std::string_view takeWord(std::string_view& line) {
     return word;
 }
 
-std::optional<std::uint64_t> number(std::string_view word) {
+std::optional<std::uint64_t> counted(std::string_view word) {
     std::uint64_t value = 0;
     const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
     return error == std::errc() && end == word.data() + word.size() ? std::optional(value) : std::nullopt;
@@ -46,7 +46,7 @@ std::optional<InterfaceCounter> parseLine(std::string_view line) {
     std::string_view columns = line.substr(colon + 1);
     std::array<std::optional<std::uint64_t>, sentBytesColumn + 1> values;
     for (auto& value : values) {
-        value = number(takeWord(columns));
+        value = counted(takeWord(columns));
     }
     if (name.empty() || !values[receivedBytesColumn] || !values[sentBytesColumn]) {
         return std::nullopt;
@@ -59,7 +59,7 @@ std::optional<InterfaceCounter> parseLine(std::string_view line) {
 }
 
 /// Opened anew each time: an open one would stay with the namespace it was opened in.
-std::optional<QByteArray> readTable() {
+std::optional<QByteArray> readDeviceTable() {
     const FileDescriptor file(open("/proc/self/net/dev", O_RDONLY | O_CLOEXEC));
     QByteArray table;
     std::array<char, 8192> buffer; // NOLINT: filled by the kernel
@@ -97,8 +97,8 @@ std::optional<std::vector<InterfaceCounter>> NetlinkInterfaceCounters::read() {
     }
     std::vector<InterfaceCounter> counters;
     bool isWhole = false;
-    for (int attempt = 0; attempt < maximumAttempts && !isWhole; ++attempt) {
-        const auto table = readTable();
+    for (int attempt = 0; attempt < maximumReads && !isWhole; ++attempt) {
+        const auto table = readDeviceTable();
         if (!table || !control_.isValid()) {
             return std::nullopt;
         }

@@ -33,6 +33,8 @@ class NetlinkSocket {
 
     /// As large as the kernel makes the datagrams of a table (libmnl's MNL_SOCKET_DUMP_SIZE).
     static constexpr std::size_t datagramSize = 32768;
+    /// How often to read tables that change each time they are read.
+    static constexpr int maximumAttempts = 8;
 
     /// Empty optional: the system gives no such socket. A blocking socket waits for an answer for at most `patience`.
     static std::optional<NetlinkSocket> open(Mode mode);

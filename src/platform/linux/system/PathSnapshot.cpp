@@ -16,8 +16,6 @@ using namespace std::chrono_literals;
 
 // A table of a million routes takes about a second.
 constexpr auto snapshotPatience = 5s;
-// Only a table that changes while it is read needs a second attempt.
-constexpr int maximumAttempts = 8;
 
 // Each attempt has a socket of its own, so that the rest of an interrupted table cannot get mixed up with the next one.
 std::optional<PathState> readOnce(const std::stop_token& stop, NetlinkSocket::Progress& progress) {
@@ -52,7 +50,8 @@ std::optional<PathState> readOnce(const std::stop_token& stop, NetlinkSocket::Pr
 std::optional<PathState> readTables(const std::stop_token& stop) {
     std::optional<PathState> state;
     auto progress = NetlinkSocket::Progress::interrupted;
-    for (int attempt = 0; attempt < maximumAttempts && progress == NetlinkSocket::Progress::interrupted; ++attempt) {
+    for (int attempt = 0; attempt < NetlinkSocket::maximumAttempts && progress == NetlinkSocket::Progress::interrupted;
+         ++attempt) {
         state = readOnce(stop, progress);
     }
     return state;
