@@ -5,32 +5,48 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <algorithm>
 #include <utility>
 
 namespace skylet {
 
 namespace {
 
-/// `path` as the one word of an Exec line, before the escapes that every text of a desktop entry needs.
-QString quotedArgument(const QString& path) {
-    QString quoted = QStringLiteral("\"");
-    for (const QChar character : path) {
+/// `argument` as one word of an Exec line (Desktop Entry Specification, "The Exec key").
+QString quoted(const QString& argument) {
+    QString word = QStringLiteral("\"");
+    for (const QChar character : argument) {
         if (QStringLiteral("\"`$\\").contains(character)) {
-            quoted += u'\\';
+            word += u'\\';
         } else if (character == u'%') {
             // Alone it would begin a field code.
-            quoted += u'%';
+            word += u'%';
         }
-        quoted += character;
+        word += character;
     }
-    return quoted + u'"';
+    return word + u'"';
 }
 
-QString escapedText(QString text) {
+/// `text` as the value of a key of type string (ibid., "Possible value types").
+QString escaped(QString text) {
     return text.replace(u'\\', QStringLiteral("\\\\"))
         .replace(u'\n', QStringLiteral("\\n"))
         .replace(u'\t', QStringLiteral("\\t"))
         .replace(u'\r', QStringLiteral("\\r"));
+}
+
+/// GLib and systemd look for the program before they have turned "%%" into "%", and systemd starts none with quotes or
+/// control characters in its name. As an argument they read all of that right.
+bool mustBeAnArgument(const QString& executable) {
+    return std::any_of(executable.begin(), executable.end(), [](QChar character) {
+        return QStringLiteral("%\"'").contains(character) || character < u' ' || character == u'\x7f';
+    });
+}
+
+/// Where it must, nice(1) becomes the program and changes nothing; env(1) would take a path with a "=" for a variable.
+/// Systemd (252) misreads backslashes, "$" and "`" in either place; GLib understands them.
+QString commandLine(const QString& executable) {
+    return mustBeAnArgument(executable) ? QStringLiteral("nice -n 0 ") + quoted(executable) : quoted(executable);
 }
 
 } // namespace
@@ -43,27 +59,34 @@ bool LaunchAgent::exists() const {
 }
 
 void LaunchAgent::toggle() {
-    if (exists()) {
+    const bool wanted = !exists();
+    // A link to nothing does not exist for those who would start the program, and would lead the file elsewhere.
+    if (!wanted || QFileInfo(path_).isSymLink()) {
         QFile::remove(path_);
+    }
+    if (!wanted) {
         return;
     }
     QDir().mkpath(QFileInfo(path_).path());
     QSaveFile file(path_);
-    if (file.open(QIODevice::WriteOnly)) {
-        file.write(desktopEntry(executable_));
+    const QByteArray entry = desktopEntry(executable_);
+    // Flushed first, because `commit` overlooks a disk that turns out to be full while it closes the file.
+    if (file.open(QIODevice::WriteOnly) && file.write(entry) == entry.size() && file.flush()) {
         file.commit();
     }
 }
 
 QByteArray LaunchAgent::desktopEntry(const QString& executable) {
-    return QStringLiteral("[Desktop Entry]\n"
-                          "Type=Application\n"
-                          "Name=Skylet\n"
-                          "Icon=com.vorn.skylet\n"
-                          "Exec=%1\n"
-                          "Terminal=false\n"
-                          "StartupNotify=false\n")
-        .arg(escapedText(quotedArgument(executable)))
+    return (QStringLiteral("[Desktop Entry]\n"
+                           "Type=Application\n"
+                           "Name=Skylet\n"
+                           "Icon=com.vorn.skylet\n"
+                           "X-Skylet-Identifier=com.vorn.skylet\n"
+                           "Exec=") +
+            escaped(commandLine(executable)) +
+            QStringLiteral("\n"
+                           "Terminal=false\n"
+                           "StartupNotify=false\n"))
         .toUtf8();
 }
 

@@ -12,7 +12,7 @@ class LaunchAgent {
     /// `path`: the file. `executable`: absolute path of the program to start.
     LaunchAgent(QString path, QString executable);
 
-    /// Whether a file stands at the path, whatever is in it.
+    /// Whether a file stands at the path, whatever is in it. A link to nothing is none.
     bool exists() const;
     /// Removes the file if there is one, else writes it, with its folder. Errors are ignored: ask `exists` afterwards.
     void toggle();

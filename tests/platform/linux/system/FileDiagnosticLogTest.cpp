@@ -1,6 +1,6 @@
 #include "platform/linux/system/FileDiagnosticLog.h"
 
-#include "UnprivilegedUser.h"
+#include "support/UnprivilegedUser.h"
 #include "platform/linux/system/FileDescriptor.h"
 
 #include <QDeadlineTimer>

@@ -1,6 +1,6 @@
 #include "platform/linux/system/IniUserDefaults.h"
 
-#include "UnprivilegedUser.h"
+#include "support/UnprivilegedUser.h"
 
 #include <QDir>
 #include <QFile>
