@@ -12,6 +12,7 @@ from desktop import Bus, Logind, StatusArea
 from network import Network, Tool
 from panel import Panel
 from program import Program, schedule
+from screen import Screen
 
 SERVER, TRAFFIC = (Path(__file__).with_name(name) for name in ("server.py", "traffic.py"))
 
@@ -142,6 +143,10 @@ class Lab:
     def start_panel(self, kind):
         """A real panel, which the program will use instead of `area`."""
         return Panel(self, self._stack, kind)
+
+    def start_screen(self):
+        """A screen for the program's windows, beside `area`."""
+        return Screen(self, self._stack)
 
     def stalls(self):
         """How long the program leaves its callers without an answer: see StatusArea.stalls."""

@@ -64,6 +64,10 @@ class Program:
                 [settings.PROGRAM], env=self.environment, stdout=output, stderr=subprocess.STDOUT))
 
     @property
+    def file(self):
+        return settings.PROGRAM
+
+    @property
     def sanitized(self):
         """Whether it was built with a sanitizer, whose memory hides its own."""
         return b"__asan_init" in settings.PROGRAM.read_bytes()
