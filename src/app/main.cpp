@@ -4,6 +4,7 @@
 #include "connectivity/HTTPConnectivityProbe.h"
 #include "platform/NetworkEpoch.h"
 #include "platform/linux/statusitem/DesktopApplication.h"
+#include "platform/linux/system/BusLoss.h"
 #include "platform/linux/system/FileDiagnosticLog.h"
 #include "platform/linux/system/IniUserDefaults.h"
 #include "platform/linux/system/LogindSleepMonitor.h"
@@ -72,6 +73,7 @@ int main(int argc, char** argv) {
         return EXIT_SUCCESS;
     }
     const UnixSignals signals([&application] { application.terminate(); });
+    const BusLoss busLoss(QDBusConnection::sessionBus(), [&application] { application.terminate(); });
 
     const auto clock = std::make_shared<SystemClock>();
     const auto epoch = std::make_shared<NetworkEpoch>();
@@ -94,7 +96,7 @@ int main(int argc, char** argv) {
                    .makeSpeedTest = makeSpeedTest(clock, epoch),
                    .windows = windows},
                   makeEngine(clock, epoch), launchAgent());
-    // Quit, the end of the session and the signals all leave the event loop this way.
+    // Quit, the end of the session or of its bus, and the signals all leave the event loop this way.
     QObject::connect(&qt, &QCoreApplication::aboutToQuit, &qt, [&skylet] { skylet.applicationWillTerminate(); });
     skylet.applicationDidFinishLaunching();
     return QApplication::exec();

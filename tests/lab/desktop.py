@@ -310,7 +310,8 @@ class StatusArea:
     def _close(self):
         if self._connection:
             self._lose_item()
-            self._connection.close_sync()
+            if not self._connection.is_closed():  # a bus that died has taken it along
+                self._connection.close_sync()
             self._connection = None
 
     def _watcher_get(self, _connection, _sender, _path, _interface, name):

@@ -1,5 +1,6 @@
 """Start and end, and a desktop that lacks something."""
 
+import os
 import signal
 import time
 
@@ -35,6 +36,16 @@ def test_without_a_session_bus_it_says_so_in_one_line(lab):
     assert len(lines) == 1
     assert "session bus" in lines[0].lower()
     assert lab.program.running or lab.program.wait(0) >= 0
+
+
+def test_it_ends_cleanly_when_its_session_bus_dies(lab):
+    lab.start()
+    os.kill(lab.session_bus.pid, signal.SIGKILL)
+    assert lab.program.wait(1) == 0
+    time.sleep(0.3)  # the farewells of the connections
+    lab.link.reset()
+    time.sleep(2)
+    assert lab.link.bytes() == 0
 
 
 def test_a_system_bus_is_not_needed(lab):

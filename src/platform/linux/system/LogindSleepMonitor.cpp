@@ -15,10 +15,6 @@ constexpr QLatin1StringView logindService("org.freedesktop.login1");
 constexpr QLatin1StringView logindPath("/org/freedesktop/login1");
 constexpr QLatin1StringView managerInterface("org.freedesktop.login1.Manager");
 constexpr QLatin1StringView sleepSignal("PrepareForSleep");
-// What the D-Bus library itself says when the connection is lost.
-constexpr QLatin1StringView localPath("/org/freedesktop/DBus/Local");
-constexpr QLatin1StringView localInterface("org.freedesktop.DBus.Local");
-constexpr QLatin1StringView disconnectedSignal("Disconnected");
 
 /// Sends `message` and calls `consume` with the answer, from the event loop. The answer, and a descriptor in it, is
 /// gone soon after whether or not anybody still wants it.
@@ -36,7 +32,7 @@ void ask(const QDBusConnection& bus, QObject& owner, const QDBusMessage& message
 
 LogindSleepMonitor::LogindSleepMonitor(QDBusConnection bus, NetworkEpoch& epoch,
                                        std::chrono::milliseconds toleratedAbsence)
-    : bus_(std::move(bus)), epoch_(epoch) {
+    : bus_(std::move(bus)), busLoss_(bus_, [this] { followOwner(QString()); }), epoch_(epoch) {
     watcher_.setConnection(bus_);
     watcher_.setWatchMode(QDBusServiceWatcher::WatchForOwnerChange);
     connect(&watcher_, &QDBusServiceWatcher::serviceOwnerChanged, this,
@@ -50,14 +46,12 @@ void LogindSleepMonitor::start(std::function<void()> willSleep, std::function<vo
     stop();
     willSleep_ = std::move(willSleep);
     didWake_ = std::move(didWake);
-    bus_.connect(QString(), localPath, localInterface, disconnectedSignal, this, SLOT(busLost()));
     watcher_.addWatchedService(logindService);
     findOwner();
 }
 
 void LogindSleepMonitor::stop() {
     watcher_.removeWatchedService(logindService);
-    bus_.disconnect(QString(), localPath, localInterface, disconnectedSignal, this, SLOT(busLost()));
     asleep_ = false;
     followOwner(QString());
     absence_.stop();
@@ -134,10 +128,6 @@ void LogindSleepMonitor::prepareForSleep(bool sleeping) {
     if (sleeping != asleep_) {
         sleeping ? goToSleep() : wakeUp();
     }
-}
-
-void LogindSleepMonitor::busLost() {
-    followOwner(QString());
 }
 
 void LogindSleepMonitor::goToSleep() {

@@ -3,6 +3,7 @@
 #include "platform/Lifetime.h"
 #include "platform/NetworkEpoch.h"
 #include "platform/SleepMonitor.h"
+#include "platform/linux/system/BusLoss.h"
 
 #include <QDBusConnection>
 #include <QDBusServiceWatcher>
@@ -35,7 +36,6 @@ class LogindSleepMonitor : public QObject, public SleepMonitor {
 
   private Q_SLOTS:
     void prepareForSleep(bool sleeping);
-    void busLost();
 
   private: // NOLINT(readability-redundant-access-specifiers): the one above is moc's
     void findOwner();
@@ -46,6 +46,7 @@ class LogindSleepMonitor : public QObject, public SleepMonitor {
     void wakeUp();
 
     QDBusConnection bus_;
+    BusLoss busLoss_;
     NetworkEpoch& epoch_;
     QDBusServiceWatcher watcher_;
     QTimer absence_;
