@@ -32,6 +32,8 @@ PlainWindow::PlainWindow(const QString& title, QSize content)
     // Frames are given as they stand on the screen.
     setLayoutDirection(Qt::LeftToRight);
     setAttribute(Qt::WA_QuitOnClose, false);
+    // Until the user asks for a control by the Tab key, none is marked as having the keyboard.
+    setFocus();
     connect(new QShortcut(QKeySequence(Qt::Key_Escape), this), &QShortcut::activated, this, &QWidget::close);
 }
 
@@ -46,7 +48,13 @@ void PlainWindow::bringToFront() {
     if (!std::exchange(wasShown_, true)) {
         center();
     }
-    setWindowState(windowState() & ~Qt::WindowMinimized);
+    if (isMinimized()) {
+        setWindowState(windowState() & ~Qt::WindowMinimized);
+    } else if (isVisible() && !isOnScreen(*this)) {
+        // On another virtual desktop: taken off the screen and shown anew, a window comes up where the user is. Few
+        // desktops let a program move the user there.
+        hide();
+    }
     show();
     raise();
     activateWindow();
