@@ -1,0 +1,58 @@
+// transfer_bench down|up URL [BYTES]
+//
+// Moves one body over the program's transfer session: gets URL, or posts BYTES zeros there. Prints the bytes moved, the
+// seconds it took and the most memory it occupied (KB).
+
+#include "platform/linux/transfer/CurlBulkTransferSession.h"
+
+#include <QCoreApplication>
+
+#include <sys/resource.h>
+
+#include <chrono>
+#include <iostream>
+#include <string>
+
+namespace {
+
+using namespace skylet;
+
+class Counter final : public BulkTransferDelegate {
+  public:
+    ResponseDisposition responseReceived(TaskIdentifier /*task*/, std::optional<int> /*statusCode*/) override {
+        return ResponseDisposition::allow;
+    }
+    void dataReceived(TaskIdentifier /*task*/, std::int64_t count) override { bytes += count; }
+    void bodySent(TaskIdentifier /*task*/, std::int64_t count) override { bytes += count; }
+    void completed(TaskIdentifier /*task*/, const BulkTransferResult& result) override {
+        QCoreApplication::exit(result.end == BulkTransferResult::End::finished ? 0 : 1);
+    }
+
+    std::int64_t bytes = 0;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const QCoreApplication application(argc, argv);
+    if (argc < 3) {
+        std::cerr << "usage: transfer_bench down|up URL [BYTES]\n";
+        return 2;
+    }
+    Counter counter;
+    const Seconds limit(600);
+    CurlBulkTransferSession session({limit, limit}, std::make_shared<NetworkEpoch>(), counter);
+    const QUrl url(QString::fromUtf8(argv[2]));
+    const auto start = std::chrono::steady_clock::now();
+    if (argc > 3) {
+        session.upload(url, "application/octet-stream", zeroBody(std::stoull(argv[3])), limit);
+    } else {
+        session.download(url);
+    }
+    const int code = QCoreApplication::exec();
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    std::cout << counter.bytes << ' ' << taken.count() << ' ' << usage.ru_maxrss << '\n';
+    return code;
+}
