@@ -110,7 +110,7 @@ class Http1 final : public Protocol {
         }
         out += "HTTP/1.1 " + std::to_string(behaviour.status) + " Lab\r\n";
         for (const auto& [name, value] : behaviour.headers) {
-            out += name + ": " + value + "\r\n";
+            out.append(name).append(": ").append(value).append("\r\n");
         }
         out += "content-length: " + std::to_string(length) + "\r\n\r\n";
         headSent_ = true;
