@@ -34,7 +34,15 @@ QColor toColor(const GaugeColor& color) {
                             static_cast<float>(color.blue));
 }
 
-const QColor background = toColor({0.08, 0.09, 0.12});
+constexpr GaugeColor backgroundColor{0.08, 0.09, 0.12};
+const QColor background = toColor(backgroundColor);
+
+/// What translucent white makes of the background. An opaque colour looks the same and costs half as much: Qt hands
+/// translucent shapes to several threads, which pays for larger pictures only.
+QColor whiteOnBackground(double alpha) {
+    const auto part = [alpha](double behind) { return alpha + (1 - alpha) * behind; };
+    return toColor({part(backgroundColor.red), part(backgroundColor.green), part(backgroundColor.blue)});
+}
 
 constexpr std::chrono::duration<std::int64_t, std::ratio<1, 30>> frameTime{1};
 /// Someone who hears the gauge instead of seeing it is told no more often than this.
@@ -68,9 +76,8 @@ class Dial {
         return path;
     }
     QRectF numberArea() const { return {0, center_.y() + radius_ - 18, width_, 48}; }
-    QRectF unitArea() const { return {0, center_.y() + radius_ + 32, width_, 16}; }
-    /// The upper part of the unit's area, where its text stands: the captions of the results are close beneath.
-    QRectF unitLine() const { return unitArea().adjusted(0, 0, 0, -4); }
+    /// The upper part of the 16 that the unit has: the captions of the results are close beneath.
+    QRectF unitLine() const { return {0, center_.y() + radius_ + 32, width_, 10}; }
     QRectF captionArea() const { return {0, center_.y() - 0.35 * radius_ - 16, width_, 16}; }
 
   private:
@@ -80,7 +87,7 @@ class Dial {
 };
 
 void drawArcs(QPainter& painter, const Dial& dial, double value, const QColor& accent) {
-    QPen pen(whiteWithAlpha(0.1), arcWidth, Qt::SolidLine, Qt::RoundCap);
+    QPen pen(whiteOnBackground(0.1), arcWidth, Qt::SolidLine, Qt::RoundCap);
     painter.strokePath(dial.arc(gauge::sweep), pen);
     const double fraction = gauge::fraction(value);
     if (fraction > leastDrawnFraction) {
@@ -162,9 +169,11 @@ QAccessibleInterface* makeAccessible(const QString& /*className*/, QObject* obje
     return gauge != nullptr ? new AccessibleGauge(*gauge) : nullptr;
 }
 
-/// How far the drawing reaches below bounds of that size.
+/// How far the unit's text reaches below bounds of that size: no further, so that the captions beneath are not painted
+/// again with each frame.
 int overhang(QSize bounds) {
-    return std::max(0, static_cast<int>(std::ceil(Dial(bounds).unitArea().bottom())) - bounds.height());
+    constexpr double descender = 4;
+    return std::max(0, static_cast<int>(std::ceil(Dial(bounds).unitLine().bottom() + descender)) - bounds.height());
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QPainter>
+#include <QTextLayout>
 
 #include <algorithm>
 #include <cmath>
@@ -29,22 +30,21 @@ QFont systemFont(double pixels, QFont::Weight weight) {
     return font;
 }
 
-TabularLine layOutTabular(const QString& text, const std::function<double(const QString&)>& advance) {
-    double narrowest = advance(QStringLiteral("0"));
+TabularLine layOutTabular(const QString& text, const Advances& advances) {
+    double narrowest = advances.digit(u'0');
     double widest = narrowest;
     for (char16_t digit = u'1'; digit <= u'9'; ++digit) {
-        const double width = advance(QString(QChar(digit)));
+        const double width = advances.digit(digit);
         narrowest = std::min(narrowest, width);
         widest = std::max(widest, width);
     }
     if (narrowest == widest || std::none_of(text.cbegin(), text.cend(), isDigit)) {
-        return {{{text, 0}}, advance(text)};
+        return {{{text, 0}}, advances.text(text)};
     }
     TabularLine line;
     for (qsizetype i = 0; i < text.size();) {
         if (isDigit(text.at(i))) {
-            const QString digit = text.mid(i, 1);
-            line.runs.push_back({digit, line.width + (widest - advance(digit)) / 2});
+            line.runs.push_back({text.mid(i, 1), line.width + (widest - advances.digit(text.at(i))) / 2});
             line.width += widest;
             ++i;
             continue;
@@ -52,23 +52,29 @@ TabularLine layOutTabular(const QString& text, const std::function<double(const 
         const auto end = std::find_if(text.cbegin() + i, text.cend(), isDigit) - text.cbegin();
         const QString rest = text.mid(i, end - i);
         line.runs.push_back({rest, line.width});
-        line.width += advance(rest);
+        line.width += advances.text(rest);
         i = end;
     }
     return line;
 }
 
 void drawCentered(QPainter& painter, const QRectF& area, const QString& text, const QFont& font) {
-    const QFontMetricsF metrics(font);
-    painter.setFont(font);
-    painter.drawText(QPointF(area.center().x() - metrics.horizontalAdvance(text) / 2, centeredBaseline(area, metrics)),
-                     text);
+    // Measured and drawn from one shaping of the text, which is what costs the time.
+    QTextLayout layout(text, font, painter.device());
+    layout.beginLayout();
+    QTextLine line = layout.createLine();
+    layout.endLayout();
+    if (line.isValid()) {
+        const double baseline = area.center().y() + (line.ascent() - line.descent()) / 2;
+        line.draw(&painter, QPointF(area.center().x() - line.naturalTextWidth() / 2, baseline - line.ascent()));
+    }
 }
 
 void drawTabularCentered(QPainter& painter, const QRectF& area, const QString& text, const QFont& font) {
     const QFontMetricsF metrics(font);
     const TabularLine line =
-        layOutTabular(text, [&metrics](const QString& part) { return metrics.horizontalAdvance(part); });
+        layOutTabular(text, {[&metrics](QChar digit) { return metrics.horizontalAdvance(digit); },
+                             [&metrics](const QString& part) { return metrics.horizontalAdvance(part); }});
     const QPointF start(area.center().x() - line.width / 2, centeredBaseline(area, metrics));
     painter.setFont(font);
     for (const TextRun& run : line.runs) {

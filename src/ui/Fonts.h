@@ -28,8 +28,13 @@ struct TabularLine {
     double width = 0;
 };
 
-/// `advance`: how wide a text is.
-TabularLine layOutTabular(const QString& text, const std::function<double(const QString&)>& advance);
+/// How wide a digit or a text is.
+struct Advances {
+    std::function<double(QChar)> digit;
+    std::function<double(const QString&)> text;
+};
+
+TabularLine layOutTabular(const QString& text, const Advances& advances);
 
 /// Draws one line in the middle of `area`, with the painter's pen. What does not fit stands out on all sides alike.
 void drawCentered(QPainter& painter, const QRectF& area, const QString& text, const QFont& font);

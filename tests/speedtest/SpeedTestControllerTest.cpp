@@ -99,7 +99,7 @@ TEST_F(SpeedTestControllerTest, PutsEverythingInItsPlace) {
     show();
     EXPECT_EQ(window().windowTitle(), QStringLiteral("Speed Test"));
     EXPECT_EQ(window().size(), QSize(360, 420));
-    EXPECT_EQ(gauge().geometry(), QRect(0, 10, 360, 316));
+    EXPECT_EQ(gauge().geometry(), QRect(0, 10, 360, 314));
     EXPECT_EQ(label(QStringLiteral("httpsCaption")).geometry(), QRect(20, 324, 100, 14));
     EXPECT_EQ(label(QStringLiteral("downloadCaption")).geometry(), QRect(130, 324, 100, 14));
     EXPECT_EQ(label(QStringLiteral("uploadCaption")).geometry(), QRect(240, 324, 100, 14));

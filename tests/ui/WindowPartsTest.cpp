@@ -11,21 +11,26 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <map>
+#include <numeric>
+#include <utility>
+#include <vector>
 
 namespace skylet {
 namespace {
 
 using testing::ElementsAre;
 
-/// Widths as in a font with a narrow 1 and letters of one width.
-double advance(const QString& text) {
-    double width = 0;
-    for (const QChar character : text) {
-        width += character == u'1' ? 4 : character == u'.' ? 3 : 10;
-    }
-    return width;
+double narrowOne(QChar character) {
+    return character == u'1' ? 4 : character == u'.' ? 3 : 10;
 }
+
+double sum(const QString& text) {
+    return std::accumulate(text.cbegin(), text.cend(), 0.0,
+                           [](double width, QChar character) { return width + narrowOne(character); });
+}
+
+/// Widths as in a font with a narrow 1 and letters of one width.
+const Advances advance{narrowOne, sum};
 
 std::vector<std::pair<QString, double>> runs(const TabularLine& line) {
     std::vector<std::pair<QString, double>> found;
@@ -62,7 +67,8 @@ TEST(TabularLineTest, LeavesTextsWithoutDigitsAlone) {
 }
 
 TEST(TabularLineTest, LeavesFontsAloneWhoseDigitsAreAlike) {
-    const auto even = [](const QString& text) { return 7.0 * static_cast<double>(text.size()); };
+    const Advances even{[](QChar) { return 7.0; },
+                        [](const QString& text) { return 7.0 * static_cast<double>(text.size()); }};
     EXPECT_THAT(runs(layOutTabular(QStringLiteral("11.8"), even)), ElementsAre(run(u"11.8", 0)));
 }
 

@@ -53,11 +53,15 @@ class Session:
 
     def _start_screen(self):
         reader, writer = os.pipe()
-        self.start(["Xvfb", "-displayfd", str(writer), "-screen", "0", SCREEN, "-nolisten", "tcp"], env=os.environ,
-                   pass_fds=[writer])
+        # A number of its own: the first free one looks free to servers in several network namespaces at once. No reset
+        # when the last client goes, which would turn away the next one.
+        display = f":{1000 + os.getpid() % 50000}"
+        self.screen = self.start(["Xvfb", display, "-displayfd", str(writer), "-screen", "0", SCREEN, "-nolisten", "tcp",
+                                  "-noreset"], env=os.environ, pass_fds=[writer])
         os.close(writer)
         with os.fdopen(reader) as answer:
-            return ":" + answer.readline().strip()
+            assert answer.readline().strip() == display[1:]
+        return display
 
     def _start_bus(self):
         configuration = Path(self._folder, "bus.conf")

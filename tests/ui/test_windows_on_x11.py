@@ -176,6 +176,7 @@ def test_titles_and_pictures(session, language, titles, scale):
     """Keeps a picture of each window with its frame, on a light and on a dark desktop."""
     folder = Path(os.environ["SKYLET_WINDOWS_PICTURES"])
     folder.mkdir(parents=True, exist_ok=True)
+    session.run("sleep", "1")  # until openbox no longer says which virtual desktop this is
     demo = Demo(session, language, scale)
     for (what, name), title in zip(WINDOWS, titles):
         demo.show(what, name)

@@ -1,0 +1,38 @@
+"""What the windows cost, measured on a virtual screen. See README.md."""
+
+import os
+import subprocess
+import sys
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tests" / "ui"))
+from desktop_session import Session  # noqa: E402
+
+WATCHED = ("idle", "animation", "blank-animation")
+WATCH_TIME = 10.5  # seconds, with the start
+TICKS = os.sysconf("SC_CLK_TCK")
+
+
+def processor_seconds(pid):
+    fields = Path(f"/proc/{pid}/stat").read_text(encoding="utf-8").rsplit(")", 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) / TICKS
+
+
+def main():
+    session = Session()
+    try:
+        for what, scale in (("frame", 1), ("frame", 2), ("idle", 1), ("animation", 1), ("blank-animation", 1),
+                            ("animation", 2), ("blank-animation", 2), ("memory", 1)):
+            before = processor_seconds(session.screen.pid)
+            environment = session.environment | {"QT_SCALE_FACTOR": str(scale)}
+            output = subprocess.run([os.environ["SKYLET_WINDOWS_BENCH"], what], env=environment, check=True, text=True,
+                                    capture_output=True).stdout
+            server = processor_seconds(session.screen.pid) - before
+            server_share = f"; the X server {server / WATCH_TIME * 100:.1f} %" if what in WATCHED else ""
+            print(f"scale {scale}: {output.strip()}{server_share}", flush=True)
+    finally:
+        session.end()
+
+
+if __name__ == "__main__":
+    main()
