@@ -4,11 +4,9 @@
 
 #include <array>
 
-namespace skylet {
-
 /// What a gauge shows for a speed, and how the speed that it shows moves: a logarithmic scale from 0 to 1000 Mbit/s on
 /// an arc of 270 degrees, and steps that close the gap to a target. Speeds in Mbit/s. Draws nothing and keeps no time.
-namespace gauge {
+namespace skylet::gauge {
 
 inline constexpr double lowest = 0;
 inline constexpr double highest = 1000;
@@ -37,6 +35,4 @@ struct Step {
 /// The step from `value` towards `target`: 18 percent of the gap, or all of it when it is small or nobody can see it.
 Step step(double value, double target, bool visible);
 
-} // namespace gauge
-
-} // namespace skylet
+} // namespace skylet::gauge

@@ -9,7 +9,7 @@ namespace {
 
 constexpr double secondaryShare = 0.75;
 constexpr double tertiaryShare = 0.6;
-constexpr double shareStep = 0.05;
+constexpr int steps = 20;
 
 double linear(double part) {
     return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
@@ -27,8 +27,8 @@ QColor mixed(const QColor& color, const QColor& other, double share) {
 
 /// `color`, or as little nearer to `text` as makes it legible.
 QColor legible(const QColor& color, const QColor& text, const QColor& background) {
-    for (double share = 1; share > 0; share -= shareStep) {
-        const QColor candidate = mixed(color, text, share);
+    for (int step = 0; step < steps; ++step) {
+        const QColor candidate = mixed(color, text, 1 - static_cast<double>(step) / steps);
         if (contrast(candidate, background) >= leastContrast) {
             return candidate;
         }

@@ -38,11 +38,7 @@ class SpeedTestControllerTest : public testing::Test {
             finished = {down, up};
         };
     }
-    ~SpeedTestControllerTest() override { QApplication::setPalette(QPalette()); }
-    SpeedTestControllerTest(const SpeedTestControllerTest&) = delete;
-    SpeedTestControllerTest& operator=(const SpeedTestControllerTest&) = delete;
-    SpeedTestControllerTest(SpeedTestControllerTest&&) = delete;
-    SpeedTestControllerTest& operator=(SpeedTestControllerTest&&) = delete;
+    void TearDown() override { QApplication::setPalette(QPalette()); }
 
     void show() {
         controller->show();

@@ -96,10 +96,10 @@ QWidget* WindowStates::showSpeedTest(const QString& state) {
 }
 
 QPalette desktopPalette(bool dark) {
+    QPalette palette(dark ? QColor(0x31, 0x36, 0x3b) : QColor(0xef, 0xef, 0xef));
     if (!dark) {
-        return QPalette(QColor(0xef, 0xef, 0xef));
+        return palette;
     }
-    QPalette palette(QColor(0x31, 0x36, 0x3b));
     palette.setColor(QPalette::Base, QColor(0x23, 0x26, 0x29));
     palette.setColor(QPalette::Highlight, QColor(0x2a, 0x52, 0x8c));
     return palette;

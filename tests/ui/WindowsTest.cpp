@@ -25,15 +25,10 @@ using test::windowsNamed;
 
 class WindowsTest : public testing::Test {
   protected:
-    WindowsTest() = default;
-    ~WindowsTest() override {
+    void TearDown() override {
         QApplication::setPalette(QPalette());
         QApplication::setFont(font);
     }
-    WindowsTest(const WindowsTest&) = delete;
-    WindowsTest& operator=(const WindowsTest&) = delete;
-    WindowsTest(WindowsTest&&) = delete;
-    WindowsTest& operator=(WindowsTest&&) = delete;
 
     void showWelcome(bool loginBoxOn = false) {
         welcome = windows.makeWelcomeWindow(loginBoxOn, [this] { ++finished; });
