@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <span>
 #include <utility>
 
@@ -16,6 +17,9 @@ namespace skylet::test {
 namespace {
 
 constexpr int stepsAtOnce = 64;
+/// How long a closed connection still reads, and how much.
+constexpr auto lingering = std::chrono::seconds(1);
+constexpr std::int64_t lingeringBytes = std::int64_t{256} * 1024;
 
 std::int64_t acknowledgedBy(int socket) {
     tcp_info info{};
@@ -43,6 +47,9 @@ Connection::~Connection() {
 }
 
 Connection::State Connection::drive() {
+    if (lingersUntil_) {
+        return drain();
+    }
     if (!protocol_) {
         const Step step = shakeHands();
         if (step != Step::done) {
@@ -63,7 +70,7 @@ Connection::State Connection::drive() {
 }
 
 std::uint32_t Connection::interest() const {
-    const auto read = !protocol_ || mayRead() ? EPOLLIN : 0U;
+    const auto read = !protocol_ || lingersUntil_ || mayRead() ? EPOLLIN : 0U;
     return read | (wantsWrite_ ? EPOLLOUT : 0U);
 }
 
@@ -110,7 +117,7 @@ Connection::Step Connection::writeSome() {
         wantsWrite_ = false;
         if (closing_ != Deed::none) {
             close(closing_);
-            return Step::failed;
+            return lingersUntil_ ? Step::blocked : Step::failed;
         }
         return Step::blocked;
     }
@@ -151,7 +158,18 @@ void Connection::close(Deed how) {
     } else {
         SSL_shutdown(ssl_.get());
         ::shutdown(socket_, SHUT_WR);
+        lingersUntil_ = Clock::now() + lingering;
     }
+}
+
+Connection::State Connection::drain() {
+    std::array<std::uint8_t, largestPiece> buffer{};
+    ssize_t size = 0;
+    while (dropped_ < lingeringBytes && (size = ::recv(socket_, buffer.data(), buffer.size(), 0)) > 0) {
+        dropped_ += size;
+    }
+    const bool mayCome = dropped_ < lingeringBytes && size < 0 && errno == EAGAIN && Clock::now() < *lingersUntil_;
+    return mayCome ? State::waiting : State::gone;
 }
 
 std::shared_ptr<Exchange> Connection::begin(const std::string& method, const std::string& path,

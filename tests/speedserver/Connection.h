@@ -6,6 +6,7 @@
 
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,7 @@ class Connection final : public Host {
     std::uint32_t interest() const;
     /// Notes how far each request has got.
     void note();
+    /// Only `reset` is at once; otherwise the client gets a moment to read what has been sent.
     void close(Deed how);
 
     std::shared_ptr<Exchange> begin(const std::string& method, const std::string& path,
@@ -57,6 +59,8 @@ class Connection final : public Host {
     };
 
     Step shakeHands();
+    /// Reads and drops what still comes, since to close without would be a reset.
+    State drain();
     Step readSome();
     Step writeSome();
     Step outcome(int result);
@@ -73,6 +77,9 @@ class Connection final : public Host {
     std::size_t outWritten_ = 0;
     bool wantsWrite_ = false;
     Deed closing_ = Deed::none;
+    /// Until then it lingers.
+    std::optional<Time> lingersUntil_;
+    std::int64_t dropped_ = 0;
     /// The request that is being served.
     std::shared_ptr<Exchange> current_;
     /// Those whose progress is still to be noted.

@@ -206,14 +206,20 @@ class Server {
         } else if (verb == QStringLiteral("accept")) {
             silent_ = argument == QStringLiteral("silent");
         } else if (verb == QStringLiteral("drop")) {
-            for (const auto& [fd, client] : connections_) {
-                client.connection->close(argument == QStringLiteral("reset") ? Deed::reset : Deed::close);
-            }
-            connections_.clear();
+            drop(argument == QStringLiteral("reset") ? Deed::reset : Deed::close);
         } else {
             throw std::invalid_argument("no such command: " + verb.toStdString());
         }
         return "ok";
+    }
+
+    void drop(Deed how) {
+        for (const auto& [fd, client] : connections_) {
+            client.connection->close(how);
+        }
+        if (how == Deed::reset) {
+            connections_.clear();
+        }
     }
 
     std::string records() {

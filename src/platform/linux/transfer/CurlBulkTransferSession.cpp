@@ -121,7 +121,7 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         if (isOver()) {
             return;
         }
-        if (answeredEarly_ && isAnswerWhole() && isBodyHandedOver()) {
+        if (answeredEarly_ && isAnswerWhole() && sent_ == static_cast<std::int64_t>(body_->size)) {
             // libcurl waits for more where the answer ended before the request (RFC 9113, 8.1).
             endOnWire(End::finished);
         } else if (now - start_ >= resourceLimit || now - lastMove_ >= limit_) {
@@ -412,8 +412,8 @@ std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::start(Request request
     if (!multi_) {
         multi_ = std::make_unique<CurlMulti>([this](CURL* handle, CURLcode result) { done(handle, result); },
                                              CurlMulti::Connections::exclusive);
-        wakeUpsAtMove_ = 0;
     }
+    wakeUpsAtMove_ = multi_->wakeUps();
     const auto transfer = std::make_shared<Transfer>(*this, ++lastIdentifier_, std::move(request));
     transfers_.push_back(transfer);
     multi_->add(transfer->handle());
@@ -445,7 +445,8 @@ void CurlBulkTransferSession::tick() {
 }
 
 void CurlBulkTransferSession::endSpinning(std::int64_t moved) {
-    if (std::exchange(lastMoved_, moved) != moved) {
+    // libcurl looks at a look-up again and again, too.
+    if (std::exchange(lastMoved_, moved) != moved || !lookups_.empty()) {
         wakeUpsAtMove_ = multi_->wakeUps();
     } else if (multi_->wakeUps() - wakeUpsAtMove_ > idleWakeUpLimit) {
         for (const auto& transfer : Transfers(transfers_)) {

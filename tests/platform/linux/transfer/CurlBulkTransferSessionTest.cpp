@@ -1,6 +1,8 @@
 #include "platform/linux/transfer/CurlBulkTransferSession.h"
 
+#include "DeadNames.h"
 #include "PrivateSystem.h"
+#include "Proxy.h"
 #include "SpeedServer.h"
 
 #include <QCoreApplication>
@@ -346,7 +348,9 @@ TEST_P(CurlBulkTransferSessionTest, AnUploadAfterADownloadGoesOverTheSameConnect
 }
 
 TEST_P(CurlBulkTransferSessionTest, TwoTransfersAtOnceGoOverTwoConnections) {
+    server->set(QStringLiteral("down"), {{QStringLiteral("rate"), 20'000'000}});
     const auto down = session->download(test::SpeedServer::down(5'000'000));
+    ASSERT_TRUE(runUntil([&] { return told(down).pieces > 0; }));
     const auto up = upload(5'000'000);
     EXPECT_EQ(finish(down).end, End::finished);
     EXPECT_EQ(finish(up).end, End::finished);
@@ -496,7 +500,8 @@ class InsideCallbacksTest : public CurlBulkTransferSessionTest {
          : moment == Moment::data ? delegate.onData
          : moment == Moment::sent ? delegate.onSent
                                   : delegate.onCompleted) = once;
-        task = moment == Moment::sent ? upload(20'000'000) : session->download(test::SpeedServer::down(20'000'000));
+        task = moment == Moment::sent ? upload(static_cast<std::size_t>(size))
+                                      : session->download(test::SpeedServer::down(size));
         EXPECT_TRUE(runUntil([this] { return acted; }));
         return task;
     }
@@ -507,6 +512,7 @@ class InsideCallbacksTest : public CurlBulkTransferSessionTest {
     }
 
     std::shared_ptr<BulkTransferTask> task;
+    std::int64_t size = 20'000'000;
     bool acted = false;
 };
 INSTANTIATE_PROTOCOLS(InsideCallbacksTest);
@@ -516,8 +522,11 @@ TEST_P(InsideCallbacksTest, DestroyingTheSessionIsSilentAndHarmless) {
         acted = false;
         delegate = {};
         makeSession();
-        actAt(moment, [this] { session.reset(); });
-        const auto calls = callsAbout(task);
+        int calls = 0;
+        actAt(moment, [&] {
+            session.reset();
+            calls = callsAbout(task);
+        });
         EXPECT_EQ(tcpSockets(), 0);
         task->cancel();
         runFor(60ms);
@@ -526,6 +535,7 @@ TEST_P(InsideCallbacksTest, DestroyingTheSessionIsSilentAndHarmless) {
 }
 
 TEST_P(InsideCallbacksTest, CancellingEndsTheTransferOnce) {
+    size = 4'000'000'000;
     for (const auto moment : {Moment::head, Moment::data, Moment::sent}) {
         acted = false;
         delegate = {};
@@ -605,12 +615,14 @@ INSTANTIATE_PROTOCOLS(HostileServerTest);
 TEST_P(HostileServerTest, ALostConnectionFailsTheTransferAndKeepsWhatWasMoved) {
     for (const auto& way : {QStringLiteral("down"), QStringLiteral("up")}) {
         for (const auto* how : {"close", "reset", "cancel"}) {
-            server->set(way, deed(3'000'000, how));
+            // Slow enough for us to keep up: what the kernel still has for us when an RST comes is lost.
+            auto behaviour = deed(3'000'000, how);
+            behaviour[QStringLiteral("rate")] = 10'000'000;
+            server->set(way, behaviour);
             const auto task = start(way);
             const auto result = finish(task);
             EXPECT_EQ(result.end, End::failed) << how;
             EXPECT_EQ(result.statusCode, way == QStringLiteral("down") ? std::optional(200) : std::nullopt) << how;
-            // What is still in the kernel when an RST comes is lost.
             EXPECT_GT(told(task).received + told(task).sent, 100'000) << how;
             EXPECT_LT(told(task).received + told(task).sent, 20'000'000) << how;
         }
@@ -731,6 +743,16 @@ TEST_P(EarlyAnswerTest, WhoAnswersAndReadsOnGetsTheWholeBody) {
     }
 }
 
+TEST_P(EarlyAnswerTest, WhatTheKernelStillHoldsWhenItEndsIsNotCounted) {
+    server->set(QStringLiteral("up"), {{QStringLiteral("rate"), 20'000'000}, {QStringLiteral("answerAt"), 0}});
+    const auto task = upload(size);
+    ASSERT_TRUE(runUntil([&] { return told(task).sent > size / 2; }));
+    task->cancel();
+    const auto unsent = kernelCounts().second;
+    finish(task);
+    EXPECT_LT(told(task).sent, size - unsent / 2);
+}
+
 TEST_P(EarlyAnswerTest, WhoAnswersAndReadsNoMoreGetsNoMore) {
     for (const int at : {0, 100'000, 1'000'000}) {
         const auto task = answered(200, at, "stop");
@@ -755,6 +777,53 @@ TEST_P(EarlyAnswerTest, AConnectionLostAfterAWholeAnswerDoesNotUndoTheAnswer) {
     // The end of the connection may overtake the answer; then there is none.
     EXPECT_EQ(result.end, result.statusCode ? End::finished : End::failed);
     EXPECT_LT(told(task).sent, size);
+}
+
+TEST_P(CurlBulkTransferSessionTest, LookUpsThatNeverEndAreLimitedInNumber) {
+    const test::DeadNames dead;
+    const auto start = [this](std::size_t number) {
+        return session->download(QUrl(QStringLiteral("https://dead%1.example/").arg(number)));
+    };
+    for (std::size_t i = 0; i < CurlBulkTransferSession::lookupLimit; ++i) {
+        const auto task = start(i);
+        runFor(3ms);
+        task->cancel();
+        EXPECT_EQ(finish(task).end, End::cancelled) << "nobody waits for the look-up";
+    }
+    const auto beyond = start(99);
+    runFor(100ms);
+    ASSERT_EQ(told(beyond).results.size(), 1U);
+    EXPECT_EQ(told(beyond).results[0].end, End::failed);
+    // The look-ups have ended by themselves.
+    runFor(2500ms);
+    const auto later = start(100);
+    runFor(100ms);
+    EXPECT_TRUE(told(later).results.empty());
+}
+
+TEST_P(CurlBulkTransferSessionTest, ThroughAProxyTheProxysOwnAnswerIsNotTheServers) {
+    const test::Proxy proxy;
+    qputenv("https_proxy", proxy.url());
+    const auto down = session->download(test::SpeedServer::down(1'000'000));
+    EXPECT_EQ(finish(down).end, End::finished);
+    const auto up = upload(3'000'000);
+    EXPECT_EQ(finish(up).end, End::finished);
+    qunsetenv("https_proxy");
+    EXPECT_THAT(told(down).heads, testing::ElementsAre(std::optional(200)));
+    EXPECT_EQ(told(down).received, 1'000'000);
+    EXPECT_EQ(told(up).sent, 3'000'000);
+    EXPECT_EQ(proxy.connections(), 1);
+}
+
+TEST_P(CurlBulkTransferSessionTest, AProxyThatRefusesGivesNoStatus) {
+    const test::Proxy proxy(test::Proxy::Manner::refusing);
+    qputenv("https_proxy", proxy.url());
+    const auto task = session->download(test::SpeedServer::down(1'000'000));
+    const auto result = finish(task);
+    qunsetenv("https_proxy");
+    EXPECT_EQ(result.end, End::failed);
+    EXPECT_EQ(result.statusCode, std::nullopt);
+    EXPECT_TRUE(told(task).heads.empty());
 }
 
 TEST_P(CurlBulkTransferSessionTest, AnUploadIsNotHeldInMemoryTwiceNorOnce) {

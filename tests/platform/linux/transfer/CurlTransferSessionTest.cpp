@@ -1,20 +1,16 @@
 #include "platform/linux/transfer/CurlTransferSession.h"
 
+#include "DeadNames.h"
 #include "PrivateSystem.h"
+#include "SilentSocket.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
-#include <QFile>
-#include <QTemporaryDir>
 
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <memory>
@@ -24,34 +20,6 @@ namespace skylet {
 namespace {
 
 using namespace std::chrono_literals;
-
-/// A loopback socket that is bound, so that its port is known, and never answers.
-class SilentSocket {
-  public:
-    explicit SilentSocket(int type, std::uint16_t port = 0) : handle_(::socket(AF_INET, type | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
-        EXPECT_EQ(::bind(handle_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        socklen_t size = sizeof address;
-        ::getsockname(handle_, reinterpret_cast<sockaddr*>(&address), &size);
-        port_ = ntohs(address.sin_port);
-    }
-    ~SilentSocket() { ::close(handle_); }
-    SilentSocket(const SilentSocket&) = delete;
-    SilentSocket& operator=(const SilentSocket&) = delete;
-    SilentSocket(SilentSocket&&) = delete;
-    SilentSocket& operator=(SilentSocket&&) = delete;
-
-    void listen() const { ASSERT_EQ(::listen(handle_, 16), 0); }
-    /// The kernel accepts connections to it, nobody speaks on them.
-    QUrl url() const { return QUrl(QStringLiteral("https://127.0.0.1:%1/generate_204").arg(port_)); }
-
-  private:
-    int handle_;
-    std::uint16_t port_ = 0;
-};
 
 struct Result {
     std::optional<TransferResponse> response;
@@ -103,7 +71,7 @@ class CurlTransferSessionTest : public testing::Test {
 };
 
 TEST_F(CurlTransferSessionTest, ARefusedConnectionFailsAtOnceAndNotFromInsideTheCall) {
-    const SilentSocket closed(SOCK_STREAM);
+    const test::SilentSocket closed(SOCK_STREAM);
     head(closed.url());
     EXPECT_TRUE(results.empty());
     runUntil(1);
@@ -114,7 +82,7 @@ TEST_F(CurlTransferSessionTest, ARefusedConnectionFailsAtOnceAndNotFromInsideThe
 }
 
 TEST_F(CurlTransferSessionTest, AServerThatAcceptsAndSaysNothingFailsAtTheLimitNeitherEarlyNorLate) {
-    const SilentSocket silent(SOCK_STREAM);
+    const test::SilentSocket silent(SOCK_STREAM);
     silent.listen();
     head(silent.url());
     runUntil(1);
@@ -127,7 +95,7 @@ TEST_F(CurlTransferSessionTest, AServerThatAcceptsAndSaysNothingFailsAtTheLimitN
 }
 
 TEST_F(CurlTransferSessionTest, TheSmallerOfTheTwoLimitsRules) {
-    const SilentSocket silent(SOCK_STREAM);
+    const test::SilentSocket silent(SOCK_STREAM);
     silent.listen();
     session = std::make_unique<CurlTransferSession>(SessionConfiguration{Seconds(0.1), Seconds(5)}, epoch);
     head(silent.url());
@@ -137,7 +105,7 @@ TEST_F(CurlTransferSessionTest, TheSmallerOfTheTwoLimitsRules) {
 }
 
 TEST_F(CurlTransferSessionTest, SpeaksHttpsAlone) {
-    const SilentSocket silent(SOCK_STREAM);
+    const test::SilentSocket silent(SOCK_STREAM);
     silent.listen();
     for (const auto& scheme : {QStringLiteral("http"), QStringLiteral("ftp"), QStringLiteral("file")}) {
         auto url = silent.url();
@@ -153,7 +121,7 @@ TEST_F(CurlTransferSessionTest, SpeaksHttpsAlone) {
 }
 
 TEST_F(CurlTransferSessionTest, CancellingCompletesOnceWithAnErrorFromTheEventLoop) {
-    const SilentSocket silent(SOCK_STREAM);
+    const test::SilentSocket silent(SOCK_STREAM);
     silent.listen();
     const auto task = head(silent.url());
     runFor(20ms);
@@ -172,7 +140,7 @@ TEST_F(CurlTransferSessionTest, CancellingCompletesOnceWithAnErrorFromTheEventLo
 }
 
 TEST_F(CurlTransferSessionTest, ACancelledTransferIsGoneFromTheWireAfterItsLimits) {
-    const SilentSocket silent(SOCK_STREAM);
+    const test::SilentSocket silent(SOCK_STREAM);
     silent.listen();
     runFor(5ms);
     const auto before = openDescriptors();
@@ -184,7 +152,7 @@ TEST_F(CurlTransferSessionTest, ACancelledTransferIsGoneFromTheWireAfterItsLimit
 }
 
 TEST_F(CurlTransferSessionTest, ADroppedHandleDoesNotEndTheTransfer) {
-    const SilentSocket silent(SOCK_STREAM);
+    const test::SilentSocket silent(SOCK_STREAM);
     silent.listen();
     head(silent.url());
     runUntil(1);
@@ -193,8 +161,8 @@ TEST_F(CurlTransferSessionTest, ADroppedHandleDoesNotEndTheTransfer) {
 }
 
 TEST_F(CurlTransferSessionTest, AnotherNetworkDropsWhatRanUnseen) {
-    const SilentSocket silent(SOCK_STREAM);
-    const SilentSocket closed(SOCK_STREAM);
+    const test::SilentSocket silent(SOCK_STREAM);
+    const test::SilentSocket closed(SOCK_STREAM);
     silent.listen();
     const auto before = openDescriptors();
     head(silent.url())->cancel();
@@ -207,7 +175,7 @@ TEST_F(CurlTransferSessionTest, AnotherNetworkDropsWhatRanUnseen) {
 }
 
 TEST_F(CurlTransferSessionTest, InvalidateEndsEveryTransferOnceWithAnError) {
-    const SilentSocket silent(SOCK_STREAM);
+    const test::SilentSocket silent(SOCK_STREAM);
     silent.listen();
     const auto before = openDescriptors();
     head(silent.url());
@@ -225,8 +193,8 @@ TEST_F(CurlTransferSessionTest, InvalidateEndsEveryTransferOnceWithAnError) {
 }
 
 TEST_F(CurlTransferSessionTest, ManyFailuresLeaveNothingBehind) {
-    const SilentSocket closed(SOCK_STREAM);
-    const SilentSocket silent(SOCK_STREAM);
+    const test::SilentSocket closed(SOCK_STREAM);
+    const test::SilentSocket silent(SOCK_STREAM);
     silent.listen();
     makeSession(5ms);
     head(closed.url());
@@ -244,7 +212,7 @@ TEST_F(CurlTransferSessionTest, ManyFailuresLeaveNothingBehind) {
 }
 
 TEST_F(CurlTransferSessionTest, DestroyingTheSessionWithTransfersUnderWayIsHarmless) {
-    const SilentSocket silent(SOCK_STREAM);
+    const test::SilentSocket silent(SOCK_STREAM);
     silent.listen();
     const auto task = head(silent.url());
     runFor(20ms);
@@ -262,22 +230,14 @@ class DeadNamesTest : public CurlTransferSessionTest {
         if (IsSkipped()) {
             return;
         }
-        nameServer = std::make_unique<SilentSocket>(SOCK_DGRAM, 53);
-        QFile resolver(folder.filePath(QStringLiteral("resolv.conf")));
-        ASSERT_TRUE(resolver.open(QIODevice::WriteOnly));
-        resolver.write("nameserver 127.0.0.1\noptions timeout:1 attempts:1\n");
-        resolver.close();
-        configuration = std::make_unique<test::Replacement>(QStringLiteral("/etc/resolv.conf"), resolver.fileName());
-        ASSERT_TRUE(configuration->isInPlace());
+        names = std::make_unique<test::DeadNames>();
     }
 
     static QUrl host(std::size_t number) {
         return QUrl(QStringLiteral("https://dead%1.example/generate_204").arg(number));
     }
 
-    QTemporaryDir folder;
-    std::unique_ptr<test::Replacement> configuration;
-    std::unique_ptr<SilentSocket> nameServer;
+    std::unique_ptr<test::DeadNames> names;
 };
 
 TEST_F(DeadNamesTest, ALookUpWithoutAnAnswerFailsAtTheLimitAndHoldsUpNothing) {
