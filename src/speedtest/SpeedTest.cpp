@@ -1,5 +1,6 @@
 #include "speedtest/SpeedTest.h"
 
+#include "speedtest/DarkTitleBar.h"
 #include "speedtest/GaugeScale.h"
 #include "speedtest/PanelButton.h"
 #include "speedtest/PanelLabel.h"
@@ -304,6 +305,7 @@ void SpeedTestController::show() {
     if (!window_) {
         build();
     }
+    askForDarkTitleBar(*window_);
     window_->bringToFront();
     if (!isRunning()) {
         measurement_.start();

@@ -46,6 +46,16 @@ def test_a_window_can_be_closed_but_neither_resized_nor_minimised(demo, what, na
     assert len(sizes) == 2 and sizes[0] == sizes[1]
 
 
+def test_the_dark_panel_asks_for_a_dark_title_bar_each_time(session, demo):
+    for _ in range(2):
+        demo.show("test", "speedTestWindow")
+        assert demo.properties("speedTestWindow", "_GTK_THEME_VARIANT").strip() == '_GTK_THEME_VARIANT(UTF8_STRING) = "dark"'
+        session.press("Escape")
+        wait_until(lambda: not demo.window("speedTestWindow")["visible"], "it is closed")
+    demo.show("about", "aboutWindow")
+    assert "dark" not in demo.properties("aboutWindow", "_GTK_THEME_VARIANT")
+
+
 @pytest.mark.parametrize("what,name", WINDOWS)
 def test_a_window_stands_in_the_middle(demo, what, name):
     window = demo.show(what, name)
