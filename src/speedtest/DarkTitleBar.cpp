@@ -28,8 +28,9 @@ xcb_atom_t atom(xcb_connection_t* connection, std::string_view name) {
 } // namespace
 
 void askForDarkTitleBar(const QWidget& window) {
+    // Platforms without X11 windows may offer this interface as well.
     const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
-    if (x11 == nullptr) {
+    if (QGuiApplication::platformName() != u"xcb" || x11 == nullptr || x11->connection() == nullptr) {
         return;
     }
     constexpr std::string_view variant = "dark";
