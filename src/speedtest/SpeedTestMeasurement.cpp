@@ -73,6 +73,9 @@ void SpeedTestMeasurement::start() {
     isRunning_ = true;
     if (onStarted) {
         onStarted();
+        if (!isRunning_) {
+            return;
+        }
     }
     downResult_.reset();
     upResult_.reset();

@@ -604,6 +604,7 @@ TEST_F(SpeedTestMeasurementTest, AStartFromWhereTheTestEndedRunsANewTest) {
 TEST_F(SpeedTestMeasurementTest, ATestThatIsCancelledAsItStartsMovesNothing) {
     measurement->onStarted = [this] { measurement->cancel(); };
     measurement->start();
+    EXPECT_TRUE(display.runEnabled);
     EXPECT_TRUE(transfers.tasks.empty());
     EXPECT_TRUE(schedule.pending().empty());
 }
