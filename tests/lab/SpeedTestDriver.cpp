@@ -3,7 +3,7 @@
 // Runs one speed test as the program does, without its window, and lives on for a second. Prints how the gauge would
 // move to standard error and, at the end of the test, one JSON object to standard output: for "down" and "up" the
 // result in Mbit/s (null: failed), when the phase began and ended (seconds, monotonic) and the bytes over time; and the
-// processor seconds and peak memory it took.
+// processor seconds it took.
 
 #include "connectivity/ConnectivityEngine.h"
 #include "platform/linux/system/SystemClock.h"
@@ -113,8 +113,7 @@ void print(const std::vector<Phase>& phases, std::optional<double> down, std::op
     ::getrusage(RUSAGE_SELF, &usage);
     const QJsonObject all{{QStringLiteral("down"), json(phases.at(0), down)},
                           {QStringLiteral("up"), json(phases.at(1), up)},
-                          {QStringLiteral("cpu"), seconds(usage.ru_utime) + seconds(usage.ru_stime)},
-                          {QStringLiteral("peakKb"), static_cast<qint64>(usage.ru_maxrss)}};
+                          {QStringLiteral("cpu"), seconds(usage.ru_utime) + seconds(usage.ru_stime)}};
     std::cout << QJsonDocument(all).toJson(QJsonDocument::Compact).toStdString() << std::endl;
 }
 

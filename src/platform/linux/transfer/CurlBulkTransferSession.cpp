@@ -300,6 +300,7 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         socket_ = session_->socketAt(static_cast<std::uint16_t>(port));
         meter_.begin(progress());
         bodyBegun_ = true;
+        lostConnection_ = false;
     }
 
     /// A kept connection turned out to be dead: the body goes over another one, from its start.
@@ -307,7 +308,6 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         auto& transfer = *static_cast<Transfer*>(self);
         transfer.handedOver_ = offset;
         transfer.bodyBegun_ = false;
-        transfer.lostConnection_ = false;
         return CURL_SEEKFUNC_OK;
     }
 
