@@ -123,7 +123,10 @@ class Bench {
   public:
     void showSpeedTest() {
         speedTest_.show();
-        runFor(500ms);
+        const QWidget* window = topLevel(QStringLiteral("speedTestWindow"));
+        do {
+            runFor(500ms);
+        } while (!isOnScreen(*window));
         for (QWidget* widget : QApplication::allWidgets()) {
             if (auto* found = qobject_cast<GaugeView*>(widget)) {
                 gauge_ = found;
