@@ -13,7 +13,7 @@ constexpr QColor bezel{62, 66, 78};
 constexpr QColor bezelHovered{76, 81, 95};
 constexpr QColor bezelPressed{46, 49, 59};
 constexpr QColor bezelDisabled{33, 36, 44};
-constexpr QColor title{255, 255, 255};
+constexpr QColor titleColor{255, 255, 255};
 // Dim, and still legible: 4.9 to 1.
 constexpr QColor titleDisabled{145, 149, 160};
 constexpr QColor focusRing{122, 176, 255};
@@ -45,7 +45,7 @@ void PanelButton::paintEvent(QPaintEvent* /*event*/) {
         painter.setBrush(Qt::NoBrush);
         painter.drawRoundedRect(QRectF(rect()).adjusted(half, half, -half, -half), cornerRadius + 2, cornerRadius + 2);
     }
-    painter.setPen(isEnabled() ? title : titleDisabled);
+    painter.setPen(isEnabled() ? titleColor : titleDisabled);
     drawCentered(painter, body, text(), font());
 }
 

@@ -165,7 +165,7 @@ class AccessibleGauge final : public QAccessibleWidget, public QAccessibleValueI
     GaugeView& gauge_;
 };
 
-QAccessibleInterface* makeAccessible(const QString& /*className*/, QObject* object) {
+QAccessibleInterface* makeAccessibleGauge(const QString& /*className*/, QObject* object) {
     auto* gauge = qobject_cast<GaugeView*>(object);
     return gauge != nullptr ? new AccessibleGauge(*gauge) : nullptr;
 }
@@ -181,7 +181,7 @@ int overhang(QSize bounds) {
 
 GaugeView::GaugeView(const QRect& frame, QWidget* parent)
     : QWidget(parent), bounds_(frame.size()), phase_(L(QStringLiteral("READY"))), accent_(toColor(downloadColor)) {
-    QAccessible::installFactory(makeAccessible);
+    QAccessible::installFactory(makeAccessibleGauge);
     setGeometry(frame.adjusted(0, 0, 0, overhang(bounds_)));
     setAttribute(Qt::WA_OpaquePaintEvent);
     timer_.setTimerType(Qt::PreciseTimer);

@@ -17,7 +17,7 @@ namespace skylet {
 
 namespace {
 
-constexpr QSize contentSize{380, 450};
+constexpr QSize aboutSize{380, 450};
 
 TextLabel* centered(const QString& objectName, const QString& text, const QFont& font) {
     return new TextLabel(objectName, text, font, Qt::AlignHCenter);
@@ -26,7 +26,7 @@ TextLabel* centered(const QString& objectName, const QString& text, const QFont&
 } // namespace
 
 AboutPanel::AboutPanel(const QString& version, std::function<void()> openBrimlake)
-    : PlainWindow(L(QStringLiteral("About Skylet")), contentSize) {
+    : PlainWindow(L(QStringLiteral("About Skylet")), aboutSize) {
     setObjectName(QStringLiteral("aboutWindow"));
     auto* icon = new IconView(QStringLiteral("icon"));
     name_ = centered(QStringLiteral("name"), QStringLiteral("Skylet"), systemFont(22, QFont::Bold));
@@ -43,7 +43,7 @@ AboutPanel::AboutPanel(const QString& version, std::function<void()> openBrimlak
     secondary_ = {versionLine, details, language};
     tertiary_ = {webSite, copyright};
 
-    Frames frames(contentSize);
+    Frames frames(aboutSize);
     frames.add(icon, {140, 330, 100, 100});
     frames.add(name_, {30, 292, 320, 30});
     frames.add(versionLine, {30, 272, 320, 20});

@@ -10,7 +10,7 @@ namespace skylet {
 
 namespace {
 
-QAccessibleInterface* makeAccessible(const QString& /*className*/, QObject* object) {
+QAccessibleInterface* makeAccessibleIcon(const QString& /*className*/, QObject* object) {
     auto* view = qobject_cast<IconView*>(object);
     return view != nullptr ? new QAccessibleWidget(view, QAccessible::Graphic) : nullptr;
 }
@@ -19,7 +19,7 @@ QAccessibleInterface* makeAccessible(const QString& /*className*/, QObject* obje
 
 IconView::IconView(const QString& objectName) {
     setObjectName(objectName);
-    QAccessible::installFactory(makeAccessible);
+    QAccessible::installFactory(makeAccessibleIcon);
     setAccessibleName(QStringLiteral("Skylet"));
 }
 

@@ -16,7 +16,7 @@ namespace skylet {
 
 namespace {
 
-QAccessibleInterface* makeAccessible(const QString& /*className*/, QObject* object) {
+QAccessibleInterface* makeAccessibleWindow(const QString& /*className*/, QObject* object) {
     auto* window = qobject_cast<PlainWindow*>(object);
     return window != nullptr ? new QAccessibleWidget(window, QAccessible::Dialog) : nullptr;
 }
@@ -26,7 +26,7 @@ QAccessibleInterface* makeAccessible(const QString& /*className*/, QObject* obje
 PlainWindow::PlainWindow(const QString& title, QSize content)
     : QWidget(nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
                            Qt::WindowCloseButtonHint) {
-    QAccessible::installFactory(makeAccessible);
+    QAccessible::installFactory(makeAccessibleWindow);
     setWindowTitle(title);
     setContentSize(content);
     // Frames are given as they stand on the screen.

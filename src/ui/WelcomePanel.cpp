@@ -15,12 +15,12 @@ namespace skylet {
 
 namespace {
 
-constexpr QSize contentSize{420, 400};
+constexpr QSize welcomeSize{420, 400};
 
 } // namespace
 
 WelcomePanel::WelcomePanel(bool loginBoxOn, std::function<void()> finishWelcome)
-    : PlainWindow(L(QStringLiteral("Welcome to Skylet")), contentSize),
+    : PlainWindow(L(QStringLiteral("Welcome to Skylet")), welcomeSize),
       loginBox_(new QCheckBox(L(QStringLiteral("Launch Skylet at login (recommended)")))) {
     setObjectName(QStringLiteral("welcomeWindow"));
 
@@ -41,7 +41,7 @@ WelcomePanel::WelcomePanel(bool loginBoxOn, std::function<void()> finishWelcome)
     connect(button, &QPushButton::clicked, this, std::move(finishWelcome), Qt::QueuedConnection);
     setReturnButton(button);
 
-    Frames frames(contentSize);
+    Frames frames(welcomeSize);
     frames.add(icon, {170, 300, 80, 80});
     frames.add(headline, {20, 262, 380, 28});
     frames.add(body, {30, 105, 360, 150});

@@ -26,7 +26,7 @@ using test::windowsNamed;
 using testing::ElementsAre;
 
 const auto dash = QStringLiteral("—");
-constexpr QColor background{20, 23, 31};
+constexpr QColor panelColor{20, 23, 31};
 
 class SpeedTestControllerTest : public testing::Test {
   protected:
@@ -137,7 +137,7 @@ TEST_F(SpeedTestControllerTest, IsDarkWhateverTheDesktop) {
         const Picture picture(window());
         for (const QPointF place :
              {QPointF(2, 2), QPointF(357, 2), QPointF(2, 417), QPointF(357, 417), QPointF(60, 319)}) {
-            EXPECT_EQ(picture.at(place).rgb(), background.rgb()) << desktop.name().toStdString();
+            EXPECT_EQ(picture.at(place).rgb(), panelColor.rgb()) << desktop.name().toStdString();
         }
         const QRectF value =
             picture.extent(QRectF(20, 340, 100, 24), [](const QColor& color) { return color.lightness() > 240; });
@@ -148,12 +148,12 @@ TEST_F(SpeedTestControllerTest, IsDarkWhateverTheDesktop) {
 TEST_F(SpeedTestControllerTest, ShowsTheUnitBetweenTheNumberAndTheCaptions) {
     show();
     const Picture picture(window());
-    const QRectF unit = picture.extentOtherThan(QRectF(140, 310, 80, 15), background);
+    const QRectF unit = picture.extentOtherThan(QRectF(140, 310, 80, 15), panelColor);
     ASSERT_FALSE(unit.isNull());
     EXPECT_NEAR(unit.center().x(), 180, 1.5);
     EXPECT_GT(unit.height(), 8);
     // A clear line between it and the caption of the column beneath.
-    EXPECT_TRUE(picture.extentOtherThan(QRectF(140, unit.bottom() + 0.5, 80, 1.5), background).isNull());
+    EXPECT_TRUE(picture.extentOtherThan(QRectF(140, unit.bottom() + 0.5, 80, 1.5), panelColor).isNull());
 }
 
 TEST_F(SpeedTestControllerTest, StartsATestWhenItIsShown) {
@@ -271,9 +271,9 @@ TEST_F(SpeedTestControllerTest, ShowsWhereTheFocusIs) {
     show();
     runWholeTest();
     const QRectF edge(button().geometry().topLeft(), QSizeF(button().width(), 2));
-    EXPECT_FALSE(Picture(window()).extentOtherThan(edge, background).isNull());
+    EXPECT_FALSE(Picture(window()).extentOtherThan(edge, panelColor).isNull());
     button().clearFocus();
-    EXPECT_TRUE(Picture(window()).extentOtherThan(edge, background).isNull());
+    EXPECT_TRUE(Picture(window()).extentOtherThan(edge, panelColor).isNull());
 }
 
 TEST_F(SpeedTestControllerTest, EndsTheTestWhenItsWindowIsClosed) {
