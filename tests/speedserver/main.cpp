@@ -65,14 +65,14 @@ QJsonObject json(const Record& record) {
 class Server {
   public:
     Server(const char* certificate, const char* address, const char* port)
-        : context_(SSL_CTX_new(TLS_server_method())), poll_(epoll_create1(EPOLL_CLOEXEC)),
+        : context_(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free), poll_(epoll_create1(EPOLL_CLOEXEC)),
           listener_(listenAt(address, port)) {
-        if (SSL_CTX_use_certificate_chain_file(context_, certificate) != 1 ||
-            SSL_CTX_use_PrivateKey_file(context_, certificate, SSL_FILETYPE_PEM) != 1) {
+        if (SSL_CTX_use_certificate_chain_file(context_.get(), certificate) != 1 ||
+            SSL_CTX_use_PrivateKey_file(context_.get(), certificate, SSL_FILETYPE_PEM) != 1) {
             throw std::runtime_error(std::string("no certificate in ") + certificate);
         }
-        SSL_CTX_set_mode(context_, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
-        SSL_CTX_set_alpn_select_cb(context_, &Server::chooseProtocol, this);
+        SSL_CTX_set_mode(context_.get(), SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+        SSL_CTX_set_alpn_select_cb(context_.get(), &Server::chooseProtocol, this);
         watch(EPOLL_CTL_ADD, STDIN_FILENO, EPOLLIN);
         watch(EPOLL_CTL_ADD, listener_, EPOLLIN);
     }
@@ -140,7 +140,7 @@ class Server {
         if (silent_) {
             return; // never closed: that is the point
         }
-        connections_[client] = {std::make_unique<Connection>(client, number, context_, shared_), EPOLLIN};
+        connections_[client] = {std::make_unique<Connection>(client, number, context_.get(), shared_), EPOLLIN};
         watch(EPOLL_CTL_ADD, client, EPOLLIN);
     }
 
@@ -235,7 +235,7 @@ class Server {
         return QJsonDocument(all).toJson(QJsonDocument::Compact).toStdString();
     }
 
-    SSL_CTX* context_;
+    std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
     int poll_;
     int listener_;
     std::string protocols_ = "\x02h2\x08http/1.1";

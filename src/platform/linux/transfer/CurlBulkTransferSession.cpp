@@ -3,8 +3,8 @@
 #include "platform/linux/transfer/CurlOptions.h"
 #include "platform/linux/transfer/UploadMeter.h"
 
+#include <linux/tcp.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -23,9 +23,9 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr long receiveBufferBytes = 128L * 1024;
 /// As libcurl's own. A smaller one costs a wake-up for every 16 KB; the count of what was sent knows nothing of it.
 constexpr long sendBufferBytes = 64L * 1024;
-/// Far more than there is reason for while nothing moves. Whoever keeps a connection awake beyond that, with pings say,
-/// wants the processor, not to be measured.
-constexpr std::uint64_t idleWakeUpLimit = 100;
+/// Ten times what a handshake takes. Whoever has libcurl work longer while nothing moves, with pings say, wants the
+/// processor, not to be measured.
+constexpr std::chrono::milliseconds vainEffortLimit{200};
 
 bool isSuccess(std::optional<int> status) {
     return status && *status >= 200 && *status <= 299;
@@ -39,10 +39,13 @@ void closeHard(curl_socket_t socket) {
     ::close(socket);
 }
 
+/// TCP_ESTABLISHED of <netinet/tcp.h>, which does not go together with <linux/tcp.h>.
+constexpr int tcpEstablished = 1;
+
 bool isEstablished(curl_socket_t socket) {
     tcp_info info{};
     socklen_t size = sizeof info;
-    return ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && info.tcpi_state == TCP_ESTABLISHED;
+    return ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && info.tcpi_state == tcpEstablished;
 }
 
 std::uint16_t localPort(curl_socket_t socket) {
@@ -413,7 +416,7 @@ std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::start(Request request
         multi_ = std::make_unique<CurlMulti>([this](CURL* handle, CURLcode result) { done(handle, result); },
                                              CurlMulti::Connections::exclusive);
     }
-    wakeUpsAtMove_ = multi_->wakeUps();
+    effortAtMove_ = multi_->effort();
     const auto transfer = std::make_shared<Transfer>(*this, ++lastIdentifier_, std::move(request));
     transfers_.push_back(transfer);
     multi_->add(transfer->handle());
@@ -445,10 +448,9 @@ void CurlBulkTransferSession::tick() {
 }
 
 void CurlBulkTransferSession::endSpinning(std::int64_t moved) {
-    // libcurl looks at a look-up again and again, too.
-    if (std::exchange(lastMoved_, moved) != moved || !lookups_.empty()) {
-        wakeUpsAtMove_ = multi_->wakeUps();
-    } else if (multi_->wakeUps() - wakeUpsAtMove_ > idleWakeUpLimit) {
+    if (std::exchange(lastMoved_, moved) != moved) {
+        effortAtMove_ = multi_->effort();
+    } else if (multi_->effort() - effortAtMove_ > vainEffortLimit) {
         for (const auto& transfer : Transfers(transfers_)) {
             transfer->fail();
         }

@@ -80,10 +80,9 @@ class CurlBulkTransferSession final : public BulkTransferSession {
     /// Of every connection, kept ones included.
     std::vector<curl_socket_t> sockets_;
     std::unique_ptr<CurlMulti> multi_;
-    /// How far all transfers together had got at the last tick, and the wake-ups of `multi_` when they last got
-    /// further.
+    /// How far all transfers together had got at the last tick, and the effort of `multi_` when they last got further.
     std::int64_t lastMoved_ = 0;
-    std::uint64_t wakeUpsAtMove_ = 0;
+    std::chrono::nanoseconds effortAtMove_{0};
 };
 
 } // namespace skylet

@@ -81,9 +81,10 @@ void CurlMulti::watch(curl_socket_t socket, bool read, bool write) {
 }
 
 void CurlMulti::act(curl_socket_t socket, int events) {
-    ++wakeUps_;
     int running = 0;
+    const auto start = std::chrono::steady_clock::now();
     curl_multi_socket_action(multi_.get(), socket, events, &running);
+    effort_ += std::chrono::steady_clock::now() - start;
     // One at a time: libcurl drops the messages of handles that a handler takes out.
     int queued = 0;
     while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &queued)) {

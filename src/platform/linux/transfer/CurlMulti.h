@@ -6,7 +6,7 @@
 #include <QSocketNotifier>
 #include <QTimer>
 
-#include <cstdint>
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -35,8 +35,8 @@ class CurlMulti {
     void add(CURL* handle);
     /// Ends the transfer without a call to the done handler.
     void remove(CURL* handle);
-    /// How often libcurl has been called upon so far, because a socket was ready or time had passed.
-    std::uint64_t wakeUps() const { return wakeUps_; }
+    /// How long libcurl has worked so far.
+    std::chrono::nanoseconds effort() const { return effort_; }
 
   private:
     struct Notifiers {
@@ -52,7 +52,7 @@ class CurlMulti {
     DoneHandler done_;
     QTimer timer_;
     std::map<curl_socket_t, Notifiers> notifiers_;
-    std::uint64_t wakeUps_ = 0;
+    std::chrono::nanoseconds effort_{0};
     CurlMultiHandle multi_;
     Lifetime lifetime_;
 };

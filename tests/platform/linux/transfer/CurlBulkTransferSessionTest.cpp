@@ -179,6 +179,14 @@ class CurlBulkTransferSessionTest : public testing::TestWithParam<const char*> {
         return file.readAll().split(' ').at(1).toLongLong() * ::sysconf(_SC_PAGESIZE);
     }
 
+    /// Of this process's memory. A sanitizer keeps what has been freed for a while.
+    static void expectGrowthBelow(std::int64_t limit, std::int64_t before) {
+#ifdef __SANITIZE_ADDRESS__
+        limit += 300'000'000;
+#endif
+        EXPECT_LT(residentBytes() - before, limit);
+    }
+
     std::unique_ptr<test::SpeedServer> server;
     Delegate delegate;
     std::shared_ptr<NetworkEpoch> epoch = std::make_shared<NetworkEpoch>();
@@ -714,14 +722,14 @@ TEST_P(HostileServerTest, AnAnswerOfFourGigabytesTakesNoMemory) {
     ASSERT_TRUE(runUntil([&] { return told(task).received > 20'000'000; }));
     const auto before = residentBytes();
     ASSERT_TRUE(runUntil([&] { return told(task).received > 400'000'000; }, 30s));
-    EXPECT_LT(residentBytes() - before, 4'000'000);
+    expectGrowthBelow(4'000'000, before);
 }
 
 TEST_P(HostileServerTest, ABodyOfFourGigabytesTakesNoMemory) {
     const auto before = residentBytes();
     const auto task = start(QStringLiteral("up"));
     ASSERT_TRUE(runUntil([&] { return told(task).sent > 400'000'000; }, 30s));
-    EXPECT_LT(residentBytes() - before, 8'000'000);
+    expectGrowthBelow(8'000'000, before);
 }
 
 /// Uploads that are answered before their body has been read.
@@ -852,7 +860,7 @@ TEST_P(CurlBulkTransferSessionTest, AnUploadIsNotHeldInMemoryTwiceNorOnce) {
     const auto body = zeroBody(200'000'000);
     const auto task = session->upload(test::SpeedServer::up(), "text/plain", body, 60s);
     EXPECT_EQ(finish(task).end, End::finished);
-    EXPECT_LT(residentBytes() - before, 8'000'000);
+    expectGrowthBelow(8'000'000, before);
 }
 
 } // namespace
