@@ -700,7 +700,7 @@ TEST_P(HostileHttp2Test, WhoeverOnlyKeepsTheConnectionAwakeIsLeft) {
         const auto before = processorTime();
         const auto task = start(way);
         EXPECT_EQ(finish(task).end, End::failed);
-        EXPECT_LT(processorTime() - before, 2s);
+        EXPECT_LT(processorTime() - before, 5s);
     }
 }
 
