@@ -46,8 +46,8 @@ QColor whiteOnBackground(double alpha) {
 }
 
 constexpr std::chrono::duration<std::int64_t, std::ratio<1, 30>> frameTime{1};
-/// Someone who hears the gauge instead of seeing it is told no more often than this.
-constexpr std::int64_t framesPerAnnouncement = 60;
+/// Someone who hears the gauge instead of seeing it is told of new speeds no more often than this.
+constexpr std::chrono::milliseconds announcementInterval{2000};
 
 // Lengths of the drawing, in logical pixels.
 constexpr double centerDrop = 10;
@@ -138,10 +138,11 @@ class AccessibleGauge final : public QAccessibleWidget, public QAccessibleValueI
         switch (kind) {
         case QAccessible::Name:
             return L(QStringLiteral("Speed Test"));
-        // AT-SPI hands on the figure of a value but no text for it; the description reaches everyone.
+        // AT-SPI hands on the figure of a value but no text for it; the description reaches everyone. Both tell what
+        // was measured, not where the needle is on its way there.
         case QAccessible::Value:
         case QAccessible::Description:
-            return gauge::number(gauge_.value()) + QStringLiteral(" Mbps, ") + gauge_.phase();
+            return gauge::number(gauge_.target()) + QStringLiteral(" Mbps, ") + gauge_.phase();
         default:
             return QAccessibleWidget::text(kind);
         }
@@ -155,7 +156,7 @@ class AccessibleGauge final : public QAccessibleWidget, public QAccessibleValueI
         return type == QAccessible::ValueInterface ? static_cast<QAccessibleValueInterface*>(this)
                                                    : QAccessibleWidget::interface_cast(type);
     }
-    QVariant currentValue() const override { return gauge_.value(); }
+    QVariant currentValue() const override { return gauge_.target(); }
     void setCurrentValue(const QVariant& /*value*/) override {}
     QVariant maximumValue() const override { return gauge::highest; }
     QVariant minimumValue() const override { return gauge::lowest; }
@@ -187,20 +188,36 @@ GaugeView::GaugeView(const QRect& frame, QWidget* parent)
     timer_.setTimerType(Qt::PreciseTimer);
     timer_.setSingleShot(true);
     timer_.callOnTimeout(this, &GaugeView::tick);
+    announcing_.setSingleShot(true);
+    announcing_.callOnTimeout(this, &GaugeView::announce);
 }
 
 void GaugeView::setTarget(double speed) {
-    target_ = speed;
+    if (std::exchange(target_, speed) != speed && QAccessible::isActive() && !announcing_.isActive()) {
+        const std::chrono::milliseconds silent(sinceAnnouncement_.isValid() ? sinceAnnouncement_.elapsed()
+                                                                            : announcementInterval.count());
+        announcing_.start(std::max(std::chrono::milliseconds(0), announcementInterval - silent));
+    }
     animateIfNeeded();
 }
 
 void GaugeView::setPhase(const QString& phase) {
     phase_ = phase;
-    announce();
+    // Once the speed that belongs to it has been set too.
+    announcing_.start(0);
 }
 
 void GaugeView::animateIfNeeded() {
-    if (timer_.isActive() || !isOnScreen(*window()) || !gauge::animationIsDue(value_, target_)) {
+    if (timer_.isActive()) {
+        return;
+    }
+    if (window()->isVisible() && !isOnScreen(*window())) {
+        // Minimised, or on another desktop: nobody sees it move, and whoever comes back finds it where it belongs.
+        value_ = target_;
+        update();
+        return;
+    }
+    if (!isOnScreen(*window()) || !gauge::animationIsDue(value_, target_)) {
         return;
     }
     sinceStart_.start();
@@ -219,9 +236,6 @@ void GaugeView::tick() {
     if (!step.isLast) {
         startNextTick();
     }
-    if (step.isLast || frame_ % framesPerAnnouncement == 0) {
-        announce();
-    }
 }
 
 void GaugeView::startNextTick() {
@@ -233,8 +247,9 @@ void GaugeView::startNextTick() {
 }
 
 void GaugeView::announce() {
+    sinceAnnouncement_.start();
     if (QAccessible::isActive()) {
-        QAccessibleValueChangeEvent changed(this, value_);
+        QAccessibleValueChangeEvent changed(this, target_);
         QAccessible::updateAccessibility(&changed);
         QAccessibleEvent described(this, QAccessible::DescriptionChanged);
         QAccessible::updateAccessibility(&described);
@@ -257,8 +272,6 @@ namespace {
 constexpr QSize contentSize{360, 420};
 constexpr int firstColumn = 20;
 constexpr int columnStep = 110;
-const auto unknown = QStringLiteral("—");
-
 struct ColumnNames {
     QString caption;
     QString value;
@@ -340,13 +353,11 @@ void SpeedTestController::addColumn(ResultColumn column, const QString& title) {
     auto* caption =
         new PanelLabel(names.caption, title, systemFont(9, QFont::Bold), whiteWithAlpha(0.5), window_.get());
     caption->setGeometry(fromBottomLeft({x, 82, 100, 14}, contentSize.height()));
-    auto* value = new PanelLabel(names.value, unknown, systemFont(17, QFont::DemiBold), Qt::white, window_.get());
+    auto* value = new PanelLabel(names.value, SpeedTestMeasurement::unknownResult(), systemFont(17, QFont::DemiBold),
+                                 Qt::white, window_.get());
     value->setGeometry(fromBottomLeft({x, 56, 100, 24}, contentSize.height()));
     // Tells assistive technologies what the value is of.
     caption->setBuddy(value);
-    if (column != ResultColumn::https) {
-        value->setAccessibleDescription(QStringLiteral("Mbps"));
-    }
     resultLabels_.push_back(value);
 }
 
@@ -359,7 +370,11 @@ void SpeedTestController::windowWillClose() {
 }
 
 void SpeedTestController::setResult(ResultColumn column, const QString& text) {
-    resultLabels_.at(static_cast<std::size_t>(column))->setText(text);
+    auto* label = resultLabels_.at(static_cast<std::size_t>(column));
+    label->setText(text);
+    // Who hears a figure does not see the unit on the gauge.
+    const bool isSpeed = column != ResultColumn::https && text.front().isDigit();
+    label->setAccessibleDescription(isSpeed ? QStringLiteral("Mbps") : QString());
 }
 
 void SpeedTestController::setRunEnabled(bool enabled) {

@@ -72,6 +72,9 @@ class GaugeView final : public QWidget {
     QElapsedTimer sinceStart_;
     /// The frame that is waited for, counted from the animation's start.
     std::int64_t frame_ = 0;
+    /// Runs while there is something to tell that waits for its time.
+    QTimer announcing_;
+    QElapsedTimer sinceAnnouncement_;
 };
 
 /// The speed test and its window: the small dark panel with the gauge, the three results and the button. The window is

@@ -12,8 +12,6 @@ namespace skylet {
 
 namespace {
 
-const auto unknown = QStringLiteral("—");
-
 double megabits(std::int64_t bytes, Seconds elapsed) {
     return static_cast<double>(bytes) * 8 / elapsed.count() / 1'000'000;
 }
@@ -81,9 +79,9 @@ void SpeedTestMeasurement::start() {
     upResult_.reset();
     auto& shown = display();
     shown.setResult(ResultColumn::https,
-                    latencyMs_ >= 1 ? QString::number(latencyMs_) + QStringLiteral(" ms") : unknown);
-    shown.setResult(ResultColumn::download, unknown);
-    shown.setResult(ResultColumn::upload, unknown);
+                    latencyMs_ >= 1 ? QString::number(latencyMs_) + QStringLiteral(" ms") : unknownResult());
+    shown.setResult(ResultColumn::download, unknownResult());
+    shown.setResult(ResultColumn::upload, unknownResult());
     shown.setRunEnabled(false);
     shown.setGaugeAccent(downloadColor);
     beginPhase(false);

@@ -37,6 +37,9 @@ class SpeedTestMeasurement final : public BulkTransferDelegate {
     static constexpr Seconds sessionTimeout{15.0};
     static constexpr Seconds uploadTimeout{60.0};
 
+    /// What stands in the place of a result that is not known: a dash.
+    static QString unknownResult() { return QStringLiteral("—"); }
+
     struct Endpoints {
         QUrl down;
         QUrl up;
