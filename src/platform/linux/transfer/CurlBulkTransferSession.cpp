@@ -66,6 +66,7 @@ struct CurlBulkTransferSession::Request {
     Seconds limit;
     std::optional<UploadBody> body;
     QByteArray contentType;
+    bool onFreshConnection = false;
 };
 
 /// One transfer: the request on libcurl's side, what is still to be told about it on the delegate's.
@@ -77,6 +78,7 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         : session_(&session), delegate_(session.delegate_), identifier_(identifier), limit_(request.limit),
           body_(std::move(request.body)), easy_(makeRequest(request.url)) {
         configure(request.contentType);
+        setCurlOption(easy_, CURLOPT_FRESH_CONNECT, long{request.onFreshConnection});
     }
 
     TaskIdentifier identifier() const { return identifier_; }
@@ -184,6 +186,10 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         setCurlOption(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
         if (body_) {
             configureBody(contentType);
+        } else {
+            // Caches on the way would answer for the link (RFC 9111, 5.2.1.4 and 5.4).
+            addHeader("Cache-Control: no-cache");
+            addHeader("Pragma: no-cache");
         }
         setCurlOption(easy_, CURLOPT_HTTPHEADER, headers_.get());
         setCurlOption(easy_, CURLOPT_RESOLVER_START_FUNCTION, &Transfer::lookupStarts);
@@ -301,6 +307,7 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         long port = 0;
         curl_easy_getinfo(easy_.get(), CURLINFO_LOCAL_PORT, &port);
         socket_ = session_->socketAt(static_cast<std::uint16_t>(port));
+        lostConnection_ = false;
         meter_.begin(progress());
         bodyBegun_ = true;
         lostConnection_ = false;
@@ -397,21 +404,24 @@ CurlBulkTransferSession::~CurlBulkTransferSession() {
 }
 
 std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::download(const QUrl& url) {
-    return start({url, requestLimit_, std::nullopt, {}});
+    return start({url, requestLimit_, std::nullopt, {}, false});
 }
 
 std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::upload(const QUrl& url, const QByteArray& contentType,
                                                                   UploadBody body, Seconds timeoutInterval) {
-    return start({url, timeoutInterval, std::move(body), contentType});
+    return start({url, timeoutInterval, std::move(body), contentType, false});
 }
 
 std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::start(Request request) {
     idle_->stop();
     // libcurl takes a connection of HTTP/2 that the server has closed for one that still works.
     const bool areOpen = std::all_of(sockets_.begin(), sockets_.end(), isEstablished);
-    if (std::exchange(epochOfConnections_, epoch_->current()) != epoch_->current() || !areOpen) {
+    const bool areStale = epochOfConnections_ != epoch_->current() || !areOpen;
+    if (areStale) {
         dropConnections();
     }
+    // With a look-up under way they have to stay, but not to be used.
+    request.onFreshConnection = areStale && multi_;
     if (!multi_) {
         multi_ = std::make_unique<CurlMulti>([this](CURL* handle, CURLcode result) { done(handle, result); },
                                              CurlMulti::Connections::exclusive);
@@ -427,7 +437,10 @@ std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::start(Request request
 }
 
 void CurlBulkTransferSession::done(CURL* handle, CURLcode result) {
-    std::erase_if(lookups_, [&](const auto& transfer) { return transfer->handle() == handle; });
+    if (std::erase_if(lookups_, [&](const auto& transfer) { return transfer->handle() == handle; }) > 0 &&
+        transfers_.empty()) {
+        idle_->start();
+    }
     for (const auto& transfer : transfers_) {
         if (transfer->handle() == handle && !transfer->isOver()) {
             transfer->ended(result);
@@ -512,6 +525,7 @@ void CurlBulkTransferSession::remove(const Transfer& transfer) {
 void CurlBulkTransferSession::dropConnections() {
     if (transfers_.empty() && lookups_.empty()) {
         multi_.reset();
+        epochOfConnections_ = epoch_->current();
     }
 }
 

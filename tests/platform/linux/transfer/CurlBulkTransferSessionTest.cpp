@@ -247,6 +247,8 @@ TEST_P(CurlBulkTransferSessionTest, AsksForAnUncompressedAnswerAndSendsTheBodyWi
     const auto get = headersOf(0);
     EXPECT_EQ(get.value(QStringLiteral("accept-encoding")), QStringLiteral("identity"));
     EXPECT_FALSE(get.contains(QStringLiteral("cookie")));
+    EXPECT_EQ(get.value(QStringLiteral("cache-control")), QStringLiteral("no-cache")) << "of caches on the way";
+    EXPECT_EQ(get.value(QStringLiteral("pragma")), QStringLiteral("no-cache"));
     const auto post = headersOf(1);
     EXPECT_EQ(post.value(QStringLiteral("content-type")), QStringLiteral("application/octet-stream"));
     EXPECT_EQ(post.value(QStringLiteral("content-length")), QStringLiteral("1500000"));
@@ -453,7 +455,7 @@ TEST_P(StalledServerTest, AStallCostsNoProcessorTime) {
 }
 
 TEST_P(StalledServerTest, TheResourceLimitHoldsForTheWholeTransfer) {
-    session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, Seconds(0.3)}, epoch, delegate);
+    session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, Seconds(1)}, epoch, delegate);
     const auto down = session->download(test::SpeedServer::down(20'000'000));
     const auto up = upload(20'000'000);
     runFor(250ms);
@@ -599,10 +601,12 @@ TEST_P(CurlBulkTransferSessionTest, ADroppedHandleDoesNotEndTheTransfer) {
 
 TEST_P(CurlBulkTransferSessionTest, BytesAreReportedInSteps) {
     server->set(QStringLiteral("down"), {{QStringLiteral("rate"), 20'000'000}});
+    QElapsedTimer since;
+    since.start();
     const auto task = session->download(test::SpeedServer::down(10'000'000));
     finish(task);
     EXPECT_GE(told(task).pieces, 10);
-    EXPECT_LE(told(task).pieces, 40) << "half a second, one report every 20 ms";
+    EXPECT_LE(told(task).pieces, since.elapsed() / 20 + 2) << "one report every 20 ms";
 }
 
 /// Servers that end a transfer in ways that are not in the book.
@@ -695,12 +699,12 @@ using HostileHttp2Test = HostileServerTest;
 INSTANTIATE_TEST_SUITE_P(Protocols, HostileHttp2Test, testing::Values("h2"));
 
 TEST_P(HostileHttp2Test, WhoeverOnlyKeepsTheConnectionAwakeIsLeft) {
+    // No limit but that of vain work ends these.
+    session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{1h, 1h}, epoch, delegate);
     for (const auto& way : {QStringLiteral("down"), QStringLiteral("up")}) {
         server->set(way, deed(0, "pings"));
-        const auto before = processorTime();
         const auto task = start(way);
         EXPECT_EQ(finish(task).end, End::failed);
-        EXPECT_LT(processorTime() - before, 5s);
     }
 }
 
