@@ -11,8 +11,8 @@ struct UploadBody {
     std::size_t size = 0;
 };
 
-/// `size` zero bytes that cannot be written to. Reading them costs no memory: the kernel shows its one page of zeros for
-/// each of them. Stops the program when there is no room for them in the address space.
+/// `size` zero bytes that cannot be written to. Reading them costs no memory: the kernel shows its one page of zeros
+/// for each of them. Stops the program when there is no room for them in the address space.
 UploadBody zeroBody(std::size_t size);
 
 } // namespace skylet

@@ -1,7 +1,7 @@
 #include "platform/linux/system/FileDiagnosticLog.h"
 
-#include "support/UnprivilegedUser.h"
 #include "platform/linux/system/FileDescriptor.h"
+#include "support/UnprivilegedUser.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
