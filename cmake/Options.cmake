@@ -24,6 +24,8 @@ elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   set(CMAKE_POSITION_INDEPENDENT_CODE ON)
   add_compile_options(-D_FORTIFY_SOURCE=2 -fstack-protector-strong -fstack-clash-protection)
   add_link_options(-pie -Wl,-z,relro,-z,now,--as-needed)
+  # Nothing in the program tells in which folder it was built.
+  add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
 endif()
 
 find_program(CCACHE ccache)
