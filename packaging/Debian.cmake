@@ -1,4 +1,4 @@
-# The Debian package: `cpack` in the build folder, or script/package.
+# The Debian package. script/package builds it.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME skylet)
 set(CPACK_PACKAGE_VENDOR Brimlake)
@@ -28,14 +28,12 @@ set(CPACK_DEBIAN_PACKAGE_DEPENDS "ca-certificates, default-dbus-session-bus | db
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "gnome-shell-extension-appindicator | plasma-workspace | xfce4-panel | mate-panel | \
 lxqt-panel | cinnamon | budgie-core | waybar | sway, hicolor-icon-theme, qt6-wayland, xdg-utils")
 
-# One package of both components. Modes do not follow the umask of whoever builds.
+# One package of both components
 set(CPACK_DEB_COMPONENT_INSTALL TRUE)
 set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
 set(CPACK_COMPONENTS_ALL Unspecified debian)
 set(CPACK_STRIP_FILES TRUE)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/RemoveComment.cmake)
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
-  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
 # The times in the package are those of the release, unless the caller has others.
 file(CONFIGURE OUTPUT CPackEpoch.cmake @ONLY CONTENT [[

@@ -1,0 +1,154 @@
+"""What is in the package, without installing it."""
+
+import configparser
+import re
+import subprocess
+from xml.etree import ElementTree
+
+import pytest
+from package import PACKAGE, SOURCE, VERSION, alternatives, field, output
+
+FILES = {
+    "usr/bin/skylet": 0o755,
+    "usr/share/applications/com.vorn.skylet.desktop": 0o644,
+    "usr/share/doc/skylet/changelog.gz": 0o644,
+    "usr/share/doc/skylet/copyright": 0o644,
+    "usr/share/icons/hicolor/scalable/apps/com.vorn.skylet.svg": 0o644,
+    "usr/share/icons/hicolor/symbolic/apps/com.vorn.skylet-symbolic.svg": 0o644,
+    "usr/share/man/man1/skylet.1.gz": 0o644,
+    "usr/share/metainfo/com.vorn.skylet.metainfo.xml": 0o644,
+}
+# what the program needs without linking it
+NEEDED_BESIDES = [["ca-certificates"], ["default-dbus-session-bus", "dbus-session-bus"]]
+
+
+@pytest.fixture(name="desktop_entry")
+def _desktop_entry(unpacked):
+    parser = configparser.ConfigParser(interpolation=None, delimiters=("=",))
+    parser.optionxform = str
+    parser.read(unpacked / "usr/share/applications/com.vorn.skylet.desktop", encoding="utf-8")
+    return parser
+
+
+@pytest.fixture(name="metainfo")
+def _metainfo(unpacked):
+    return ElementTree.parse(unpacked / "usr/share/metainfo/com.vorn.skylet.metainfo.xml").getroot()
+
+
+def test_it_holds_these_files_and_no_others(unpacked):
+    found = {str(path.relative_to(unpacked)): path.stat().st_mode & 0o7777 for path in unpacked.rglob("*") if not path.is_dir()}
+    assert found == FILES
+
+
+def test_everything_belongs_to_root_and_folders_are_open_to_all():
+    rows = [line.split() for line in output("dpkg-deb", "--contents", PACKAGE).splitlines()]
+    assert {row[1] for row in rows} == {"root/root"}
+    assert {row[0] for row in rows if row[5].endswith("/")} == {"drwxr-xr-x"}
+
+
+def test_installing_it_runs_no_scripts(folder):
+    output("dpkg-deb", "--control", PACKAGE, folder / "control")
+    assert {path.name for path in (folder / "control").iterdir()} == {"control", "md5sums"}
+
+
+def test_lintian_finds_nothing():
+    levels = "error,warning,info,pedantic"
+    assert output("lintian", "--allow-root", "--pedantic", "--display-info", "--fail-on", levels, PACKAGE) == ""
+
+
+def test_the_desktop_entry_is_valid(unpacked):
+    assert output("desktop-file-validate", unpacked / "usr/share/applications/com.vorn.skylet.desktop") == ""
+
+
+def test_the_desktop_entry_is_no_autostart_entry(desktop_entry):
+    keys = set(desktop_entry["Desktop Entry"])
+    assert not {key for key in keys if "Autostart" in key}
+    assert desktop_entry.sections() == ["Desktop Entry"]
+
+
+def test_the_desktop_entry_names_what_is_in_the_package(desktop_entry):
+    entry = desktop_entry["Desktop Entry"]
+    assert f"usr/bin/{entry['Exec']}" in FILES
+    assert f"usr/share/icons/hicolor/scalable/apps/{entry['Icon']}.svg" in FILES
+
+
+@pytest.mark.parametrize("key", ["Comment", "Keywords", "GenericName"])
+def test_the_desktop_entry_speaks_hebrew_too(desktop_entry, key):
+    entry = desktop_entry["Desktop Entry"]
+    assert re.search("[א-ת]", entry[f"{key}[he]"])
+    assert not re.search("[א-ת]", entry[key])
+
+
+def test_the_metainfo_is_valid(unpacked):
+    assert "Validation was successful" in output("appstreamcli", "validate", "--pedantic", "--no-net", "--no-color",
+                                                 unpacked / "usr/share/metainfo/com.vorn.skylet.metainfo.xml")
+
+
+def test_the_metainfo_describes_this_version_and_belongs_to_the_desktop_entry(metainfo):
+    assert metainfo.find("releases/release").get("version") == VERSION
+    assert f"usr/share/applications/{metainfo.findtext('launchable')}" in FILES
+    assert metainfo.find("content_rating").get("type") == "oars-1.1"
+
+
+def test_the_metainfo_tells_the_true_sizes_of_pictures_that_exist(metainfo):
+    images = metainfo.findall("screenshots/screenshot/image")
+    assert images
+    for image in images:
+        picture = SOURCE / "docs/images" / image.text.rsplit("/", 1)[1]
+        # a PNG's width and height are at fixed places in its head
+        head = picture.read_bytes()[16:24]
+        assert (int(image.get("width")), int(image.get("height"))) == (
+            int.from_bytes(head[:4], "big"), int.from_bytes(head[4:], "big"))
+
+
+def test_the_manual_is_laid_out_without_complaints(unpacked):
+    page = unpacked / "usr/share/man/man1/skylet.1.gz"
+    done = subprocess.run(["man", "--warnings=w", "--local-file", page], capture_output=True, text=True, check=True,
+                          env={"PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8", "MANWIDTH": "80", "PAGER": "cat"})
+    assert done.stderr == ""
+    assert f"Skylet {VERSION}" in done.stdout
+    assert "/tmp/skylet.log" in done.stdout
+
+
+def test_it_depends_on_what_the_program_links_and_on_what_it_needs_besides_and_on_nothing_else(unpacked):
+    linked = re.findall(r"\(NEEDED\).*\[(.*)\]", output("readelf", "--dynamic", "--wide", unpacked / "usr/bin/skylet"))
+    where = output("ldconfig", "--print-cache")
+    owners = set()
+    for library in linked:
+        path = re.search(rf"^\s{re.escape(library)} \(libc6,x86-64.*=> (\S+)$", where, re.MULTILINE)[1]
+        # packages own libraries under /usr; the linker's cache may know them by the older names of the same folders
+        found = subprocess.run(["dpkg-query", "--search", path, f"/usr{path}", path.removeprefix("/usr")], capture_output=True,
+                               text=True, check=False).stdout
+        owners.add(found.split(":")[0])
+    depends = alternatives("Depends")
+    assert [group for group in depends if group in NEEDED_BESIDES] == NEEDED_BESIDES
+    assert {name for group in depends if group not in NEEDED_BESIDES for name in group} == owners
+
+
+def test_the_version_is_that_of_the_project():
+    assert field("Version") == VERSION
+
+
+class TestHardening:
+    @pytest.fixture(name="elf")
+    def _elf(self, unpacked):
+        return output("readelf", "--file-header", "--program-headers", "--dynamic", "--wide", unpacked / "usr/bin/skylet")
+
+    def test_the_program_can_be_loaded_anywhere(self, elf):
+        assert re.search(r"Type:\s+DYN", elf)
+        assert re.search(r"FLAGS_1\).* PIE", elf)
+
+    def test_what_the_loader_filled_in_cannot_be_written(self, elf):
+        assert "GNU_RELRO" in elf
+        assert re.search(r"FLAGS_1\).* NOW", elf)
+
+    def test_nothing_is_both_written_and_executed(self, elf):
+        stack = re.search(r"GNU_STACK.*", elf)[0]
+        assert " RW " in stack
+        assert not re.search(r"LOAD.* RWE ", elf)
+
+    def test_libraries_are_looked_for_in_the_systems_folders_alone(self, elf):
+        assert "RPATH" not in elf and "RUNPATH" not in elf
+
+    def test_overwritten_stacks_are_noticed(self, unpacked):
+        assert "__stack_chk_fail" in output("nm", "--dynamic", unpacked / "usr/bin/skylet")

@@ -1,0 +1,224 @@
+"""A stranger's Debian: install, start, upgrade, remove, purge. To be run by `clean_root run`, where there is no network."""
+
+import os
+import shutil
+import subprocess
+from contextlib import ExitStack
+from pathlib import Path
+
+import package
+import pytest
+from desktop import StatusArea, wait_until
+from gi.repository import Gio
+from network import Child
+from package import PACKAGE, VERSION, alternatives, output
+
+HIGHER_VERSION = f"{VERSION}+1"
+# a folder that every system has; what is mounted there is seen by this process and its children alone
+MOUNT_POINT = Path("/mnt")
+USER = "stranger"
+# what package management and the system keep for themselves
+NOT_LOOKED_AT = ("proc", "dev", "var/lib/dpkg", "var/lib/apt", "var/cache", "var/log", "run")
+BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <listen>unix:path={socket}</listen>
+  <policy context="default">
+    <allow user="*"/><allow own="*"/><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/>
+  </policy>
+</busconfig>
+"""
+
+
+class CleanRoot:
+    """A bare Debian in memory; the folder that it is made from is not touched."""
+
+    def __init__(self, stack):
+        output("mount", "-t", "tmpfs", "tmpfs", MOUNT_POINT)
+        stack.callback(output, "umount", "--recursive", "--lazy", MOUNT_POINT)
+        for folder in ("upper", "work", "root"):
+            (MOUNT_POINT / folder).mkdir()
+        self.path = MOUNT_POINT / "root"
+        # not by name alone: commas and colons in a path would end the options
+        lower = MOUNT_POINT / "lower"
+        lower.mkdir()
+        output("mount", "--bind", os.environ["SKYLET_CLEAN_ROOT"], lower)
+        output("mount", "-t", "overlay", "overlay", "-o", f"lowerdir={lower},upperdir={MOUNT_POINT}/upper,"
+               f"workdir={MOUNT_POINT}/work", self.path)
+        output("mount", "-t", "proc", "proc", self.path / "proc")
+        output("mount", "--rbind", "/dev", self.path / "dev")
+        # maintainers' scripts would start services
+        (self.path / "usr/sbin/policy-rc.d").write_text("#!/bin/sh\nexit 101\n")
+        (self.path / "usr/sbin/policy-rc.d").chmod(0o755)
+        self.run("useradd", "--create-home", USER)
+        self.home = self.path / "home" / USER
+
+    def command(self, *command, user="root", **environment):
+        home = "/root" if user == "root" else f"/home/{user}"
+        words = [f"{key}={value}" for key, value in {"HOME": home, "PATH": package.ENVIRONMENT["PATH"], "LANG": "C.UTF-8",
+                                                      "DEBIAN_FRONTEND": "noninteractive", **environment}.items()]
+        # the user's number is that inside: chroot looks the name up there
+        return ["chroot", f"--userspec={user}", self.path, "env", "-i", *words, *command]
+
+    def run(self, *command, **options):
+        return output(*self.command(*command, **options))
+
+    def apt(self, *arguments):
+        return self.run("apt-get", "--quiet", "--yes", "--no-install-recommends", *arguments)
+
+    def install(self, deb):
+        """As a user would who has downloaded it."""
+        shutil.copy(deb, self.path / "root" / deb.name)
+        self.apt("install", f"/root/{deb.name}")
+        (self.path / "root" / deb.name).unlink()
+
+    def state(self):
+        """What dpkg knows of the package: ("installed", version), or None."""
+        done = subprocess.run([*map(str, self.command("dpkg-query", "--show", "--showformat=${db:Status-Status} ${Version}",
+                                                      "skylet"))], capture_output=True, text=True, check=False)
+        return tuple(done.stdout.split()) if done.returncode == 0 and done.stdout else None
+
+    def paths(self):
+        """Everything that is there, but for NOT_LOOKED_AT."""
+        found = set()
+        for folder, folders, files in os.walk(self.path):
+            inside = os.path.relpath(folder, self.path)
+            names = [os.path.normpath(os.path.join(inside, name)) for name in folders + files]
+            folders[:] = [name for name in folders if os.path.normpath(os.path.join(inside, name)) not in NOT_LOOKED_AT]
+            found.update(names)
+        return found
+
+
+class Session:
+    """The user's desktop: a screen, the session bus that the package's dependencies brought, and a status area."""
+
+    def __init__(self, root, stack):
+        self._root, self._stack = root, stack
+        screen = stack.enter_context(Child(["Xvfb", ":0", "-nolock", "-nolisten", "tcp", "-nolisten", "unix", "-displayfd", "1"],
+                                           stdout=subprocess.PIPE, stderr=subprocess.DEVNULL))
+        assert screen.stdout.readline(), "the screen did not start"
+        folder = root.path / "run/session"
+        folder.mkdir()
+        shutil.chown(folder, *[int(root.run("id", which, USER)) for which in ("--user", "--group")])
+        folder.chmod(0o700)
+        (root.path / "run/session.conf").write_text(BUS_CONFIGURATION.format(socket="/run/session/bus"))
+        daemon = stack.enter_context(Child(
+            root.command("dbus-daemon", "--nofork", "--config-file=/run/session.conf", "--print-address", user=USER),
+            stdout=subprocess.PIPE))
+        assert daemon.stdout.readline(), "the session bus did not start"
+        self.area = StatusArea(self, stack)
+
+    def connect(self):
+        flags = Gio.DBusConnectionFlags
+        connection = Gio.DBusConnection.new_for_address_sync(
+            f"unix:path={self._root.path}/run/session/bus", flags.AUTHENTICATION_CLIENT | flags.MESSAGE_BUS_CONNECTION, None, None)
+        connection.set_exit_on_close(False)
+        return connection
+
+    def start(self, **environment):
+        """The program as the desktop entry names it."""
+        entry = (self._root.path / "usr/share/applications/com.vorn.skylet.desktop").read_text()
+        line, = (line for line in entry.splitlines() if line.startswith("Exec="))
+        return self._stack.enter_context(Child(
+            self._root.command(line.removeprefix("Exec="), user=USER, DISPLAY=":0", XDG_RUNTIME_DIR="/run/session",
+                               DBUS_SESSION_BUS_ADDRESS="unix:path=/run/session/bus", XDG_CURRENT_DESKTOP="GNOME",
+                               **environment),
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True))
+
+
+@pytest.fixture(name="stack")
+def _stack():
+    with ExitStack() as stack:
+        yield stack
+
+
+@pytest.fixture(name="root")
+def _root(stack):
+    assert os.getpid() < 100 and "SKYLET_CLEAN_ROOT" in os.environ, "this is to be run by clean_root"
+    return CleanRoot(stack)
+
+
+@pytest.fixture(name="higher_package")
+def _higher_package(folder):
+    """The same under a higher version."""
+    output("dpkg-deb", "--raw-extract", PACKAGE, folder / "higher")
+    control = folder / "higher/DEBIAN/control"
+    control.write_text(control.read_text().replace(f"\nVersion: {VERSION}\n", f"\nVersion: {HIGHER_VERSION}\n"))
+    result = folder / "higher.deb"
+    output("dpkg-deb", "--root-owner-group", "--build", folder / "higher", result)
+    return result
+
+
+def own_paths():
+    """The paths in the package, relative to the root."""
+    return {os.path.normpath(line.split()[5]) for line in output("dpkg-deb", "--contents", PACKAGE).splitlines()} - {"."}
+
+
+def test_it_installs_starts_upgrades_and_goes_without_a_trace(root, stack, higher_package):
+    root.install(PACKAGE)
+    assert root.state() == ("installed", VERSION)
+    with_it = root.paths()
+    assert own_paths() <= with_it
+    session = Session(root, stack)
+
+    program = session.start()
+    # no network: nothing can be asked, and the program says so
+    offline = session.area.wait_for("red", 15)
+    assert offline.word == "Offline"
+    assert "/libqxcb.so" in Path("/proc", str(program.pid), "maps").read_text(), "it is on the screen"
+    assert session.area.menu()["About Skylet"].has_icon, "it finds its own icon"
+    assert session.start().wait(5) == 0, "a second start ends at once"
+    assert program.poll() is None
+
+    root.install(higher_package)
+    assert root.state() == ("installed", HIGHER_VERSION)
+    assert program.poll() is None, "an upgrade does not end what runs"
+    session.area.click("Quit")
+    assert program.wait(5) == 0
+    assert program.stdout.read() == ""
+    wait_until(lambda: session.area.now.dot is None, 2, "the item is gone")
+    upgraded = session.start(LANGUAGE="he")
+    assert "אין רשת" in session.area.wait_for("red", 15).word
+    upgraded.terminate()
+    assert upgraded.wait(5) == 0
+
+    root.apt("remove", "skylet")
+    check_that_it_went_without_a_trace(root, with_it)
+    root.install(PACKAGE)
+    root.apt("purge", "skylet")
+    check_that_it_went_without_a_trace(root, with_it)
+
+
+def check_that_it_went_without_a_trace(root, with_it):
+    """`with_it`: the paths that were there when it was installed but had never been started."""
+    assert root.state() is None
+    without_it, own = root.paths(), own_paths()
+    left = own & without_it
+    assert with_it - without_it == own - left, "what is gone is the package's, and all of it is gone"
+    for folder in left:
+        root.run("dpkg-query", "--search", f"/{folder}")  # fails where it is nobody's now
+    # what its documents say that it writes
+    assert {path for path in without_it - with_it if "skylet" in path} <= {
+        "tmp/skylet.log", f"home/{USER}/.config/skylet", f"home/{USER}/.config/skylet/skylet.ini"}
+    assert {path for path in without_it - with_it if "skylet" not in path} <= {f"home/{USER}/.config", f"home/{USER}/.cache"}
+
+
+def test_what_it_recommends_can_be_installed_beside_it(root):
+    shutil.copy(PACKAGE, root.path / "root/skylet.deb")
+    plan = root.run("apt-get", "--simulate", "--quiet", "install", "--install-recommends", "/root/skylet.deb")
+    installed = {line.split()[1] for line in plan.splitlines() if line.startswith("Inst ")}
+    for group in alternatives("Recommends"):
+        assert installed & set(group), f"none of {group}"
+
+
+def test_every_alternative_that_it_names_is_a_package_of_debian(root):
+    names = {name for group in alternatives("Recommends") for name in group}
+    known = root.run("apt-cache", "show", "--no-all-versions", *sorted(names))
+    assert {line.split()[1] for line in known.splitlines() if line.startswith("Package: ")} == names
+
+
+def test_it_is_alone_without_any_network(root):
+    devices = root.run("cat", "/proc/net/dev").splitlines()[2:]
+    assert [line.split(":")[0].strip() for line in devices] == ["lo"]
+    assert root.run("cat", "/proc/net/route").splitlines()[1:] == []
