@@ -67,8 +67,8 @@ QImage onGray(const QImage& icon) {
 struct Difference {
     /// Steps of 255, over all channels of all pixels.
     double mean = 0;
-    /// Share of the pixels with a channel that is more than 24 steps away.
-    double farOff = 0;
+    /// Pixels with a channel that is more than 24 steps away.
+    int farOff = 0;
 };
 
 Difference difference(const QImage& first, const QImage& second) {
@@ -85,7 +85,7 @@ Difference difference(const QImage& first, const QImage& second) {
             const int green = std::abs(a.green() - b.green());
             const int blue = std::abs(a.blue() - b.blue());
             result.mean += (red + green + blue) / 3.0 / pixels;
-            result.farOff += std::max({red, green, blue}) > farOffSteps ? 1 / pixels : 0;
+            result.farOff += std::max({red, green, blue}) > farOffSteps ? 1 : 0;
         }
     }
     return result;
@@ -110,13 +110,15 @@ INSTANTIATE_TEST_SUITE_P(Renderers, InstalledIcon,
                          [](const auto& tested) { return tested.param.name; });
 
 TEST_P(InstalledIcon, LooksLikeTheOneThatTheProgramPaints) {
+    // Both smooth their edges in their own ways, which is 18 pixels at 256; the smallest star would be 10 more.
+    constexpr int withoutAStar = 24;
     for (const int side : {48, 64, 128, 256}) {
         const QImage drawn = draw("com.vorn.skylet.svg", side);
         const QImage painted = applicationIcon().pixmap(side, side).toImage();
         ASSERT_EQ(drawn.size(), painted.size());
         const Difference found = difference(drawn, painted);
-        EXPECT_LT(found.mean, 1.0) << "at " << side;
-        EXPECT_LT(found.farOff, 0.005) << "at " << side;
+        EXPECT_LT(found.mean, 0.4) << "at " << side;
+        EXPECT_LT(found.farOff, withoutAStar) << "at " << side;
     }
 }
 
