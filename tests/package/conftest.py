@@ -12,8 +12,8 @@ def there_is_a_package():
 
 @pytest.fixture(scope="session")
 def folder():
-    """An empty folder that goes with the tests, which pytest's own do not."""
-    with tempfile.TemporaryDirectory(prefix="skylet-package-") as name:
+    """An empty folder that goes with the tests, which pytest's own do not. It is in the build tree, should they be killed."""
+    with tempfile.TemporaryDirectory(prefix="test-", dir=package.BUILD_FOLDER) as name:
         yield Path(name)
 
 

@@ -6,6 +6,7 @@ from pathlib import Path
 
 SOURCE = Path(__file__).parents[2]
 PACKAGE = Path(os.environ["SKYLET_PACKAGE"])
+BUILD_FOLDER = Path(os.environ["SKYLET_CLEAN_ROOT"]).parent
 VERSION = os.environ["SKYLET_PACKAGE_VERSION"]
 # that of a test's children: nothing of the environment around it gets to them
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8", "HOME": "/nonexistent"}
