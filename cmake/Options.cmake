@@ -3,7 +3,8 @@ add_library(skylet_options INTERFACE)
 target_compile_features(skylet_options INTERFACE cxx_std_20)
 target_compile_options(skylet_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wnon-virtual-dtor
-  -Woverloaded-virtual -Wcast-align -Wformat=2 -Wimplicit-fallthrough -Wduplicated-cond -Wlogical-op -Werror)
+  -Woverloaded-virtual -Wcast-align -Wformat=2 -Wimplicit-fallthrough -Wduplicated-cond -Wlogical-op)
+set(CMAKE_COMPILE_WARNING_AS_ERROR ON CACHE BOOL "Off for compilers and libraries newer than those tried here")
 target_compile_definitions(skylet_options INTERFACE
   QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY QT_NO_URL_CAST_FROM_STRING
   QT_STRICT_ITERATORS QT_NO_FOREACH QT_NO_KEYWORDS QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
@@ -22,7 +23,8 @@ if(SKYLET_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-  add_compile_options(-D_FORTIFY_SOURCE=2 -fstack-protector-strong -fstack-clash-protection)
+  # Some compilers define _FORTIFY_SOURCE by themselves, and differently.
+  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3 -fstack-protector-strong -fstack-clash-protection)
   add_link_options(-pie -Wl,-z,relro,-z,now,--as-needed)
   # Nothing in the program tells in which folder it was built.
   add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)

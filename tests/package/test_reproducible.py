@@ -39,7 +39,7 @@ def test_two_builds_in_two_folders_give_the_same_bytes(second_build):
 def test_every_file_is_compiled_with_checks_on_buffers(second_build):
     commands = [entry["command"] for entry in json.loads((second_build / "compile_commands.json").read_text())]
     assert len(commands) > 20
-    for flag in ("-D_FORTIFY_SOURCE=2", "-O", "-fstack-protector-strong", "-fstack-clash-protection"):
+    for flag in ("-D_FORTIFY_SOURCE=3", "-O", "-fstack-protector-strong", "-fstack-clash-protection"):
         assert [command for command in commands if flag not in command] == []
 
 
