@@ -1,4 +1,4 @@
-# The Debian package. script/package builds it.
+# The Debian package: `cpack` in the build folder, or script/package.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME skylet)
 set(CPACK_PACKAGE_VENDOR Brimlake)
@@ -16,8 +16,6 @@ interfaces. On GNOME it needs gnome-shell-extension-appindicator.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
 
 # What the program links is found by dpkg-shlibdeps. What it needs besides: certificates to trust and a session bus; without
 # the one every check fails, without the other the program ends at once.
@@ -34,6 +32,7 @@ set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
 set(CPACK_COMPONENTS_ALL Unspecified debian)
 set(CPACK_STRIP_FILES TRUE)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/RemoveComment.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/Repack.cmake)
 
 # The times in the package are those of the release, unless the caller has others.
 file(CONFIGURE OUTPUT CPackEpoch.cmake @ONLY CONTENT [[

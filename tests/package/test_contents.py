@@ -128,6 +128,12 @@ def test_it_depends_on_what_the_program_links_and_on_what_it_needs_besides_and_o
     assert {name for group in depends if group not in NEEDED_BESIDES for name in group} == owners
 
 
+def test_the_size_that_it_tells_does_not_hang_on_the_file_system_that_it_was_packed_on(unpacked):
+    inside = list((unpacked / "usr").rglob("*"))
+    sizes = [1, *(1 if path.is_dir() else -(-path.stat().st_size // 1024) for path in inside)]
+    assert int(field("Installed-Size")) == sum(sizes)
+
+
 def test_the_version_is_that_of_the_project():
     assert field("Version") == VERSION
 
