@@ -134,11 +134,13 @@ TEST_P(InstalledIcon, HasASymbolOfOneColourForTheDesktopToReplace) {
             }
         }
     }
-    // the light and the ground below it, with nothing between them
     EXPECT_GT(filled, 64 * 64 / 6);
-    EXPECT_EQ(symbol.pixelColor(32, 22).alpha(), 255);
-    EXPECT_EQ(symbol.pixelColor(32, 41).alpha(), 0);
-    EXPECT_EQ(symbol.pixelColor(32, 54).alpha(), 255);
+    // From top to bottom: the glow, the light and the ground, with nothing between them.
+    EXPECT_EQ(symbol.pixelColor(32, 8).alpha(), 255);
+    EXPECT_EQ(symbol.pixelColor(32, 16).alpha(), 0);
+    EXPECT_EQ(symbol.pixelColor(32, 32).alpha(), 255);
+    EXPECT_EQ(symbol.pixelColor(32, 45).alpha(), 0);
+    EXPECT_EQ(symbol.pixelColor(32, 52).alpha(), 255);
     EXPECT_EQ(symbol.pixelColor(0, 0).alpha(), 0);
 }
 
