@@ -21,10 +21,10 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 # the one every check fails, without the other the program ends at once.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS TRUE)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "ca-certificates, default-dbus-session-bus | dbus-session-bus")
-# It works without these, but less well: something that shows the dot (GNOME's extension first, since GNOME is Debian's default
-# desktop and the only large one that lacks a host), windows on Wayland, the browser for the maker's site, the icon's theme.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "gnome-shell-extension-appindicator | plasma-workspace | xfce4-panel | mate-panel | \
-lxqt-panel | cinnamon | budgie-core | waybar | sway, hicolor-icon-theme, qt6-wayland, xdg-utils")
+# It works without these, but less well: windows on Wayland, the browser for the maker's site, the icon's theme.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "hicolor-icon-theme, qt6-wayland, xdg-utils")
+# GNOME is the one large desktop that shows the dot only with an extension. No more than suggested: it would bring GNOME along.
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS gnome-shell-extension-appindicator)
 
 # One package of both components
 set(CPACK_DEB_COMPONENT_INSTALL TRUE)
