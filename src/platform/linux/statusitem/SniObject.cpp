@@ -4,6 +4,7 @@
 #include <QFontDatabase>
 
 #include <array>
+#include <span>
 #include <utility>
 
 namespace skylet {
@@ -12,6 +13,9 @@ namespace {
 
 // Panels ask for 16 to 32 logical pixels; the rest is for scale 2. A host takes the nearest and scales it.
 constexpr std::array iconSizes = {16, 22, 24, 32, 48, 64};
+// Fewer for the whole title, which is some ten times as wide. Waybar takes the largest whatever its scale is, so that
+// one is twice the usual height and no more.
+constexpr std::array titleHeights = {16, 22, 24, 32, 44};
 
 // An activation token is a short opaque text; a longer one is no token.
 constexpr qsizetype longestToken = 1024;
@@ -188,7 +192,8 @@ const QList<DBusPixmap>& SniObject::pixmaps() {
     if (paintedIcon_ != appearance_.icon) {
         const QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
         pixmaps_.clear();
-        for (const int size : iconSizes) {
+        const bool wide = appearance_.icon.form == StatusIcon::Form::wide;
+        for (const int size : wide ? std::span<const int>(titleHeights) : std::span<const int>(iconSizes)) {
             pixmaps_.append(toDBusPixmap(paintStatusIcon(appearance_.icon, size, font)));
         }
         paintedIcon_ = appearance_.icon;
