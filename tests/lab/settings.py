@@ -12,6 +12,7 @@ def _of_build(name):
 
 
 PROGRAM = Path(_of_build("PROGRAM"))
+DEMO = Path(_of_build("DEMO"))
 LINK = Path(_of_build("LINK"))
 ENDPOINTS = _of_build("ENDPOINTS").split()
 SHOTS = Path(_of_build("SHOTS"))

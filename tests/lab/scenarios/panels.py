@@ -1,32 +1,152 @@
 """What every real panel has to show."""
 
+import time
+
+from desktop import wait_until
+from panel import BELOW, PANEL, private_kb
+
 LARGE_ENOUGH_FOR_THE_MENU = (150, 150)
-# steps down to "Pause Automatic Checks" past the entries that can be chosen then: the speed test and the check only while
-# the checks are not paused
-PAUSE = ["Down"] * 4 + ["Return"]
-RESUME = ["Down"] * 2 + ["Return"]
+TITLES = ("Run Speed Test", "Check Connection", "Show Live Traffic", "Pause Automatic", "Launch at Login", "About", "Quit")
+# rows that can be chosen while online, and where a separator stands before the next one
+ROWS = len(TITLES)
+SEPARATED_AFTER = (1, 4)
+LINES_ABOVE = 3
+# mean difference of a colour by which a panel's own way of scaling may differ from ours
+FITS = 8
+ALLOWED_GROWTH_KB = 1024
 
 
 def check_panel(lab, panel):
-    """The dot is seen, a real click on it opens the menu, and a choice in the menu is obeyed and seen."""
+    """The dot and the number are seen, a real click opens the menu, what is chosen there is obeyed and seen, and all that
+    holds when the panel has crashed and come back."""
     before = panel.shot("before")
-    assert (before.dot("green"), before.dot("gray")) == (None, None)
+    assert not before.dots("green", PANEL) and not before.dots("gray", PANEL)
     lab.link.set(rtt_ms=40)
     lab.program.start()
-    place = panel.wait_for_dot("green", 15, "green")
-    open_menu(panel, place, "menu")
-    panel.press(*PAUSE)
-    place = panel.wait_for_dot("gray", 5, "paused")
-    panel.wait_until_still()
-    open_menu(panel, place, "menu-paused")
-    panel.press(*RESUME)
-    panel.wait_for_dot("green", 5, "resumed")
+    place = panel.wait_for_dot("green", 20, "green")
+    check_number(lab, panel, place)
+    rows = check_menu(lab, panel, place)
+    check_pause(lab, panel, place, rows)
+    check_return(lab, panel)
+
+
+def check_number(lab, panel, place):
+    """What the host was given holds the number, and where it draws our picture the screen shows just that."""
+    panel.park_mouse()
+    _, item = panel.item(lab.program.pid)
+    shows = panel.kind.shows
+    assert ("XAyatanaLabel" in item) == (shows == "label")
+    if shows == "label":
+        assert " ms " in item["XAyatanaLabel"]
+        return
+    if shows in ("badge", "wide"):
+        def fits():
+            _, now = panel.item(lab.program.pid)
+            picture = panel.shot("green")
+            dots = picture.dots("green", PANEL)
+            assert len(dots) == 1, dots
+            distance = panel.icon_distance(picture, dots[0], now["IconPixmap"])
+            print(f"{panel.name}: the picture is off by {distance:.1f}")
+            return distance < FITS
+        wait_until(fits, 10, "the panel shows our picture")
 
 
 def open_menu(panel, place, name):
-    closed, openings = panel.shot(name), panel.openings()
+    """Opens it by a click; (the picture of the screen before, the one with the menu, the menu's rectangle)."""
+    panel.park_mouse()
+    closed = panel.wait_until_still()
     panel.click(place)
+    wait_until(lambda: large_enough(panel.look().difference(closed, BELOW)), 5, "a menu opens")
+    panel.park_mouse()
     panel.wait_until_still()
-    changed = panel.shot(name).difference(closed)
-    assert all(size >= wanted for size, wanted in zip(changed, LARGE_ENOUGH_FOR_THE_MENU)), changed
-    assert panel.openings() > openings
+    opened = panel.shot(name)
+    area = opened.difference(closed, BELOW)
+    assert large_enough(area), area
+    return opened, area
+
+
+def large_enough(area):
+    return area and all(area[end] - area[end - 2] >= size for end, size in zip((2, 3), LARGE_ENOUGH_FOR_THE_MENU))
+
+
+def check_menu(lab, panel, place):
+    """The rows stand where they belong: the three lines cannot be chosen, the separators are in their places, and the
+    keyboard reaches the rest."""
+    entries = panel.menu(lab.program.pid)
+    assert [entry.enabled for entry in entries if not entry.separator] == [False] * LINES_ABOVE + [True] * ROWS
+    assert [index for index, entry in enumerate(entries) if entry.separator] == [3, 6, 10]
+    opened, area = open_menu(panel, place, "menu")
+    rows = []
+    for _ in range(ROWS):
+        panel.press("Down")
+        rows.append(wait_until(lambda: row_that_differs(panel.look(), opened, area, rows), 3, "the next row is marked"))
+    panel.press("Escape")
+    height = rows[1][0] - rows[0][0]
+    assert height > 12, rows
+    for index in range(ROWS - 1):
+        gap = rows[index + 1][0] - rows[index][0] - height
+        assert 1 <= gap <= height if index in SEPARATED_AFTER else gap == 0, (index, rows)
+    assert rows[0][0] - area[1] >= LINES_ABOVE * (height - 4), (rows, area)
+    return rows
+
+
+def row_that_differs(picture, plain, area, known):
+    """(top, bottom) of the row that is marked in the one picture and not in the other. The mark reaches the menu's edge,
+    which the changing texts do not."""
+    changed = picture.difference(plain, (area[0] + 4, area[1], area[0] + 9, area[3]))
+    row = changed and (changed[1], changed[3])
+    return row if row and 12 < row[1] - row[0] < 60 and row not in known else None
+
+
+def check_pause(lab, panel, place, rows):
+    """A choice made with the keyboard is obeyed, seen within a second, and marked in the menu."""
+    unchecked, _ = open_menu(panel, place, "menu")
+    panel.press(*["Down"] * 4, "Return")
+    began = time.monotonic()
+    place = panel.wait_for_dot("gray", 1, "paused")
+    print(f"{panel.name}: seen after {time.monotonic() - began:.2f} s at most")
+    time.sleep(0.5)
+    checked, area = open_menu(panel, place, "menu-paused")
+    changed = [checked.difference(unchecked, (area[0] + 2, top + 2, area[2] - 2, bottom - 2)) for top, bottom in rows]
+    # two rows are disabled now, one has its mark, and the others are as before
+    assert [bool(part) for part in changed] == [True, True, False, True, False, False, False], changed
+    panel.press(*["Down"] * 2, "Return")
+    panel.wait_for_dot("green", 5, "resumed")
+
+
+def check_return(lab, panel):
+    """The panel crashes and comes back, with the item."""
+    if panel.kind.shows == "strip":
+        return
+    panel.kill()
+    panel.wait_until_gone("green", 5, "gone") if panel.kind.shows != "tray" else None
+    panel.restart()
+    wait_until(lambda: len(panel.shot("back").dots("green", PANEL)) == 1, 15, "one green dot again")
+
+
+def check_changes(lab, panel):
+    """500 changes make neither the host nor the item grow, and each is told once."""
+    lab.program.end()
+    panel.wait_until_gone("green", 5, "ended")
+    demo = panel.start_demo()
+
+    def change():
+        demo.stdin.write("\n")
+        began = time.time()
+        assert demo.stdout.readline().startswith("500 changes")
+        time.sleep(1)
+        return [name for _, name in panel.signals(began)]
+
+    panel.wait_for_dot("green", 10, "changes")
+    change()
+    hosts = panel.host_pids()
+    before = {pid: private_kb(pid) for pid in (*hosts, demo.pid)}
+    told = change()
+    growth = {pid: private_kb(pid) - kb for pid, kb in before.items()}
+    print(f"{panel.name}: growth in kB {growth}, signals { {name: told.count(name) for name in set(told)} }")
+    assert all(told.count(name) <= 500 for name in set(told)), told
+    assert "LayoutUpdated" not in told
+    if not lab.program.sanitized:
+        assert max(growth.values()) <= ALLOWED_GROWTH_KB, growth
+    demo.terminate()
+    demo.wait(5)
