@@ -234,7 +234,7 @@ class Panel:
         for pixmap in pixmaps:
             for height in range(14, 31):
                 icon = Icon(pixmap).scaled(height)
-                dot_x = icon.width // 2 if icon.width < 2 * icon.height else height // 2
+                dot_x = round(icon.width * _dot_place(pixmap))
                 for top in range(max(0, dot[1] - height + 1), dot[1] + 1):
                     for left in range(max(0, dot[0] - dot_x - 3), dot[0] - dot_x + 4):
                         if left + icon.width > picture.width:
@@ -254,6 +254,13 @@ class Panel:
 
     def press(self, *keys):
         self._run("xdotool", "key", "--delay", "60", *keys)
+
+
+def _dot_place(pixmap):
+    """Where the middle of the dot is, as a share of the picture's width: in the middle of a square one, else at the left
+    end, eleven logical pixels in."""
+    width, height, _ = pixmap
+    return 0.5 if width == height else 11 * max(1, round(height / 20)) / width
 
 
 def private_kb(pid):

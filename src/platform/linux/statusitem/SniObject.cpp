@@ -68,11 +68,13 @@ void SniObject::addItemProperties(const QString& menuPath) {
     constant(QStringLiteral("IconThemePath"), text, QString());
     constant(QStringLiteral("Menu"), QStringLiteral("o"), QVariant::fromValue(QDBusObjectPath(menuPath)));
     constant(QStringLiteral("ItemIsMenu"), QStringLiteral("b"), true);
-    // A name would go before the pixmap, and no icon theme has an icon for every number.
-    constant(QStringLiteral("IconName"), text, QString());
+    // A name goes before the pixmap, and no icon theme has an icon for every number: so there is one only where it is
+    // all that the host reads.
+    for (const QString& name : {QStringLiteral("IconName"), QStringLiteral("AttentionIconName")}) {
+        addProperty(name, text, [this] { return QVariant(iconName()); });
+    }
     constant(QStringLiteral("OverlayIconName"), text, QString());
     constant(QStringLiteral("OverlayIconPixmap"), images, QVariant::fromValue(QList<DBusPixmap>()));
-    constant(QStringLiteral("AttentionIconName"), text, QString());
     constant(QStringLiteral("AttentionMovieName"), text, QString());
     // While attention is asked for, hosts show the attention icon in the place of the icon: it is the same.
     for (const QString& name : {QStringLiteral("IconPixmap"), QStringLiteral("AttentionIconPixmap")}) {
@@ -123,6 +125,12 @@ void SniObject::openMenu(const QDBusMessage& call) {
 void SniObject::setAppearance(const ItemAppearance& appearance) {
     appearance_ = appearance;
     scheduleTelling();
+}
+
+void SniObject::setIconByName(bool byName) {
+    if (byName != (iconFiles_ != nullptr)) {
+        iconFiles_ = byName ? std::make_unique<IconFiles>(IconFiles::usualFolder()) : nullptr;
+    }
 }
 
 void SniObject::setStatus(Status status) {
@@ -186,6 +194,10 @@ DBusToolTip SniObject::toolTip() const {
     // Not only untold but also unread: a host that is told of an icon may read the tooltip as well.
     const ItemAppearance& source = menuOpen_ && told_ ? told_->appearance : appearance_;
     return {{}, {}, source.toolTipTitle, escapedMarkup(source.toolTipText)};
+}
+
+QString SniObject::iconName() {
+    return iconFiles_ ? iconFiles_->fileFor(appearance_.icon) : QString();
 }
 
 const QList<DBusPixmap>& SniObject::pixmaps() {

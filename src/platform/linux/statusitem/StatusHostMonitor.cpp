@@ -29,12 +29,12 @@ struct KnownProgram {
 // Under the item's own name the extension (seen in version 46) forgets what it has read of the item when its watch on
 // that name answers after the item has, and then drops the item: 4 of 12 starts on a busy machine, against none under
 // the name of the connection.
-constexpr StatusHostTraits gnome{TitleWay::label, true, true};
-constexpr StatusHostTraits labelHost{TitleWay::label, false, false};
+constexpr StatusHostTraits gnome{TitleWay::label, true, true, false};
+constexpr StatusHostTraits indicators{TitleWay::label, false, false, true};
 // MATE's panel sets a label too, but hides the icon beside it where the desktop shows no images on buttons.
-constexpr StatusHostTraits wideHost{TitleWay::wide, false, false};
+constexpr StatusHostTraits wideHost{TitleWay::wide, false, false, false};
 // Plasma 5 sends `Activate` on a left click, and opens the menu where that is refused.
-constexpr StatusHostTraits plasma{TitleWay::badge, true, false};
+constexpr StatusHostTraits plasma{TitleWay::badge, true, false, false};
 
 // The rest, among them xfce4-panel (whose plugin runs as "panel-N-systray") and lxqt-panel, show a square icon alone.
 constexpr std::array knownPrograms = {
@@ -44,8 +44,8 @@ constexpr std::array knownPrograms = {
     KnownProgram{QLatin1String("mate-panel"), wideHost},
     KnownProgram{QLatin1String("waybar"), wideHost},
     // The application indicator services of the Ayatana project and of Unity.
-    KnownProgram{QLatin1String("ayatana-indicator-application-service"), labelHost},
-    KnownProgram{QLatin1String("indicator-application-service"), labelHost},
+    KnownProgram{QLatin1String("ayatana-indicator-application-service"), indicators},
+    KnownProgram{QLatin1String("indicator-application-service"), indicators},
     // Plasma's watcher lives in its service daemon, its host in the shell.
     KnownProgram{QLatin1String("plasmashell"), plasma},
     KnownProgram{QLatin1String("kded5"), plasma},
@@ -58,7 +58,7 @@ constexpr QLatin1String goBetween("xapp-sn-watcher");
 // Asked when a process cannot be seen.
 constexpr std::array knownDesktops = {
     KnownProgram{QLatin1String("GNOME"), gnome},         KnownProgram{QLatin1String("MATE"), wideHost},
-    KnownProgram{QLatin1String("X-Cinnamon"), wideHost}, KnownProgram{QLatin1String("Unity"), labelHost},
+    KnownProgram{QLatin1String("X-Cinnamon"), wideHost}, KnownProgram{QLatin1String("Unity"), indicators},
     KnownProgram{QLatin1String("KDE"), plasma},
 };
 

@@ -22,6 +22,8 @@ struct StatusHostTraits {
     bool opensMenu = false;
     /// An item should give the watcher the name of its connection rather than one of its own.
     bool prefersConnectionName = false;
+    /// The host looks at the icon's name alone, never at its pixels.
+    bool readsIconName = false;
 
     bool operator==(const StatusHostTraits&) const = default;
 };

@@ -9,7 +9,9 @@
 #include <QApplication>
 #include <QDBusError>
 #include <QDBusObjectPath>
+#include <QDir>
 #include <QMenu>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -122,6 +124,21 @@ TEST_F(SniStatusItemTest, ShowsALabelBesideTheDotWhereTheHostSetsOne) {
     }
     EXPECT_EQ(icons.first().width, 16);
     EXPECT_EQ(icons.last().width, 64);
+}
+
+TEST_F(SniStatusItemTest, NamesAFileWithTheDotWhereTheHostReadsNothingElse) {
+    const QTemporaryDir runtime;
+    qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+    show(QStringLiteral("ayatana-indicat"));
+    const QImage dot(property(QStringLiteral("IconName")).toString());
+    EXPECT_EQ(dot.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(DotColor::systemGreen).fill);
+    EXPECT_EQ(property(QStringLiteral("AttentionIconName")), property(QStringLiteral("IconName")));
+    item_->setTitle(sample::offline());
+    const QImage red(property(QStringLiteral("IconName")).toString());
+    EXPECT_EQ(red.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(DotColor::systemRed).fill);
+    item_.reset();
+    EXPECT_TRUE(QDir(runtime.path()).isEmpty());
+    qunsetenv("XDG_RUNTIME_DIR");
 }
 
 TEST_F(SniStatusItemTest, HasNoLabelAtAllWhereTheHostSetsNone) {
