@@ -150,7 +150,7 @@ class Panel:
         names = [name for name in self._ask_bus("ListNames")
                  if name == WATCHER or name.startswith("org.kde.StatusNotifierHost-")]
         pids = {self._ask_bus("GetConnectionUnixProcessID", name) for name in names}
-        return pids or {self._panel.pid}
+        return pids | {self._panel.pid}
 
     def item(self, pid):
         """(connection, properties) of the item of this process, as any host can read them."""
@@ -230,7 +230,7 @@ class Panel:
     def icon_distance(self, picture, dot, pixmaps):
         """How well the best of an item's pictures fits what is to be seen around the dot, drawn in the size in which it fits
         best: mean difference of a colour, 0 to 255."""
-        best = 255.0
+        best, ground = 255.0, picture.commonest(dot[1])
         for pixmap in pixmaps:
             for height in range(14, 31):
                 icon = Icon(pixmap).scaled(height)
@@ -239,7 +239,6 @@ class Panel:
                     for left in range(max(0, dot[0] - dot_x - 3), dot[0] - dot_x + 4):
                         if left + icon.width > picture.width:
                             continue
-                        ground = picture.pixel(max(0, left - 2), dot[1])
                         # a row through the dot sorts out what is far off
                         if icon.distance(picture, left, top, ground, [dot[1] - top]) < best:
                             best = min(best, icon.distance(picture, left, top, ground))
@@ -250,7 +249,10 @@ class Panel:
 
     def park_mouse(self):
         """Where it hides nothing and no tooltip comes up."""
-        self._run("xdotool", "mousemove", str(WIDTH - 2), str(HEIGHT - 2))
+        self.point((WIDTH - 2, HEIGHT - 2))
+
+    def point(self, place):
+        self._run("xdotool", "mousemove", *map(str, place))
 
     def press(self, *keys):
         self._run("xdotool", "key", "--delay", "60", *keys)
@@ -263,8 +265,7 @@ def _dot_place(pixmap):
     return 0.5 if width == height else 11 * max(1, round(height / 20)) / width
 
 
-def private_kb(pid):
-    """Memory of a process that no other one shares."""
+def own_kb(pid):
+    """Memory that a process has filled itself: what it maps from files counts as shared or not as others come and go."""
     text = Path("/proc", str(pid), "smaps_rollup").read_text()
-    return sum(int(size) for size in re.findall(r"^Private_(?:Dirty|Clean): +(\d+)", text, re.MULTILINE))
-
+    return int(re.search(r"^Anonymous: +(\d+)", text, re.MULTILINE)[1])

@@ -113,7 +113,7 @@ class Kind:
     settings: dict = field(default_factory=dict)  # {path below the configuration folder: text}
     environment: dict = field(default_factory=dict)
     as_nobody: bool = False  # for programs that refuse to run as root
-    keyboard: bool = True  # its menu can be walked through with the keyboard
+    keyboard: bool = True  # it gives the keyboard to its menu
 
 
 WINDOW_MANAGER = ("openbox",)
@@ -132,7 +132,7 @@ KINDS = {
     "waybar": Kind("wide", "sway", (("sway", "-c", "{config}/sway/config"), ("@wayland", "waybar")),
                    {"sway/config": SWAY, "waybar/config": WAYBAR, "waybar/style.css": WAYBAR_STYLE % "#2a2a2e"},
                    {"WLR_BACKENDS": "x11", "WLR_X11_OUTPUTS": "1", "WLR_RENDERER": "pixman", "WLR_LIBINPUT_NO_DEVICES": "1",
-                    "GDK_BACKEND": "wayland"}, as_nobody=True),
+                    "GDK_BACKEND": "wayland"}, as_nobody=True, keyboard=False),
     "trayer": Kind("tray", "", (WINDOW_MANAGER, ("trayer", "--edge", "top", "--align", "left", "--widthtype", "request",
                                                  "--heighttype", "pixel", "--height", "28"))),
     "tint2": Kind("tray", "", (WINDOW_MANAGER, ("tint2", "-c", "{config}/tint2rc")), {"tint2rc": TINT2}),

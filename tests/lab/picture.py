@@ -1,6 +1,7 @@
 """Screenshots and what is to be seen in them."""
 
 import subprocess
+from collections import Counter
 
 import settings
 from desktop import colour_class
@@ -23,6 +24,11 @@ class Picture:
 
     def row(self, y, left, right):
         return self._data[3 * (y * self.width + left):3 * (y * self.width + right)]
+
+    def commonest(self, y):
+        """The colour that most of a line has: the panel's own, where there is little in the panel."""
+        line = self.row(y, 0, self.width)
+        return Counter(line[at:at + 3] for at in range(0, len(line), 3)).most_common(1)[0][0]
 
     def dots(self, colour, area):
         """The middles of all solid spots of this colour inside `area` (left, top, right, bottom), from left to right."""

@@ -2,8 +2,9 @@
 
 import time
 
+import panel as screen
 from desktop import wait_until
-from panel import BELOW, PANEL, private_kb
+from panel import BELOW, PANEL, own_kb
 
 LARGE_ENOUGH_FOR_THE_MENU = (150, 150)
 TITLES = ("Run Speed Test", "Check Connection", "Show Live Traffic", "Pause Automatic", "Launch at Login", "About", "Quit")
@@ -62,7 +63,11 @@ def open_menu(panel, place, name):
     opened = panel.shot(name)
     area = opened.difference(closed, BELOW)
     assert large_enough(area), area
-    return opened, area
+    left, top, right, bottom = area
+    # a menu may lie over the panel; at its right end there is nothing else that changes
+    while top > 0 and opened.row(top - 1, right - 60, right - 20) != closed.row(top - 1, right - 60, right - 20):
+        top -= 1
+    return opened, (left, top, right, bottom)
 
 
 def large_enough(area):
@@ -76,11 +81,9 @@ def check_menu(lab, panel, place):
     assert [entry.enabled for entry in entries if not entry.separator] == [False] * LINES_ABOVE + [True] * ROWS
     assert [index for index, entry in enumerate(entries) if entry.separator] == [3, 6, 10]
     opened, area = open_menu(panel, place, "menu")
-    rows = []
-    for _ in range(ROWS):
-        panel.press("Down")
-        rows.append(wait_until(lambda: row_that_differs(panel.look(), opened, area, rows), 3, "the next row is marked"))
-    panel.press("Escape")
+    rows = (rows_by_keyboard if panel.kind.keyboard else rows_by_mouse)(panel, opened, area)
+    assert len(rows) == ROWS, rows
+    close_menu(panel)
     height = rows[1][0] - rows[0][0]
     assert height > 12, rows
     for index in range(ROWS - 1):
@@ -90,10 +93,47 @@ def check_menu(lab, panel, place):
     return rows
 
 
-def row_that_differs(picture, plain, area, known):
+def rows_by_keyboard(panel, opened, area):
+    """(top, bottom) of each row that the keyboard reaches."""
+    rows = []
+    for _ in range(ROWS):
+        panel.press("Down")
+        rows.append(wait_until(lambda: marked_row(panel.look(), opened, area, rows), 3, "the next row is marked"))
+    return rows
+
+
+def rows_by_mouse(panel, opened, area):
+    """(top, bottom) of each row that is marked when the mouse is on it."""
+    rows, middle, y = [], (area[0] + area[2]) // 2, area[1] + 4
+    while y < area[3]:
+        panel.point((middle, y))
+        time.sleep(0.15)
+        row = marked_row(panel.look(), opened, area, rows)
+        if row:
+            rows.append(row)
+        y = row[1] + 4 if row else y + 9
+    return rows
+
+
+def close_menu(panel):
+    if panel.kind.keyboard:
+        panel.press("Escape")
+    else:
+        panel.click((screen.WIDTH - 2, screen.HEIGHT - 2))
+
+
+def choose(panel, rows, chosen, index):
+    """Chooses a row of the open menu. `chosen`: how many rows that can be chosen stand above it."""
+    if panel.kind.keyboard:
+        panel.press(*["Down"] * (chosen + 1), "Return")
+    else:
+        panel.click((screen.WIDTH // 8, sum(rows[index]) // 2))
+
+
+def marked_row(picture, plain, area, known):
     """(top, bottom) of the row that is marked in the one picture and not in the other. The mark reaches the menu's edge,
     which the changing texts do not."""
-    changed = picture.difference(plain, (area[0] + 4, area[1], area[0] + 9, area[3]))
+    changed = picture.difference(plain, (area[0] + 6, area[1], area[0] + 11, area[3]))
     row = changed and (changed[1], changed[3])
     return row if row and 12 < row[1] - row[0] < 60 and row not in known else None
 
@@ -101,7 +141,7 @@ def row_that_differs(picture, plain, area, known):
 def check_pause(lab, panel, place, rows):
     """A choice made with the keyboard is obeyed, seen within a second, and marked in the menu."""
     unchecked, _ = open_menu(panel, place, "menu")
-    panel.press(*["Down"] * 4, "Return")
+    choose(panel, rows, 3, 3)
     began = time.monotonic()
     place = panel.wait_for_dot("gray", 1, "paused")
     print(f"{panel.name}: seen after {time.monotonic() - began:.2f} s at most")
@@ -110,7 +150,7 @@ def check_pause(lab, panel, place, rows):
     changed = [checked.difference(unchecked, (area[0] + 2, top + 2, area[2] - 2, bottom - 2)) for top, bottom in rows]
     # two rows are disabled now, one has its mark, and the others are as before
     assert [bool(part) for part in changed] == [True, True, False, True, False, False, False], changed
-    panel.press(*["Down"] * 2, "Return")
+    choose(panel, rows, 1, 3)
     panel.wait_for_dot("green", 5, "resumed")
 
 
@@ -140,9 +180,9 @@ def check_changes(lab, panel):
     panel.wait_for_dot("green", 10, "changes")
     change()
     hosts = panel.host_pids()
-    before = {pid: private_kb(pid) for pid in (*hosts, demo.pid)}
+    before = {pid: own_kb(pid) for pid in (*hosts, demo.pid)}
     told = change()
-    growth = {pid: private_kb(pid) - kb for pid, kb in before.items()}
+    growth = {pid: own_kb(pid) - kb for pid, kb in before.items()}
     print(f"{panel.name}: growth in kB {growth}, signals { {name: told.count(name) for name in set(told)} }")
     assert all(told.count(name) <= 500 for name in set(told)), told
     assert "LayoutUpdated" not in told
