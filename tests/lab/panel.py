@@ -17,7 +17,7 @@ from picture import Icon, Picture
 
 WIDTH, HEIGHT = 1024, 480
 DISPLAY = ":0"
-PANEL_HEIGHT = 40  # no panel here is higher; the dot is looked for in this strip at the top
+PANEL_HEIGHT = 40  # no panel of scale 1 is higher here; the dot is looked for in this strip at the top
 PANEL = (0, 0, WIDTH, PANEL_HEIGHT)
 BELOW = (0, PANEL_HEIGHT, WIDTH, HEIGHT)
 SCREEN = (0, 0, WIDTH, HEIGHT)
@@ -121,10 +121,14 @@ class Panel:
         if self.kind.shows == "tray":
             wait_until(self._has_tray, 20, f"{self.name} is a tray")
         elif self.kind.shows != "strip":
-            wait_until(self._has_host, 60, f"{self.name} has a host for status items")
+            wait_until(self.has_host, 60, f"{self.name} has a host for status items")
 
     def _has_tray(self):
         return self.kind.commands[-1][0] in self._output("xwininfo", "-root", "-tree")
+
+    def has_tray_icon(self):
+        """Whether the program's window is inside another one: the root's own children are listed with less space before them."""
+        return re.search(r"^ {8,}0x.*\"skylet\" \"skylet\"", self._output("xwininfo", "-root", "-tree"), re.MULTILINE) is not None
 
     def _output(self, *command):
         return self._client.run(command, env=self._environment, capture_output=True, text=True, check=False).stdout
@@ -138,7 +142,7 @@ class Panel:
         return self._call("org.freedesktop.DBus", "/", "org.freedesktop.DBus", method,
                           GLib.Variant(f"({'s' * len(arguments)})", arguments))[0]
 
-    def _has_host(self):
+    def has_host(self):
         try:
             question = GLib.Variant("(ss)", (WATCHER, "IsStatusNotifierHostRegistered"))
             return self._call(WATCHER, "/StatusNotifierWatcher", PROPERTIES, "Get", question)[0]
@@ -232,11 +236,11 @@ class Panel:
         best: mean difference of a colour, 0 to 255."""
         best, ground = 255.0, picture.commonest(dot[1])
         for pixmap in pixmaps:
-            for height in range(14, 31):
+            for height in range(14 * self.kind.scale, 30 * self.kind.scale + 1, self.kind.scale):
                 icon = Icon(pixmap).scaled(height)
                 dot_x = round(icon.width * _dot_place(pixmap))
                 for top in range(max(0, dot[1] - height + 1), dot[1] + 1):
-                    for left in range(max(0, dot[0] - dot_x - 3), dot[0] - dot_x + 4):
+                    for left in range(max(0, dot[0] - dot_x - 3), max(0, dot[0] - dot_x) + 4):
                         if left + icon.width > picture.width:
                             continue
                         # a row through the dot sorts out what is far off

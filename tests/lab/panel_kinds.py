@@ -96,6 +96,10 @@ seat seat0 fallback true
 WAYBAR = '{"layer": "top", "position": "top", "height": 28, "modules-left": ["tray"], "tray": {"icon-size": 22}}'
 WAYBAR_STYLE = "window#waybar { background: %s; }"
 
+# its screen is a window on the virtual screen
+SWAY_ENVIRONMENT = {"WLR_BACKENDS": "x11", "WLR_X11_OUTPUTS": "1", "WLR_RENDERER": "pixman", "WLR_LIBINPUT_NO_DEVICES": "1",
+                    "GDK_BACKEND": "wayland"}
+
 TINT2 = """panel_items = S
 panel_position = top left horizontal
 panel_size = 100% 28
@@ -113,6 +117,7 @@ class Kind:
     settings: dict = field(default_factory=dict)  # {path below the configuration folder: text}
     environment: dict = field(default_factory=dict)
     as_nobody: bool = False  # for programs that refuse to run as root
+    scale: int = 1  # pixels of the screen for each of the panel's
     growth_kb: int = 1024  # what it may grow by with 500 changes
     keyboard: bool = True  # it gives the keyboard to its menu
 
@@ -134,8 +139,11 @@ KINDS = {
                  growth_kb=2048),
     "waybar": Kind("wide", "sway", (("sway", "-c", "{config}/sway/config"), ("@wayland", "waybar")),
                    {"sway/config": SWAY, "waybar/config": WAYBAR, "waybar/style.css": WAYBAR_STYLE % "#2a2a2e"},
-                   {"WLR_BACKENDS": "x11", "WLR_X11_OUTPUTS": "1", "WLR_RENDERER": "pixman", "WLR_LIBINPUT_NO_DEVICES": "1",
-                    "GDK_BACKEND": "wayland"}, as_nobody=True, keyboard=False),
+                   SWAY_ENVIRONMENT, as_nobody=True, keyboard=False),
+    # a light bar on a screen of scale 2
+    "waybar-light": Kind("wide", "sway", (("sway", "-c", "{config}/sway/config"), ("@wayland", "waybar")),
+                         {"sway/config": SWAY.replace("position", "scale 2 position"), "waybar/config": WAYBAR,
+                          "waybar/style.css": WAYBAR_STYLE % "#f4f4f6"}, SWAY_ENVIRONMENT, as_nobody=True, scale=2),
     "trayer": Kind("tray", "", (WINDOW_MANAGER, ("trayer", "--edge", "top", "--align", "left", "--widthtype", "request",
                                                  "--heighttype", "pixel", "--height", "28"))),
     "tint2": Kind("tray", "", (WINDOW_MANAGER, ("tint2", "-c", "{config}/tint2rc")), {"tint2rc": TINT2}),
