@@ -8,7 +8,7 @@ NAMES = {"gnome": "GNOME Shell", "plasma": "KDE Plasma", "xfce": "Xfce", "mate":
          "ayatana": "Ayatana indicators", "trayer": "X11 tray (trayer)", "tint2": "X11 tray (tint2)", "none": "No panel at all"}
 # the item and its menu stand at the right end on these, at the left end on the others
 AT_THE_RIGHT = {"gnome", "none"}
-PART = (560, 400)
+PART = (560, 470)
 
 
 def main(folder):

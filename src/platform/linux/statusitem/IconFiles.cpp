@@ -36,7 +36,9 @@ IconFiles::~IconFiles() {
     for (const QString& file : written_) {
         QFile::remove(file);
     }
-    QDir().rmdir(folder_);
+    if (!written_.isEmpty()) {
+        QDir().rmdir(folder_);
+    }
 }
 
 QString IconFiles::usualFolder() {
