@@ -12,7 +12,7 @@ namespace skylet {
 namespace {
 
 // Hosts scale it down to their size: enough for 24 logical pixels on a screen of scale 2.
-constexpr int side = 48;
+constexpr int fileSide = 48;
 
 QString nameOf(DotColor color) {
     switch (color) {
@@ -51,12 +51,12 @@ QString IconFiles::fileFor(const StatusIcon& icon) {
     if (folder_.isEmpty() || icon.form != StatusIcon::Form::textDot) {
         return {};
     }
-    const QString file = QStringLiteral("%1/dot-%2.png").arg(folder_, nameOf(icon.color));
+    QString file = QStringLiteral("%1/dot-%2.png").arg(folder_, nameOf(icon.color));
     if (written_.contains(file)) {
         return file;
     }
     const QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
-    if (!QDir().mkpath(folder_) || !paintStatusIcon(icon, side, font).save(file, "PNG")) {
+    if (!QDir().mkpath(folder_) || !paintStatusIcon(icon, fileSide, font).save(file, "PNG")) {
         return {};
     }
     written_.append(file);

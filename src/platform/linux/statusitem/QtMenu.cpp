@@ -19,11 +19,11 @@ namespace skylet {
 namespace {
 
 /// Nearer to the first, by so much that it stays readable on the second (4.5:1 for black on white).
-QColor mixed(const QColor& text, const QColor& ground) {
+QColor mixed(const QColor& text, const QColor& behind) {
     constexpr float share = 0.6F;
     const auto mix = [](float one, float other) { return share * one + (1 - share) * other; };
-    return QColor::fromRgbF(mix(text.redF(), ground.redF()), mix(text.greenF(), ground.greenF()),
-                            mix(text.blueF(), ground.blueF()));
+    return QColor::fromRgbF(mix(text.redF(), behind.redF()), mix(text.greenF(), behind.greenF()),
+                            mix(text.blueF(), behind.blueF()));
 }
 
 /// A menu that runs its entries' shortcuts while it is open. Qt looks a shortcut up among the active window's actions
@@ -63,12 +63,12 @@ class ShortcutMenu final : public QMenu {
     // Lines that cannot be chosen are there to be read, and some styles all but hide them.
     void darkenDisabledText() {
         QPalette own;
-        for (const auto& [text, ground] :
+        for (const auto& [text, behind] :
              {std::pair(QPalette::Text, QPalette::Base), std::pair(QPalette::WindowText, QPalette::Window),
               std::pair(QPalette::ButtonText, QPalette::Button)}) {
             const QPalette general = QGuiApplication::palette();
             own.setColor(QPalette::Disabled, text,
-                         mixed(general.color(QPalette::Active, text), general.color(QPalette::Active, ground)));
+                         mixed(general.color(QPalette::Active, text), general.color(QPalette::Active, behind)));
         }
         setPalette(own);
     }

@@ -14,7 +14,7 @@ namespace {
 
 // What the character for the dot covers of its font's size.
 constexpr double dotShare = 5.0 / 6;
-constexpr double rimShare = 1.0 / 12;
+constexpr double dotRimShare = 1.0 / 12;
 constexpr double plateRadius = 4;
 // Logical pixels. The longest title of the program is half as wide.
 constexpr double widestPlate = 640;
@@ -94,7 +94,7 @@ void TitleLine::addPiece(const TitleSegment& segment, const QFont& font, const Q
 void TitleLine::paint(QPainter& painter, double left, double middle) const {
     const double radius = dotDiameter_ / 2;
     paintStatusDot(painter, QRectF(left, middle - radius, dotDiameter_, dotDiameter_),
-                   std::max(0.75, dotDiameter_ * rimShare), dotColor_);
+                   std::max(0.75, dotDiameter_ * dotRimShare), dotColor_);
     painter.setPen(plateTextColor());
     painter.setLayoutDirection(Qt::LeftToRight);
     const double baseline = std::round(middle + drop_);

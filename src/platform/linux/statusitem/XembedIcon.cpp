@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 
 namespace skylet {
 
@@ -40,8 +41,8 @@ uint8_t depthOf(const xcb_screen_t& screen, xcb_visualid_t visual) {
 
 } // namespace
 
-XembedIcon::XembedIcon(X11Connection& connection, xcb_window_t tray, const StatusIcon& icon)
-    : connection_(connection), icon_(icon), size_(wantedSide, wantedSide) {
+XembedIcon::XembedIcon(X11Connection& connection, xcb_window_t tray, StatusIcon icon)
+    : connection_(connection), icon_(std::move(icon)), size_(wantedSide, wantedSide) {
     connect(&connection_, &X11Connection::received, this, &XembedIcon::take);
     createWindow(tray);
     describeWindow();

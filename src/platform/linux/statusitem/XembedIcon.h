@@ -18,7 +18,7 @@ class XembedIcon final : public QObject {
 
   public:
     /// Asks the tray to take the icon. `connection` outlives the icon.
-    XembedIcon(X11Connection& connection, xcb_window_t tray, const StatusIcon& icon);
+    XembedIcon(X11Connection& connection, xcb_window_t tray, StatusIcon icon);
     ~XembedIcon() override;
     XembedIcon(const XembedIcon&) = delete;
     XembedIcon& operator=(const XembedIcon&) = delete;

@@ -14,7 +14,7 @@
 namespace skylet {
 namespace {
 
-StatusIcon dot(DotColor color) {
+StatusIcon plainDot(DotColor color) {
     return {StatusIcon::Form::textDot, color, QString(), DotSign::none};
 }
 
@@ -28,7 +28,7 @@ TEST_F(IconFilesTest, HoldTheDotInEachColourUnderANameOfItsOwn) {
     IconFiles files(folder_);
     QStringList names;
     for (const DotColor color : sample::allColors) {
-        const QString name = files.fileFor(dot(color));
+        const QString name = files.fileFor(plainDot(color));
         EXPECT_FALSE(names.contains(name));
         names.append(name);
         const QImage image(name);
@@ -42,11 +42,11 @@ TEST_F(IconFilesTest, AreWrittenOnceAndGoneAtTheEnd) {
     {
         IconFiles files(folder_);
         EXPECT_FALSE(QDir(folder_).exists());
-        name = files.fileFor(dot(DotColor::systemRed));
+        name = files.fileFor(plainDot(DotColor::systemRed));
         ASSERT_TRUE(QFile::remove(name));
-        EXPECT_EQ(files.fileFor(dot(DotColor::systemRed)), name);
+        EXPECT_EQ(files.fileFor(plainDot(DotColor::systemRed)), name);
         EXPECT_FALSE(QFile::exists(name));
-        EXPECT_TRUE(QFile::exists(files.fileFor(dot(DotColor::systemGreen))));
+        EXPECT_TRUE(QFile::exists(files.fileFor(plainDot(DotColor::systemGreen))));
     }
     EXPECT_FALSE(QDir(folder_).exists());
 }
@@ -54,8 +54,8 @@ TEST_F(IconFilesTest, AreWrittenOnceAndGoneAtTheEnd) {
 TEST_F(IconFilesTest, HaveNoNameWhereTheyCannotBeWritten) {
     QFile file(folder_);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    EXPECT_TRUE(IconFiles(folder_).fileFor(dot(DotColor::systemRed)).isEmpty());
-    EXPECT_TRUE(IconFiles(QString()).fileFor(dot(DotColor::systemRed)).isEmpty());
+    EXPECT_TRUE(IconFiles(folder_).fileFor(plainDot(DotColor::systemRed)).isEmpty());
+    EXPECT_TRUE(IconFiles(QString()).fileFor(plainDot(DotColor::systemRed)).isEmpty());
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "platform/linux/statusitem/TitleLine.h"
 
+#include "platform/linux/statusitem/Contrast.h"
 #include "platform/linux/statusitem/SampleTitles.h"
 #include "platform/linux/statusitem/StatusColors.h"
 
@@ -9,20 +10,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <cmath>
 
 namespace skylet {
 namespace {
 
 using sample::allColors;
 
-QFont font() {
+QFont titleFont() {
     return QFontDatabase::systemFont(QFontDatabase::GeneralFont);
 }
 
-QImage paint(const StatusTitle& title, int height = 22) {
-    return paintTitlePlate(title, height, font());
+QImage plate(const StatusTitle& title, int height = 22) {
+    return paintTitlePlate(title, height, titleFont());
 }
 
 /// As it looks on a panel of that colour.
@@ -33,13 +32,13 @@ QImage onPanel(const QImage& image, const QColor& panel) {
     return seen;
 }
 
-bool isColoured(QRgb pixel) {
+bool hasColour(QRgb pixel) {
     const auto [weakest, strongest] = std::minmax({qRed(pixel), qGreen(pixel), qBlue(pixel)});
     return strongest - weakest > 8;
 }
 
 template <typename Wanted>
-QRect extent(const QImage& image, Wanted wanted) {
+QRect boxAround(const QImage& image, Wanted wanted) {
     QRect found;
     for (int y = 0; y < image.height(); ++y) {
         for (int x = 0; x < image.width(); ++x) {
@@ -52,32 +51,19 @@ QRect extent(const QImage& image, Wanted wanted) {
 }
 
 QRect letters(const QImage& image) {
-    return extent(image, [](QRgb pixel) { return qAlpha(pixel) > 240 && qBlue(pixel) > 170; });
+    return boxAround(image, [](QRgb pixel) { return qAlpha(pixel) > 240 && qBlue(pixel) > 170; });
 }
 
-/// The relative luminance of WCAG 2.1.
-double luminance(const QColor& color) {
-    const auto linear = [](double share) {
-        return share <= 0.03928 ? share / 12.92 : std::pow((share + 0.055) / 1.055, 2.4);
-    };
-    return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) + 0.0722 * linear(color.blueF());
-}
-
-double contrast(const QColor& one, const QColor& other) {
-    const auto [darker, lighter] = std::minmax(luminance(one), luminance(other));
-    return (lighter + 0.05) / (darker + 0.05);
-}
-
-StatusTitle numbered(const char* number) {
+StatusTitle titleWith(const char* number) {
     return sample::latency(DotColor::systemGreen, QString::fromLatin1(number), QStringLiteral("ms"),
                            QStringLiteral("Responsive"));
 }
 
 TEST(TitlePlate, ColoursTheDotAlone) {
     for (const DotColor color : allColors) {
-        const QImage image = paint(sample::stateWord(color, QStringLiteral("Offline")));
+        const QImage image = plate(sample::stateWord(color, QStringLiteral("Offline")));
         EXPECT_EQ(image.pixel(11, 11), dotShades(color).fill.rgb());
-        const QRect coloured = extent(image, isColoured);
+        const QRect coloured = boxAround(image, hasColour);
         EXPECT_LE(coloured.right(), 16);
         EXPECT_GT(letters(image).right(), 40);
     }
@@ -85,8 +71,8 @@ TEST(TitlePlate, ColoursTheDotAlone) {
 
 TEST(TitlePlate, CanBeReadOnDarkAndOnLightPanels) {
     for (const QColor& panel : {QColor(Qt::white), QColor(Qt::black), QColor(128, 128, 128), QColor(40, 44, 52)}) {
-        const QImage seen = onPanel(paint(sample::fast()), panel);
-        const QRect text = letters(paint(sample::fast()));
+        const QImage seen = onPanel(plate(sample::fast()), panel);
+        const QRect text = letters(plate(sample::fast()));
         double brightest = 0;
         for (int y = text.top(); y <= text.bottom(); ++y) {
             for (int x = text.left(); x <= text.right(); ++x) {
@@ -102,11 +88,11 @@ TEST(TitlePlate, CanBeReadOnDarkAndOnLightPanels) {
 }
 
 TEST(TitlePlate, HasFontsOfTheSameSizeUpTo24PixelsAndTwiceThatSizeAbove) {
-    const QSize usual = letters(paint(sample::fast(), 22)).size();
-    EXPECT_EQ(letters(paint(sample::fast(), 16)).size(), usual);
-    EXPECT_EQ(letters(paint(sample::fast(), 24)).size(), usual);
+    const QSize usual = letters(plate(sample::fast(), 22)).size();
+    EXPECT_EQ(letters(plate(sample::fast(), 16)).size(), usual);
+    EXPECT_EQ(letters(plate(sample::fast(), 24)).size(), usual);
     for (const int height : {32, 44}) {
-        const QSize twice = letters(paint(sample::fast(), height)).size();
+        const QSize twice = letters(plate(sample::fast(), height)).size();
         EXPECT_NEAR(twice.width(), 2 * usual.width(), 6);
         EXPECT_NEAR(twice.height(), 2 * usual.height(), 2);
     }
@@ -116,7 +102,7 @@ TEST(TitlePlate, CutsNothingAtTheTopOrTheBottom) {
     for (const int height : {16, 22, 24, 32, 44}) {
         const StatusTitle title = sample::latency(DotColor::systemGreen, QStringLiteral("87"), QStringLiteral("ms"),
                                                   QStringLiteral("מגיב לאט"));
-        const QImage image = paint(title, height);
+        const QImage image = plate(title, height);
         EXPECT_EQ(image.height(), height);
         EXPECT_TRUE(QRect(1, 1, image.width() - 2, height - 2).contains(letters(image))) << height;
     }
@@ -128,14 +114,14 @@ TEST(TitlePlate, SetsTheUnitSmallerAndRaised) {
     small[1].font = sample::unitFont;
     StatusTitle raised = small;
     raised[1].baselineOffset = 0.5;
-    const QRect large = letters(paint(title));
-    EXPECT_LT(letters(paint(small)).height(), large.height());
-    EXPECT_EQ(letters(paint(raised)).bottom(), letters(paint(small)).bottom() - 1);
+    const QRect large = letters(plate(title));
+    EXPECT_LT(letters(plate(small)).height(), large.height());
+    EXPECT_EQ(letters(plate(raised)).bottom(), letters(plate(small)).bottom() - 1);
 }
 
 TEST(TitlePlate, DoesNotMoveWhenADigitChanges) {
-    const QImage one = paint(numbered("111"));
-    const QImage other = paint(numbered("848"));
+    const QImage one = plate(titleWith("111"));
+    const QImage other = plate(titleWith("848"));
     ASSERT_EQ(one.size(), other.size());
     const int afterNumber = 60;
     const QRect rest(afterNumber, 0, one.width() - afterNumber, one.height());
@@ -146,7 +132,7 @@ TEST(TitlePlate, DoesNotMoveWhenADigitChanges) {
 TEST(TitleLine, GivesEachDigitAsMuchRoomAsTheWidestHas) {
     // A family whose digits differ in width would show it; here the cells add up at least.
     const auto width = [](const char* number) {
-        return TitleLine({{QString::fromLatin1(number), sample::numberFont, 0, {}}}, font(), 1).width();
+        return TitleLine({{QString::fromLatin1(number), sample::numberFont, 0, {}}}, titleFont(), 1).width();
     };
     EXPECT_DOUBLE_EQ(width("111"), width("888"));
     EXPECT_NEAR(width("888"), 3 * width("8"), 0.01);
@@ -157,8 +143,8 @@ TEST(TitlePlate, KeepsThePartsFromLeftToRightAroundHebrew) {
     const auto title = [](const QString& word) {
         return sample::latency(DotColor::systemGreen, QStringLiteral("87"), QStringLiteral("ms"), word);
     };
-    const QImage hebrew = paint(title(QStringLiteral("מגיב מהר")));
-    const QImage english = paint(title(QStringLiteral("Responsive")));
+    const QImage hebrew = plate(title(QStringLiteral("מגיב מהר")));
+    const QImage english = plate(title(QStringLiteral("Responsive")));
     // The number and its unit on the left, the traffic on the right, whatever stands between.
     const QRect start(0, 0, 50, 22);
     EXPECT_EQ(hebrew.copy(start), english.copy(start));
@@ -167,15 +153,15 @@ TEST(TitlePlate, KeepsThePartsFromLeftToRightAroundHebrew) {
 }
 
 TEST(TitlePlate, CutsATitleThatIsTooWideForAnyPanel) {
-    const QImage image = paint(sample::stateWord(DotColor::systemRed, QString(400, u'W')));
+    const QImage image = plate(sample::stateWord(DotColor::systemRed, QString(400, u'W')));
     EXPECT_EQ(image.width(), 640);
     EXPECT_EQ(image.height(), 22);
 }
 
 TEST(TitlePlate, TakesAnEmptyTitle) {
-    const QImage image = paint({});
+    const QImage image = plate({});
     EXPECT_GT(image.width(), 0);
-    EXPECT_TRUE(extent(image, isColoured).isEmpty());
+    EXPECT_TRUE(boxAround(image, hasColour).isEmpty());
 }
 
 } // namespace

@@ -14,10 +14,10 @@
 namespace skylet {
 namespace {
 
-constexpr QColor light{226, 226, 220};
-constexpr QColor dark{30, 34, 40};
+constexpr QColor lightTray{226, 226, 220};
+constexpr QColor darkTray{30, 34, 40};
 
-StatusIcon numbered(const char* number, DotColor color = DotColor::systemGreen) {
+StatusIcon badgeWith(const char* number, DotColor color = DotColor::systemGreen) {
     return {StatusIcon::Form::badge, color, QString::fromLatin1(number), DotSign::none};
 }
 
@@ -26,7 +26,7 @@ class XembedIconTest : public testing::Test {
     void dock(const QColor& ground) {
         tray_ = std::make_unique<FakeTray>(screen_.display(), ground);
         ASSERT_TRUE(waitUntil([this] { return knownTray_.window() != XCB_WINDOW_NONE; }));
-        icon_ = std::make_unique<XembedIcon>(*connection_, knownTray_.window(), numbered("87"));
+        icon_ = std::make_unique<XembedIcon>(*connection_, knownTray_.window(), badgeWith("87"));
         ASSERT_TRUE(waitUntil([this] { return icon_->isEmbedded(); }));
     }
 
@@ -51,38 +51,38 @@ class XembedIconTest : public testing::Test {
 };
 
 TEST_F(XembedIconTest, ShowsTheBadgeOnTheTraysOwnGround) {
-    for (const QColor& ground : {light, dark}) {
+    for (const QColor& ground : {lightTray, darkTray}) {
         icon_.reset();
         tray_.reset();
         ASSERT_TRUE(waitUntil([this] { return knownTray_.window() == XCB_WINDOW_NONE; }));
         dock(ground);
-        EXPECT_TRUE(shows(expected(numbered("87"), 24, ground)));
+        EXPECT_TRUE(shows(expected(badgeWith("87"), 24, ground)));
     }
 }
 
 TEST_F(XembedIconTest, PaintsEachNewBadge) {
-    dock(dark);
-    icon_->setIcon(numbered("128", DotColor::systemYellow));
-    EXPECT_TRUE(shows(expected(numbered("128", DotColor::systemYellow), 24, dark)));
+    dock(darkTray);
+    icon_->setIcon(badgeWith("128", DotColor::systemYellow));
+    EXPECT_TRUE(shows(expected(badgeWith("128", DotColor::systemYellow), 24, darkTray)));
 }
 
 TEST_F(XembedIconTest, TakesTheSizeThatTheTrayGivesIt) {
-    dock(dark);
+    dock(darkTray);
     for (const int side : {16, 22, 48}) {
         tray_->resizeIcon(QSize(side, side));
-        EXPECT_TRUE(shows(expected(numbered("87"), side, dark))) << side;
+        EXPECT_TRUE(shows(expected(badgeWith("87"), side, darkTray))) << side;
     }
 }
 
 TEST_F(XembedIconTest, StandsInTheMiddleOfAPlaceThatIsNotSquare) {
-    dock(dark);
+    dock(darkTray);
     tray_->resizeIcon(QSize(40, 24));
     EXPECT_TRUE(
-        waitUntil([this] { return tray_->picture().copy(8, 0, 24, 24) == expected(numbered("87"), 24, dark); }));
+        waitUntil([this] { return tray_->picture().copy(8, 0, 24, 24) == expected(badgeWith("87"), 24, darkTray); }));
 }
 
 TEST_F(XembedIconTest, TellsWhereItIsWhenItIsPressed) {
-    dock(dark);
+    dock(darkTray);
     QRect pressed;
     QObject::connect(icon_.get(), &XembedIcon::pressed, icon_.get(), [&](QRect place) { pressed = place; });
     tray_->press(QPoint(5, 7), QPoint(105, 57));
@@ -91,7 +91,7 @@ TEST_F(XembedIconTest, TellsWhereItIsWhenItIsPressed) {
 }
 
 TEST_F(XembedIconTest, KnowsWhenItIsPutOut) {
-    dock(dark);
+    dock(darkTray);
     int expelled = 0;
     QObject::connect(icon_.get(), &XembedIcon::expelled, icon_.get(), [&] { ++expelled; });
     tray_->expel();
@@ -100,17 +100,17 @@ TEST_F(XembedIconTest, KnowsWhenItIsPutOut) {
 }
 
 TEST_F(XembedIconTest, LeavesTheTrayWhenItEnds) {
-    dock(dark);
-    ASSERT_TRUE(shows(expected(numbered("87"), 24, dark)));
+    dock(darkTray);
+    ASSERT_TRUE(shows(expected(badgeWith("87"), 24, darkTray)));
     icon_.reset();
-    EXPECT_TRUE(waitUntil([this] { return tray_->picture().pixelColor(12, 12) == dark; }));
+    EXPECT_TRUE(waitUntil([this] { return tray_->picture().pixelColor(12, 12) == darkTray; }));
 }
 
 TEST_F(XembedIconTest, SeesOneTrayFollowAnother) {
-    dock(dark);
+    dock(darkTray);
     const xcb_window_t first = knownTray_.window();
     icon_.reset();
-    tray_ = std::make_unique<FakeTray>(screen_.display(), light);
+    tray_ = std::make_unique<FakeTray>(screen_.display(), lightTray);
     EXPECT_TRUE(waitUntil([&] { return knownTray_.window() != XCB_WINDOW_NONE && knownTray_.window() != first; }));
 }
 

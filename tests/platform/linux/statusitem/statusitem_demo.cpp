@@ -110,7 +110,7 @@ bool paintSheet(const QString& file) {
 
 /// statusitem_demo STATE: shows the item in that state. STATE "cycle" takes all of them in turn, one a second;
 /// "attention" asks for attention every ten seconds; "changes" waits for a line on its input, makes 500 changes within
-/// ten seconds, says so on its output, and begins anew. "sheet FILE" paints the icons of all states into a picture.
+/// five seconds, says so on its output, and begins anew. "sheet FILE" paints the icons of all states into a picture.
 int main(int argc, char** argv) {
     using namespace std::chrono_literals;
     QApplication qt(argc, argv);
@@ -159,7 +159,7 @@ int main(int argc, char** argv) {
             application.terminate();
         } else {
             step = 0;
-            timer.start(20ms);
+            timer.start(10ms);
         }
     });
     if (wanted == QLatin1String("changes")) {
