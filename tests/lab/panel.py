@@ -81,9 +81,7 @@ class Panel:
 
     def _start_part(self, command):
         if command[0] == "@wayland":
-            sockets = wait_until(lambda: [path for path in (self._home / "run").glob("wayland-?") if path.is_socket()], 20,
-                                 "a Wayland compositor")
-            self._environment["WAYLAND_DISPLAY"] = sockets[0].name
+            self._environment["WAYLAND_DISPLAY"] = self.wayland_socket().name
         words = [word.format(config=self._home / "config") for word in self._words(command)]
         return self._start(*self._user, *words, log=self._home / f"{Path(words[0]).name}.log")
 
@@ -91,6 +89,12 @@ class Panel:
         with log.open("a") as output:
             return self._stack.enter_context(self._client.popen(command, env=self._environment, stdout=output,
                                                                 stderr=subprocess.STDOUT))
+
+    def wayland_socket(self):
+        """Where programs reach the compositor, as soon as there is one."""
+        sockets = wait_until(lambda: [path for path in (self._home / "run").glob("wayland-?") if path.is_socket()], 20,
+                             "a Wayland compositor")
+        return sockets[0]
 
     def start_demo(self):
         """The program's status item in the hands of a test, for many changes in a short time."""
@@ -232,9 +236,9 @@ class Panel:
             before = after
 
     def icon_distance(self, picture, dot, pixmaps):
-        """How well the best of an item's pictures fits what is to be seen around the dot, drawn in the size in which it fits
-        best: mean difference of a colour, 0 to 255."""
-        best, ground = 255.0, picture.commonest(dot[1])
+        """(difference, height given, height drawn): how well the best of an item's pictures fits what is to be seen around the
+        dot, as the mean difference of a colour, 0 to 255, and at which size."""
+        best, ground = (255.0, 0, 0), picture.commonest(dot[1])
         for pixmap in pixmaps:
             for height in range(14 * self.kind.scale, 30 * self.kind.scale + 1, self.kind.scale):
                 icon = Icon(pixmap).scaled(height)
@@ -244,8 +248,8 @@ class Panel:
                         if left + icon.width > picture.width:
                             continue
                         # a row through the dot sorts out what is far off
-                        if icon.distance(picture, left, top, ground, [dot[1] - top]) < best:
-                            best = min(best, icon.distance(picture, left, top, ground))
+                        if icon.distance(picture, left, top, ground, [dot[1] - top]) < best[0]:
+                            best = min(best, (icon.distance(picture, left, top, ground), pixmap[1], height))
         return best
 
     def click(self, place, button=1):
@@ -266,7 +270,7 @@ def _dot_place(pixmap):
     """Where the middle of the dot is, as a share of the picture's width: in the middle of a square one, else at the left
     end, eleven logical pixels in."""
     width, height, _ = pixmap
-    return 0.5 if width == height else 11 * max(1, round(height / 20)) / width
+    return 0.5 if width == height else 11 * max(1, height // 22) / width
 
 
 def own_kb(pid):

@@ -140,6 +140,8 @@ KINDS = {
     "waybar": Kind("wide", "sway", (("sway", "-c", "{config}/sway/config"), ("@wayland", "waybar")),
                    {"sway/config": SWAY, "waybar/config": WAYBAR, "waybar/style.css": WAYBAR_STYLE % "#2a2a2e"},
                    SWAY_ENVIRONMENT, as_nobody=True, keyboard=False),
+    "sway": Kind("strip", "sway", (("sway", "-c", "{config}/sway/config"),), {"sway/config": SWAY}, SWAY_ENVIRONMENT,
+                 as_nobody=True),
     # a light bar on a screen of scale 2
     "waybar-light": Kind("wide", "sway", (("sway", "-c", "{config}/sway/config"), ("@wayland", "waybar")),
                          {"sway/config": SWAY.replace("position", "scale 2 position"), "waybar/config": WAYBAR,
@@ -148,7 +150,7 @@ KINDS = {
                                                  "--heighttype", "pixel", "--height", "28"))),
     "tint2": Kind("tray", "", (WINDOW_MANAGER, ("tint2", "-c", "{config}/tint2rc")), {"tint2rc": TINT2}),
     "none": Kind("strip"),
-    # both collect their garbage when they like: several times 500 changes were seen to take 2 MB each and then to give 4 back
+    # grow by up to 3 MB with each 500 changes; the first was seen to give 4 MB back now and then, the second was not
     "gnome": Kind("label", "GNOME", (("gnome-shell", "--x11", "--sm-disable"),), {KEYFILE: GNOME}, growth_kb=6144),
     "plasma": Kind("badge", "KDE", (("kded5",), ("kwin_x11", "--no-kactivities"), ("plasmashell", "--no-respawn")),
                    {"plasma-org.kde.plasma.desktop-appletsrc": PLASMA},

@@ -45,8 +45,8 @@ def check_number(lab, panel, place):
             picture = panel.shot("green")
             dots = picture.dots("green", PANEL)
             assert len(dots) == 1, dots
-            distance = panel.icon_distance(picture, dots[0], now["IconPixmap"])
-            print(f"{panel.name}: the picture is off by {distance:.1f}")
+            distance, given, drawn = panel.icon_distance(picture, dots[0], now["IconPixmap"])
+            print(f"{panel.name}: the picture is off by {distance:.1f}; {given} pixels high, drawn with {drawn}")
             return distance < FITS
         wait_until(fits, 10, "the panel shows our picture")
 

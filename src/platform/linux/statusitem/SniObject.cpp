@@ -13,9 +13,9 @@ namespace {
 
 // Panels ask for 16 to 32 logical pixels; the rest is for scale 2. A host takes the nearest and scales it.
 constexpr std::array iconSizes = {16, 22, 24, 32, 48, 64};
-// Fewer for the whole title, which is some ten times as wide. Waybar takes the largest whatever its scale is, so that
-// one is twice the usual height and no more.
-constexpr std::array titleHeights = {16, 22, 24, 32, 44};
+// Of the whole title, which is some ten times as wide, none is larger than twice the usual height: Waybar takes the
+// largest whatever its scale is. MATE stretches the next smaller one to its panel's height, so the usual ones are here.
+constexpr std::array titleHeights = {16, 22, 24, 28, 32, 44};
 
 // An activation token is a short opaque text; a longer one is no token.
 constexpr qsizetype longestToken = 1024;

@@ -18,8 +18,8 @@ constexpr double dotRimShare = 1.0 / 12;
 constexpr double plateRadius = 4;
 // Logical pixels. The longest title of the program is half as wide.
 constexpr double widestPlate = 640;
-// Panels give their icons about this height on screens of scale 1.
-constexpr double usualHeight = 20;
+// What most panels give their icons on screens of scale 1.
+constexpr double usualHeight = 22;
 
 bool isDigit(QChar character) {
     return character >= u'0' && character <= u'9';
@@ -120,7 +120,7 @@ void paintTitleGround(QPainter& painter, const QRectF& area, double scale) {
 }
 
 QImage paintTitlePlate(const StatusTitle& title, int height, const QFont& font) {
-    const double scale = std::max(1.0, std::round(height / usualHeight));
+    const double scale = std::max(1.0, std::floor(height / usualHeight));
     const TitleLine line(title, font, scale);
     const double margin = titlePlateMargin * scale;
     const double width = std::min(std::ceil(line.width() + 2 * margin), widestPlate * scale);

@@ -58,7 +58,7 @@ inline constexpr double titlePlateHeight = 18;
 void paintTitleGround(QPainter& painter, const QRectF& area, double scale);
 
 /// A title on its plate, `height` device pixels high and as wide as it needs; cut where it would be too wide for any
-/// panel. The fonts have their sizes up to 24 pixels of height, and twice these on what has room for it.
+/// panel. The fonts have their own sizes below 44 pixels of height, and there twice these, for screens of scale 2.
 QImage paintTitlePlate(const StatusTitle& title, int height, const QFont& font);
 
 } // namespace skylet

@@ -247,9 +247,9 @@ TEST_F(SniStatusItemTest, DrawsTheTitleIntoTheIconWhereTheHostShowsWideOnes) {
     const QVariantMap all = host_.itemProperties();
     EXPECT_FALSE(all.contains(QStringLiteral("XAyatanaLabel")));
     const QList<DBusPixmap> icons = pixmaps();
-    ASSERT_EQ(icons.size(), 5);
+    ASSERT_EQ(icons.size(), 6);
     for (const DBusPixmap& icon : icons) {
-        EXPECT_GT(icon.width, 8 * icon.height);
+        EXPECT_GT(icon.width, 5 * icon.height);
         EXPECT_EQ(icon.pixels.size(), icon.width * icon.height * 4);
     }
     EXPECT_EQ(icons.first().height, 16);

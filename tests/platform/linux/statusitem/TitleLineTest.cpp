@@ -87,11 +87,12 @@ TEST(TitlePlate, CanBeReadOnDarkAndOnLightPanels) {
     }
 }
 
-TEST(TitlePlate, HasFontsOfTheSameSizeUpTo24PixelsAndTwiceThatSizeAbove) {
+TEST(TitlePlate, HasFontsOfTheSameSizeOnEveryPanelAndTwiceThatSizeForScale2) {
     const QSize usual = letters(plate(sample::fast(), 22)).size();
-    EXPECT_EQ(letters(plate(sample::fast(), 16)).size(), usual);
-    EXPECT_EQ(letters(plate(sample::fast(), 24)).size(), usual);
-    for (const int height : {32, 44}) {
+    for (const int height : {16, 24, 28, 32}) {
+        EXPECT_EQ(letters(plate(sample::fast(), height)).size(), usual) << height;
+    }
+    for (const int height : {44, 48}) {
         const QSize twice = letters(plate(sample::fast(), height)).size();
         EXPECT_NEAR(twice.width(), 2 * usual.width(), 6);
         EXPECT_NEAR(twice.height(), 2 * usual.height(), 2);
@@ -99,7 +100,7 @@ TEST(TitlePlate, HasFontsOfTheSameSizeUpTo24PixelsAndTwiceThatSizeAbove) {
 }
 
 TEST(TitlePlate, CutsNothingAtTheTopOrTheBottom) {
-    for (const int height : {16, 22, 24, 32, 44}) {
+    for (const int height : {16, 22, 24, 28, 32, 44}) {
         const StatusTitle title = sample::latency(DotColor::systemGreen, QStringLiteral("87"), QStringLiteral("ms"),
                                                   QStringLiteral("מגיב לאט"));
         const QImage image = plate(title, height);
