@@ -105,13 +105,14 @@ void TitleStrip::mouseMoveEvent(QMouseEvent* event) {
         windowHandle()->startSystemMove();
         return;
     }
-    chosenCorner_ = geometry().topLeft() + way + QPoint(width(), 0);
+    chosenCorner_ = event->globalPosition().toPoint() - *pressedAt_ + QPoint(width(), 0);
     place();
 }
 
-void TitleStrip::mouseReleaseEvent(QMouseEvent* /*event*/) {
+void TitleStrip::mouseReleaseEvent(QMouseEvent* event) {
     if (pressedAt_ && !dragged_) {
-        Q_EMIT clicked(mapToGlobal(QPoint(0, height())));
+        // Where the window is, the event knows best: Openbox was seen to leave Qt in the belief that it is at the origin.
+        Q_EMIT clicked((event->globalPosition() - event->position()).toPoint() + QPoint(0, height()));
     }
     pressedAt_.reset();
 }

@@ -69,6 +69,14 @@ TEST_F(TitleStripTest, OpensTheMenuBeneathItself) {
     EXPECT_EQ(place_, strip_.geometry().topLeft() + QPoint(0, strip_.height()));
 }
 
+TEST_F(TitleStripTest, GoesByTheMouseWhereItDoesNotKnowItsPlace) {
+    for (const QEvent::Type type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
+        QMouseEvent event(type, QPointF(10, 10), QPointF(310, 110), Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(&strip_, &event);
+    }
+    EXPECT_EQ(place_, QPoint(300, 100 + strip_.height()));
+}
+
 TEST_F(TitleStripTest, CanBeDrawnElsewhereAndStaysThereThoughItsWidthChanges) {
     const QPoint before = strip_.geometry().topRight();
     mouse(QEvent::MouseButtonPress, {10, 10});
