@@ -24,7 +24,7 @@ BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus
   <type>session</type>
   <listen>unix:path={socket}</listen>{services}
   <policy context="default">
-    <allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/>
+    <allow user="*"/><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/>
   </policy>
 </busconfig>
 """
@@ -50,15 +50,15 @@ WATCHER_INTERFACE = f"""<node><interface name="{WATCHER}">
 
 class Bus:
     """A message bus of the lab's own. With `services` it starts those of the system's session services that are asked for,
-    `inside` a namespace and with `env` as their environment; without, none."""
+    `inside` a namespace and with `env` as their environment; without, none. `user`: the command that makes it another user's."""
 
-    def __init__(self, folder, name, stack, services=False, inside=None, env=settings.BARE_ENVIRONMENT):
+    def __init__(self, folder, name, stack, services=False, inside=None, env=settings.BARE_ENVIRONMENT, user=()):
         path = folder / f"{name}-bus"
         configuration = folder / f"{name}-bus.conf"
         directories = "<standard_session_servicedirs/>" if services else ""
         configuration.write_text(BUS_CONFIGURATION.format(socket=path, services=directories))
         self.address = f"unix:path={path}"
-        command = ["dbus-daemon", "--nofork", f"--config-file={configuration}", "--print-address"]
+        command = [*user, "dbus-daemon", "--nofork", f"--config-file={configuration}", "--print-address"]
         with (folder / f"{name}-bus.log").open("w") as log:
             self._daemon = stack.enter_context(Child(inside.inside(command) if inside else command, stderr=log, env=env,
                                                      stdout=subprocess.PIPE))

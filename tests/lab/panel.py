@@ -1,155 +1,204 @@
 """A real panel on a virtual screen, with a home and message buses of its own, in the client's namespace: what it starts or
 asks for stays in there."""
 
+import os
+import re
 import shutil
 import subprocess
 import time
-from dataclasses import dataclass
 from pathlib import Path
 
 import pytest
 import settings
-from desktop import WATCHER, PROPERTIES, Bus, colour_class, wait_until
+from desktop import ITEM, MENU, PROPERTIES, WATCHER, Bus, MenuEntry, unpack, wait_until
 from gi.repository import GLib
+from panel_kinds import KINDS
+from picture import Icon, Picture
 
 WIDTH, HEIGHT = 1024, 480
 DISPLAY = ":0"
-PANEL_HEIGHT = 40  # no panel here is higher; the dot is looked for in this strip at the top
-SMALLEST_DOT = 8  # pixels inside its edge
-
-XFCE_PANEL = """<?xml version="1.0" encoding="UTF-8"?>
-<channel name="xfce4-panel" version="1.0">
-  <property name="configver" type="int" value="2"/>
-  <property name="panels" type="array">
-    <value type="int" value="1"/>
-    <property name="panel-1" type="empty">
-      <property name="position" type="string" value="p=6;x=0;y=0"/>
-      <property name="position-locked" type="bool" value="true"/>
-      <property name="length" type="uint" value="100"/>
-      <property name="size" type="uint" value="28"/>
-      <property name="plugin-ids" type="array">
-        <value type="int" value="1"/><value type="int" value="2"/>
-      </property>
-    </property>
-  </property>
-  <property name="plugins" type="empty">
-    <property name="plugin-1" type="string" value="clock"/>
-    <property name="plugin-2" type="string" value="systray"/>
-  </property>
-</channel>
-"""
-
-GNOME_SETTINGS = """[org/gnome/shell]
-enabled-extensions=['ubuntu-appindicators@ubuntu.com']
-welcome-dialog-last-shown-version='100'
-[org/gnome/desktop/interface]
-enable-animations=false
-[org/gnome/desktop/lockdown]
-disable-lock-screen=true
-"""
-
-
-@dataclass(frozen=True)
-class Kind:
-    """How to start one sort of panel. `settings`: where its settings go below the configuration folder, and what they are."""
-
-    desktop: str
-    commands: tuple
-    settings: tuple
-
-
-KINDS = {
-    "xfce": Kind("XFCE", (("openbox",), ("xfce4-panel", "--disable-wm-check")),
-                 ("xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml", XFCE_PANEL)),
-    "gnome": Kind("GNOME", (("gnome-shell", "--x11", "--sm-disable"),), ("glib-2.0/settings/keyfile", GNOME_SETTINGS)),
-}
-
-
-class Picture:
-    """A screenshot."""
-
-    def __init__(self, path):
-        self._data = subprocess.run(["convert", str(path), "-depth", "8", "rgb:-"], check=True, capture_output=True,
-                                    env=settings.BARE_ENVIRONMENT).stdout
-
-    def pixel(self, x, y):
-        at = 3 * (y * WIDTH + x)
-        return self._data[at:at + 3]
-
-    def dot(self, colour):
-        """The middle of a solid spot of this colour in the panel's strip, or None."""
-        strip = {(x, y) for y in range(PANEL_HEIGHT) for x in range(WIDTH) if _is_dot_colour(colour, *self.pixel(x, y))}
-        # the smooth edges of letters have every shade, but never beside their like on all sides
-        solid = [(x, y) for x, y in strip if strip.issuperset(((x - 1, y), (x + 1, y), (x, y - 1), (x, y + 1)))]
-        if len(solid) < SMALLEST_DOT:
-            return None
-        return tuple(sum(axis) // len(solid) for axis in zip(*solid))
-
-    def difference(self, other):
-        """(width, height) of the smallest rectangle below the panel that holds all pixels that differ."""
-        changed = [(x, y) for y in range(PANEL_HEIGHT, HEIGHT) for x in range(WIDTH) if self.pixel(x, y) != other.pixel(x, y)]
-        return tuple(max(axis) - min(axis) + 1 for axis in zip(*changed)) if changed else (0, 0)
-
-
-def _is_dot_colour(colour, red, green, blue):
-    """More than a hint of the colour; for gray neither black nor white, as panels and their text are."""
-    strongest, weakest = max(red, green, blue), min(red, green, blue)
-    telling = 110 < strongest < 190 if colour == "gray" else strongest - weakest > 90
-    return telling and colour_class(red, green, blue) == colour
+PANEL_HEIGHT = 40  # no panel of scale 1 is higher here; the dot is looked for in this strip at the top
+PANEL = (0, 0, WIDTH, PANEL_HEIGHT)
+BELOW = (0, PANEL_HEIGHT, WIDTH, HEIGHT)
+SCREEN = (0, 0, WIDTH, HEIGHT)
+NOBODY = ("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--pdeathsig", "KILL")
 
 
 class Panel:
     """The panel, ready for items. The program of the lab is told to use it."""
 
     def __init__(self, lab, stack, kind):
-        self._kind, self._name = KINDS[kind], kind
-        for command, *_ in self._kind.commands:
-            if not shutil.which(command):
-                pytest.skip(f"{command} is not installed")
-        self._client, self._stack = lab.network.client, stack
+        self.kind, self.name = KINDS[kind], kind
+        self._user = NOBODY if self.kind.as_nobody else ()
+        for command in self.kind.commands:
+            if not shutil.which(self._words(command)[0]):
+                pytest.skip(f"{self._words(command)[0]} is not installed")
+        self._lab, self._client, self._stack = lab, lab.network.client, stack
         self._home = lab.network.folder / "panel-home"
-        configuration = self._home / "config" / self._kind.settings[0]
-        configuration.parent.mkdir(parents=True)
-        configuration.write_text(self._kind.settings[1])
-        (self._home / "run").mkdir(mode=0o700)
+        self._lay_out_home()
         self._environment = settings.BARE_ENVIRONMENT | {
             "HOME": str(self._home), "XDG_CONFIG_HOME": str(self._home / "config"),
             "XDG_DATA_HOME": str(self._home / "data"), "XDG_CACHE_HOME": str(self._home / "cache"),
-            "XDG_RUNTIME_DIR": str(self._home / "run"), "XDG_CURRENT_DESKTOP": self._kind.desktop,
+            "XDG_RUNTIME_DIR": str(self._home / "run"), "XDG_CURRENT_DESKTOP": self.kind.desktop,
             "XDG_SESSION_TYPE": "x11", "DISPLAY": DISPLAY, "LIBGL_ALWAYS_SOFTWARE": "1", "NO_AT_BRIDGE": "1",
-            "GSETTINGS_BACKEND": "keyfile", "DBUS_SYSTEM_BUS_ADDRESS": lab.system_bus.address}
+            "GSETTINGS_BACKEND": "keyfile", "DBUS_SYSTEM_BUS_ADDRESS": lab.system_bus.address} | self.kind.environment
         screen = stack.enter_context(self._client.popen(
-            ["Xvfb", DISPLAY, "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten", "tcp", "-displayfd", "1"],
+            ["Xvfb", DISPLAY, "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten", "tcp", "-ac", "-displayfd", "1"],
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL))
         assert screen.stdout.readline(), "the screen did not start"
         # services that the bus starts inherit its environment
-        bus = Bus(lab.network.folder, "panel", stack, services=True, inside=self._client, env=self._environment)
+        bus = Bus(self._home, "panel", stack, services=True, inside=self._client, env=self._environment, user=self._user)
         self._environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address
         self._connection = bus.connect()
         stack.callback(self._connection.close_sync)
         self._bus_log = lab.network.folder / "panel-bus-messages"
-        self._start("dbus-monitor", "--address", bus.address, "interface='com.canonical.dbusmenu'", log=self._bus_log)
-        for command in self._kind.commands:
-            self._start(*command)
-        wait_until(self._has_host, 60, f"{kind} has a host for status items")
+        self._start("dbus-monitor", "--profile", "--address", bus.address, f"interface='{MENU}'", f"interface='{ITEM}'",
+                    log=self._bus_log)
+        for command in self.kind.commands:
+            self._panel = self._start_part(command)
+        self._wait_until_ready()
         self.wait_until_still()
         self.press("Escape")  # out of the overview with which some greet
         self.wait_until_still()
         lab.program.environment |= {"DBUS_SESSION_BUS_ADDRESS": bus.address, "DISPLAY": DISPLAY,
-                                    "XDG_CURRENT_DESKTOP": self._kind.desktop, "QT_QPA_PLATFORM": "xcb"}
+                                    "XDG_CURRENT_DESKTOP": self.kind.desktop, "QT_QPA_PLATFORM": "xcb"}
 
-    def _start(self, *command, log=None):
-        with (log or self._home / f"{Path(command[0]).name}.log").open("w") as output:
-            self._stack.enter_context(self._client.popen(command, env=self._environment, stdout=output,
-                                                         stderr=subprocess.STDOUT))
+    def _lay_out_home(self):
+        for path, text in self.kind.settings.items():
+            file = self._home / "config" / path
+            file.parent.mkdir(parents=True, exist_ok=True)
+            file.write_text(text)
+        (self._home / "run").mkdir(mode=0o700, parents=True)
+        if self.kind.as_nobody:
+            self._lab.network.folder.chmod(0o711)
+            for path in (self._home, *self._home.rglob("*")):
+                os.chown(path, 65534, 65534)
 
-    def _has_host(self):
+    # starting and ending
+
+    def _words(self, command):
+        return command[1:] if command[0].startswith("@") else command
+
+    def _start_part(self, command):
+        if command[0] == "@wayland":
+            self._environment["WAYLAND_DISPLAY"] = self.wayland_socket().name
+        words = [word.format(config=self._home / "config") for word in self._words(command)]
+        return self._start(*self._user, *words, log=self._home / f"{Path(words[0]).name}.log")
+
+    def _start(self, *command, log):
+        with log.open("a") as output:
+            return self._stack.enter_context(self._client.popen(command, env=self._environment, stdout=output,
+                                                                stderr=subprocess.STDOUT))
+
+    def wayland_socket(self):
+        """Where programs reach the compositor, as soon as there is one."""
+        sockets = wait_until(lambda: [path for path in (self._home / "run").glob("wayland-?") if path.is_socket()], 20,
+                             "a Wayland compositor")
+        return sockets[0]
+
+    def start_demo(self):
+        """The program's status item in the hands of a test, for many changes in a short time."""
+        environment = self._lab.program.environment
+        return self._stack.enter_context(self._client.popen(
+            [settings.DEMO, "changes"], env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+            stderr=subprocess.DEVNULL, text=True, bufsize=1))
+
+    def start_another(self, kind):
+        """Another panel beside this one, on the same screen; returns its process."""
+        other = KINDS[kind]
+        for path, text in other.settings.items():
+            file = self._home / "config" / path
+            file.parent.mkdir(parents=True, exist_ok=True)
+            file.write_text(text)
+        return self._start_part(other.commands[-1])
+
+    def kill(self):
+        """The panel crashes."""
+        self._panel.kill()
+        self._panel.wait(5)
+
+    def restart(self):
+        self._panel = self._start_part(self.kind.commands[-1])
+        self._wait_until_ready()
+
+    def _wait_until_ready(self):
+        if self.kind.shows == "tray":
+            wait_until(self._has_tray, 20, f"{self.name} is a tray")
+        elif self.kind.shows != "strip":
+            wait_until(self.has_host, 60, f"{self.name} has a host for status items")
+
+    def _has_tray(self):
+        return self.kind.commands[-1][0] in self._output("xwininfo", "-root", "-tree")
+
+    def has_tray_icon(self):
+        """Whether the program's window is inside another one: the root's own children are listed with less space before them."""
+        return re.search(r"^ {8,}0x.*\"skylet\" \"skylet\"", self._output("xwininfo", "-root", "-tree"), re.MULTILINE) is not None
+
+    def _output(self, *command):
+        return self._client.run(command, env=self._environment, capture_output=True, text=True, check=False).stdout
+
+    # the bus
+
+    def _call(self, name, path, interface, method, arguments):
+        return unpack(self._connection.call_sync(name, path, interface, method, arguments, None, 0, 3000, None))
+
+    def _ask_bus(self, method, *arguments):
+        return self._call("org.freedesktop.DBus", "/", "org.freedesktop.DBus", method,
+                          GLib.Variant(f"({'s' * len(arguments)})", arguments))[0]
+
+    def has_host(self):
         try:
             question = GLib.Variant("(ss)", (WATCHER, "IsStatusNotifierHostRegistered"))
-            return self._connection.call_sync(WATCHER, "/StatusNotifierWatcher", PROPERTIES, "Get", question, None, 0, 2000,
-                                              None).unpack()[0]
+            return self._call(WATCHER, "/StatusNotifierWatcher", PROPERTIES, "Get", question)[0]
         except GLib.Error:
             return False
+
+    def host_pids(self):
+        """The processes behind the watcher and the hosts, or the panel's own."""
+        names = [name for name in self._ask_bus("ListNames")
+                 if name == WATCHER or name.startswith("org.kde.StatusNotifierHost-")]
+        pids = {self._ask_bus("GetConnectionUnixProcessID", name) for name in names}
+        return pids | {self._panel.pid}
+
+    def item(self, pid):
+        """(connection, properties) of the item of this process, as any host can read them."""
+        for name in self._ask_bus("ListNames"):
+            if name.startswith(":") and self._pid_of(name) == pid:
+                try:
+                    return name, self._call(name, "/StatusNotifierItem", PROPERTIES, "GetAll", GLib.Variant("(s)", (ITEM,)))[0]
+                except GLib.Error:
+                    pass
+        raise AssertionError("the program has no item on the bus")
+
+    def _pid_of(self, name):
+        try:
+            return self._ask_bus("GetConnectionUnixProcessID", name)
+        except GLib.Error:
+            return None
+
+    def menu(self, pid):
+        """The menu's entries from top to bottom, as any host can read them."""
+        name, properties = self.item(pid)
+        layout = self._call(name, properties["Menu"], MENU, "GetLayout", GLib.Variant("(iias)", (0, -1, [])))
+        return [MenuEntry.of(id_, entry) for id_, entry, _ in layout[1][2]]
+
+    def choose(self, pid, title):
+        """As if the host's user had chosen the entry whose title begins so."""
+        name, properties = self.item(pid)
+        entry = next(entry for entry in self.menu(pid) if entry.title.startswith(title))
+        self._call(name, properties["Menu"], MENU, "Event", GLib.Variant("(isvu)", (entry.id, "clicked", GLib.Variant("i", 0), 0)))
+
+    def signals(self, since):
+        """[(time, name)] of each signal of items and menus since then, in seconds of the wall clock."""
+        rows = [line.split("\t") for line in self._bus_log.read_text().splitlines() if line.startswith("sig\t")]
+        return [(float(row[1]), row[-1]) for row in rows if float(row[1]) >= since]
+
+    def calls(self, *members):
+        """How often hosts have called one of these methods so far."""
+        rows = [line.split("\t") for line in self._bus_log.read_text().splitlines() if line.startswith("mc\t")]
+        return sum(row[-1] in members for row in rows)
+
+    # the screen
 
     def _run(self, *command):
         self._client.run(command, env=self._environment)
@@ -157,31 +206,74 @@ class Panel:
     def shot(self, name):
         """A picture of the screen, kept as PANEL-NAME.png among the build's shots."""
         settings.SHOTS.mkdir(parents=True, exist_ok=True)
-        return self._picture(settings.SHOTS / f"{self._name}-{name}.png")
+        return self._picture(settings.SHOTS / f"{self.name}-{name}.png")
 
     def _picture(self, path):
-        self._run("import", "-window", "root", str(path))
+        self._run("import", "-silent", "-window", "root", f"png24:{path}")
         return Picture(path)
+
+    def look(self):
+        """A picture of the screen that is not kept."""
+        return self._picture(self._lab.network.folder / "look.png")
 
     def wait_for_dot(self, colour, within, name):
         """Where the dot of this colour is, as soon as it is there; the picture that shows it is kept."""
-        return wait_until(lambda: self.shot(name).dot(colour), within, f"a {colour} dot in the panel")
+        return wait_until(lambda: self.shot(name).dots(colour, PANEL), within, f"a {colour} dot in the panel")[0]
 
-    def wait_until_still(self):
-        """Until nothing moves below the panel."""
-        def still():
-            before = self._picture(self._home / "before.png")
-            time.sleep(0.5)
-            return self._picture(self._home / "after.png").difference(before) == (0, 0)
+    def wait_until_gone(self, colour, within, name):
+        wait_until(lambda: not self.shot(name).dots(colour, PANEL), within, f"no {colour} dot in the panel")
 
-        wait_until(still, 20, "nothing moves any more")
+    def wait_until_still(self, area=BELOW):
+        """Until nothing moves there; the picture of it."""
+        before = self.look()
+        deadline = time.monotonic() + 20
+        while True:
+            time.sleep(0.25)
+            after = self.look()
+            if after.difference(before, area) is None:
+                return after
+            assert time.monotonic() < deadline, "it never stands still"
+            before = after
 
-    def click(self, place):
-        self._run("xdotool", "mousemove", *map(str, place), "click", "1")
+    def icon_distance(self, picture, dot, pixmaps):
+        """(difference, height given, height drawn): how well the best of an item's pictures fits what is to be seen around the
+        dot, as the mean difference of a colour, 0 to 255, and at which size."""
+        best, ground = (255.0, 0, 0), picture.commonest(dot[1])
+        for pixmap in pixmaps:
+            for height in range(14 * self.kind.scale, 30 * self.kind.scale + 1, self.kind.scale):
+                icon = Icon(pixmap).scaled(height)
+                dot_x = round(icon.width * _dot_place(pixmap))
+                for top in range(max(0, dot[1] - height + 1), dot[1] + 1):
+                    for left in range(max(0, dot[0] - dot_x - 3), max(0, dot[0] - dot_x) + 4):
+                        if left + icon.width > picture.width:
+                            continue
+                        # a row through the dot sorts out what is far off
+                        if icon.distance(picture, left, top, ground, [dot[1] - top]) < best[0]:
+                            best = min(best, (icon.distance(picture, left, top, ground), pixmap[1], height))
+        return best
+
+    def click(self, place, button=1):
+        self._run("xdotool", "mousemove", *map(str, place), "click", str(button))
+
+    def park_mouse(self):
+        """Where it hides nothing and no tooltip comes up."""
+        self.point((WIDTH - 2, HEIGHT - 2))
+
+    def point(self, place):
+        self._run("xdotool", "mousemove", *map(str, place))
 
     def press(self, *keys):
         self._run("xdotool", "key", "--delay", "60", *keys)
 
-    def openings(self):
-        """How often the panel has told the item so far that it opens its menu."""
-        return self._bus_log.read_text().count("member=AboutToShow")
+
+def _dot_place(pixmap):
+    """Where the middle of the dot is, as a share of the picture's width: in the middle of a square one, else at the left
+    end, eleven logical pixels in."""
+    width, height, _ = pixmap
+    return 0.5 if width == height else 11 * max(1, height // 22) / width
+
+
+def own_kb(pid):
+    """Memory that a process has filled itself: what it maps from files counts as shared or not as others come and go."""
+    text = Path("/proc", str(pid), "smaps_rollup").read_text()
+    return int(re.search(r"^Anonymous: +(\d+)", text, re.MULTILINE)[1])

@@ -12,6 +12,7 @@ def _of_build(name):
 
 
 PROGRAM = Path(_of_build("PROGRAM"))
+DEMO = Path(_of_build("DEMO"))
 LINK = Path(_of_build("LINK"))
 SPEED_SERVER = Path(_of_build("SPEED_SERVER"))
 SPEEDTEST = Path(_of_build("SPEEDTEST"))

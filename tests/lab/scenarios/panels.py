@@ -1,32 +1,211 @@
 """What every real panel has to show."""
 
+import time
+
+import panel as screen
+from desktop import wait_until
+from panel import BELOW, PANEL, own_kb
+
 LARGE_ENOUGH_FOR_THE_MENU = (150, 150)
-# steps down to "Pause Automatic Checks" past the entries that can be chosen then: the speed test and the check only while
-# the checks are not paused
-PAUSE = ["Down"] * 4 + ["Return"]
-RESUME = ["Down"] * 2 + ["Return"]
+TITLES = ("Run Speed Test", "Check Connection", "Show Live Traffic", "Pause Automatic", "Launch at Login", "About", "Quit")
+# rows that can be chosen while online, and where a separator stands before the next one
+ROWS = len(TITLES)
+SEPARATED_AFTER = (1, 4)
+LINES_ABOVE = 3
+# mean difference of a colour by which a panel's own way of scaling may differ from ours
+FITS = 8
 
 
 def check_panel(lab, panel):
-    """The dot is seen, a real click on it opens the menu, and a choice in the menu is obeyed and seen."""
+    """The dot and the number are seen, a real click opens the menu, what is chosen there is obeyed and seen, and all that
+    holds when the panel has crashed and come back."""
     before = panel.shot("before")
-    assert (before.dot("green"), before.dot("gray")) == (None, None)
+    assert not before.dots("green", PANEL) and not before.dots("gray", PANEL)
     lab.link.set(rtt_ms=40)
     lab.program.start()
-    place = panel.wait_for_dot("green", 15, "green")
-    open_menu(panel, place, "menu")
-    panel.press(*PAUSE)
-    place = panel.wait_for_dot("gray", 5, "paused")
-    panel.wait_until_still()
-    open_menu(panel, place, "menu-paused")
-    panel.press(*RESUME)
-    panel.wait_for_dot("green", 5, "resumed")
+    place = panel.wait_for_dot("green", 20, "green")
+    check_number(lab, panel, place)
+    rows = check_menu(lab, panel, place)
+    check_pause(lab, panel, place, rows)
+    check_return(lab, panel)
+
+
+def check_number(lab, panel, place):
+    """What the host was given holds the number, and where it draws our picture the screen shows just that."""
+    panel.park_mouse()
+    _, item = panel.item(lab.program.pid)
+    shows = panel.kind.shows
+    assert ("XAyatanaLabel" in item) == (shows == "label")
+    if shows == "label":
+        assert " ms " in item["XAyatanaLabel"]
+        return
+    if shows in ("badge", "wide"):
+        def fits():
+            _, now = panel.item(lab.program.pid)
+            picture = panel.shot("green")
+            dots = picture.dots("green", PANEL)
+            assert len(dots) == 1, dots
+            distance, given, drawn = panel.icon_distance(picture, dots[0], now["IconPixmap"])
+            print(f"{panel.name}: the picture is off by {distance:.1f}; {given} pixels high, drawn with {drawn}")
+            return distance < FITS
+        wait_until(fits, 10, "the panel shows our picture")
 
 
 def open_menu(panel, place, name):
-    closed, openings = panel.shot(name), panel.openings()
+    """Opens it by a click; (the picture of the screen before, the one with the menu, the menu's rectangle)."""
+    panel.park_mouse()
+    closed = panel.wait_until_still()
     panel.click(place)
+    wait_until(lambda: large_enough(panel.look().difference(closed, BELOW)), 5, "a menu opens")
+    panel.park_mouse()
     panel.wait_until_still()
-    changed = panel.shot(name).difference(closed)
-    assert all(size >= wanted for size, wanted in zip(changed, LARGE_ENOUGH_FOR_THE_MENU)), changed
-    assert panel.openings() > openings
+    opened = panel.shot(name)
+    area = opened.difference(closed, BELOW)
+    assert large_enough(area), area
+    left, top, right, bottom = area
+    # a menu may lie over the panel; at its right end there is nothing else that changes
+    while top > 0 and opened.row(top - 1, right - 60, right - 20) != closed.row(top - 1, right - 60, right - 20):
+        top -= 1
+    return opened, (left, top, right, bottom)
+
+
+def large_enough(area):
+    return area and all(area[end] - area[end - 2] >= size for end, size in zip((2, 3), LARGE_ENOUGH_FOR_THE_MENU))
+
+
+def check_menu(lab, panel, place):
+    """The rows stand where they belong: the three lines cannot be chosen, the separators are in their places, and the
+    keyboard reaches the rest."""
+    entries = panel.menu(lab.program.pid)
+    assert [entry.enabled for entry in entries if not entry.separator] == [False] * LINES_ABOVE + [True] * ROWS
+    assert [index for index, entry in enumerate(entries) if entry.separator] == [3, 6, 10]
+    opened, area = open_menu(panel, place, "menu")
+    rows = (rows_by_keyboard if panel.kind.keyboard else rows_by_mouse)(panel, opened, area)
+    assert len(rows) == ROWS, rows
+    close_menu(panel)
+    height = rows[1][1] - rows[0][1]
+    assert height > 12, rows
+    for index in range(ROWS - 1):
+        gap = rows[index + 1][1] - rows[index][1] - height
+        assert 1 <= gap <= height if index in SEPARATED_AFTER else gap == 0, (index, rows)
+    assert rows[0][1] - area[1] >= LINES_ABOVE * (height - 4), (rows, area)
+    return rows
+
+
+def rows_by_keyboard(panel, opened, area):
+    """(left, top, right, bottom) of each row that the keyboard reaches."""
+    rows = []
+    for _ in range(ROWS):
+        panel.press("Down")
+        rows.append(wait_until(lambda: marked_row(panel.look(), opened, area, rows), 3, "the next row is marked"))
+    return rows
+
+
+def rows_by_mouse(panel, opened, area):
+    """(left, top, right, bottom) of each row that is marked when the mouse is on it."""
+    rows, middle, y = [], (area[0] + area[2]) // 2, area[1] + 4
+    while y < area[3]:
+        panel.point((middle, y))
+        time.sleep(0.15)
+        row = marked_row(panel.look(), opened, area, rows)
+        if row:
+            rows.append(row)
+        y = row[3] + 4 if row else y + 9
+    return rows
+
+
+def close_menu(panel):
+    if panel.kind.keyboard:
+        panel.press("Escape")
+    else:
+        panel.click((screen.WIDTH - 2, screen.HEIGHT - 2))
+
+
+def choose(panel, rows, chosen, index):
+    """Chooses a row of the open menu. `chosen`: how many rows that can be chosen stand above it."""
+    if panel.kind.keyboard:
+        panel.press(*["Down"] * (chosen + 1), "Return")
+    else:
+        left, top, right, bottom = rows[index]
+        panel.click(((left + right) // 2, (top + bottom) // 2))
+
+
+def marked_row(picture, plain, area, known):
+    """(left, top, right, bottom) of the row that is marked in the one picture and not in the other. The mark goes on where
+    no text is that changes by itself."""
+    left, top, right, bottom = area
+    band = left + (right - left) * 4 // 5
+    changed = picture.difference(plain, (band, top, band + 8, bottom))
+    if not changed or not 12 < changed[3] - changed[1] < 60:
+        return None
+    row = picture.difference(plain, (left, changed[1], right, changed[3]))
+    whole = row[2] - row[0] >= LARGE_ENOUGH_FOR_THE_MENU[0]
+    return row if whole and row not in known else None
+
+
+def check_pause(lab, panel, place, rows):
+    """A choice made in the menu is obeyed, seen within a second, and marked there."""
+    unchecked, _ = open_menu(panel, place, "menu")
+    choose(panel, rows, 3, 3)
+    began = time.monotonic()
+    place = panel.wait_for_dot("gray", 1, "paused")
+    print(f"{panel.name}: seen after {time.monotonic() - began:.2f} s at most")
+    time.sleep(0.5)
+    checked, _ = open_menu(panel, place, "menu-paused")
+    # the menu may stand elsewhere, as the title has become shorter; its last row is the same at any rate
+    left, top, right, bottom = rows[-1]
+    at = checked.row((top + bottom) // 2, 0, screen.WIDTH).find(unchecked.row((top + bottom) // 2, left, right))
+    assert at >= 0 and at % 3 == 0, "the menu's last row is not to be found"
+    moved = at // 3 - left
+    changed = [not same_row(unchecked, checked, row, moved) for row in rows]
+    # two rows are disabled now, one has its mark, and the others are as before
+    assert changed == [True, True, False, True, False, False, False], (changed, rows, moved)
+    choose(panel, rows, 1, 3)
+    panel.wait_for_dot("green", 5, "resumed")
+
+
+def same_row(one, other, row, moved):
+    left, top, right, bottom = row
+    return all(one.row(y, left, right) == other.row(y, left + moved, right + moved) for y in range(top + 2, bottom - 2))
+
+
+def check_return(lab, panel):
+    """The panel crashes and comes back, with the item."""
+    if panel.kind.shows == "strip":
+        return
+    panel.kill()
+    # the icon of an X11 tray becomes a strip
+    left = 1 if panel.kind.shows == "tray" else 0
+    wait_until(lambda: len(panel.shot("gone").dots("green", PANEL)) == left, 5, "the panel is gone")
+    panel.restart()
+    wait_until(lambda: len(panel.shot("back").dots("green", PANEL)) == 1, 15, "one green dot again")
+    if panel.kind.shows == "tray":
+        wait_until(lambda: panel.shot("back").dots("green", PANEL)[0][0] < screen.WIDTH // 2, 10, "it is in the tray again")
+
+
+def check_changes(lab, panel):
+    """500 changes make neither the host nor the item grow, and each is told once."""
+    lab.program.end()
+    panel.wait_until_gone("green", 5, "ended")
+    demo = panel.start_demo()
+
+    def change():
+        demo.stdin.write("\n")
+        began = time.time()
+        assert demo.stdout.readline().startswith("500 changes")
+        time.sleep(1)
+        return [name for _, name in panel.signals(began)]
+
+    panel.wait_for_dot("green", 10, "changes")
+    change()
+    hosts = panel.host_pids()
+    before = {pid: own_kb(pid) for pid in (*hosts, demo.pid)}
+    told = change()
+    growth = {pid: own_kb(pid) - kb for pid, kb in before.items()}
+    print(f"{panel.name}: growth in kB {growth}, signals { {name: told.count(name) for name in set(told)} }")
+    assert all(told.count(name) <= 500 for name in set(told)), told
+    assert "LayoutUpdated" not in told
+    if not lab.program.sanitized:
+        assert max(growth.values()) <= panel.kind.growth_kb, growth
+    demo.terminate()
+    demo.wait(5)

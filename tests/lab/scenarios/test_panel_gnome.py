@@ -1,7 +1,9 @@
 """The item on a real GNOME Shell with its AppIndicator extension."""
 
-from panels import check_panel
+from panels import check_changes, check_panel
 
 
-def test_the_dot_is_seen_and_opens_its_menu(lab):
-    check_panel(lab, lab.start_panel("gnome"))
+def test_the_item_is_seen_obeys_and_never_grows(lab):
+    panel = lab.start_panel("gnome")
+    check_panel(lab, panel)
+    check_changes(lab, panel)

@@ -37,7 +37,7 @@ QDBusConnection DesktopApplication::statusItemBus() {
 }
 
 std::unique_ptr<StatusItem> DesktopApplication::makeStatusItem() {
-    auto item = std::make_unique<SniStatusItem>(statusItemBus());
+    auto item = std::make_unique<DesktopStatusItem>(statusItemBus());
     statusItem_ = item.get();
     return item;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Application.h"
-#include "platform/linux/statusitem/SniStatusItem.h"
+#include "platform/linux/statusitem/DesktopStatusItem.h"
 
 #include <QPointer>
 
@@ -34,7 +34,7 @@ class DesktopApplication final : public Application {
   private:
     QDBusConnection statusItemBus();
 
-    QPointer<SniStatusItem> statusItem_;
+    QPointer<DesktopStatusItem> statusItem_;
 };
 
 } // namespace skylet

@@ -7,19 +7,39 @@
 #include <QIcon>
 #include <QKeyEvent>
 #include <QKeySequence>
+#include <QPalette>
 #include <QPointer>
 #include <QScreen>
 
 #include <algorithm>
+#include <utility>
 
 namespace skylet {
 
 namespace {
 
+/// Nearer to the first, by so much that it stays readable on the second (4.5:1 for black on white).
+QColor mixed(const QColor& text, const QColor& behind) {
+    constexpr float share = 0.6F;
+    const auto mix = [](float one, float other) { return share * one + (1 - share) * other; };
+    return QColor::fromRgbF(mix(text.redF(), behind.redF()), mix(text.greenF(), behind.greenF()),
+                            mix(text.blueF(), behind.blueF()));
+}
+
 /// A menu that runs its entries' shortcuts while it is open. Qt looks a shortcut up among the active window's actions
 /// only, to which those of a popup without a parent never belong; so nothing is grabbed outside the open menu.
 class ShortcutMenu final : public QMenu {
+  public:
+    ShortcutMenu() { darkenDisabledText(); }
+
   protected:
+    bool event(QEvent* event) override {
+        if (event->type() == QEvent::ApplicationPaletteChange) {
+            darkenDisabledText();
+        }
+        return QMenu::event(event);
+    }
+
     void keyPressEvent(QKeyEvent* event) override {
         const QKeySequence pressed(event->keyCombination());
         const QList<QAction*> entries = actions();
@@ -37,6 +57,20 @@ class ShortcutMenu final : public QMenu {
                 action->trigger();
             }
         }
+    }
+
+  private:
+    // Lines that cannot be chosen are there to be read, and some styles all but hide them.
+    void darkenDisabledText() {
+        QPalette own;
+        for (const auto& [text, behind] :
+             {std::pair(QPalette::Text, QPalette::Base), std::pair(QPalette::WindowText, QPalette::Window),
+              std::pair(QPalette::ButtonText, QPalette::Button)}) {
+            const QPalette general = QGuiApplication::palette();
+            own.setColor(QPalette::Disabled, text,
+                         mixed(general.color(QPalette::Active, text), general.color(QPalette::Active, behind)));
+        }
+        setPalette(own);
     }
 };
 

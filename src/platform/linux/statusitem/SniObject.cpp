@@ -4,6 +4,7 @@
 #include <QFontDatabase>
 
 #include <array>
+#include <span>
 #include <utility>
 
 namespace skylet {
@@ -12,6 +13,9 @@ namespace {
 
 // Panels ask for 16 to 32 logical pixels; the rest is for scale 2. A host takes the nearest and scales it.
 constexpr std::array iconSizes = {16, 22, 24, 32, 48, 64};
+// Of the whole title, which is some ten times as wide, none is larger than twice the usual height: Waybar takes the
+// largest whatever its scale is. MATE stretches the next smaller one to its panel's height, so the usual ones are here.
+constexpr std::array titleHeights = {16, 22, 24, 28, 32, 44};
 
 // An activation token is a short opaque text; a longer one is no token.
 constexpr qsizetype longestToken = 1024;
@@ -64,11 +68,13 @@ void SniObject::addItemProperties(const QString& menuPath) {
     constant(QStringLiteral("IconThemePath"), text, QString());
     constant(QStringLiteral("Menu"), QStringLiteral("o"), QVariant::fromValue(QDBusObjectPath(menuPath)));
     constant(QStringLiteral("ItemIsMenu"), QStringLiteral("b"), true);
-    // A name would go before the pixmap, and no icon theme has an icon for every number.
-    constant(QStringLiteral("IconName"), text, QString());
+    // A name goes before the pixmap, and no icon theme has an icon for every number: so there is one only where it is
+    // all that the host reads.
+    for (const QString& name : {QStringLiteral("IconName"), QStringLiteral("AttentionIconName")}) {
+        addProperty(name, text, [this] { return QVariant(iconName()); });
+    }
     constant(QStringLiteral("OverlayIconName"), text, QString());
     constant(QStringLiteral("OverlayIconPixmap"), images, QVariant::fromValue(QList<DBusPixmap>()));
-    constant(QStringLiteral("AttentionIconName"), text, QString());
     constant(QStringLiteral("AttentionMovieName"), text, QString());
     // While attention is asked for, hosts show the attention icon in the place of the icon: it is the same.
     for (const QString& name : {QStringLiteral("IconPixmap"), QStringLiteral("AttentionIconPixmap")}) {
@@ -119,6 +125,12 @@ void SniObject::openMenu(const QDBusMessage& call) {
 void SniObject::setAppearance(const ItemAppearance& appearance) {
     appearance_ = appearance;
     scheduleTelling();
+}
+
+void SniObject::setIconByName(bool byName) {
+    if (byName != (iconFiles_ != nullptr)) {
+        iconFiles_ = byName ? std::make_unique<IconFiles>(IconFiles::usualFolder()) : nullptr;
+    }
 }
 
 void SniObject::setStatus(Status status) {
@@ -184,11 +196,16 @@ DBusToolTip SniObject::toolTip() const {
     return {{}, {}, source.toolTipTitle, escapedMarkup(source.toolTipText)};
 }
 
+QString SniObject::iconName() {
+    return iconFiles_ ? iconFiles_->fileFor(appearance_.icon) : QString();
+}
+
 const QList<DBusPixmap>& SniObject::pixmaps() {
     if (paintedIcon_ != appearance_.icon) {
         const QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
         pixmaps_.clear();
-        for (const int size : iconSizes) {
+        const bool wide = appearance_.icon.form == StatusIcon::Form::wide;
+        for (const int size : wide ? std::span<const int>(titleHeights) : std::span<const int>(iconSizes)) {
             pixmaps_.append(toDBusPixmap(paintStatusIcon(appearance_.icon, size, font)));
         }
         paintedIcon_ = appearance_.icon;

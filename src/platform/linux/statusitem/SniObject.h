@@ -2,11 +2,13 @@
 
 #include "platform/linux/statusitem/DBusTypes.h"
 #include "platform/linux/statusitem/ExportedObject.h"
+#include "platform/linux/statusitem/IconFiles.h"
 #include "platform/linux/statusitem/TitleStyle.h"
 
 #include <QPoint>
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -32,6 +34,8 @@ class SniObject final : public ExportedObject {
     /// Hosts read it once, so it has to be right before they come.
     void setId(const QString& id) { id_ = id; }
     void setAppearance(const ItemAppearance& appearance);
+    /// Whether hosts are given the icon as a file, by its name, instead of its pixels.
+    void setIconByName(bool byName);
     void setStatus(Status status);
     void setMenuOpen(bool open);
 
@@ -49,6 +53,7 @@ class SniObject final : public ExportedObject {
     void tellToolTip();
     DBusToolTip toolTip() const;
     const QList<DBusPixmap>& pixmaps();
+    QString iconName();
 
     QString id_;
     ItemAppearance appearance_;
@@ -59,6 +64,8 @@ class SniObject final : public ExportedObject {
     bool tellingScheduled_ = false;
     MenuOpener menuOpener_;
     std::function<void(const QString& token)> tokenTaker_;
+    /// Absent while hosts are given pixels.
+    std::unique_ptr<IconFiles> iconFiles_;
     std::optional<StatusIcon> paintedIcon_;
     QList<DBusPixmap> pixmaps_;
 };

@@ -100,9 +100,14 @@ void SniStatusItem::followHost() {
         present();
     }
     const QString owner = monitor_.watcherOwner();
+    item_.setIconByName(monitor_.traitsOfConnection(owner).readsIconName);
     // The hosts that set a label are those that are known to read the menu at once.
     registration_.setWatcher(
         {owner, way_ == TitleWay::label, monitor_.traitsOfConnection(owner).prefersConnectionName});
+    if (hadHost_ != hasHost()) {
+        hadHost_ = hasHost();
+        Q_EMIT hasHostChanged();
+    }
 }
 
 void SniStatusItem::updateStatus() {

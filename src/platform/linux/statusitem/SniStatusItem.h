@@ -48,9 +48,16 @@ class SniStatusItem final : public QObject, public StatusItem {
     void setTitle(const StatusTitle& title) override;
     void setToolTip(const QString& toolTip) override;
 
+    /// Somebody shows status items in this session.
+    bool hasHost() const { return monitor_.hasHost(); }
+    /// Opens the menu at a place, in logical pixels of the whole desktop.
+    void popUpMenu(QPoint place) { menu_.popUp(place); }
     /// Asks the user to look here: a host that keeps idle items out of sight shows this one for some seconds. Does
     /// nothing while the item is hidden.
     void requestAttention();
+
+  Q_SIGNALS:
+    void hasHostChanged();
 
   private:
     void present();
@@ -70,6 +77,7 @@ class SniStatusItem final : public QObject, public StatusItem {
     StatusTitle title_;
     QString toolTip_;
     bool visible_ = true;
+    bool hadHost_ = false;
     QTimer attentionTimer_;
 };
 

@@ -18,4 +18,8 @@ struct DotShades {
 /// The shades of a dot colour, the same on dark and on light panels: nothing tells a program which one it sits on.
 DotShades dotShades(DotColor color);
 
+/// The ground that text brings with it, and the text's colour on it: it reads the same on every panel.
+QColor plateColor();
+QColor plateTextColor();
+
 } // namespace skylet

@@ -3,6 +3,7 @@
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QDBusVariant>
 #include <QFile>
 
 #include <algorithm>
@@ -14,6 +15,7 @@ namespace skylet {
 namespace {
 
 constexpr QLatin1String watcherName("org.kde.StatusNotifierWatcher");
+const auto watcherPath = [] { return QStringLiteral("/StatusNotifierWatcher"); };
 constexpr QLatin1String hostPrefix("org.kde.StatusNotifierHost-");
 // The longest process name that the kernel keeps: TASK_COMM_LEN less the terminating zero.
 constexpr qsizetype longestProcessName = 15;
@@ -27,32 +29,36 @@ struct KnownProgram {
 // Under the item's own name the extension (seen in version 46) forgets what it has read of the item when its watch on
 // that name answers after the item has, and then drops the item: 4 of 12 starts on a busy machine, against none under
 // the name of the connection.
-constexpr StatusHostTraits gnome{TitleWay::label, true, true};
-constexpr StatusHostTraits labelHost{TitleWay::label, false, false};
+constexpr StatusHostTraits gnome{TitleWay::label, true, true, false};
+constexpr StatusHostTraits indicators{TitleWay::label, false, false, true};
+// MATE's panel sets a label too, but hides the icon beside it where the desktop shows no images on buttons.
+constexpr StatusHostTraits wideHost{TitleWay::wide, false, false, false};
 // Plasma 5 sends `Activate` on a left click, and opens the menu where that is refused.
-constexpr StatusHostTraits plasma{TitleWay::badge, true, false};
+constexpr StatusHostTraits plasma{TitleWay::badge, true, false, false};
 
-// The rest, among them xfce4-panel (whose plugin runs as "panel-N-systray"), lxqt-panel, waybar and xapp-sn-watcher,
-// show no text beside an icon.
+// The rest, among them xfce4-panel (whose plugin runs as "panel-N-systray") and lxqt-panel, show a square icon alone.
 constexpr std::array knownPrograms = {
     KnownProgram{QLatin1String("gnome-shell"), gnome},
     // MATE's panel, as a process of its own (notification-area-applet) and inside the panel.
-    KnownProgram{QLatin1String("notification-area-applet"), labelHost},
-    KnownProgram{QLatin1String("mate-panel"), labelHost},
+    KnownProgram{QLatin1String("notification-area-applet"), wideHost},
+    KnownProgram{QLatin1String("mate-panel"), wideHost},
+    KnownProgram{QLatin1String("waybar"), wideHost},
     // The application indicator services of the Ayatana project and of Unity.
-    KnownProgram{QLatin1String("ayatana-indicator-application-service"), labelHost},
-    KnownProgram{QLatin1String("indicator-application-service"), labelHost},
+    KnownProgram{QLatin1String("ayatana-indicator-application-service"), indicators},
+    KnownProgram{QLatin1String("indicator-application-service"), indicators},
     // Plasma's watcher lives in its service daemon, its host in the shell.
     KnownProgram{QLatin1String("plasmashell"), plasma},
     KnownProgram{QLatin1String("kded5"), plasma},
     KnownProgram{QLatin1String("kded6"), plasma},
 };
 
+// Passes the items on to the applets of several desktops, so it is the desktop that decides there.
+constexpr QLatin1String goBetween("xapp-sn-watcher");
+
 // Asked when a process cannot be seen.
 constexpr std::array knownDesktops = {
-    KnownProgram{QLatin1String("GNOME"), gnome},
-    KnownProgram{QLatin1String("MATE"), labelHost},
-    KnownProgram{QLatin1String("Unity"), labelHost},
+    KnownProgram{QLatin1String("GNOME"), gnome},         KnownProgram{QLatin1String("MATE"), wideHost},
+    KnownProgram{QLatin1String("X-Cinnamon"), wideHost}, KnownProgram{QLatin1String("Unity"), indicators},
     KnownProgram{QLatin1String("KDE"), plasma},
 };
 
@@ -102,6 +108,10 @@ void StatusHostMonitor::start() {
             lookAnew();
         }
     });
+    for (const QString& signal :
+         {QStringLiteral("StatusNotifierHostRegistered"), QStringLiteral("StatusNotifierHostUnregistered")}) {
+        connection_.connect(QString(), watcherPath(), QString(watcherName), signal, this, SLOT(lookAnew()));
+    }
     lookAnew();
 }
 
@@ -112,6 +122,7 @@ StatusHostTraits StatusHostMonitor::traitsOfConnection(const QString& connection
 
 // A watcher that gives its name up and takes it again knows no items, though it is the same connection as before.
 void StatusHostMonitor::forgetWatcher() {
+    watcherIsAlone_ = false;
     if (!watcherOwner_.isEmpty()) {
         watcherOwner_.clear();
         Q_EMIT changed();
@@ -154,7 +165,7 @@ void StatusHostMonitor::askForProcess(const QString& owner, const std::shared_pt
 
 StatusHostTraits StatusHostMonitor::traitsOfProcessId(uint processId) const {
     const QString name = processId == 0 ? QString() : environment_.processName(processId);
-    return name.isEmpty() ? traitsOfDesktop(environment_.currentDesktop) : traitsOfProcess(name);
+    return name.isEmpty() || name == goBetween ? traitsOfDesktop(environment_.currentDesktop) : traitsOfProcess(name);
 }
 
 void StatusHostMonitor::ask(const QString& method, const QVariantList& arguments, const std::shared_ptr<Look>& look,
@@ -173,24 +184,53 @@ void StatusHostMonitor::ask(const QString& method, const QVariantList& arguments
         // An error has no arguments that mean anything: the name has gone since, which the name watcher tells as well.
         take(answer->isError() ? QVariantList() : answer->reply().arguments());
         if (--look->pendingAnswers == 0) {
-            finish(*look);
+            finish(look);
         }
     });
 }
 
-void StatusHostMonitor::finish(const Look& look) {
+void StatusHostMonitor::finish(const std::shared_ptr<Look>& finished) {
+    const Look& look = *finished;
     traits_ = look.traits;
     // Where hosts are known they decide, else the watcher, which then shows the items itself. Every host can show a
-    // badge; so with several hosts a label is chosen only where all of them would show it.
+    // badge; so with several hosts another way is chosen only where it is that of all of them.
     const QSet<QString> deciding = look.hostOwners.isEmpty() ? QSet<QString>{look.watcherOwner} : look.hostOwners;
-    const bool allLabel = std::all_of(deciding.cbegin(), deciding.cend(), [&](const QString& owner) {
-        return traitsOfConnection(owner).way == TitleWay::label;
-    });
-    const TitleWay way = allLabel ? TitleWay::label : TitleWay::badge;
+    const TitleWay first = traitsOfConnection(*deciding.cbegin()).way;
+    const bool allAlike = std::all_of(deciding.cbegin(), deciding.cend(),
+                                      [&](const QString& owner) { return traitsOfConnection(owner).way == first; });
+    const TitleWay way = allAlike ? first : TitleWay::badge;
     const bool same = way == titleWay_ && look.watcherOwner == watcherOwner_;
     titleWay_ = way;
     watcherOwner_ = look.watcherOwner;
+    if (look.watcherOwner.isEmpty() || !look.hostOwners.isEmpty()) {
+        watcherIsAlone_ = false;
+    } else {
+        // Not part of the look itself, whose result must not wait for a program that may be slow to answer.
+        askWatcherForHosts(finished);
+    }
     if (!same) {
+        Q_EMIT changed();
+    }
+}
+
+void StatusHostMonitor::askWatcherForHosts(const std::shared_ptr<Look>& look) {
+    QDBusMessage question = QDBusMessage::createMethodCall(
+        look->watcherOwner, watcherPath(), QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    question.setArguments({QString(watcherName), QStringLiteral("IsStatusNotifierHostRegistered")});
+    auto* answer = new QDBusPendingCallWatcher(connection_.asyncCall(question), this);
+    connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer, look] {
+        answer->deleteLater();
+        const QDBusPendingReply<QDBusVariant> reply = *answer;
+        if (look == currentLook_) {
+            // A watcher that does not say is taken for its own host.
+            setWatcherAlone(!reply.isError() && reply.value().variant() == QVariant(false));
+        }
+    });
+}
+
+void StatusHostMonitor::setWatcherAlone(bool alone) {
+    if (alone != watcherIsAlone_) {
+        watcherIsAlone_ = alone;
         Q_EMIT changed();
     }
 }

@@ -22,6 +22,8 @@ struct StatusHostTraits {
     bool opensMenu = false;
     /// An item should give the watcher the name of its connection rather than one of its own.
     bool prefersConnectionName = false;
+    /// The host looks at the icon's name alone, never at its pixels.
+    bool readsIconName = false;
 
     bool operator==(const StatusHostTraits&) const = default;
 };
@@ -42,8 +44,7 @@ struct StatusHostEnvironment {
 };
 
 /// Finds out who shows status items in this session: the owner of the watcher's name and the hosts beside it, and from
-/// them in which way the title is best shown. Asks the bus asynchronously only, and never talks to the hosts
-/// themselves.
+/// them in which way the title is best shown. Asks asynchronously only, and of the hosts themselves nothing.
 class StatusHostMonitor final : public QObject {
     Q_OBJECT
 
@@ -54,15 +55,20 @@ class StatusHostMonitor final : public QObject {
     void start();
     /// The connection that owns the watcher's name; empty: no watcher.
     const QString& watcherOwner() const { return watcherOwner_; }
+    /// Somebody shows items. A watcher alone, as Plasma's service daemon is while the shell is away, does not.
+    bool hasHost() const { return !watcherOwner_.isEmpty() && !watcherIsAlone_; }
     TitleWay titleWay() const { return titleWay_; }
     /// Of the program behind a connection, which need not be a host.
     StatusHostTraits traitsOfConnection(const QString& connectionName) const;
 
   Q_SIGNALS:
-    /// The watcher has another owner than before, or none any more, or the title is to be shown in another way.
+    /// The watcher has another owner than before, or none any more, or the title is to be shown in another way, or it
+    /// is now known whether there is a host.
     void changed();
 
   private:
+    Q_SLOT void lookAnew();
+
     /// One look at the bus; an answer to an older one is dropped.
     struct Look {
         int pendingAnswers = 0;
@@ -72,12 +78,13 @@ class StatusHostMonitor final : public QObject {
     };
 
     void forgetWatcher();
-    void lookAnew();
     void askForOwner(const QString& name, const std::shared_ptr<Look>& look);
     void askForProcess(const QString& owner, const std::shared_ptr<Look>& look);
     void ask(const QString& method, const QVariantList& arguments, const std::shared_ptr<Look>& look,
              std::function<void(const QVariantList& answer)> take);
-    void finish(const Look& look);
+    void finish(const std::shared_ptr<Look>& look);
+    void askWatcherForHosts(const std::shared_ptr<Look>& look);
+    void setWatcherAlone(bool alone);
     StatusHostTraits traitsOfProcessId(uint processId) const;
 
     QDBusConnection connection_;
@@ -85,6 +92,7 @@ class StatusHostMonitor final : public QObject {
     std::unique_ptr<QDBusServiceWatcher> nameWatcher_;
     std::shared_ptr<Look> currentLook_;
     QString watcherOwner_;
+    bool watcherIsAlone_ = false;
     TitleWay titleWay_;
     QHash<QString, StatusHostTraits> traits_;
 };

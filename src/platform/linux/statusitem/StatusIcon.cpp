@@ -1,6 +1,7 @@
 #include "platform/linux/statusitem/StatusIcon.h"
 
 #include "platform/linux/statusitem/StatusColors.h"
+#include "platform/linux/statusitem/TitleLine.h"
 
 #include <QFontMetricsF>
 #include <QPainter>
@@ -20,11 +21,6 @@ constexpr double loneDotShare = 0.78;
 constexpr double digitHeightShare = 0.45;
 constexpr double rimShare = 1.0 / 26;
 constexpr int maximumDigits = 3;
-
-// A dark plate under white digits reads the same on every panel. Outlined digits were tried: at 16 and 22 px the
-// outline runs into the digits' own holes on a panel of the outline's opposite shade.
-constexpr QColor plateColor{28, 28, 28, 230};
-constexpr QColor digitColor{255, 255, 255};
 
 /// Digits in cells of equal width, in units of a font of `referenceSize` pixels, the baseline at 0.
 struct DigitRun {
@@ -58,13 +54,7 @@ DigitRun layOutDigits(const QString& number, QFont font) {
 }
 
 void paintDot(QPainter& painter, const QRectF& area, DotColor color) {
-    const DotShades shades = dotShades(color);
-    const double rim = std::max(0.75, painter.device()->width() * rimShare);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(shades.rim);
-    painter.drawEllipse(area);
-    painter.setBrush(shades.fill);
-    painter.drawEllipse(area.adjusted(rim, rim, -rim, -rim));
+    paintStatusDot(painter, area, std::max(0.75, painter.device()->width() * rimShare), color);
 }
 
 void paintSign(QPainter& painter, const QRectF& dot, const StatusIcon& icon) {
@@ -97,7 +87,7 @@ void paintSign(QPainter& painter, const QRectF& dot, const StatusIcon& icon) {
 
 void paintNumber(QPainter& painter, const QRectF& plate, double margin, const DigitRun& run) {
     painter.setPen(Qt::NoPen);
-    painter.setBrush(plateColor);
+    painter.setBrush(plateColor());
     painter.drawRoundedRect(plate, 2 * margin, 2 * margin);
     const double scaleY = (plate.height() - 2 * margin) / run.height;
     const double room = plate.width() - 2 * margin;
@@ -107,26 +97,29 @@ void paintNumber(QPainter& painter, const QRectF& plate, double margin, const Di
     place.translate(plate.center().x(), plate.bottom() - margin);
     place.scale(scaleX, scaleY);
     place.translate(-run.width / 2, 0);
-    painter.setBrush(digitColor);
+    painter.setBrush(plateTextColor());
     painter.drawPath(place.map(run.path));
 }
 
-/// The largest circle diameter for `share` of `size` that leaves equal whole pixels on both sides.
-double evenDiameter(int size, double share) {
-    const int diameter = static_cast<int>(std::lround(size * share));
+/// The largest circle diameter up to `wanted` that leaves equal whole pixels on both sides.
+double evenDiameter(int size, double wanted) {
+    const int diameter = static_cast<int>(std::lround(wanted));
     return (size - diameter) % 2 == 0 ? diameter : diameter - 1;
 }
 
 } // namespace
 
 QImage paintStatusIcon(const StatusIcon& icon, int size, const QFont& font) {
+    if (icon.form == StatusIcon::Form::wide) {
+        return paintTitlePlate(icon.title, size, font);
+    }
     QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     QPainter painter(&image);
     painter.setRenderHint(QPainter::Antialiasing);
     if (icon.number.isEmpty()) {
         const double diameter =
-            evenDiameter(size, icon.form == StatusIcon::Form::textDot ? textDotShare : loneDotShare);
+            evenDiameter(size, size * (icon.form == StatusIcon::Form::textDot ? textDotShare : loneDotShare));
         const QRectF dot((size - diameter) / 2, (size - diameter) / 2, diameter, diameter);
         paintDot(painter, dot, icon.color);
         paintSign(painter, dot, icon);
@@ -134,9 +127,10 @@ QImage paintStatusIcon(const StatusIcon& icon, int size, const QFont& font) {
     }
     const double margin = std::max(1, size / 16);
     const double plateHeight = std::round(size * digitHeightShare) + 2 * margin;
-    const double diameter = size - plateHeight - 1;
-    paintDot(painter, QRectF((size - diameter) / 2, 0, diameter, diameter), icon.color);
     paintNumber(painter, QRectF(0, size - plateHeight, size, plateHeight), margin, layOutDigits(icon.number, font));
+    // It may lie over the plate's edge: in the small icons each pixel of its size counts.
+    const double diameter = evenDiameter(size, size - plateHeight + 1);
+    paintDot(painter, QRectF((size - diameter) / 2, 0, diameter, diameter), icon.color);
     return image;
 }
 

@@ -90,6 +90,19 @@ class LabelStyle final : public TitleStyle {
     }
 };
 
+class WideStyle final : public TitleStyle {
+  public:
+    ItemAppearance present(const StatusTitle& title, const QString& toolTip) const override {
+        ItemAppearance appearance;
+        appearance.icon.form = StatusIcon::Form::wide;
+        appearance.icon.color = dotColor(title);
+        appearance.icon.title = title;
+        // As for the label: the text stands in the panel already.
+        appearance.toolTipTitle = toolTip;
+        return appearance;
+    }
+};
+
 class BadgeStyle final : public TitleStyle {
   public:
     ItemAppearance present(const StatusTitle& title, const QString& toolTip) const override {
@@ -109,8 +122,13 @@ class BadgeStyle final : public TitleStyle {
 } // namespace
 
 std::unique_ptr<TitleStyle> makeTitleStyle(TitleWay way) {
-    if (way == TitleWay::label) {
+    switch (way) {
+    case TitleWay::label:
         return std::make_unique<LabelStyle>();
+    case TitleWay::wide:
+        return std::make_unique<WideStyle>();
+    case TitleWay::badge:
+        break;
     }
     return std::make_unique<BadgeStyle>();
 }

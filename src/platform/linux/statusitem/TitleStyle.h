@@ -13,6 +13,8 @@ namespace skylet {
 enum class TitleWay {
     /// The coloured dot as the icon, the rest as a text that the host sets beside it.
     label,
+    /// The whole title drawn into an icon that is wider than high.
+    wide,
     /// A square icon with the coloured dot and the number beneath it; the rest is in the tooltip.
     badge,
 };

@@ -48,6 +48,11 @@ void FakeStatusHost::disappear() {
     connection_.unregisterService(watcherName());
 }
 
+void FakeStatusHost::tellOfHosts() {
+    connection_.send(
+        QDBusMessage::createSignal(watcherPath(), watcherName(), QStringLiteral("StatusNotifierHostRegistered")));
+}
+
 QVariantList FakeStatusHost::last(const QString& signal) const {
     const auto range = signals_.equal_range(signal);
     return range.first == range.second ? QVariantList() : std::prev(range.second)->second;
@@ -91,6 +96,10 @@ QString FakeStatusHost::introspect(const QString& /*path*/) const {
 }
 
 bool FakeStatusHost::handleMessage(const QDBusMessage& message, const QDBusConnection& connection) {
+    if (message.member() == QLatin1String("Get") && saysHostIsRegistered) {
+        connection.send(message.createReply(QVariant::fromValue(QDBusVariant(*saysHostIsRegistered))));
+        return true;
+    }
     if (message.member() != QLatin1String("RegisterStatusNotifierItem")) {
         return false;
     }

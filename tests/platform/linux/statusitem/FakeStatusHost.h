@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 
 namespace skylet {
 
@@ -31,6 +32,10 @@ class FakeStatusHost final : public QDBusVirtualObject {
     void appear();
     void disappear();
     void setManner(Manner manner) { manner_ = manner; }
+    /// What it answers when it is asked for hosts; absent: an error.
+    std::optional<bool> saysHostIsRegistered;
+    /// Says that a host has come or gone.
+    void tellOfHosts();
     /// Runs in the middle of a registration.
     std::function<void()> onRegistration;
 

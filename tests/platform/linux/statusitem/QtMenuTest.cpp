@@ -6,11 +6,14 @@
 #include <QApplication>
 #include <QIcon>
 #include <QKeyEvent>
+#include <QPalette>
 #include <QScreen>
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <limits>
+#include <utility>
 
 namespace skylet {
 namespace {
@@ -54,6 +57,24 @@ TEST_F(QtMenuTest, ShowsWhatTheItemsAre) {
     EXPECT_TRUE(action(2)->isChecked());
     EXPECT_EQ(action(3)->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_T));
     EXPECT_TRUE(action(3)->isShortcutVisibleInContextMenu());
+}
+
+TEST_F(QtMenuTest, KeepsLinesReadableThatCannotBeChosenOnEveryDesktop) {
+    const QPalette before = QGuiApplication::palette();
+    for (const auto& [text, ground] : {std::pair(Qt::black, Qt::white), std::pair(Qt::white, Qt::black)}) {
+        QPalette palette;
+        palette.setColor(QPalette::WindowText, text);
+        palette.setColor(QPalette::Window, ground);
+        palette.setColor(QPalette::Disabled, QPalette::WindowText, ground);
+        QGuiApplication::setPalette(palette);
+        QCoreApplication::processEvents();
+        const QPalette seen = menu_.widget().palette();
+        const int disabled = seen.color(QPalette::Disabled, QPalette::WindowText).lightness();
+        EXPECT_GT(std::abs(disabled - QColor(ground).lightness()), 140);
+        EXPECT_GT(std::abs(disabled - QColor(text).lightness()), 80) << "looks as if it could be chosen";
+        EXPECT_EQ(seen.color(QPalette::Active, QPalette::WindowText), QColor(text));
+    }
+    QGuiApplication::setPalette(before);
 }
 
 TEST_F(QtMenuTest, FollowsTheItems) {

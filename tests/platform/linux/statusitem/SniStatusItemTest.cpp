@@ -10,7 +10,9 @@
 #include <QApplication>
 #include <QDBusError>
 #include <QDBusObjectPath>
+#include <QDir>
 #include <QMenu>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -56,6 +58,7 @@ class SniStatusItemTest : public testing::Test {
 
     void showLabel() { show(QStringLiteral("gnome-shell")); }
     void showBadge() { show(QStringLiteral("panel-2-systray")); }
+    void showWide() { show(QStringLiteral("waybar")); }
 
     QDBusMessage readLayout() { return host_.callMenu(QStringLiteral("GetLayout"), {0, -1, QStringList()}); }
 
@@ -126,6 +129,21 @@ TEST_F(SniStatusItemTest, ShowsALabelBesideTheDotWhereTheHostSetsOne) {
     }
     EXPECT_EQ(icons.first().width, 16);
     EXPECT_EQ(icons.last().width, 64);
+}
+
+TEST_F(SniStatusItemTest, NamesAFileWithTheDotWhereTheHostReadsNothingElse) {
+    const QTemporaryDir runtime;
+    qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+    show(QStringLiteral("ayatana-indicat"));
+    const QImage dot(property(QStringLiteral("IconName")).toString());
+    EXPECT_EQ(dot.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(DotColor::systemGreen).fill);
+    EXPECT_EQ(property(QStringLiteral("AttentionIconName")), property(QStringLiteral("IconName")));
+    item_->setTitle(sample::offline());
+    const QImage red(property(QStringLiteral("IconName")).toString());
+    EXPECT_EQ(red.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(DotColor::systemRed).fill);
+    item_.reset();
+    EXPECT_TRUE(QDir(runtime.path()).isEmpty());
+    qunsetenv("XDG_RUNTIME_DIR");
 }
 
 TEST_F(SniStatusItemTest, HasNoLabelAtAllWhereTheHostSetsNone) {
@@ -221,12 +239,38 @@ TEST_F(SniStatusItemTest, ShowsTheTitleInAnotherWayOnAnotherHost) {
     showBadge();
     EXPECT_FALSE(host_.itemProperties().contains(QStringLiteral("XAyatanaLabel")));
     host_.disappear();
-    processName_ = QStringLiteral("mate-panel");
-    FakeStatusHost mate(bus_.connect());
-    mate.appear();
-    ASSERT_TRUE(waitUntil([&] { return !mate.item().isEmpty(); }));
-    EXPECT_EQ(mate.itemProperties().value(QStringLiteral("XAyatanaLabel")),
+    processName_ = QStringLiteral("gnome-shell");
+    FakeStatusHost gnome(bus_.connect());
+    gnome.appear();
+    ASSERT_TRUE(waitUntil([&] { return !gnome.item().isEmpty(); }));
+    EXPECT_EQ(gnome.itemProperties().value(QStringLiteral("XAyatanaLabel")),
               QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
+}
+
+TEST_F(SniStatusItemTest, DrawsTheTitleIntoTheIconWhereTheHostShowsWideOnes) {
+    showWide();
+    const QVariantMap all = host_.itemProperties();
+    EXPECT_FALSE(all.contains(QStringLiteral("XAyatanaLabel")));
+    const QList<DBusPixmap> icons = pixmaps();
+    ASSERT_EQ(icons.size(), 6);
+    for (const DBusPixmap& icon : icons) {
+        EXPECT_GT(icon.width, 5 * icon.height);
+        EXPECT_EQ(icon.pixels.size(), icon.width * icon.height * 4);
+    }
+    EXPECT_EQ(icons.first().height, 16);
+    EXPECT_EQ(icons.last().height, 44);
+    EXPECT_EQ(toolTip().title, QStringLiteral("response time"));
+}
+
+TEST_F(SniStatusItemTest, TellsOfANewTitleInAWideIconByTheIconAlone) {
+    showWide();
+    item_->setTitle(sample::slow());
+    host_.settle();
+    EXPECT_EQ(count("NewIcon"), 1);
+    EXPECT_EQ(host_.countAll(), 1);
+    item_->setTitle(sample::slow());
+    host_.settle();
+    EXPECT_EQ(host_.countAll(), 1);
 }
 
 TEST_F(SniStatusItemTest, DescribesItselfForTheLog) {

@@ -1,12 +1,11 @@
 #include "platform/linux/statusitem/StatusColors.h"
 
+#include "platform/linux/statusitem/Contrast.h"
 #include "platform/linux/statusitem/SampleTitles.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
-#include <cmath>
 
 namespace skylet {
 namespace {
@@ -16,19 +15,6 @@ using sample::allColors;
 // The usual shades of dark and of light panels (GNOME black, Xfce, Breeze Dark; Adwaita, Xfce, white).
 const std::array darkPanels = {QColor(0, 0, 0), QColor(0x35, 0x35, 0x35), QColor(0x31, 0x36, 0x3b)};
 const std::array lightPanels = {QColor(0xeb, 0xeb, 0xeb), QColor(0xf5, 0xf4, 0xf2), QColor(255, 255, 255)};
-
-// WCAG 2.1, relative luminance and contrast ratio.
-double luminance(const QColor& color) {
-    const auto linear = [](double share) {
-        return share <= 0.03928 ? share / 12.92 : std::pow((share + 0.055) / 1.055, 2.4);
-    };
-    return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) + 0.0722 * linear(color.blueF());
-}
-
-double contrast(const QColor& one, const QColor& other) {
-    const auto [darker, lighter] = std::minmax({luminance(one), luminance(other)});
-    return (lighter + 0.05) / (darker + 0.05);
-}
 
 TEST(StatusColors, FillsStandOutFromDarkPanels) {
     for (const DotColor color : allColors) {

@@ -1,5 +1,6 @@
 #include "platform/linux/statusitem/StatusHostMonitor.h"
 
+#include "platform/linux/statusitem/FakeStatusHost.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
 #include "support/QStringPrinting.h"
@@ -20,15 +21,21 @@ using test::PrivateBus;
 using test::waitUntil;
 
 TEST(StatusHostTraits, KnowTheHostsThatSetALabel) {
-    for (const char* name : {"gnome-shell", "mate-panel", "notification-ar", "ayatana-indicat", "indicator-appli"}) {
+    for (const char* name : {"gnome-shell", "ayatana-indicat", "indicator-appli"}) {
         EXPECT_EQ(traitsOfProcess(QString::fromLatin1(name)).way, TitleWay::label) << name;
     }
 }
 
 TEST(StatusHostTraits, TakeEveryOtherHostForOneThatShowsAnIconAlone) {
-    for (const char* name : {"panel-2-systray", "xfce4-panel", "lxqt-panel", "waybar", "plasmashell", "kded5",
-                             "xapp-sn-watcher", "gnome-shell-ext", "", "notification"}) {
+    for (const char* name : {"panel-2-systray", "xfce4-panel", "lxqt-panel", "plasmashell", "kded5", "xapp-sn-watcher",
+                             "gnome-shell-ext", "", "notification"}) {
         EXPECT_EQ(traitsOfProcess(QString::fromLatin1(name)).way, TitleWay::badge) << name;
+    }
+}
+
+TEST(StatusHostTraits, KnowTheHostsThatShowWideIcons) {
+    for (const char* name : {"mate-panel", "notification-ar", "waybar"}) {
+        EXPECT_EQ(traitsOfProcess(QString::fromLatin1(name)).way, TitleWay::wide) << name;
     }
 }
 
@@ -45,6 +52,7 @@ TEST(StatusHostTraits, FallBackOnTheNamesOfTheDesktop) {
     EXPECT_EQ(traitsOfDesktop(QStringLiteral("ubuntu:GNOME")), traitsOfProcess(QStringLiteral("gnome-shell")));
     EXPECT_EQ(traitsOfDesktop(QStringLiteral("MATE")), traitsOfProcess(QStringLiteral("mate-panel")));
     EXPECT_EQ(traitsOfDesktop(QStringLiteral("KDE")), traitsOfProcess(QStringLiteral("plasmashell")));
+    EXPECT_EQ(traitsOfDesktop(QStringLiteral("X-Cinnamon")).way, TitleWay::wide);
     EXPECT_EQ(traitsOfDesktop(QStringLiteral("XFCE")), StatusHostTraits());
     EXPECT_EQ(traitsOfDesktop(QString()), StatusHostTraits());
 }
@@ -137,7 +145,7 @@ TEST_F(StatusHostMonitorTest, LetsAHostDecideThatComesAfterTheWatcher) {
     ASSERT_TRUE(changesReach(1));
     EXPECT_EQ(monitor_->titleWay(), TitleWay::badge);
     // From now on both have this name; the watcher's own is not what counts.
-    processName_ = QStringLiteral("mate-panel");
+    processName_ = QStringLiteral("gnome-shell");
     QDBusConnection host = owning(hostName_);
     ASSERT_TRUE(changesReach(2));
     EXPECT_EQ(monitor_->titleWay(), TitleWay::label);
@@ -156,7 +164,7 @@ TEST_F(StatusHostMonitorTest, GoesByTheHostAndNotByTheWatcherBesideIt) {
         // Which of the two is asked for first is the bus's affair; they differ at any rate.
         environment.processName = [label = labelFirst](uint /*processId*/) mutable {
             label = !label;
-            return label ? QStringLiteral("waybar") : QStringLiteral("mate-panel");
+            return label ? QStringLiteral("lxqt-panel") : QStringLiteral("mate-panel");
         };
         StatusHostMonitor monitor(bus_.connect(), environment);
         monitor.start();
@@ -183,19 +191,19 @@ TEST_F(StatusHostMonitorTest, IsNotMisledByAnswersAboutAWatcherThatHasGoneSince)
     }
 }
 
-TEST_F(StatusHostMonitorTest, ChoosesTheBadgeWhereOneOfSeveralHostsSetsNoLabel) {
+TEST_F(StatusHostMonitorTest, ChoosesTheBadgeWhereSeveralHostsShowTheTitleInDifferentWays) {
     const QDBusConnection watcher = owning(watcherName_);
     const QDBusConnection one = owning(hostName_);
     const QDBusConnection other = owning(QStringLiteral("org.kde.StatusNotifierHost-43"));
     StatusHostEnvironment environment;
     int asked = 0;
-    // Whichever of the three is asked for first: one of the two hosts at least is a Waybar.
+    // Whichever of the three is asked for first: one of the two hosts at least is an lxqt-panel.
     environment.processName = [&asked](uint /*processId*/) {
-        return ++asked == 1 ? QStringLiteral("mate-panel") : QStringLiteral("waybar");
+        return ++asked == 1 ? QStringLiteral("mate-panel") : QStringLiteral("lxqt-panel");
     };
     environment.currentDesktop = QStringLiteral("MATE");
     StatusHostMonitor monitor(bus_.connect(), environment);
-    EXPECT_EQ(monitor.titleWay(), TitleWay::label);
+    EXPECT_EQ(monitor.titleWay(), TitleWay::wide);
     monitor.start();
     ASSERT_TRUE(waitUntil([&] { return !monitor.watcherOwner().isEmpty(); }));
     EXPECT_EQ(asked, 3);
@@ -207,6 +215,50 @@ TEST_F(StatusHostMonitorTest, GoesByTheDesktopWhereTheProcessCannotBeSeen) {
     start(QStringLiteral("ubuntu:GNOME"));
     ASSERT_TRUE(changesReach(1));
     EXPECT_EQ(monitor_->titleWay(), TitleWay::label);
+}
+
+TEST_F(StatusHostMonitorTest, LetsTheDesktopDecideWhereAGoBetweenTakesTheItems) {
+    processName_ = QStringLiteral("xapp-sn-watcher");
+    const QDBusConnection watcher = owning(watcherName_);
+    start(QStringLiteral("X-Cinnamon"));
+    ASSERT_TRUE(changesReach(1));
+    EXPECT_EQ(monitor_->titleWay(), TitleWay::wide);
+    start(QStringLiteral("XFCE"));
+    ASSERT_TRUE(changesReach(2));
+    EXPECT_EQ(monitor_->titleWay(), TitleWay::badge);
+}
+
+TEST_F(StatusHostMonitorTest, TakesAWatcherThatSaysNothingOfHostsForAHost) {
+    const QDBusConnection watcher = owning(watcherName_);
+    start();
+    ASSERT_TRUE(changesReach(1));
+    settle();
+    EXPECT_TRUE(monitor_->hasHost());
+}
+
+TEST_F(StatusHostMonitorTest, KnowsAWatcherThatHasNoHost) {
+    FakeStatusHost watcher(bus_.connect());
+    watcher.saysHostIsRegistered = false;
+    watcher.appear();
+    start();
+    ASSERT_TRUE(waitUntil([this] { return changes_ > 1; }));
+    EXPECT_FALSE(monitor_->hasHost());
+    EXPECT_FALSE(monitor_->watcherOwner().isEmpty());
+    watcher.saysHostIsRegistered = true;
+    watcher.tellOfHosts();
+    EXPECT_TRUE(waitUntil([this] { return monitor_->hasHost(); }));
+    watcher.saysHostIsRegistered = false;
+    watcher.tellOfHosts();
+    EXPECT_TRUE(waitUntil([this] { return !monitor_->hasHost(); }));
+    const QDBusConnection host = owning(hostName_);
+    EXPECT_TRUE(waitUntil([this] { return monitor_->hasHost(); }));
+}
+
+TEST_F(StatusHostMonitorTest, HasNoHostWithoutAWatcher) {
+    const QDBusConnection host = owning(hostName_);
+    start();
+    settle();
+    EXPECT_FALSE(monitor_->hasHost());
 }
 
 TEST_F(StatusHostMonitorTest, DoesNotMindOtherNames) {

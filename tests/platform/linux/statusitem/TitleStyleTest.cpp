@@ -51,6 +51,15 @@ TEST(LabelStyle, HasATooltipThatDoesNotChangeWithTheNumber) {
     EXPECT_EQ(fast.toolTipText, slow.toolTipText);
 }
 
+TEST(WideStyle, PutsTheWholeTitleIntoTheIconAndNoneIntoTheTooltip) {
+    const ItemAppearance wide = makeTitleStyle(TitleWay::wide)->present(sample::fast(), QStringLiteral("the tooltip"));
+    EXPECT_EQ(wide.icon.form, StatusIcon::Form::wide);
+    EXPECT_EQ(wide.icon.title, sample::fast());
+    EXPECT_TRUE(wide.label.isEmpty());
+    EXPECT_EQ(wide.toolTipTitle, QStringLiteral("the tooltip"));
+    EXPECT_TRUE(wide.toolTipText.isEmpty());
+}
+
 TEST(BadgeStyle, TakesTheFigureAndNoTextBesideTheIcon) {
     const ItemAppearance fast = badge(sample::fast());
     EXPECT_EQ(fast.icon.form, StatusIcon::Form::badge);
@@ -87,7 +96,7 @@ TEST(BadgeStyle, PutsTheTitleAboveTheTooltip) {
 }
 
 TEST(TitleStyle, TakesATitleThatIsEmptyOrOfTheDotAlone) {
-    for (const TitleWay way : {TitleWay::label, TitleWay::badge}) {
+    for (const TitleWay way : {TitleWay::label, TitleWay::wide, TitleWay::badge}) {
         const ItemAppearance nothing = makeTitleStyle(way)->present({}, {});
         EXPECT_EQ(nothing.icon.color, DotColor::systemGray);
         EXPECT_TRUE(nothing.label.isEmpty());

@@ -1,12 +1,19 @@
 #include "platform/linux/statusitem/DesktopApplication.h"
 #include "platform/linux/statusitem/SampleTitles.h"
+#include "platform/linux/statusitem/TitleStyle.h"
 
 #include <QApplication>
+#include <QFontDatabase>
+#include <QPainter>
+#include <QSocketNotifier>
 #include <QTimer>
+
+#include <unistd.h>
 
 #include <chrono>
 #include <iostream>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace {
@@ -69,10 +76,41 @@ Menu demoMenu(Application& application) {
             quit};
 }
 
+/// Every state as badge and as wide icon in every size, as if on a dark and on a light panel.
+bool paintSheet(const QString& file) {
+    constexpr int panelWidth = 640;
+    constexpr int rowHeight = 60;
+    const std::vector<State> all = states();
+    QImage sheet(2 * panelWidth, rowHeight * static_cast<int>(all.size()), QImage::Format_RGB32);
+    QPainter painter(&sheet);
+    const QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
+    for (const int panel : {0, 1}) {
+        painter.fillRect(panel * panelWidth, 0, panelWidth, sheet.height(),
+                         panel == 0 ? QColor(32, 32, 34) : Qt::white);
+        int y = 6;
+        for (const State& state : all) {
+            int x = panel * panelWidth + 4;
+            for (const TitleWay way : {TitleWay::badge, TitleWay::wide}) {
+                const StatusIcon icon = makeTitleStyle(way)->present(state.title, {}).icon;
+                for (const int size :
+                     way == TitleWay::badge ? std::vector<int>{16, 22, 24, 32} : std::vector<int>{22, 44}) {
+                    const QImage image = paintStatusIcon(icon, size, font);
+                    painter.drawImage(x, y, image);
+                    x += image.width() + 4;
+                }
+            }
+            y += rowHeight;
+        }
+    }
+    painter.end();
+    return sheet.save(file);
+}
+
 } // namespace
 
 /// statusitem_demo STATE: shows the item in that state. STATE "cycle" takes all of them in turn, one a second;
-/// "attention" asks for attention every ten seconds.
+/// "attention" asks for attention every ten seconds; "changes" waits for a line on its input, makes 500 changes within
+/// five seconds, says so on its output, and begins anew. "sheet FILE" paints the icons of all states into a picture.
 int main(int argc, char** argv) {
     using namespace std::chrono_literals;
     QApplication qt(argc, argv);
@@ -83,6 +121,10 @@ int main(int argc, char** argv) {
         return 1;
     }
     const QString wanted = QString::fromLocal8Bit(argc > 1 ? argv[1] : "fast");
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.value(1) == QLatin1String("sheet")) {
+        return paintSheet(arguments.value(2)) ? 0 : 1;
+    }
     const std::unique_ptr<StatusItem> item = application.makeStatusItem();
     item->setAutosaveName(QStringLiteral("Skylet"));
     item->setVisible(true);
@@ -108,6 +150,30 @@ int main(int argc, char** argv) {
         QObject::connect(&timer, &QTimer::timeout, &timer, [&] { application.requestAttention(); });
         timer.start(10s);
         application.requestAttention();
+    }
+    QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
+    input.setEnabled(wanted == QLatin1String("changes"));
+    QObject::connect(&input, &QSocketNotifier::activated, &input, [&] {
+        std::string line;
+        if (!std::getline(std::cin, line)) {
+            application.terminate();
+        } else {
+            step = 0;
+            timer.start(10ms);
+        }
+    });
+    if (wanted == QLatin1String("changes")) {
+        QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
+            const auto number = [&](std::size_t from) { return QString::number(from + step % 100); };
+            item->setTitle(step % 5 == 4 ? all[step / 5 % all.size()].title
+                                         : sample::latency(sample::allColors.at(step % 2), number(100),
+                                                           QStringLiteral("ms"), QStringLiteral("Responsive")));
+            menu.front()->setTitle(QStringLiteral("Step ") + number(0));
+            if (++step == 500) {
+                timer.stop();
+                std::cout << "500 changes made" << std::endl;
+            }
+        });
     }
     return QApplication::exec();
 }

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "platform/StatusItem.h"
+#include "platform/linux/statusitem/HostlessItem.h"
+#include "platform/linux/statusitem/SniStatusItem.h"
+
+#include <QDBusConnection>
+#include <QObject>
+#include <QTimer>
+
+#include <chrono>
+#include <memory>
+
+namespace skylet {
+
+/// What the item does where there is no status host.
+struct HostlessOptions {
+    /// How long to wait for a host before showing the item without one: a panel that starts or restarts needs a moment,
+    /// and an item that jumps into it from elsewhere would be a nuisance.
+    std::chrono::milliseconds patience{3000};
+    HostlessItem::Options item;
+};
+
+/// The status item wherever this desktop can show it: on a status host when there is one, else without. Moves as hosts
+/// come and go, so that there is one item to be seen at any time.
+class DesktopStatusItem final : public QObject, public StatusItem {
+    Q_OBJECT
+
+  public:
+    explicit DesktopStatusItem(const QDBusConnection& connection, SniOptions options = {},
+                               HostlessOptions hostlessOptions = {});
+
+    QString buttonDescription() const override;
+    QString windowDescription() const override;
+    void setAutosaveName(const QString& name) override;
+    void setVisible(bool visible) override;
+    void setMenu(const Menu& menu) override;
+    void setTitle(const StatusTitle& title) override;
+    void setToolTip(const QString& toolTip) override;
+
+    /// Asks the user to look here, as far as the desktop has a way to.
+    void requestAttention();
+    /// Null while the item is on a host, or neither there nor elsewhere yet.
+    const HostlessItem* hostless() const { return hostless_.get(); }
+
+  private:
+    void followHost();
+    void showWithoutHost();
+    void present();
+
+    SniStatusItem onHost_;
+    HostlessOptions hostlessOptions_;
+    std::unique_ptr<HostlessItem> hostless_;
+    QTimer patienceTimer_;
+    StatusTitle title_;
+    QString toolTip_;
+    bool visible_ = true;
+};
+
+} // namespace skylet

@@ -1,0 +1,120 @@
+#include "platform/linux/statusitem/TitleStrip.h"
+
+#include "platform/linux/statusitem/TitleLine.h"
+
+#include <QApplication>
+#include <QFontDatabase>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QScreen>
+#include <QWindow>
+
+#include <cmath>
+
+namespace skylet {
+
+namespace {
+
+// Logical pixels.
+constexpr int stripHeight = 22;
+constexpr int gapToScreenEdge = 4;
+
+QString textOf(const StatusTitle& title) {
+    QString text;
+    for (std::size_t index = 1; index < title.size(); ++index) {
+        text += title[index].text;
+    }
+    return text.trimmed();
+}
+
+} // namespace
+
+TitleStrip::TitleStrip()
+    : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus) {
+    setObjectName(QStringLiteral("titleStrip"));
+    setWindowTitle(QStringLiteral("Skylet"));
+    setAttribute(Qt::WA_TranslucentBackground);
+    setAttribute(Qt::WA_ShowWithoutActivating);
+    // A dock is on every desktop and above ordinary windows, but not above those that fill the screen.
+    setAttribute(Qt::WA_X11NetWmWindowTypeDock);
+    setAttribute(Qt::WA_AlwaysShowToolTips);
+    setLayoutDirection(Qt::LeftToRight);
+    followScreen();
+    connect(qApp, &QGuiApplication::primaryScreenChanged, this, &TitleStrip::followScreen);
+}
+
+void TitleStrip::followScreen() {
+    if (const QScreen* screen = QGuiApplication::primaryScreen()) {
+        connect(screen, &QScreen::availableGeometryChanged, this, &TitleStrip::place, Qt::UniqueConnection);
+    }
+    place();
+}
+
+void TitleStrip::setTitle(const StatusTitle& title) {
+    if (title == title_) {
+        return;
+    }
+    title_ = title;
+    setAccessibleName(textOf(title));
+    place();
+    update();
+}
+
+void TitleStrip::place() {
+    const TitleLine line(title_, QFontDatabase::systemFont(QFontDatabase::GeneralFont), 1);
+    setFixedSize(static_cast<int>(std::ceil(line.width() + 2 * titlePlateMargin)), stripHeight);
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    if (screen == nullptr) {
+        return;
+    }
+    const QRect area = screen->availableGeometry();
+    const QPoint corner =
+        chosenCorner_.value_or(QPoint(area.x() + area.width() - gapToScreenEdge, area.y() + gapToScreenEdge));
+    move(corner - QPoint(width(), 0));
+}
+
+void TitleStrip::paintEvent(QPaintEvent* /*event*/) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    // Without a compositor there is nothing to be seen through the window.
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.fillRect(rect(), Qt::transparent);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+    paintTitleGround(painter, rect(), 1);
+    TitleLine(title_, QFontDatabase::systemFont(QFontDatabase::GeneralFont), 1)
+        .paint(painter, titlePlateMargin, height() / 2.0);
+}
+
+void TitleStrip::mousePressEvent(QMouseEvent* event) {
+    pressedAt_ = event->position().toPoint();
+    dragged_ = false;
+}
+
+void TitleStrip::mouseMoveEvent(QMouseEvent* event) {
+    if (!pressedAt_) {
+        return;
+    }
+    const QPoint way = event->position().toPoint() - *pressedAt_;
+    if (!dragged_ && way.manhattanLength() < QApplication::startDragDistance()) {
+        return;
+    }
+    dragged_ = true;
+    // Where windows cannot place themselves the compositor moves this one.
+    if (QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) {
+        pressedAt_.reset();
+        windowHandle()->startSystemMove();
+        return;
+    }
+    chosenCorner_ = event->globalPosition().toPoint() - *pressedAt_ + QPoint(width(), 0);
+    place();
+}
+
+void TitleStrip::mouseReleaseEvent(QMouseEvent* event) {
+    if (pressedAt_ && !dragged_) {
+        // Where the window is, the event knows best: Openbox was seen to leave Qt in the belief that it is at the origin.
+        Q_EMIT clicked((event->globalPosition() - event->position()).toPoint() + QPoint(0, height()));
+    }
+    pressedAt_.reset();
+}
+
+} // namespace skylet

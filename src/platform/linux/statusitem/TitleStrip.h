@@ -1,0 +1,46 @@
+#pragma once
+
+#include "platform/StatusTitle.h"
+
+#include <QPoint>
+#include <QString>
+#include <QWidget>
+
+#include <optional>
+
+namespace skylet {
+
+/// The title in a small window of its own at the top right of the screen, above other windows, for desktops that have
+/// no place for it. Never takes the focus. Can be drawn elsewhere with the mouse; Wayland lets the compositor choose
+/// the place and the layer.
+class TitleStrip final : public QWidget {
+    Q_OBJECT
+
+  public:
+    TitleStrip();
+
+    void setTitle(const StatusTitle& title);
+
+  Q_SIGNALS:
+    /// A mouse button went down and up on it. `place`: where a menu belongs, in logical pixels of the desktop.
+    void clicked(QPoint place);
+
+  protected:
+    void paintEvent(QPaintEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+
+  private:
+    void place();
+    void followScreen();
+
+    StatusTitle title_;
+    /// Where on the strip a button went down that may still become a click or a drag.
+    std::optional<QPoint> pressedAt_;
+    bool dragged_ = false;
+    /// The top right corner that the user has chosen.
+    std::optional<QPoint> chosenCorner_;
+};
+
+} // namespace skylet

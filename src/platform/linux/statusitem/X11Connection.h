@@ -1,0 +1,66 @@
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+#include <QSocketNotifier>
+
+#include <xcb/xcb.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace skylet {
+
+/// Frees what xcb hands out.
+struct XcbFree {
+    void operator()(void* memory) const { std::free(memory); }
+};
+template <typename T>
+using XcbReply = std::unique_ptr<T, XcbFree>;
+
+/// A connection of our own to the X server, read from the event loop. Beside Qt's one, so that nothing here can upset
+/// the events that Qt has asked for, and what goes wrong in a window of ours ends this connection at worst.
+class X11Connection final : public QObject {
+    Q_OBJECT
+
+  public:
+    /// `display`: as in DISPLAY. Null when there is no such server.
+    static std::unique_ptr<X11Connection> open(const QByteArray& display);
+    ~X11Connection() override;
+    X11Connection(const X11Connection&) = delete;
+    X11Connection& operator=(const X11Connection&) = delete;
+    X11Connection(X11Connection&&) = delete;
+    X11Connection& operator=(X11Connection&&) = delete;
+
+    xcb_connection_t* get() const { return connection_; }
+    const xcb_screen_t& screen() const { return *screen_; }
+    int screenNumber() const { return screenNumber_; }
+    /// Asks the server, so each is to be asked for once.
+    xcb_atom_t atom(const QByteArray& name);
+    /// The first 32-bit value of a property; 0 when there is none.
+    quint32 property(xcb_window_t window, xcb_atom_t name, xcb_atom_t type);
+    /// Sends what is waiting to be sent and returns once the server has carried it out.
+    void settle();
+    void flush() { xcb_flush(connection_); }
+    /// To be called after a reply was waited for: what came in before it lies in memory, where the socket does not tell
+    /// of it.
+    void readSoon();
+
+  Q_SIGNALS:
+    /// Valid during the signal, in which the connection must not be destroyed. Errors do not come this way.
+    void received(const xcb_generic_event_t& event);
+    /// The server has gone; nothing comes any more.
+    void lost();
+
+  private:
+    X11Connection(xcb_connection_t* connection, int screenNumber);
+    void read();
+
+    xcb_connection_t* connection_;
+    int screenNumber_;
+    const xcb_screen_t* screen_ = nullptr;
+    QSocketNotifier notifier_;
+    bool readingScheduled_ = false;
+};
+
+} // namespace skylet

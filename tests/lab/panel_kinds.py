@@ -1,0 +1,159 @@
+"""How each sort of panel is set up and started, and in which way it is expected to show the title."""
+
+from dataclasses import dataclass, field
+
+XFCE = """<?xml version="1.0" encoding="UTF-8"?>
+<channel name="xfce4-panel" version="1.0">
+  <property name="configver" type="int" value="2"/>
+  <property name="panels" type="array">
+    <value type="int" value="1"/>
+    <property name="panel-1" type="empty">
+      <property name="position" type="string" value="p=6;x=0;y=0"/>
+      <property name="position-locked" type="bool" value="true"/>
+      <property name="length" type="uint" value="100"/>
+      <property name="size" type="uint" value="28"/>
+      <property name="plugin-ids" type="array">
+        <value type="int" value="1"/><value type="int" value="2"/>
+      </property>
+    </property>
+  </property>
+  <property name="plugins" type="empty">
+    <property name="plugin-1" type="string" value="clock"/>
+    <property name="plugin-2" type="string" value="{plugin}"/>
+  </property>
+</channel>
+"""
+
+MATE = """[org/mate/panel/general]
+toplevel-id-list=['bar']
+object-id-list=['area']
+
+[org/mate/panel/toplevels/bar]
+orientation='top'
+expand=true
+size=28
+
+[org/mate/panel/objects/area]
+toplevel-id='bar'
+object-type='applet'
+applet-iid='NotificationAreaAppletFactory::NotificationArea'
+position=20
+locked=true
+"""
+
+LXQT = """panels=bar
+
+[bar]
+position=Top
+width=100
+width-percent=true
+panelSize=28
+iconSize=22
+lineCount=1
+plugins=area
+
+[area]
+type=statusnotifier
+alignment=Left
+"""
+
+GNOME = """[org/gnome/shell]
+enabled-extensions=['ubuntu-appindicators@ubuntu.com']
+welcome-dialog-last-shown-version='100'
+[org/gnome/desktop/interface]
+enable-animations=false
+[org/gnome/desktop/lockdown]
+disable-lock-screen=true
+"""
+
+# the status area is a panel within the panel
+PLASMA = """[Containments][1]
+plugin=org.kde.panel
+formfactor=2
+location=3
+lastScreen=0
+
+[Containments][1][Applets][2]
+plugin=org.kde.plasma.systemtray
+
+[Containments][1][Applets][2][Configuration]
+SystrayContainmentId=3
+
+[Containments][3]
+plugin=org.kde.plasma.private.systemtray
+formfactor=2
+location=3
+lastScreen=0
+
+[Containments][3][General]
+showAllItems=true
+"""
+
+SWAY = """output X11-1 resolution 1024x480 position 0,0
+output X11-1 background #305030 solid_color
+seat seat0 fallback true
+"""
+WAYBAR = '{"layer": "top", "position": "top", "height": 28, "modules-left": ["tray"], "tray": {"icon-size": 22}}'
+WAYBAR_STYLE = "window#waybar { background: %s; }"
+
+# its screen is a window on the virtual screen
+SWAY_ENVIRONMENT = {"WLR_BACKENDS": "x11", "WLR_X11_OUTPUTS": "1", "WLR_RENDERER": "pixman", "WLR_LIBINPUT_NO_DEVICES": "1",
+                    "GDK_BACKEND": "wayland"}
+
+TINT2 = """panel_items = S
+panel_position = top left horizontal
+panel_size = 100% 28
+"""
+
+
+@dataclass(frozen=True)
+class Kind:
+    """One sort of panel. `commands` are started in this order, the panel itself last; each waits for a file whose path is
+    the first word if that begins with "@"."""
+
+    shows: str  # how the title is shown: label, wide, badge, tray or strip
+    desktop: str = ""
+    commands: tuple = (("openbox",),)
+    settings: dict = field(default_factory=dict)  # {path below the configuration folder: text}
+    environment: dict = field(default_factory=dict)
+    as_nobody: bool = False  # for programs that refuse to run as root
+    scale: int = 1  # pixels of the screen for each of the panel's
+    growth_kb: int = 1024  # what it may grow by with 500 changes
+    keyboard: bool = True  # it gives the keyboard to its menu
+
+
+WINDOW_MANAGER = ("openbox",)
+XFCE_SETTINGS = "xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml"
+KEYFILE = "glib-2.0/settings/keyfile"
+
+KINDS = {
+    "xfce": Kind("badge", "XFCE", (WINDOW_MANAGER, ("xfce4-panel", "--disable-wm-check")),
+                 {XFCE_SETTINGS: XFCE.format(plugin="systray")}),
+    "ayatana": Kind("label", "XFCE", (
+        WINDOW_MANAGER, ("/usr/libexec/ayatana-indicator-application/ayatana-indicator-application-service",),
+        ("xfce4-panel", "--disable-wm-check")), {XFCE_SETTINGS: XFCE.format(plugin="indicator")}),
+    "mate": Kind("wide", "MATE", (WINDOW_MANAGER, ("mate-panel",)), {KEYFILE: MATE}),
+    "lxqt": Kind("badge", "LXQt", (WINDOW_MANAGER, ("lxqt-panel",)), {"lxqt/panel.conf": LXQT},
+                 {"QT_QPA_PLATFORM": "xcb"},
+                 # keeps the last 10,500 pictures in a cache (10 MB); after that it was seen to grow by 0.1 MB per 500
+                 growth_kb=2048),
+    "waybar": Kind("wide", "sway", (("sway", "-c", "{config}/sway/config"), ("@wayland", "waybar")),
+                   {"sway/config": SWAY, "waybar/config": WAYBAR, "waybar/style.css": WAYBAR_STYLE % "#2a2a2e"},
+                   SWAY_ENVIRONMENT, as_nobody=True, keyboard=False),
+    "sway": Kind("strip", "sway", (("sway", "-c", "{config}/sway/config"),), {"sway/config": SWAY}, SWAY_ENVIRONMENT,
+                 as_nobody=True),
+    # a light bar on a screen of scale 2
+    "waybar-light": Kind("wide", "sway", (("sway", "-c", "{config}/sway/config"), ("@wayland", "waybar")),
+                         {"sway/config": SWAY.replace("position", "scale 2 position"), "waybar/config": WAYBAR,
+                          "waybar/style.css": WAYBAR_STYLE % "#f4f4f6"}, SWAY_ENVIRONMENT, as_nobody=True, scale=2),
+    "trayer": Kind("tray", "", (WINDOW_MANAGER, ("trayer", "--edge", "top", "--align", "left", "--widthtype", "request",
+                                                 "--heighttype", "pixel", "--height", "28"))),
+    "tint2": Kind("tray", "", (WINDOW_MANAGER, ("tint2", "-c", "{config}/tint2rc")), {"tint2rc": TINT2}),
+    "none": Kind("strip"),
+    # grow by up to 3 MB with each 500 changes; the first was seen to give 4 MB back now and then, the second was not
+    "gnome": Kind("label", "GNOME", (("gnome-shell", "--x11", "--sm-disable"),), {KEYFILE: GNOME}, growth_kb=6144),
+    "plasma": Kind("badge", "KDE", (("kded5",), ("kwin_x11", "--no-kactivities"), ("plasmashell", "--no-respawn")),
+                   {"plasma-org.kde.plasma.desktop-appletsrc": PLASMA},
+                   {"QT_QPA_PLATFORM": "xcb", "QT_QUICK_BACKEND": "software", "KDE_FULL_SESSION": "true",
+                    "KDE_SESSION_VERSION": "5"}, growth_kb=6144),
+}

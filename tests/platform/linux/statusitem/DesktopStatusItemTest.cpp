@@ -1,0 +1,120 @@
+#include "platform/linux/statusitem/DesktopStatusItem.h"
+
+#include "platform/linux/statusitem/FakeStatusHost.h"
+#include "support/EventLoop.h"
+#include "support/PrivateBus.h"
+#include "platform/linux/statusitem/SampleTitles.h"
+
+#include <QApplication>
+#include <QMenu>
+#include <QMouseEvent>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+
+namespace skylet {
+namespace {
+
+using test::PrivateBus;
+using test::waitUntil;
+
+using namespace std::chrono_literals;
+
+class DesktopStatusItemTest : public testing::Test {
+  protected:
+    static constexpr auto patience = 150ms;
+
+    void makeItem() {
+        SniOptions options;
+        options.environment.processName = [](uint /*processId*/) { return QStringLiteral("panel-2-systray"); };
+        options.environment.currentDesktop = QString();
+        item_ = std::make_unique<DesktopStatusItem>(itemConnection_, options,
+                                                    HostlessOptions{patience, {QByteArray(), 100ms}});
+        item_->setMenu({std::make_shared<MenuItem>(QStringLiteral("line"), nullptr, QString())});
+        item_->setTitle(sample::fast());
+    }
+
+    bool isShownWithoutHost() const { return item_->hostless() != nullptr; }
+
+    PrivateBus bus_;
+    QDBusConnection itemConnection_ = bus_.connect();
+    FakeStatusHost host_{bus_.connect()};
+    std::unique_ptr<DesktopStatusItem> item_;
+};
+
+TEST_F(DesktopStatusItemTest, ShowsNothingOfItsOwnWhereAHostIs) {
+    host_.appear();
+    makeItem();
+    ASSERT_TRUE(waitUntil([this] { return !host_.item().isEmpty(); }));
+    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, 2 * patience));
+}
+
+TEST_F(DesktopStatusItemTest, WaitsAMomentForAHostBeforeItShowsItselfWithoutOne) {
+    makeItem();
+    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, patience / 2));
+    ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+    EXPECT_TRUE(item_->hostless()->strip()->isVisible());
+}
+
+TEST_F(DesktopStatusItemTest, MovesToAHostThatComesAndBackWhenItGoes) {
+    makeItem();
+    for (int round = 1; round <= 2; ++round) {
+        ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+        host_.appear();
+        ASSERT_TRUE(waitUntil([&] { return host_.registrations().size() == round; }));
+        EXPECT_FALSE(isShownWithoutHost()) << "two items at once";
+        host_.disappear();
+    }
+    EXPECT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+}
+
+TEST_F(DesktopStatusItemTest, StaysOutOfSightWhileAHostRestarts) {
+    host_.appear();
+    makeItem();
+    ASSERT_TRUE(waitUntil([this] { return host_.registrations().size() == 1; }));
+    host_.disappear();
+    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, patience / 2));
+    host_.appear();
+    ASSERT_TRUE(waitUntil([this] { return host_.registrations().size() == 2; }));
+    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, 2 * patience));
+}
+
+TEST_F(DesktopStatusItemTest, ShowsItselfBesideAWatcherThatHasNoHost) {
+    host_.saysHostIsRegistered = false;
+    host_.appear();
+    makeItem();
+    ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+    host_.saysHostIsRegistered = true;
+    host_.tellOfHosts();
+    EXPECT_TRUE(waitUntil([this] { return !isShownWithoutHost(); }));
+}
+
+TEST_F(DesktopStatusItemTest, IsNowhereWhileItIsHidden) {
+    makeItem();
+    ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+    item_->setVisible(false);
+    EXPECT_FALSE(isShownWithoutHost());
+    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, 2 * patience));
+    item_->setVisible(true);
+    EXPECT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+}
+
+TEST_F(DesktopStatusItemTest, OpensTheSameMenuFromTheStrip) {
+    makeItem();
+    ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+    QWidget* strip = item_->hostless()->strip();
+    for (const QEvent::Type type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
+        QMouseEvent event(type, QPointF(5, 5), strip->mapToGlobal(QPointF(5, 5)), Qt::LeftButton, Qt::LeftButton,
+                          Qt::NoModifier);
+        QApplication::sendEvent(strip, &event);
+    }
+    const auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+    ASSERT_NE(menu, nullptr);
+    EXPECT_EQ(menu->actions().at(0)->text(), QStringLiteral("line"));
+    item_.reset();
+}
+
+} // namespace
+} // namespace skylet

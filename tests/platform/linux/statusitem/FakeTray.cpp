@@ -1,0 +1,120 @@
+#include "platform/linux/statusitem/FakeTray.h"
+
+#include "support/EventLoop.h"
+#include "support/PrivateBus.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+
+namespace skylet {
+
+namespace {
+
+using test::waitUntil;
+
+constexpr uint16_t traySide = 100;
+
+} // namespace
+
+VirtualScreen::VirtualScreen() {
+    server_.setStandardErrorFile(QProcess::nullDevice());
+    server_.start(QStringLiteral("Xvfb"),
+                  {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"), QStringLiteral("0"),
+                   QStringLiteral("320x240x24"), QStringLiteral("-nolisten"), QStringLiteral("tcp")});
+    EXPECT_TRUE(waitUntil([this] { return server_.canReadLine(); }, std::chrono::seconds(20))) << "no Xvfb";
+    display_ = ':' + server_.readLine().trimmed();
+}
+
+VirtualScreen::~VirtualScreen() {
+    kill();
+}
+
+void VirtualScreen::kill() {
+    server_.terminate();
+    server_.waitForFinished();
+}
+
+FakeTray::FakeTray(const QByteArray& display, const QColor& ground, Manner manner)
+    : connection_(X11Connection::open(display)), manner_(manner), window_(xcb_generate_id(connection_->get())),
+      opcode_(connection_->atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_OPCODE"))) {
+    connect(connection_.get(), &X11Connection::received, this, &FakeTray::take);
+    xcb_connection_t* const server = connection_->get();
+    const xcb_screen_t& screen = connection_->screen();
+    const std::array<uint32_t, 2> values = {ground.rgb() & 0xffffff, 1};
+    xcb_create_window(server, screen.root_depth, window_, screen.root, 0, 0, traySide, traySide, 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, screen.root_visual, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT,
+                      values.data());
+    xcb_map_window(server, window_);
+    const xcb_atom_t selection = connection_->atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_S0"));
+    xcb_set_selection_owner(server, window_, selection, XCB_CURRENT_TIME);
+    xcb_client_message_event_t message{};
+    message.response_type = XCB_CLIENT_MESSAGE;
+    message.format = 32;
+    message.window = screen.root;
+    message.type = connection_->atom(QByteArrayLiteral("MANAGER"));
+    message.data.data32[1] = selection;
+    message.data.data32[2] = window_;
+    xcb_send_event(server, 0, screen.root, XCB_EVENT_MASK_STRUCTURE_NOTIFY, reinterpret_cast<const char*>(&message));
+    connection_->flush();
+}
+
+void FakeTray::take(const xcb_generic_event_t& event) {
+    if (event.response_type != XCB_CLIENT_MESSAGE) {
+        return;
+    }
+    const auto& message = reinterpret_cast<const xcb_client_message_event_t&>(event);
+    if (message.type != opcode_ || message.data.data32[1] != 0) {
+        return;
+    }
+    ++requests_;
+    if (manner_ == Manner::ignoresThem) {
+        return;
+    }
+    icon_ = message.data.data32[2];
+    resizeIcon(size_);
+    xcb_reparent_window(connection_->get(), icon_, window_, 8, 8);
+    xcb_map_window(connection_->get(), icon_);
+    connection_->flush();
+}
+
+QImage FakeTray::picture() {
+    const auto cookie = xcb_get_image(connection_->get(), XCB_IMAGE_FORMAT_Z_PIXMAP, window_, 8, 8,
+                                      static_cast<uint16_t>(size_.width()), static_cast<uint16_t>(size_.height()), ~0U);
+    const XcbReply<xcb_get_image_reply_t> reply(xcb_get_image_reply(connection_->get(), cookie, nullptr));
+    connection_->readSoon();
+    QImage image(size_, QImage::Format_RGB32);
+    if (!reply || xcb_get_image_data_length(reply.get()) != image.sizeInBytes()) {
+        return {};
+    }
+    std::memcpy(image.bits(), xcb_get_image_data(reply.get()), static_cast<std::size_t>(image.sizeInBytes()));
+    return image;
+}
+
+void FakeTray::resizeIcon(QSize size) {
+    size_ = size;
+    const std::array<uint32_t, 2> values = {static_cast<uint32_t>(size.width()), static_cast<uint32_t>(size.height())};
+    xcb_configure_window(connection_->get(), icon_, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, values.data());
+    connection_->flush();
+}
+
+void FakeTray::press(QPoint place, QPoint placeOnScreen) {
+    xcb_button_press_event_t event{};
+    event.response_type = XCB_BUTTON_PRESS;
+    event.detail = 1;
+    event.event = icon_;
+    event.root_x = static_cast<int16_t>(placeOnScreen.x());
+    event.root_y = static_cast<int16_t>(placeOnScreen.y());
+    event.event_x = static_cast<int16_t>(place.x());
+    event.event_y = static_cast<int16_t>(place.y());
+    xcb_send_event(connection_->get(), 0, icon_, XCB_EVENT_MASK_BUTTON_PRESS, reinterpret_cast<const char*>(&event));
+    connection_->flush();
+}
+
+void FakeTray::expel() {
+    xcb_reparent_window(connection_->get(), icon_, connection_->screen().root, 0, 0);
+    connection_->flush();
+}
+
+} // namespace skylet

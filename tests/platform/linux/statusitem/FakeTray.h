@@ -1,0 +1,66 @@
+#pragma once
+
+#include "platform/linux/statusitem/X11Connection.h"
+
+#include <QByteArray>
+#include <QColor>
+#include <QImage>
+#include <QObject>
+#include <QProcess>
+#include <QSize>
+
+#include <memory>
+
+namespace skylet {
+
+/// An X server of a test's own, on a display that it chooses itself.
+class VirtualScreen {
+  public:
+    VirtualScreen();
+    ~VirtualScreen();
+    VirtualScreen(const VirtualScreen&) = delete;
+    VirtualScreen& operator=(const VirtualScreen&) = delete;
+    VirtualScreen(VirtualScreen&&) = delete;
+    VirtualScreen& operator=(VirtualScreen&&) = delete;
+
+    const QByteArray& display() const { return display_; }
+    void kill();
+
+  private:
+    QProcess server_;
+    QByteArray display_;
+};
+
+/// A system tray on the X11 screen: owns the selection, and takes what asks to be docked into a window of its own.
+class FakeTray final : public QObject {
+    Q_OBJECT
+
+  public:
+    enum class Manner { takesIcons, ignoresThem };
+
+    FakeTray(const QByteArray& display, const QColor& ground, Manner manner = Manner::takesIcons);
+
+    /// The windows that asked to be docked.
+    int requests() const { return requests_; }
+    xcb_window_t icon() const { return icon_; }
+    /// The icon as it is to be seen.
+    QImage picture();
+    void resizeIcon(QSize size);
+    /// As if the user had pressed the button there.
+    void press(QPoint place, QPoint placeOnScreen);
+    /// Puts the icon out onto the bare screen.
+    void expel();
+
+  private:
+    void take(const xcb_generic_event_t& event);
+
+    std::unique_ptr<X11Connection> connection_;
+    Manner manner_;
+    xcb_window_t window_;
+    xcb_atom_t opcode_;
+    xcb_window_t icon_ = XCB_WINDOW_NONE;
+    QSize size_{24, 24};
+    int requests_ = 0;
+};
+
+} // namespace skylet

@@ -1,0 +1,114 @@
+#include "platform/linux/statusitem/HostlessItem.h"
+
+#include "platform/linux/statusitem/FakeTray.h"
+#include "support/EventLoop.h"
+#include "support/PrivateBus.h"
+#include "platform/linux/statusitem/SampleTitles.h"
+#include "support/QStringPrinting.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+
+namespace skylet {
+namespace {
+
+using test::waitUntil;
+
+using namespace std::chrono_literals;
+using Place = HostlessItem::Place;
+
+class HostlessItemTest : public testing::Test {
+  protected:
+    void show(const QByteArray& display) {
+        item_ = std::make_unique<HostlessItem>(HostlessItem::Options{display, 200ms},
+                                               [this](QPoint place) { menuPlace_ = place; });
+        item_->present(sample::fast(), QStringLiteral("tip"));
+    }
+
+    bool isAt(Place place) {
+        return waitUntil([&] { return item_->place() == place; });
+    }
+
+    VirtualScreen screen_;
+    std::unique_ptr<HostlessItem> item_;
+    std::optional<QPoint> menuPlace_;
+};
+
+TEST_F(HostlessItemTest, IsAStripWhereThereIsNoTray) {
+    show(screen_.display());
+    EXPECT_EQ(item_->place(), Place::strip);
+    ASSERT_NE(item_->strip(), nullptr);
+    EXPECT_TRUE(item_->strip()->isVisible());
+    EXPECT_EQ(item_->strip()->toolTip(), QStringLiteral("tip"));
+}
+
+TEST_F(HostlessItemTest, IsAStripWhereThereIsNoX11) {
+    show(QByteArray());
+    EXPECT_EQ(item_->place(), Place::strip);
+}
+
+TEST_F(HostlessItemTest, IsAnIconInTheTrayWithoutAStripBefore) {
+    FakeTray tray(screen_.display(), Qt::white);
+    show(screen_.display());
+    EXPECT_EQ(item_->strip(), nullptr);
+    EXPECT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
+    waitUntil([] { return false; }, 300ms);
+    EXPECT_EQ(item_->place(), Place::tray);
+    EXPECT_EQ(tray.requests(), 1);
+}
+
+TEST_F(HostlessItemTest, MovesWithTheTrayThatComesAndGoes) {
+    show(screen_.display());
+    for (int round = 0; round < 2; ++round) {
+        auto tray = std::make_unique<FakeTray>(screen_.display(), Qt::white);
+        ASSERT_TRUE(isAt(Place::tray));
+        tray.reset();
+        ASSERT_TRUE(isAt(Place::strip));
+        EXPECT_TRUE(item_->strip()->isVisible());
+    }
+}
+
+TEST_F(HostlessItemTest, IsAStripWhereTheTrayDoesNotTakeIt) {
+    const FakeTray tray(screen_.display(), Qt::white, FakeTray::Manner::ignoresThem);
+    show(screen_.display());
+    EXPECT_EQ(item_->strip(), nullptr);
+    EXPECT_TRUE(isAt(Place::strip));
+    EXPECT_EQ(tray.requests(), 1);
+}
+
+TEST_F(HostlessItemTest, IsAStripWhenTheTrayPutsItOut) {
+    FakeTray tray(screen_.display(), Qt::white);
+    show(screen_.display());
+    ASSERT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
+    tray.expel();
+    EXPECT_TRUE(isAt(Place::strip));
+}
+
+TEST_F(HostlessItemTest, OpensTheMenuBelowTheIconInTheUpperHalfOfTheScreenAndAboveItInTheLower) {
+    FakeTray tray(screen_.display(), Qt::white);
+    show(screen_.display());
+    ASSERT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
+    tray.press(QPoint(5, 7), QPoint(105, 57));
+    ASSERT_TRUE(waitUntil([this] { return menuPlace_.has_value(); }));
+    EXPECT_EQ(*menuPlace_, QPoint(100, 74));
+    menuPlace_.reset();
+    // The screen of the tests' Qt is 800 logical pixels high.
+    tray.press(QPoint(5, 7), QPoint(105, 607));
+    ASSERT_TRUE(waitUntil([this] { return menuPlace_.has_value(); }));
+    EXPECT_EQ(*menuPlace_, QPoint(100, 600));
+}
+
+TEST_F(HostlessItemTest, IsAStripWhenTheServerOfTheTrayEnds) {
+    const FakeTray tray(screen_.display(), Qt::white);
+    show(screen_.display());
+    screen_.kill();
+    EXPECT_TRUE(isAt(Place::strip));
+    item_->present(sample::offline(), {});
+    EXPECT_TRUE(item_->strip()->isVisible());
+}
+
+} // namespace
+} // namespace skylet

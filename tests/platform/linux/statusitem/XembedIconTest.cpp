@@ -1,0 +1,136 @@
+#include "platform/linux/statusitem/XembedIcon.h"
+
+#include "platform/linux/statusitem/FakeTray.h"
+#include "support/EventLoop.h"
+#include "support/PrivateBus.h"
+#include "platform/linux/statusitem/X11Tray.h"
+
+#include <QFontDatabase>
+#include <QPainter>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace skylet {
+namespace {
+
+using test::waitUntil;
+
+constexpr QColor lightTray{226, 226, 220};
+constexpr QColor darkTray{30, 34, 40};
+
+StatusIcon badgeWith(const char* number, DotColor color = DotColor::systemGreen) {
+    return {StatusIcon::Form::badge, color, QString::fromLatin1(number), DotSign::none};
+}
+
+class XembedIconTest : public testing::Test {
+  protected:
+    void dock(const QColor& ground) {
+        tray_ = std::make_unique<FakeTray>(screen_.display(), ground);
+        ASSERT_TRUE(waitUntil([this] { return knownTray_.window() != XCB_WINDOW_NONE; }));
+        icon_ = std::make_unique<XembedIcon>(*connection_, knownTray_.window(), badgeWith("87"));
+        ASSERT_TRUE(waitUntil([this] { return icon_->isEmbedded(); }));
+    }
+
+    /// What is to be seen in a square of that size on a tray of that colour.
+    static QImage expected(const StatusIcon& icon, int side, const QColor& ground) {
+        QImage image(side, side, QImage::Format_RGB32);
+        image.fill(ground);
+        QPainter(&image).drawImage(0, 0,
+                                   paintStatusIcon(icon, side, QFontDatabase::systemFont(QFontDatabase::GeneralFont)));
+        return image;
+    }
+
+    bool shows(const QImage& image) {
+        return waitUntil([&] { return tray_->picture() == image; });
+    }
+
+    VirtualScreen screen_;
+    std::unique_ptr<X11Connection> connection_ = X11Connection::open(screen_.display());
+    X11Tray knownTray_{*connection_};
+    std::unique_ptr<FakeTray> tray_;
+    std::unique_ptr<XembedIcon> icon_;
+};
+
+TEST_F(XembedIconTest, ShowsTheBadgeOnTheTraysOwnGround) {
+    for (const QColor& ground : {lightTray, darkTray}) {
+        icon_.reset();
+        tray_.reset();
+        ASSERT_TRUE(waitUntil([this] { return knownTray_.window() == XCB_WINDOW_NONE; }));
+        dock(ground);
+        EXPECT_TRUE(shows(expected(badgeWith("87"), 24, ground)));
+    }
+}
+
+TEST_F(XembedIconTest, PaintsEachNewBadge) {
+    dock(darkTray);
+    icon_->setIcon(badgeWith("128", DotColor::systemYellow));
+    EXPECT_TRUE(shows(expected(badgeWith("128", DotColor::systemYellow), 24, darkTray)));
+}
+
+TEST_F(XembedIconTest, TakesTheSizeThatTheTrayGivesIt) {
+    dock(darkTray);
+    for (const int side : {16, 22, 48}) {
+        tray_->resizeIcon(QSize(side, side));
+        EXPECT_TRUE(shows(expected(badgeWith("87"), side, darkTray))) << side;
+    }
+}
+
+TEST_F(XembedIconTest, StandsInTheMiddleOfAPlaceThatIsNotSquare) {
+    dock(darkTray);
+    tray_->resizeIcon(QSize(40, 24));
+    EXPECT_TRUE(
+        waitUntil([this] { return tray_->picture().copy(8, 0, 24, 24) == expected(badgeWith("87"), 24, darkTray); }));
+}
+
+TEST_F(XembedIconTest, TellsWhereItIsWhenItIsPressed) {
+    dock(darkTray);
+    QRect pressed;
+    QObject::connect(icon_.get(), &XembedIcon::pressed, icon_.get(), [&](QRect place) { pressed = place; });
+    tray_->press(QPoint(5, 7), QPoint(105, 57));
+    ASSERT_TRUE(waitUntil([&] { return !pressed.isNull(); }));
+    EXPECT_EQ(pressed, QRect(100, 50, 24, 24));
+}
+
+TEST_F(XembedIconTest, KnowsWhenItIsPutOut) {
+    dock(darkTray);
+    int expelled = 0;
+    QObject::connect(icon_.get(), &XembedIcon::expelled, icon_.get(), [&] { ++expelled; });
+    tray_->expel();
+    EXPECT_TRUE(waitUntil([&] { return expelled == 1; }));
+    EXPECT_FALSE(icon_->isEmbedded());
+}
+
+TEST_F(XembedIconTest, LeavesTheTrayWhenItEnds) {
+    dock(darkTray);
+    ASSERT_TRUE(shows(expected(badgeWith("87"), 24, darkTray)));
+    icon_.reset();
+    EXPECT_TRUE(waitUntil([this] { return tray_->picture().pixelColor(12, 12) == darkTray; }));
+}
+
+TEST_F(XembedIconTest, SeesOneTrayFollowAnother) {
+    dock(darkTray);
+    const xcb_window_t first = knownTray_.window();
+    icon_.reset();
+    tray_ = std::make_unique<FakeTray>(screen_.display(), lightTray);
+    EXPECT_TRUE(waitUntil([&] { return knownTray_.window() != XCB_WINDOW_NONE && knownTray_.window() != first; }));
+}
+
+TEST(X11Connection, IsNotThereWhereNoServerIs) {
+    EXPECT_EQ(X11Connection::open(QByteArray()), nullptr);
+    EXPECT_EQ(X11Connection::open(QByteArrayLiteral(":4711")), nullptr);
+}
+
+TEST(X11Connection, TellsOfTheEndOfTheServer) {
+    VirtualScreen screen;
+    const std::unique_ptr<X11Connection> connection = X11Connection::open(screen.display());
+    ASSERT_NE(connection, nullptr);
+    bool lost = false;
+    QObject::connect(connection.get(), &X11Connection::lost, connection.get(), [&] { lost = true; });
+    screen.kill();
+    EXPECT_TRUE(waitUntil([&] { return lost; }));
+}
+
+} // namespace
+} // namespace skylet
