@@ -199,6 +199,9 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         // A connection may outlive the transfer that opened it.
         setCurlOption(easy_, CURLOPT_CLOSESOCKETFUNCTION, &CurlBulkTransferSession::closeSocket);
         setCurlOption(easy_, CURLOPT_CLOSESOCKETDATA, session_);
+        setCurlOption(easy_, CURLOPT_VERBOSE, 1L);
+        setCurlOption(easy_, CURLOPT_DEBUGFUNCTION, &Transfer::recordPassed);
+        setCurlOption(easy_, CURLOPT_DEBUGDATA, this);
         setCurlOption(easy_, CURLOPT_HEADERFUNCTION, &Transfer::headReceived);
         setCurlOption(easy_, CURLOPT_HEADERDATA, this);
         setCurlOption(easy_, CURLOPT_WRITEFUNCTION, &Transfer::bodyReceived);
@@ -260,6 +263,18 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
             transfer.session_->sockets_.push_back(socket);
         }
         return socket;
+    }
+
+    /// libcurl tells of each TLS record, also in the midst of what it does at one go. That lasts for as long as the
+    /// other end keeps it busy: nothing but the end of the connection ends it.
+    static int recordPassed(CURL* /*handle*/, curl_infotype type, char* /*data*/, std::size_t /*size*/, void* self) {
+        auto* session = static_cast<Transfer*>(self)->session_;
+        if (type == CURLINFO_SSL_DATA_IN && session != nullptr && session->multi_ && session->spins()) {
+            for (const auto socket : session->sockets_) {
+                ::shutdown(socket, SHUT_RDWR);
+            }
+        }
+        return 0;
     }
 
     static std::size_t headReceived(const char* data, std::size_t size, std::size_t count, void* self) {
@@ -451,23 +466,24 @@ void CurlBulkTransferSession::done(CURL* handle, CURLcode result) {
 
 void CurlBulkTransferSession::tick() {
     const auto now = SteadyClock::now();
-    std::int64_t moved = 0;
     for (const auto& transfer : Transfers(transfers_)) {
         transfer->checkLimits(now, resourceLimit_);
-        moved += transfer->moved();
     }
-    endSpinning(moved);
-    reportAll();
-}
-
-void CurlBulkTransferSession::endSpinning(std::int64_t moved) {
-    if (std::exchange(lastMoved_, moved) != moved) {
-        effortAtMove_ = multi_->effort();
-    } else if (multi_->effort() - effortAtMove_ > vainEffortLimit) {
+    if (spins()) {
         for (const auto& transfer : Transfers(transfers_)) {
             transfer->fail();
         }
     }
+    reportAll();
+}
+
+bool CurlBulkTransferSession::spins() {
+    const auto moved = std::accumulate(transfers_.begin(), transfers_.end(), std::int64_t{0},
+                                       [](std::int64_t sum, const auto& transfer) { return sum + transfer->moved(); });
+    if (std::exchange(lastMoved_, moved) != moved) {
+        effortAtMove_ = multi_->effort();
+    }
+    return multi_->effort() - effortAtMove_ > vainEffortLimit;
 }
 
 void CurlBulkTransferSession::reportSoon() {

@@ -55,7 +55,8 @@ class CurlBulkTransferSession final : public BulkTransferSession {
     std::shared_ptr<BulkTransferTask> start(Request request);
     void done(CURL* handle, CURLcode result);
     void tick();
-    void endSpinning(std::int64_t moved);
+    /// Whether libcurl has worked for long while nothing moved. To be asked now and then.
+    bool spins();
     void reportSoon();
     void reportAll() const;
     void takeOffWire(const std::shared_ptr<Transfer>& transfer);

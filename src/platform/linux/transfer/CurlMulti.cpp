@@ -80,11 +80,16 @@ void CurlMulti::watch(curl_socket_t socket, bool read, bool write) {
     set(notifiers.write, write, QSocketNotifier::Write, CURL_CSELECT_OUT);
 }
 
+std::chrono::nanoseconds CurlMulti::effort() const {
+    return effort_ + (workingSince_ ? std::chrono::steady_clock::now() - *workingSince_ : std::chrono::nanoseconds(0));
+}
+
 void CurlMulti::act(curl_socket_t socket, int events) {
     int running = 0;
-    const auto start = std::chrono::steady_clock::now();
+    workingSince_ = std::chrono::steady_clock::now();
     curl_multi_socket_action(multi_.get(), socket, events, &running);
-    effort_ += std::chrono::steady_clock::now() - start;
+    effort_ = effort();
+    workingSince_.reset();
     // One at a time: libcurl drops the messages of handles that a handler takes out.
     int queued = 0;
     while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &queued)) {

@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 
 namespace skylet {
 
@@ -35,8 +36,8 @@ class CurlMulti {
     void add(CURL* handle);
     /// Ends the transfer without a call to the done handler.
     void remove(CURL* handle);
-    /// How long libcurl has worked so far.
-    std::chrono::nanoseconds effort() const { return effort_; }
+    /// How long libcurl has worked so far, what it is at included.
+    std::chrono::nanoseconds effort() const;
 
   private:
     struct Notifiers {
@@ -52,7 +53,9 @@ class CurlMulti {
     DoneHandler done_;
     QTimer timer_;
     std::map<curl_socket_t, Notifiers> notifiers_;
+    /// Of what it has finished.
     std::chrono::nanoseconds effort_{0};
+    std::optional<std::chrono::steady_clock::time_point> workingSince_;
     CurlMultiHandle multi_;
     Lifetime lifetime_;
 };
