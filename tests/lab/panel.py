@@ -255,6 +255,13 @@ class Panel:
     def click(self, place, button=1):
         self._run("xdotool", "mousemove", *map(str, place), "click", str(button))
 
+    def click_slowly(self, place):
+        """As someone who keeps the button down for a while."""
+        self.point(place)
+        self._run("xdotool", "mousedown", "1")
+        time.sleep(0.4)
+        self._run("xdotool", "mouseup", "1")
+
     def park_mouse(self):
         """Where it hides nothing and no tooltip comes up."""
         self.point((WIDTH - 2, HEIGHT - 2))

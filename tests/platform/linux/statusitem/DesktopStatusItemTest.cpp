@@ -24,7 +24,7 @@ using namespace std::chrono_literals;
 
 class DesktopStatusItemTest : public testing::Test {
   protected:
-    static constexpr auto patience = 150ms;
+    static constexpr auto patience = 400ms;
 
     void makeItem() {
         SniOptions options;

@@ -23,7 +23,7 @@ using Place = HostlessItem::Place;
 class HostlessItemTest : public testing::Test {
   protected:
     void show(const QByteArray& display) {
-        item_ = std::make_unique<HostlessItem>(HostlessItem::Options{display, 200ms},
+        item_ = std::make_unique<HostlessItem>(HostlessItem::Options{display, 600ms},
                                                [this](QPoint place) { menuPlace_ = place; });
         item_->present(sample::fast(), QStringLiteral("tip"));
     }
@@ -55,7 +55,7 @@ TEST_F(HostlessItemTest, IsAnIconInTheTrayWithoutAStripBefore) {
     show(screen_.display());
     EXPECT_EQ(item_->strip(), nullptr);
     EXPECT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
-    waitUntil([] { return false; }, 300ms);
+    waitUntil([] { return false; }, 700ms);
     EXPECT_EQ(item_->place(), Place::tray);
     EXPECT_EQ(tray.requests(), 1);
 }
