@@ -1,9 +1,9 @@
 #include "platform/linux/statusitem/DesktopStatusItem.h"
 
 #include "platform/linux/statusitem/FakeStatusHost.h"
+#include "platform/linux/statusitem/SampleTitles.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
-#include "platform/linux/statusitem/SampleTitles.h"
 
 #include <QApplication>
 #include <QMenu>

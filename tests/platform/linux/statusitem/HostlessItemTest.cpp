@@ -1,9 +1,9 @@
 #include "platform/linux/statusitem/HostlessItem.h"
 
 #include "platform/linux/statusitem/FakeTray.h"
+#include "platform/linux/statusitem/SampleTitles.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
-#include "platform/linux/statusitem/SampleTitles.h"
 #include "support/QStringPrinting.h"
 
 #include <gtest/gtest.h>

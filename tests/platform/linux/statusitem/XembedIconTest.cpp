@@ -1,9 +1,9 @@
 #include "platform/linux/statusitem/XembedIcon.h"
 
 #include "platform/linux/statusitem/FakeTray.h"
+#include "platform/linux/statusitem/X11Tray.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
-#include "platform/linux/statusitem/X11Tray.h"
 
 #include <QFontDatabase>
 #include <QPainter>
