@@ -66,8 +66,8 @@ QString statusText(const DisplayState& state, const Lookup& text) {
 
 void appendLatency(StatusTitle& title, const DisplayState& state, const Lookup& text) {
     const bool inSeconds = state.latencyMs > 999;
-    const QString number = inSeconds ? QString::asprintf("%.1f", static_cast<double>(state.latencyMs) / 1000.0)
-                                     : QString::number(state.latencyMs);
+    const QString number =
+        inSeconds ? fixed(static_cast<double>(state.latencyMs) / 1000.0, 1) : QString::number(state.latencyMs);
     const QString unit = inSeconds ? QStringLiteral("s") : QStringLiteral("ms");
     title.push_back({QStringLiteral("  ") + number, titlefont::number, 0, {}});
     title.push_back({QStringLiteral(" ") + unit, titlefont::unit, latencyTitleOffset, {}});

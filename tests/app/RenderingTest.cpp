@@ -60,6 +60,10 @@ Display display(const DisplayState& state) {
     return renderDisplay(state, english);
 }
 
+Display inHebrew(const DisplayState& state) {
+    return renderDisplay(state, hebrew);
+}
+
 QString joined(const StatusTitle& title) {
     QString text;
     for (const auto& segment : title) {
@@ -141,9 +145,17 @@ TEST(Title, At999MillisecondsIsInMillisecondsAndAt1000InSeconds) {
     EXPECT_EQ(titleText(onlineAt(2960)), QStringLiteral("●  3.0 s  Very high delay"));
 }
 
-TEST(Title, InHebrewUsesTheTranslatedClassAndStateWord) {
-    EXPECT_EQ(joined(renderDisplay(onlineAt(87), hebrew).title), QStringLiteral("●  87 ms  מגיב מהר"));
-    EXPECT_EQ(joined(renderDisplay(offline(), hebrew).title), QStringLiteral("●  אין רשת"));
+TEST(Title, HalvesOfATenthOfASecondAreRoundedAsCDoes) {
+    EXPECT_EQ(titleText(onlineAt(1250)), QStringLiteral("●  1.2 s  Very high delay"));
+    EXPECT_EQ(titleText(onlineAt(1750)), QStringLiteral("●  1.8 s  Very high delay"));
+    EXPECT_EQ(titleText(onlineAt(2250)), QStringLiteral("●  2.2 s  Very high delay"));
+}
+
+TEST(Title, InHebrewUsesTheTranslatedClassAndStateWords) {
+    EXPECT_EQ(joined(inHebrew(onlineAt(87)).title), QStringLiteral("●  87 ms  מגיב מהר"));
+    EXPECT_EQ(joined(inHebrew(offline()).title), QStringLiteral("●  אין רשת"));
+    EXPECT_EQ(joined(inHebrew(checking()).title), QStringLiteral("●  בודק…"));
+    EXPECT_EQ(joined(inHebrew(paused()).title), QStringLiteral("●  מושהה"));
 }
 
 TEST(DotColour, IsGrayWhilePausedWhateverElse) {
@@ -171,6 +183,7 @@ TEST(DotColour, TurnsFromGreenToYellowBetween399And400Milliseconds) {
 TEST(ToolTip, IsTheSameInEveryState) {
     for (const auto& state : {onlineAt(87), offline(), checking(), paused(), withBanner(onlineAt(87))}) {
         EXPECT_EQ(display(state).toolTip, QStringLiteral("HTTPS response time, not download speed"));
+        EXPECT_EQ(inHebrew(state).toolTip, QStringLiteral("זמן תגובת HTTPS, לא מהירות הורדה"));
     }
 }
 
@@ -182,14 +195,28 @@ TEST(StatusLine, NamesTheStatePauseBeforeEverything) {
 }
 
 TEST(StatusLine, InHebrewIsFormattedAfterTheLookUp) {
-    EXPECT_EQ(renderDisplay(onlineAt(42), hebrew).statusLine,
-              QStringLiteral("מחובר — \u200E42 ms\u200E (תגובה מהירה)"));
+    EXPECT_EQ(inHebrew(onlineAt(42)).statusLine, QStringLiteral("מחובר — \u200E42 ms\u200E (תגובה מהירה)"));
+}
+
+TEST(StatusLine, InHebrewNamesEachState) {
+    EXPECT_EQ(inHebrew(paused()).statusLine, QStringLiteral("הבדיקות האוטומטיות מושהות"));
+    EXPECT_EQ(inHebrew(checking()).statusLine, QStringLiteral("בודק חיבור..."));
+    EXPECT_EQ(inHebrew(offline()).statusLine, QStringLiteral("אין אינטרנט (נקודה חמה בלי קליטה?)"));
 }
 
 TEST(RateLine, IsFilledInEveryState) {
     for (const auto& state : {onlineAt(87), offline(), checking(), paused()}) {
         EXPECT_EQ(display(state).rateLine, QStringLiteral("Live traffic:  ↓ 0b/s   ↑ 0b/s"));
     }
+}
+
+TEST(RateLine, InHebrewIsFormattedAfterTheLookUp) {
+    EXPECT_EQ(inHebrew(withTraffic(onlineAt(87))).rateLine,
+              QStringLiteral("תעבורה חיה:  \u200E↓ 12.4Mb/s   ↑ 210Kb/s"));
+}
+
+TEST(SpeedLine, InHebrewEndsInTheSummaryAsItWasMade) {
+    EXPECT_EQ(inHebrew(onlineAt(1)).speedLine, QStringLiteral("מבחן מהירות אחרון:  not run yet"));
 }
 
 TEST(SpeedLine, EndsInTheSummaryOfTheLastTest) {

@@ -48,6 +48,11 @@ TEST_F(SkyletTest, TheFirstTitleShowsTheCheckingState) {
     EXPECT_EQ(application.shown->autosaveName, QStringLiteral("Skylet"));
 }
 
+TEST_F(SkyletTest, TheToolTipOfTheItemSaysWhatTheNumberMeans) {
+    launch();
+    EXPECT_EQ(application.shown->toolTip, QStringLiteral("HTTPS response time, not download speed"));
+}
+
 TEST_F(SkyletTest, TheMenuHasItsEntriesInOrderWithTheirKeys) {
     launch();
     QStringList titles;
@@ -150,6 +155,18 @@ TEST_F(SkyletTest, EachConnectionStateBecomesWhatIsShown) {
     EXPECT_EQ(item(status)->title(), QStringLiteral("Automatic checks paused"));
 }
 
+TEST_F(SkyletTest, WithoutAnAnswerThereIsNoLatency) {
+    launch();
+    goOnline(1234);
+    skylet->checkNow();
+    ASSERT_EQ(skylet->displayState().online, std::nullopt);
+    EXPECT_EQ(skylet->displayState().latencyMs, 0) << "checking";
+    goOnline(1234);
+    skylet->togglePause();
+    ASSERT_EQ(skylet->displayState().online, std::nullopt);
+    EXPECT_EQ(skylet->displayState().latencyMs, 0) << "paused";
+}
+
 TEST_F(SkyletTest, ThePauseCommandTogglesChecksAndItsCheckMark) {
     launch();
     goOnline();
@@ -161,6 +178,17 @@ TEST_F(SkyletTest, ThePauseCommandTogglesChecksAndItsCheckMark) {
     EXPECT_FALSE(item(pause)->isChecked());
     EXPECT_EQ(calls.count(QStringLiteral("probe")), 1);
     EXPECT_EQ(title(), QStringLiteral("●  Checking…"));
+}
+
+TEST_F(SkyletTest, ThePauseCommandDrawsEvenWhenTheEngineHasNothingToReport) {
+    launch();
+    skylet->togglePause();
+    sleepMonitor.sleep();
+    calls.clear();
+    skylet->togglePause();
+    EXPECT_THAT(calls, ElementsAre(QStringLiteral("item.setTitle")));
+    EXPECT_EQ(title(), QStringLiteral("●  Checking…"));
+    EXPECT_FALSE(item(pause)->isChecked());
 }
 
 TEST_F(SkyletTest, TheCheckCommandChecksAtOnceAndDrawsNothingItself) {
@@ -252,6 +280,17 @@ TEST_F(SkyletTest, APathChangeForgetsTheTrafficBeforeTheEngineIsTold) {
     EXPECT_EQ(skylet->displayState().downRate, 100);
 }
 
+TEST_F(SkyletTest, APathChangeThatTheEngineKeepsToItselfDrawsNothing) {
+    counters.set(1000, 1000);
+    launch();
+    sample(5000, 3000);
+    skylet->togglePause();
+    calls.clear();
+    pathMonitor.report(false);
+    EXPECT_THAT(calls, IsEmpty());
+    EXPECT_EQ(skylet->displayState().downRate, 0);
+}
+
 TEST_F(SkyletTest, AskedTwiceTheTrafficCommandRestoresTheChoiceAndTheTitle) {
     launch();
     goOnline();
@@ -294,6 +333,18 @@ TEST_F(SkyletTest, WakeChecksAtOnceAndStartsTheSamplesAfresh) {
     EXPECT_EQ(skylet->displayState().downRate, 0) << "what moved during the sleep is no rate";
     sample(9'000'200, 9'000'000);
     EXPECT_EQ(skylet->displayState().downRate, 100);
+}
+
+TEST_F(SkyletTest, AWakeWithoutASleepBeforeItForgetsTheTrafficToo) {
+    counters.set(1000, 1000);
+    launch();
+    sample(5000, 3000);
+    ASSERT_NE(skylet->displayState().downRate, 0);
+    counters.set(9'000'000, 9'000'000);
+    clock.uptime += 2s;
+    sleepMonitor.wake();
+    EXPECT_EQ(skylet->displayState().downRate, 0);
+    EXPECT_EQ(skylet->displayState().upRate, 0);
 }
 
 TEST_F(SkyletTest, TwoWakesInARowLeaveOneRateTimer) {
