@@ -8,7 +8,8 @@ import time
 from contextlib import ExitStack
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tests/lab"))
+TESTS = Path(__file__).resolve().parents[2] / "tests"
+sys.path[:0] = [str(TESTS), str(TESTS / "lab")]
 
 import network  # noqa: E402
 import settings  # noqa: E402

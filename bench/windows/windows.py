@@ -3,9 +3,11 @@
 import os
 import subprocess
 import sys
+from contextlib import ExitStack
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tests" / "ui"))
+TESTS = Path(__file__).resolve().parents[2] / "tests"
+sys.path[:0] = [str(TESTS), str(TESTS / "ui")]
 from desktop_session import Session  # noqa: E402
 
 WATCHED = ("idle", "animation", "blank-animation")
@@ -19,8 +21,8 @@ def processor_seconds(pid):
 
 
 def main():
-    session = Session()
-    try:
+    with ExitStack() as stack:
+        session = Session(stack)
         for what, scale in (("frame", 1), ("frame", 2), ("idle", 1), ("animation", 1), ("blank-animation", 1),
                             ("animation", 2), ("blank-animation", 2), ("memory", 1)):
             before = processor_seconds(session.screen.pid)
@@ -30,8 +32,6 @@ def main():
             server = processor_seconds(session.screen.pid) - before
             server_share = f"; the X server {server / WATCH_TIME * 100:.1f} %" if what in WATCHED else ""
             print(f"scale {scale}: {output.strip()}{server_share}", flush=True)
-    finally:
-        session.end()
 
 
 if __name__ == "__main__":

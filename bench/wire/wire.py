@@ -9,13 +9,14 @@ import time
 from contextlib import ExitStack
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tests/lab"))
+TESTS = Path(__file__).resolve().parents[2] / "tests"
+sys.path[:0] = [str(TESTS), str(TESTS / "lab")]
 
 import network  # noqa: E402
 import settings  # noqa: E402
 from authority import Authority  # noqa: E402
-from desktop import wait_until  # noqa: E402
 from lab import Lab  # noqa: E402
+from support.processes import wait_until  # noqa: E402
 
 STEADY_AFTER, OBSERVED, CYCLE = 12, 60, 5
 STARTS, SAMPLES = 7, 30

@@ -4,7 +4,7 @@ import shutil
 import subprocess
 from pathlib import Path
 
-import settings
+from support.processes import BARE_ENVIRONMENT
 
 SYSTEM_SSL = Path("/etc/ssl")
 
@@ -60,4 +60,4 @@ class Authority:
 
     def _openssl(self, *arguments):
         return subprocess.run(["openssl", *map(str, arguments)], check=True, capture_output=True, text=True,
-                              env=settings.BARE_ENVIRONMENT).stdout
+                              env=BARE_ENVIRONMENT).stdout

@@ -1,5 +1,4 @@
 import os
-import signal
 import tempfile
 from contextlib import ExitStack
 
@@ -8,20 +7,7 @@ import pytest
 import settings
 from authority import Authority
 from lab import Lab
-
-ALL_SKIPPED = 77  # what ctest takes for "skipped"
-
-
-def pytest_configure():
-    # a time-out or an impatient user ends the run as Ctrl-C does: with everything cleared away
-    signal.signal(signal.SIGTERM, signal.default_int_handler)
-
-
-def pytest_sessionfinish(session, exitstatus):
-    reports = session.config.pluginmanager.get_plugin("terminalreporter").stats
-    if exitstatus == pytest.ExitCode.OK and reports.get("skipped") and not reports.get("passed"):
-        session.exitstatus = ALL_SKIPPED
-
+from support.ctest import pytest_configure, pytest_sessionfinish  # noqa: F401
 
 @pytest.fixture(scope="session")
 def authority():

@@ -2,7 +2,6 @@
 was shown, and a logind that goes to sleep on demand."""
 
 import re
-import subprocess
 import threading
 import time
 from concurrent.futures import Future
@@ -15,19 +14,7 @@ import gi
 gi.require_version("Gio", "2.0")
 from gi.repository import Gio, GLib  # noqa: E402
 
-import settings  # noqa: E402
-from network import Child  # noqa: E402
-
-BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:path={socket}</listen>{services}
-  <policy context="default">
-    <allow user="*"/><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/>
-  </policy>
-</busconfig>
-"""
+from support.processes import Child, wait_until  # noqa: E402
 
 WATCHER = "org.kde.StatusNotifierWatcher"
 ITEM = "org.kde.StatusNotifierItem"
@@ -46,42 +33,6 @@ WATCHER_INTERFACE = f"""<node><interface name="{WATCHER}">
   <signal name="StatusNotifierItemUnregistered"><arg type="s"/></signal>
   <signal name="StatusNotifierHostRegistered"/>
 </interface></node>"""
-
-
-class Bus:
-    """A message bus of the lab's own. With `services` it starts those of the system's session services that are asked for,
-    `inside` a namespace and with `env` as their environment; without, none. `user`: the command that makes it another user's."""
-
-    def __init__(self, folder, name, stack, services=False, inside=None, env=settings.BARE_ENVIRONMENT, user=()):
-        path = folder / f"{name}-bus"
-        configuration = folder / f"{name}-bus.conf"
-        directories = "<standard_session_servicedirs/>" if services else ""
-        configuration.write_text(BUS_CONFIGURATION.format(socket=path, services=directories))
-        self.address = f"unix:path={path}"
-        command = [*user, "dbus-daemon", "--nofork", f"--config-file={configuration}", "--print-address"]
-        with (folder / f"{name}-bus.log").open("w") as log:
-            self._daemon = stack.enter_context(Child(inside.inside(command) if inside else command, stderr=log, env=env,
-                                                     stdout=subprocess.PIPE))
-        assert self._daemon.stdout.readline(), f"the {name} bus did not start"
-
-    @property
-    def pid(self):
-        return self._daemon.pid
-
-    def connect(self):
-        flags = Gio.DBusConnectionFlags
-        connection = Gio.DBusConnection.new_for_address_sync(
-            self.address, flags.AUTHENTICATION_CLIENT | flags.MESSAGE_BUS_CONNECTION, None, None)
-        connection.set_exit_on_close(False)
-        return connection
-
-
-def wait_until(condition, within, what):
-    deadline = time.monotonic() + within
-    while not (result := condition()):
-        assert time.monotonic() < deadline, f"not within {within} s: {what}"
-        time.sleep(0.01)
-    return result
 
 
 class Logind:

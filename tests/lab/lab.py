@@ -8,11 +8,13 @@ from pathlib import Path
 
 import network
 import settings
-from desktop import Bus, Logind, StatusArea
-from network import Network, Tool
+from desktop import Logind, StatusArea
+from network import Network
 from panel import Panel
 from program import Program, schedule
 from screen import Screen
+from support.message_bus import MessageBus
+from support.processes import Tool
 
 SERVER, TRAFFIC = (Path(__file__).with_name(name) for name in ("server.py", "traffic.py"))
 
@@ -128,8 +130,8 @@ class Lab:
         self.network = Network(authority, stack)
         self.link = self.network.wlan0
         self.servers = servers(self.network, authority, stack)
-        self.session_bus = Bus(self.network.folder, "session", stack)
-        self.system_bus = Bus(self.network.folder, "system", stack)
+        self.session_bus = MessageBus(self.network.folder, "session", stack)
+        self.system_bus = MessageBus(self.network.folder, "system", stack)
         self.area = StatusArea(self.session_bus, stack)
         self._authority, self._stack = authority, stack
         self.program = Program(self.network, stack, DBUS_SESSION_BUS_ADDRESS=self.session_bus.address,

@@ -15,6 +15,7 @@ from pathlib import Path
 from urllib.parse import urlsplit
 
 import settings
+from support.processes import Place, Tool
 
 PREFIX = "skylet-lab"
 RUN = Path("/run")
@@ -61,39 +62,6 @@ def _remove(path):
         path.unlink()
     else:
         shutil.rmtree(path)
-
-
-class Child(subprocess.Popen):
-    """A process that does not outlive this one, and that a `with` block or an ExitStack ends."""
-
-    def __init__(self, command, **options):
-        options.setdefault("stdin", subprocess.DEVNULL)
-        options.setdefault("env", settings.BARE_ENVIRONMENT)
-        super().__init__(["setpriv", "--pdeathsig", "KILL", *map(str, command)], **options)
-
-    def __exit__(self, *_):
-        if self.poll() is None:
-            self.terminate()
-            try:
-                self.wait(5)
-            except subprocess.TimeoutExpired:
-                self.kill()
-        super().__exit__(None, None, None)
-
-
-class Tool(Child):
-    """A child that obeys one line at a time and answers each with one line."""
-
-    def __init__(self, command, **options):
-        super().__init__(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, bufsize=1, **options)
-        started = self.stdout.readline().strip()
-        assert started == "ready", f"{command[0]} did not start: {started}"
-
-    def ask(self, line):
-        self.stdin.write(line + "\n")
-        answer = self.stdout.readline().strip()
-        assert answer and not answer.startswith("error"), f"{line}: {answer}"
-        return answer
 
 
 class Link(Tool):
@@ -150,7 +118,7 @@ class Link(Tool):
         return [packet for packet in packets if way in (None, packet["way"])]
 
 
-class Namespace:
+class Namespace(Place):
     """A named network namespace with files of its own over those of /etc, and for its processes a /tmp of their own."""
 
     def __init__(self, name, folder, stack):
@@ -174,12 +142,6 @@ class Namespace:
         """The command line that runs `command` in here."""
         return ["ip", "netns", "exec", self.name, "sh", "-c", f'{KEEP_PROJECT} mount --rbind "$0" /tmp && exec "$@"', self.tmp,
                 *command]
-
-    def run(self, command, **options):
-        return subprocess.run(self.inside(command), **{"check": True, "env": settings.BARE_ENVIRONMENT} | options)
-
-    def popen(self, command, kind=Child, **options):
-        return kind(self.inside(command), **options)
 
 
 def _remove_if_empty(folder):

@@ -10,13 +10,15 @@ from pathlib import Path
 
 import pytest
 import settings
-from desktop import ITEM, MENU, PROPERTIES, WATCHER, Bus, MenuEntry, unpack, wait_until
+from desktop import ITEM, MENU, PROPERTIES, WATCHER, MenuEntry, unpack
 from gi.repository import GLib
 from panel_kinds import KINDS
 from picture import Icon, Picture
+from support.message_bus import MessageBus
+from support.processes import BARE_ENVIRONMENT, wait_until
+from support.virtual_screen import VirtualScreen
 
 WIDTH, HEIGHT = 1024, 480
-DISPLAY = ":0"
 PANEL_HEIGHT = 40  # no panel of scale 1 is higher here; the dot is looked for in this strip at the top
 PANEL = (0, 0, WIDTH, PANEL_HEIGHT)
 BELOW = (0, PANEL_HEIGHT, WIDTH, HEIGHT)
@@ -36,31 +38,28 @@ class Panel:
         self._lab, self._client, self._stack = lab, lab.network.client, stack
         self._home = lab.network.folder / "panel-home"
         self._lay_out_home()
-        self._environment = settings.BARE_ENVIRONMENT | {
+        self._environment = BARE_ENVIRONMENT | {
             "HOME": str(self._home), "XDG_CONFIG_HOME": str(self._home / "config"),
             "XDG_DATA_HOME": str(self._home / "data"), "XDG_CACHE_HOME": str(self._home / "cache"),
             "XDG_RUNTIME_DIR": str(self._home / "run"), "XDG_CURRENT_DESKTOP": self.kind.desktop,
-            "XDG_SESSION_TYPE": "x11", "DISPLAY": DISPLAY, "LIBGL_ALWAYS_SOFTWARE": "1", "NO_AT_BRIDGE": "1",
+            "XDG_SESSION_TYPE": "x11", "LIBGL_ALWAYS_SOFTWARE": "1", "NO_AT_BRIDGE": "1",
             "GSETTINGS_BACKEND": "keyfile", "DBUS_SYSTEM_BUS_ADDRESS": lab.system_bus.address} | self.kind.environment
-        screen = stack.enter_context(self._client.popen(
-            ["Xvfb", DISPLAY, "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten", "tcp", "-ac", "-displayfd", "1"],
-            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL))
-        assert screen.stdout.readline(), "the screen did not start"
+        self._screen = VirtualScreen(self._client, stack, self._home, self._environment, WIDTH, HEIGHT)
         # services that the bus starts inherit its environment
-        bus = Bus(self._home, "panel", stack, services=True, inside=self._client, env=self._environment, user=self._user)
+        bus = MessageBus(self._home, "panel", stack, services=True, place=self._client, env=self._environment, user=self._user)
         self._environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address
         self._connection = bus.connect()
         stack.callback(self._connection.close_sync)
         self._bus_log = lab.network.folder / "panel-bus-messages"
-        self._start("dbus-monitor", "--profile", "--address", bus.address, f"interface='{MENU}'", f"interface='{ITEM}'",
-                    log=self._bus_log)
+        self._screen.start("dbus-monitor", "--profile", "--address", bus.address, f"interface='{MENU}'", f"interface='{ITEM}'",
+                           log=self._bus_log)
         for command in self.kind.commands:
             self._panel = self._start_part(command)
         self._wait_until_ready()
         self.wait_until_still()
         self.press("Escape")  # out of the overview with which some greet
         self.wait_until_still()
-        lab.program.environment |= {"DBUS_SESSION_BUS_ADDRESS": bus.address, "DISPLAY": DISPLAY,
+        lab.program.environment |= {"DBUS_SESSION_BUS_ADDRESS": bus.address, "DISPLAY": self._environment["DISPLAY"],
                                     "XDG_CURRENT_DESKTOP": self.kind.desktop, "QT_QPA_PLATFORM": "xcb"}
 
     def _lay_out_home(self):
@@ -83,12 +82,7 @@ class Panel:
         if command[0] == "@wayland":
             self._environment["WAYLAND_DISPLAY"] = self.wayland_socket().name
         words = [word.format(config=self._home / "config") for word in self._words(command)]
-        return self._start(*self._user, *words, log=self._home / f"{Path(words[0]).name}.log")
-
-    def _start(self, *command, log):
-        with log.open("a") as output:
-            return self._stack.enter_context(self._client.popen(command, env=self._environment, stdout=output,
-                                                                stderr=subprocess.STDOUT))
+        return self._screen.start(*self._user, *words, log=self._home / f"{Path(words[0]).name}.log")
 
     def wayland_socket(self):
         """Where programs reach the compositor, as soon as there is one."""
@@ -128,14 +122,12 @@ class Panel:
             wait_until(self.has_host, 60, f"{self.name} has a host for status items")
 
     def _has_tray(self):
-        return self.kind.commands[-1][0] in self._output("xwininfo", "-root", "-tree")
+        return self.kind.commands[-1][0] in self._screen.ask("xwininfo", "-root", "-tree")
 
     def has_tray_icon(self):
         """Whether the program's window is inside another one: the root's own children are listed with less space before them."""
-        return re.search(r"^ {8,}0x.*\"skylet\" \"skylet\"", self._output("xwininfo", "-root", "-tree"), re.MULTILINE) is not None
-
-    def _output(self, *command):
-        return self._client.run(command, env=self._environment, capture_output=True, text=True, check=False).stdout
+        tree = self._screen.ask("xwininfo", "-root", "-tree")
+        return re.search(r"^ {8,}0x.*\"skylet\" \"skylet\"", tree, re.MULTILINE) is not None
 
     # the bus
 
@@ -200,16 +192,13 @@ class Panel:
 
     # the screen
 
-    def _run(self, *command):
-        self._client.run(command, env=self._environment)
-
     def shot(self, name):
         """A picture of the screen, kept as PANEL-NAME.png among the build's shots."""
         settings.SHOTS.mkdir(parents=True, exist_ok=True)
         return self._picture(settings.SHOTS / f"{self.name}-{name}.png")
 
     def _picture(self, path):
-        self._run("import", "-silent", "-window", "root", f"png24:{path}")
+        self._screen.take_picture(path)
         return Picture(path)
 
     def look(self):
@@ -253,24 +242,20 @@ class Panel:
         return best
 
     def click(self, place, button=1):
-        self._run("xdotool", "mousemove", *map(str, place), "click", str(button))
+        self._screen.click(*place, button)
 
     def click_slowly(self, place):
-        """As someone who keeps the button down for a while."""
-        self.point(place)
-        self._run("xdotool", "mousedown", "1")
-        time.sleep(0.4)
-        self._run("xdotool", "mouseup", "1")
+        self._screen.click_slowly(*place)
 
     def park_mouse(self):
         """Where it hides nothing and no tooltip comes up."""
         self.point((WIDTH - 2, HEIGHT - 2))
 
     def point(self, place):
-        self._run("xdotool", "mousemove", *map(str, place))
+        self._screen.point(*place)
 
     def press(self, *keys):
-        self._run("xdotool", "key", "--delay", "60", *keys)
+        self._screen.press(*keys)
 
 
 def _dot_place(pixmap):

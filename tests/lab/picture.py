@@ -3,8 +3,8 @@
 import subprocess
 from collections import Counter
 
-import settings
 from desktop import colour_class
+from support.processes import BARE_ENVIRONMENT
 
 SMALLEST_DOT = 8  # pixels inside its edge
 
@@ -13,7 +13,7 @@ class Picture:
     """A picture in memory, three bytes a pixel."""
 
     def __init__(self, path):
-        options = {"check": True, "capture_output": True, "env": settings.BARE_ENVIRONMENT}
+        options = {"check": True, "capture_output": True, "env": BARE_ENVIRONMENT}
         size = subprocess.run(["identify", "-format", "%w %h", str(path)], **options).stdout
         self.width, self.height = map(int, size.split())
         self._data = subprocess.run(["convert", str(path), "-depth", "8", "rgb:-"], **options).stdout
@@ -95,7 +95,7 @@ class Icon:
         rgba = b"".join(self._data[at + 1:at + 4] + self._data[at:at + 1] for at in range(0, len(self._data), 4))
         result = subprocess.run(
             ["convert", "-size", f"{self.width}x{self.height}", "-depth", "8", "rgba:-", "-filter", "triangle", "-resize",
-             f"{width}x{height}!", "rgba:-"], input=rgba, check=True, capture_output=True, env=settings.BARE_ENVIRONMENT).stdout
+             f"{width}x{height}!", "rgba:-"], input=rgba, check=True, capture_output=True, env=BARE_ENVIRONMENT).stdout
         argb = b"".join(result[at + 3:at + 4] + result[at:at + 3] for at in range(0, len(result), 4))
         return Icon((width, height, argb))
 

@@ -7,6 +7,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 import settings
+from support.processes import BARE_ENVIRONMENT
 
 
 def schedule(pid):
@@ -42,7 +43,7 @@ class Program:
         (self.home / "run").mkdir(mode=0o700)
         (self.home / "tmp").mkdir()
         self.output = network.folder / "program.log"
-        self.environment = settings.BARE_ENVIRONMENT | {
+        self.environment = BARE_ENVIRONMENT | {
             "HOME": str(self.home), "XDG_CONFIG_HOME": str(self.home / "config"), "XDG_DATA_HOME": str(self.home / "data"),
             "XDG_CACHE_HOME": str(self.home / "cache"), "XDG_RUNTIME_DIR": str(self.home / "run"),
             "TMPDIR": str(self.home / "tmp"), "LANG": "en_US.UTF-8", "LANGUAGE": "en", "LC_ALL": "C.UTF-8",

@@ -19,6 +19,3 @@ SPEEDTEST = Path(_of_build("SPEEDTEST"))
 SPEEDTEST_HOST = _of_build("SPEEDTEST_HOST")
 ENDPOINTS = _of_build("ENDPOINTS").split()
 SHOTS = Path(_of_build("SHOTS"))
-
-# every child starts from this, so that nothing of the environment around the tests changes what they measure
-BARE_ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8", "PYTHONDONTWRITEBYTECODE": "1"}

@@ -8,10 +8,10 @@ from pathlib import Path
 
 import package
 import pytest
-from desktop import StatusArea, wait_until
-from gi.repository import Gio
-from network import Child
+from desktop import StatusArea
 from package import PACKAGE, VERSION, alternatives, field, output
+from support import message_bus
+from support.processes import Child, wait_until
 
 HIGHER_VERSION = f"{VERSION}+1"
 # a folder that every system has; what is mounted there is seen by this process and its children alone
@@ -19,16 +19,6 @@ MOUNT_POINT = Path("/mnt")
 USER = "stranger"
 # what package management and the system keep for themselves
 NOT_LOOKED_AT = ("proc", "dev", "var/lib/dpkg", "var/lib/apt", "var/cache", "var/log", "run")
-BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:path={socket}</listen>
-  <policy context="default">
-    <allow user="*"/><allow own="*"/><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/>
-  </policy>
-</busconfig>
-"""
 
 
 class CleanRoot:
@@ -102,7 +92,7 @@ class Session:
         folder.mkdir()
         shutil.chown(folder, *[int(root.run("id", which, USER)) for which in ("--user", "--group")])
         folder.chmod(0o700)
-        (root.path / "run/session.conf").write_text(BUS_CONFIGURATION.format(socket="/run/session/bus"))
+        (root.path / "run/session.conf").write_text(message_bus.configuration("/run/session/bus"))
         daemon = stack.enter_context(Child(
             root.command("dbus-daemon", "--nofork", "--config-file=/run/session.conf", "--print-address", user=USER),
             stdout=subprocess.PIPE))
@@ -110,11 +100,7 @@ class Session:
         self.area = StatusArea(self, stack)
 
     def connect(self):
-        flags = Gio.DBusConnectionFlags
-        connection = Gio.DBusConnection.new_for_address_sync(
-            f"unix:path={self._root.path}/run/session/bus", flags.AUTHENTICATION_CLIENT | flags.MESSAGE_BUS_CONNECTION, None, None)
-        connection.set_exit_on_close(False)
-        return connection
+        return message_bus.connect(f"unix:path={self._root.path}/run/session/bus")
 
     def start(self, **environment):
         """The program as the desktop entry names it."""

@@ -2,10 +2,13 @@
 
 import os
 import re
+import time
+from contextlib import ExitStack
 from pathlib import Path
 
 import pytest
-from desktop_session import Demo, Session, wait_until
+from desktop_session import HEIGHT, WIDTH, Demo, Session
+from support.processes import wait_until
 
 WINDOWS = [("welcome", "welcomeWindow"), ("about", "aboutWindow"), ("test", "speedTestWindow")]
 # Bits of _MOTIF_WM_HINTS (Motif's MwmUtil.h).
@@ -14,9 +17,13 @@ MINIMIZE, MAXIMIZE, CLOSE = 1 << 3, 1 << 4, 1 << 5
 
 @pytest.fixture(scope="module")
 def session():
-    session = Session()
-    yield session
-    session.end()
+    with ExitStack() as stack:
+        yield Session(stack)
+
+
+@pytest.fixture
+def screen(session):
+    return session.screen
 
 
 @pytest.fixture
@@ -31,8 +38,8 @@ def close_by_title_bar(demo, name):
     window = demo.window(name)
     left, right, top, _ = map(int, re.findall(r"\d+", demo.properties(name, "_NET_FRAME_EXTENTS")))
     width = int(re.search(r"minimum size: (\d+)", demo.properties(name, "WM_NORMAL_HINTS"))[1])
-    demo.session.click(window["x"] + left + width + right - 13, window["y"] + top / 2)
-    wait_until(lambda: not demo.window(name)["visible"], f"{name} is closed")
+    demo.screen.click(window["x"] + left + width + right - 13, window["y"] + top / 2)
+    wait_until(lambda: not demo.window(name)["visible"], 10, f"{name} is closed")
 
 
 @pytest.mark.parametrize("what,name", WINDOWS)
@@ -46,12 +53,12 @@ def test_a_window_can_be_closed_but_neither_resized_nor_minimised(demo, what, na
     assert len(sizes) == 2 and sizes[0] == sizes[1]
 
 
-def test_the_dark_panel_asks_for_a_dark_title_bar_each_time(session, demo):
+def test_the_dark_panel_asks_for_a_dark_title_bar_each_time(screen, demo):
     for _ in range(2):
         demo.show("test", "speedTestWindow")
         assert demo.properties("speedTestWindow", "_GTK_THEME_VARIANT").strip() == '_GTK_THEME_VARIANT(UTF8_STRING) = "dark"'
-        session.press("Escape")
-        wait_until(lambda: not demo.window("speedTestWindow")["visible"], "it is closed")
+        screen.press("Escape")
+        wait_until(lambda: not demo.window("speedTestWindow")["visible"], 10, "it is closed")
     demo.show("about", "aboutWindow")
     assert "dark" not in demo.properties("aboutWindow", "_GTK_THEME_VARIANT")
 
@@ -60,8 +67,8 @@ def test_the_dark_panel_asks_for_a_dark_title_bar_each_time(session, demo):
 def test_a_window_stands_in_the_middle(demo, what, name):
     window = demo.show(what, name)
     width, height = map(int, re.search(r"minimum size: (\d+) by (\d+)", demo.properties(name, "WM_NORMAL_HINTS")).groups())
-    assert abs(window["x"] + width / 2 - 640) < 5
-    assert abs(window["y"] + height / 2 - 450) < 30  # with or without the title bar
+    assert abs(window["x"] + width / 2 - WIDTH / 2) < 5
+    assert abs(window["y"] + height / 2 - HEIGHT / 2) < 30  # with or without the title bar
 
 
 @pytest.mark.parametrize("what,name", WINDOWS)
@@ -70,112 +77,112 @@ def test_a_window_takes_the_keyboard_from_another_program(session, demo, what, n
     demo.show(what, name)
     other.show("test", "speedTestWindow")
     other.click("gauge")
-    wait_until(lambda: not demo.window(name)["active"], "the other program has the keyboard")
+    wait_until(lambda: not demo.window(name)["active"], 10, "the other program has the keyboard")
     demo.show(what, name)
-    wait_until(lambda: not other.window("speedTestWindow")["active"], "it has it no more")
+    wait_until(lambda: not other.window("speedTestWindow")["active"], 10, "it has it no more")
     other.end()
 
 
 @pytest.mark.parametrize("what,name", WINDOWS[1:])
-def test_a_window_comes_back_from_being_minimised_and_from_another_desktop(session, demo, what, name):
+def test_a_window_comes_back_from_being_minimised_and_from_another_desktop(screen, demo, what, name):
     window = demo.show(what, name)
-    session.run("xdotool", "windowminimize", str(window["id"]))
-    wait_until(lambda: demo.window(name)["minimized"], "it is minimised")
+    screen.do("xdotool", "windowminimize", str(window["id"]))
+    wait_until(lambda: demo.window(name)["minimized"], 10, "it is minimised")
     demo.show(what, name)
-    session.run("xdotool", "set_num_desktops", "2")
-    session.run("xdotool", "set_desktop", "1")
-    wait_until(lambda: not demo.window(name)["active"], "it is left behind")
+    screen.do("xdotool", "set_num_desktops", "2")
+    screen.do("xdotool", "set_desktop", "1")
+    wait_until(lambda: not demo.window(name)["active"], 10, "it is left behind")
     demo.show(what, name)
-    assert session.run("xdotool", "get_desktop").strip() == "1"
-    session.run("xdotool", "set_desktop", "0")
+    assert screen.ask("xdotool", "get_desktop").strip() == "1"
+    screen.do("xdotool", "set_desktop", "0")
 
 
 @pytest.mark.parametrize("what,name", WINDOWS)
 @pytest.mark.parametrize("way", ["escape", "title bar"])
-def test_a_window_is_closed_and_comes_back(session, demo, what, name, way):
+def test_a_window_is_closed_and_comes_back(screen, demo, what, name, way):
     demo.show(what, name)
     if way == "escape":
-        session.press("Escape")
-        wait_until(lambda: not demo.window(name)["visible"], f"{name} is closed")
+        screen.press("Escape")
+        wait_until(lambda: not demo.window(name)["visible"], 10, f"{name} is closed")
     else:
         close_by_title_bar(demo, name)
     assert demo.reports == (["started", "cancelled"] if what == "test" else [])
     demo.show(what, name)
 
 
-def test_welcome_is_confirmed_by_return_from_its_check_box(session, demo):
+def test_welcome_is_confirmed_by_return_from_its_check_box(screen, demo):
     demo.show("welcome", "welcomeWindow")
-    session.press("Tab", "space")
-    wait_until(lambda: demo.state["loginBox"], "the box is on")
+    screen.press("Tab", "space")
+    wait_until(lambda: demo.state["loginBox"], 10, "the box is on")
     assert demo.state["focus"] == "loginBox"
-    session.press("Return")
-    wait_until(lambda: demo.reports == ["finishWelcome"], "the button is pressed")
+    screen.press("Return")
+    wait_until(lambda: demo.reports == ["finishWelcome"], 10, "the button is pressed")
     assert not demo.window("welcomeWindow")["visible"]
     assert demo.state["loginBox"]
 
 
-def test_welcome_is_confirmed_by_the_mouse(session, demo):
+def test_welcome_is_confirmed_by_the_mouse(screen, demo):
     demo.show("welcome", "welcomeWindow")
     place = demo.tell("where loginBox")
-    session.click(place["x"] - 170, place["y"])
-    wait_until(lambda: demo.state["loginBox"], "the box is on")
+    screen.click(place["x"] - 170, place["y"])
+    wait_until(lambda: demo.state["loginBox"], 10, "the box is on")
     demo.click("gotItButton")
-    wait_until(lambda: demo.reports == ["finishWelcome"], "the button is pressed")
+    wait_until(lambda: demo.reports == ["finishWelcome"], 10, "the button is pressed")
 
 
-def test_the_link_is_opened_by_mouse_and_keyboard(session, demo):
+def test_the_link_is_opened_by_mouse_and_keyboard(screen, demo):
     demo.show("about", "aboutWindow")
     assert demo.state["focus"] == "aboutWindow"
     demo.click("link")
-    wait_until(lambda: len(demo.reports) == 1, "the link is clicked")
+    wait_until(lambda: len(demo.reports) == 1, 10, "the link is clicked")
     demo.show("about", "aboutWindow")
-    session.press("Tab", "Return")
-    wait_until(lambda: len(demo.reports) >= 2, "Return opens the link")
-    session.press("space")
-    wait_until(lambda: demo.reports == ["openBrimlake"] * 3, "Space opens the link")
+    screen.press("Tab", "Return")
+    wait_until(lambda: len(demo.reports) >= 2, 10, "Return opens the link")
+    screen.press("space")
+    wait_until(lambda: demo.reports == ["openBrimlake"] * 3, 10, "Space opens the link")
 
 
-def test_a_speed_test_runs_again_by_keyboard_and_mouse(session, demo):
+def test_a_speed_test_runs_again_by_keyboard_and_mouse(screen, demo):
     def run_through():
         for phase in ("receive", "send"):
             demo.tell(f"{phase} 5000000")
             demo.tell("end 200")
             if phase == "receive":
-                wait_until(lambda: demo.tell("send 0")["reports"][-1] == "started", "the test goes on")
-                demo.session.run("sleep", "0.8")
+                wait_until(lambda: demo.tell("send 0")["reports"][-1] == "started", 10, "the test goes on")
+                time.sleep(0.8)
 
     demo.show("test", "speedTestWindow")
-    for again in (lambda: session.press("Return"), lambda: session.press("space"), lambda: demo.click("runButton")):
+    for again in (lambda: screen.press("Return"), lambda: screen.press("space"), lambda: demo.click("runButton")):
         run_through()
-        wait_until(lambda: demo.reports[-1] == "finished", "the test is over")
+        wait_until(lambda: demo.reports[-1] == "finished", 10, "the test is over")
         assert demo.state["focus"] == "runButton"
         again()
-        wait_until(lambda: demo.reports[-1] == "started", "it runs again")
+        wait_until(lambda: demo.reports[-1] == "started", 10, "it runs again")
 
 
-def test_the_gauge_moves_while_covered_but_not_while_away(session, demo):
+def test_the_gauge_moves_while_covered_but_not_while_away(screen, demo):
     window = demo.show("test", "speedTestWindow")
     demo.show("about", "aboutWindow")  # wholly in front of it
     assert demo.tell("target 500")["animating"]
-    wait_until(lambda: 0 < demo.state["value"] < 500, "it is on its way")
-    wait_until(lambda: not demo.state["animating"], "it has arrived")
+    wait_until(lambda: 0 < demo.state["value"] < 500, 10, "it is on its way")
+    wait_until(lambda: not demo.state["animating"], 10, "it has arrived")
     assert demo.state["value"] == 500
 
     demo.tell("target 5")
-    session.run("xdotool", "windowminimize", str(window["id"]))
-    wait_until(lambda: demo.window("speedTestWindow")["minimized"], "it is minimised")
-    wait_until(lambda: not demo.state["animating"], "the animation has ended")
+    screen.do("xdotool", "windowminimize", str(window["id"]))
+    wait_until(lambda: demo.window("speedTestWindow")["minimized"], 10, "it is minimised")
+    wait_until(lambda: not demo.state["animating"], 10, "the animation has ended")
     assert demo.state["value"] == 5
     assert not demo.tell("target 100")["animating"]
     demo.show("test", "speedTestWindow")
     assert not demo.state["animating"] and demo.state["value"] == 100, "whoever comes back sees what is"
 
     assert demo.tell("target 300")["animating"]
-    session.run("xdotool", "set_num_desktops", "2")
-    session.run("xdotool", "set_desktop", "1")
-    wait_until(lambda: not demo.state["animating"], "the animation has ended")
+    screen.do("xdotool", "set_num_desktops", "2")
+    screen.do("xdotool", "set_desktop", "1")
+    wait_until(lambda: not demo.state["animating"], 10, "the animation has ended")
     assert demo.state["value"] == 300 and not demo.tell("target 9")["animating"]
-    session.run("xdotool", "set_desktop", "0")
+    screen.do("xdotool", "set_desktop", "0")
     assert demo.state["value"] == 9
 
 
@@ -183,11 +190,11 @@ def test_the_gauge_moves_while_covered_but_not_while_away(session, demo):
     ("en", ["Welcome to Skylet", "About Skylet", "Speed Test"]),
     ("he", ["ברוכים הבאים ל-Skylet", "אודות Skylet", "מבחן מהירות"])])
 @pytest.mark.parametrize("scale", [1, 2])
-def test_titles_and_pictures(session, language, titles, scale):
+def test_titles_and_pictures(session, screen, language, titles, scale):
     """Keeps a picture of each window with its frame, on a light and on a dark desktop."""
     folder = Path(os.environ["SKYLET_WINDOWS_PICTURES"])
     folder.mkdir(parents=True, exist_ok=True)
-    session.run("sleep", "1")  # until openbox no longer says which virtual desktop this is
+    time.sleep(1)  # until openbox no longer says which virtual desktop this is
     demo = Demo(session, language, scale)
     for (what, name), title in zip(WINDOWS, titles):
         demo.show(what, name)
@@ -195,11 +202,11 @@ def test_titles_and_pictures(session, language, titles, scale):
         if what == "test":
             demo.tell("receive 1000")
             demo.tell("target 48.2")
-            wait_until(lambda: not demo.state["animating"], "the needle stands")
+            wait_until(lambda: not demo.state["animating"], 10, "the needle stands")
         for shade in ("light", "dark"):
             demo.tell(f"palette {shade}")
-            session.run("sleep", "0.2")
-            session.run("import", "-frame", "-window", str(demo.window(name)["id"]),
-                        str(folder / f"x11-{what}-{language}-{shade}-x{scale}.png"))
-            assert (folder / f"x11-{what}-{language}-{shade}-x{scale}.png").stat().st_size > 5000
+            time.sleep(0.2)
+            picture = folder / f"x11-{what}-{language}-{shade}-x{scale}.png"
+            screen.take_picture(picture, demo.window(name)["id"])
+            assert picture.stat().st_size > 5000
     demo.end()

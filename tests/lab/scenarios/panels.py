@@ -3,8 +3,8 @@
 import time
 
 import panel as screen
-from desktop import wait_until
 from panel import BELOW, PANEL, own_kb
+from support.processes import wait_until
 
 LARGE_ENOUGH_FOR_THE_MENU = (150, 150)
 TITLES = ("Run Speed Test", "Check Connection", "Show Live Traffic", "Pause Automatic", "Launch at Login", "About", "Quit")

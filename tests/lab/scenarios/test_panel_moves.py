@@ -1,7 +1,7 @@
 """The item moves: from its own strip to a tray of X11, from there to a panel, and back, without a restart."""
 
-from desktop import wait_until
 from panel import PANEL, WIDTH
+from support.processes import wait_until
 
 
 def test_the_item_goes_wherever_it_can_be_shown_best(lab):

@@ -1,8 +1,8 @@
 """The item on a real trayer, a tray of X11."""
 
-from desktop import wait_until
 from panel import BELOW
 from panels import check_changes, check_panel, large_enough
+from support.processes import wait_until
 
 
 def test_the_item_is_seen_obeys_and_never_grows(lab):

@@ -1,8 +1,8 @@
 """The item on Wayland without any panel: in a window of its own, wherever the compositor puts that."""
 
-from desktop import wait_until
 from panel import SCREEN
 from panels import large_enough
+from support.processes import wait_until
 
 
 def test_the_strip_is_seen_and_opens_its_menu(lab):

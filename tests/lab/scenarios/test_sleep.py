@@ -2,7 +2,7 @@
 
 import time
 
-from desktop import wait_until
+from support.processes import wait_until
 
 INHIBITOR = ("sleep", "delay")
 

@@ -7,8 +7,8 @@ import subprocess
 import network
 import pytest
 import settings
-from desktop import wait_until
 from lab import bytes_at
+from support.processes import BARE_ENVIRONMENT, wait_until
 
 QUIET_AFTER = 0.3  # seconds from a cut-off
 
@@ -85,7 +85,7 @@ def test_a_black_hole_in_mid_transfer_is_cut_off_like_any_other(lab):
     speed = lab.serve_speed_test()
     speed.set("down", rate=500_000)
     with subprocess.Popen(lab.network.client.inside([settings.SPEEDTEST, "2"]), stdout=subprocess.PIPE, text=True,
-                          stderr=subprocess.DEVNULL, env=settings.BARE_ENVIRONMENT) as driver:
+                          stderr=subprocess.DEVNULL, env=BARE_ENVIRONMENT) as driver:
         wait_until(lambda: any(count > 300_000 for request in speed.requests() for _, count in request["series"]), 2, "bytes")
         lab.link.set(hole=True)
         result = json.loads(driver.communicate()[0])

@@ -4,6 +4,7 @@ import time
 
 import network
 import pytest
+from lab import bytes_at
 
 PHASE, PAUSE = 4.0, 0.6
 # as far as the menu may be from what the server counted, and half of the last digit shown
@@ -34,21 +35,14 @@ class Run:
         upload_began = download_ended + PAUSE
         upload_ended = self.up["series"][-1][0] + one_way if self.up["whole"] else upload_began + PHASE
         # the server learns later what has reached the program, and the program what has reached the server
-        down = counted(self.down, download_ended + one_way)
-        up = counted(self.up, upload_ended - one_way)
+        down = got_through(self.down, download_ended + one_way)
+        up = got_through(self.up, upload_ended - one_way)
         return {"down": 8e-6 * down / (download_ended - self.began), "up": 8e-6 * up / (upload_ended - upload_began)}
 
 
-def counted(request, moment):
+def got_through(request, moment):
     """Bytes of the body that had got through by then, as the server saw it."""
-    if request["whole"]:
-        return request["series"][-1][1]
-    before = (request["began"], 0)
-    for time_, bytes_ in request["series"]:
-        if time_ > moment:
-            return before[1] + (bytes_ - before[1]) * (moment - before[0]) / (time_ - before[0])
-        before = time_, bytes_
-    return before[1]
+    return request["series"][-1][1] if request["whole"] else bytes_at(request["series"], moment)
 
 
 def results(screen):

@@ -3,7 +3,7 @@
 import shlex
 
 import pytest
-from desktop import wait_until
+from support.processes import wait_until
 
 WELCOME, ABOUT = "Welcome to Skylet", "About Skylet"
 LAUNCH = "Launch Skylet at login (recommended)"
