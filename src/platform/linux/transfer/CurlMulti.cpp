@@ -1,6 +1,7 @@
 #include "platform/linux/transfer/CurlMulti.h"
 
 #include <chrono>
+#include <ctime>
 #include <utility>
 
 namespace skylet {
@@ -11,6 +12,13 @@ namespace {
 void dropNotifier(QSocketNotifier* notifier) {
     notifier->setEnabled(false);
     notifier->deleteLater();
+}
+
+/// Of this thread.
+std::chrono::nanoseconds processorTime() {
+    timespec used{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
 }
 
 } // namespace
@@ -81,12 +89,12 @@ void CurlMulti::watch(curl_socket_t socket, bool read, bool write) {
 }
 
 std::chrono::nanoseconds CurlMulti::effort() const {
-    return effort_ + (workingSince_ ? std::chrono::steady_clock::now() - *workingSince_ : std::chrono::nanoseconds(0));
+    return effort_ + (workingSince_ ? processorTime() - *workingSince_ : std::chrono::nanoseconds(0));
 }
 
 void CurlMulti::act(curl_socket_t socket, int events) {
     int running = 0;
-    workingSince_ = std::chrono::steady_clock::now();
+    workingSince_ = processorTime();
     curl_multi_socket_action(multi_.get(), socket, events, &running);
     effort_ = effort();
     workingSince_.reset();

@@ -36,7 +36,7 @@ class CurlMulti {
     void add(CURL* handle);
     /// Ends the transfer without a call to the done handler.
     void remove(CURL* handle);
-    /// How long libcurl has worked so far, what it is at included.
+    /// The processor's time that libcurl has taken so far, what it is at included. A busy machine adds nothing to it.
     std::chrono::nanoseconds effort() const;
 
   private:
@@ -55,7 +55,8 @@ class CurlMulti {
     std::map<curl_socket_t, Notifiers> notifiers_;
     /// Of what it has finished.
     std::chrono::nanoseconds effort_{0};
-    std::optional<std::chrono::steady_clock::time_point> workingSince_;
+    /// Processor time at which it began what it is at.
+    std::optional<std::chrono::nanoseconds> workingSince_;
     CurlMultiHandle multi_;
     Lifetime lifetime_;
 };
