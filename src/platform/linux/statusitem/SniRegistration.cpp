@@ -84,8 +84,16 @@ void SniRegistration::registerItem() {
         answer->deleteLater();
         if (answer->isError() && owner == watcher_.owner) {
             refused_ = true;
+            // a busy desktop may take longer to refuse than the timer has waited
+            if (!timer_.isActive()) {
+                tryAgainLater();
+            }
         }
     });
+    tryAgainLater();
+}
+
+void SniRegistration::tryAgainLater() {
     if (tries_ < limits_.maximumTries) {
         timer_.start();
     }

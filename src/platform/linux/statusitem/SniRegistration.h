@@ -48,6 +48,7 @@ class SniRegistration final : public QObject {
   private:
     void claimName();
     void registerItem();
+    void tryAgainLater();
     void tryAgainIfLost();
 
     QDBusConnection connection_;

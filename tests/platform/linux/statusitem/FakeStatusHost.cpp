@@ -5,6 +5,7 @@
 
 #include <QCoreApplication>
 #include <QDBusError>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -15,6 +16,8 @@ namespace skylet {
 namespace {
 
 using test::callAndWait;
+
+using namespace std::chrono_literals;
 
 const auto watcherName = [] { return QStringLiteral("org.kde.StatusNotifierWatcher"); };
 const auto watcherPath = [] { return QStringLiteral("/StatusNotifierWatcher"); };
@@ -109,8 +112,11 @@ bool FakeStatusHost::handleMessage(const QDBusMessage& message, const QDBusConne
     }
     if (manner_ == Manner::accepts) {
         connection.send(message.createReply());
-    } else if (manner_ == Manner::refuses) {
-        connection.send(message.createErrorReply(QDBusError::Failed, QStringLiteral("not now")));
+    } else if (manner_ != Manner::isSilent) {
+        const auto refuse = [message, connection] {
+            connection.send(message.createErrorReply(QDBusError::Failed, QStringLiteral("not now")));
+        };
+        QTimer::singleShot(manner_ == Manner::refusesLate ? hesitation : 0ms, this, refuse);
     }
     return true;
 }

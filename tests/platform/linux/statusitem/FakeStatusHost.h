@@ -6,6 +6,7 @@
 #include <QStringList>
 #include <QVariantMap>
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <optional>
@@ -19,7 +20,7 @@ class FakeStatusHost final : public QDBusVirtualObject {
 
   public:
     /// How the watcher answers a registration.
-    enum class Manner { accepts, refuses, isSilent };
+    enum class Manner { accepts, refuses, refusesLate, isSilent };
 
     explicit FakeStatusHost(QDBusConnection connection, Manner manner = Manner::accepts);
     ~FakeStatusHost() override;
@@ -38,6 +39,9 @@ class FakeStatusHost final : public QDBusVirtualObject {
     void tellOfHosts();
     /// Runs in the middle of a registration.
     std::function<void()> onRegistration;
+
+    /// How long it thinks before it refuses late.
+    static constexpr std::chrono::milliseconds hesitation{200};
 
     const QDBusConnection& connection() const { return connection_; }
     /// What items called themselves, in the order of their registrations.

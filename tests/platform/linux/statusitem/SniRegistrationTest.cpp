@@ -95,10 +95,13 @@ TEST_F(SniRegistrationTest, RegistersAgainWhenTheMenuIsNotReadAndGivesUpInTheEnd
 }
 
 TEST_F(SniRegistrationTest, IsContentOnceTheMenuIsRead) {
-    registration_.setWatcher(watcher(true));
+    SniRegistration persistent{connection_, {shortLimits.layoutTimeout, 1000}};
+    persistent.setWatcher(watcher(true));
     ASSERT_TRUE(registrationsReach(2));
-    registration_.layoutRead();
-    EXPECT_LE(registrationsAfterAWhile(), 2);
+    persistent.layoutRead();
+    host_.settle();
+    const auto before = host_.registrations().size();
+    EXPECT_EQ(registrationsAfterAWhile(), before);
 }
 
 TEST_F(SniRegistrationTest, DoesNotWaitForTheMenuWhereHostsReadItLate) {
@@ -122,6 +125,16 @@ TEST_F(SniRegistrationTest, TriesAgainWhereTheWatcherRefuses) {
     host_.setManner(FakeStatusHost::Manner::accepts);
     ASSERT_TRUE(registrationsReach(3));
     EXPECT_EQ(registrationsAfterAWhile(), 3);
+}
+
+TEST_F(SniRegistrationTest, TriesAgainWhereTheWatcherRefusesLaterThanItWaits) {
+    static_assert(FakeStatusHost::hesitation > 5 * shortLimits.layoutTimeout);
+    host_.setManner(FakeStatusHost::Manner::refusesLate);
+    registration_.setWatcher(watcher());
+    ASSERT_TRUE(registrationsReach(1));
+    host_.setManner(FakeStatusHost::Manner::accepts);
+    ASSERT_TRUE(registrationsReach(2));
+    EXPECT_EQ(registrationsAfterAWhile(), 2);
 }
 
 TEST_F(SniRegistrationTest, DoesNotWaitForAWatcherThatNeverAnswers) {
