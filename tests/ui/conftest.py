@@ -3,7 +3,7 @@ import shutil
 import pytest
 from support.ctest import pytest_configure, pytest_sessionfinish  # noqa: F401
 
-NEEDED = ["Xvfb", "openbox", "xdotool", "xprop", "import", "dbus-daemon"]
+NEEDED = ["Xvfb", "openbox", "xdotool", "xprop", "xwininfo", "import", "dbus-daemon"]
 
 
 def pytest_collection_modifyitems(items):

@@ -35,10 +35,11 @@ def demo(session):
 
 def close_by_title_bar(demo, name):
     """Clicks the close button, which openbox has at the right end of its title bar."""
-    window = demo.window(name)
-    left, right, top, _ = map(int, re.findall(r"\d+", demo.properties(name, "_NET_FRAME_EXTENTS")))
-    width = int(re.search(r"minimum size: (\d+)", demo.properties(name, "WM_NORMAL_HINTS"))[1])
-    demo.screen.click(window["x"] + left + width + right - 13, window["y"] + top / 2)
+    _, right, top, _ = map(int, re.findall(r"\d+", demo.properties(name, "_NET_FRAME_EXTENTS")))
+    # of the X server, because the program may not have heard of its frame yet
+    place = demo.screen.ask("xwininfo", "-id", str(demo.window(name)["id"]))
+    x, y, width = (int(re.search(rf"{key}: +(-?\d+)", place)[1]) for key in ("upper-left X", "upper-left Y", "Width"))
+    demo.screen.click(x + width + right - 13, y - top / 2)
     wait_until(lambda: not demo.window(name)["visible"], 10, f"{name} is closed")
 
 

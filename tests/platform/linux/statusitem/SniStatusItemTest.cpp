@@ -37,8 +37,8 @@ class SniStatusItemTest : public testing::Test {
         SniOptions options;
         options.environment.processName = [this](uint /*processId*/) { return processName_; };
         options.environment.currentDesktop = QString();
-        options.registration = {30ms, 3};
-        options.attention = 60ms;
+        options.registration = registration_;
+        options.attention = attention_;
         item_ = std::make_unique<SniStatusItem>(itemConnection_, options);
         item_->setAutosaveName(QStringLiteral("Skylet"));
         item_->setVisible(true);
@@ -85,6 +85,9 @@ class SniStatusItemTest : public testing::Test {
     QDBusConnection itemConnection_ = bus_.connect();
     QString processName_;
     int chosen_ = 0;
+    // longer than any test, unless that is what it is about
+    SniRegistrationLimits registration_{1min, 3};
+    std::chrono::milliseconds attention_{60};
     std::shared_ptr<MenuItem> line_ = std::make_shared<MenuItem>(QStringLiteral("line"), nullptr, QString());
     std::shared_ptr<MenuItem> command_ = std::make_shared<MenuItem>(
         QStringLiteral("Quit"), [this] { ++chosen_; }, QStringLiteral("q"));
@@ -218,12 +221,15 @@ TEST_F(SniStatusItemTest, RegistersWithAWatcherThatTakesItsNameAgainAtOnce) {
 }
 
 TEST_F(SniStatusItemTest, RegistersAgainWhereALabelHostDoesNotReadTheMenu) {
+    registration_ = {30ms, 1000};
     host_.appear();
     makeItem(QStringLiteral("gnome-shell"));
-    ASSERT_TRUE(waitUntil([this] { return host_.registrations().size() == 2; }));
+    ASSERT_TRUE(waitUntil([this] { return host_.registrations().size() >= 2; }));
     readLayout();
+    host_.settle();
+    const auto before = host_.registrations().size();
     runFor(120ms);
-    EXPECT_EQ(host_.registrations().size(), 2);
+    EXPECT_EQ(host_.registrations().size(), before);
 }
 
 TEST_F(SniStatusItemTest, GivesGnomeTheNameOfItsConnectionAndOthersOneOfItsOwn) {
@@ -407,6 +413,7 @@ TEST_F(SniStatusItemTest, IsPassiveWhileItIsHidden) {
 }
 
 TEST_F(SniStatusItemTest, NeedsAttentionForAWhileWithTheSameDot) {
+    attention_ = 1s;
     showBadge();
     item_->requestAttention();
     host_.settle();
@@ -419,6 +426,7 @@ TEST_F(SniStatusItemTest, NeedsAttentionForAWhileWithTheSameDot) {
 }
 
 TEST_F(SniStatusItemTest, KeepsTheDotRightWhileItNeedsAttention) {
+    attention_ = 1min;
     showBadge();
     item_->requestAttention();
     item_->setTitle(sample::offline());
