@@ -37,6 +37,9 @@ namespace {
 using namespace std::chrono_literals;
 using End = BulkTransferResult::End;
 
+/// For as long as 400 MB take where many others want the processor too.
+constexpr auto aBusyMachinesTime = 2min;
+
 /// What a delegate was told about one transfer.
 struct Told {
     std::vector<std::optional<int>> heads;
@@ -101,7 +104,7 @@ class CurlBulkTransferSessionTest : public testing::TestWithParam<const char*> {
     }
 
     template <typename Condition>
-    bool runUntil(Condition condition, std::chrono::milliseconds longest = 10s) {
+    bool runUntil(Condition condition, std::chrono::milliseconds longest = aBusyMachinesTime) {
         QElapsedTimer since;
         since.start();
         // Given a longest time, processEvents would not wait but spin.
@@ -725,14 +728,14 @@ TEST_P(HostileServerTest, AnAnswerOfFourGigabytesTakesNoMemory) {
     const auto task = session->download(test::SpeedServer::down(40'000'000));
     ASSERT_TRUE(runUntil([&] { return told(task).received > 20'000'000; }));
     const auto before = residentBytes();
-    ASSERT_TRUE(runUntil([&] { return told(task).received > 400'000'000; }, 30s));
+    ASSERT_TRUE(runUntil([&] { return told(task).received > 400'000'000; }));
     expectGrowthBelow(4'000'000, before);
 }
 
 TEST_P(HostileServerTest, ABodyOfFourGigabytesTakesNoMemory) {
     const auto before = residentBytes();
     const auto task = start(QStringLiteral("up"));
-    ASSERT_TRUE(runUntil([&] { return told(task).sent > 400'000'000; }, 30s));
+    ASSERT_TRUE(runUntil([&] { return told(task).sent > 400'000'000; }));
     expectGrowthBelow(8'000'000, before);
 }
 
