@@ -66,5 +66,9 @@ class VirtualScreen:
     def press(self, *keys):
         self.do("xdotool", "key", "--delay", "60", *keys)
 
-    def take_picture(self, path, window="root"):
+    def take_picture(self, path):
+        self.do("import", "-silent", "-window", "root", f"png24:{path}")
+
+    def take_picture_of_window(self, path, window):
+        """With its frame."""
         self.do("import", "-silent", "-frame", "-window", str(window), f"png24:{path}")

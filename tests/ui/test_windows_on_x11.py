@@ -208,6 +208,6 @@ def test_titles_and_pictures(session, screen, language, titles, scale):
             demo.tell(f"palette {shade}")
             time.sleep(0.2)
             picture = folder / f"x11-{what}-{language}-{shade}-x{scale}.png"
-            screen.take_picture(picture, demo.window(name)["id"])
+            screen.take_picture_of_window(picture, demo.window(name)["id"])
             assert picture.stat().st_size > 5000
     demo.end()
