@@ -20,6 +20,8 @@ from support.processes import wait_until  # noqa: E402
 
 STEADY_AFTER, OBSERVED, CYCLE = 12, 60, 5
 STARTS, SAMPLES = 7, 30
+# seconds for each half of a speed test, so that it is not cut off however busy the machine is
+UNHURRIED = 120
 
 NGINX = """
 daemon off; master_process off; pid {folder}/nginx.pid; error_log {folder}/nginx-error.log;
@@ -117,6 +119,16 @@ def measure_latency(lab, figures, rtt_ms):
     figures.row(f"  the same, highest of {SAMPLES}", max(reported) - rtt_ms, max(warm) - rtt_ms)
 
 
+def measure_speed_test(lab, figures):
+    """Bytes on the wire of a speed test that is not cut off: the most that one can cost."""
+    lab.serve_speed_test()
+    lab.link.set(rtt_ms=20)
+    lab.link.reset()
+    result = lab.run_speed_test(UNHURRIED)
+    moved = (result["down"]["bytes"] + result["up"]["bytes"]) / 1e6
+    figures.row(f"MB on the wire of a speed test that moves {moved:.0f} MB", lab.link.bytes() / 1e6)
+
+
 def typical(samples):
     """The mean of the middle half: finer than the median of whole milliseconds, and deaf to what else the machine does."""
     quarter = len(samples) // 4
@@ -138,7 +150,7 @@ def measure_start(make_lab, figures):
 
 def main():
     with tempfile.TemporaryDirectory(prefix=f"{network.PREFIX}-{os.getpid()}-", dir=network.RUN) as folder:
-        authority = Authority(folder, network.ENDPOINT_NAMES)
+        authority = Authority(folder, [*network.ENDPOINT_NAMES, settings.SPEEDTEST_HOST])
 
         class FreshLab(ExitStack):
             def __enter__(self):
@@ -148,6 +160,8 @@ def main():
         figures = Figures()
         with FreshLab() as lab:
             measure_steady_state(lab, figures)
+        with FreshLab() as lab:
+            measure_speed_test(lab, figures)
         for rtt_ms in (20, 150):
             with FreshLab() as lab:
                 measure_latency(lab, figures, rtt_ms)

@@ -1,3 +1,5 @@
+import os
+import shutil
 import tempfile
 from pathlib import Path
 
@@ -12,8 +14,12 @@ def there_is_a_package():
 
 @pytest.fixture(scope="session")
 def folder():
-    """An empty folder that goes with the tests, which pytest's own do not. It is in the build tree, should they be killed."""
-    with tempfile.TemporaryDirectory(prefix="test-", dir=package.BUILD_FOLDER) as name:
+    """An empty folder that goes with the tests, which pytest's own do not. It is in the build tree, and the next tests remove
+    what those leave that are killed."""
+    for left in package.BUILD_FOLDER.glob("test-*-*"):
+        if not Path("/proc", left.name.split("-")[1]).exists():
+            shutil.rmtree(left)
+    with tempfile.TemporaryDirectory(prefix=f"test-{os.getpid()}-", dir=package.BUILD_FOLDER) as name:
         yield Path(name)
 
 

@@ -1,8 +1,11 @@
 """The package under test, and what can be asked of it without installing it."""
 
 import os
+import shutil
 import subprocess
 from pathlib import Path
+
+import pytest
 
 SOURCE = Path(__file__).parents[2]
 PACKAGE = Path(os.environ["SKYLET_PACKAGE"])
@@ -12,8 +15,16 @@ VERSION = os.environ["SKYLET_PACKAGE_VERSION"]
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8", "HOME": "/nonexistent"}
 
 
+def needs(*tools):
+    """Skips the test on a machine that lacks one of them."""
+    for tool in tools:
+        if not shutil.which(tool, path=ENVIRONMENT["PATH"]):
+            pytest.skip(f"{tool} is not installed: script/packages package-test")
+
+
 def output(*command, **options):
     """What the command prints. It fails the test if it fails."""
+    needs(command[0])
     done = subprocess.run([*map(str, command)], **{"text": True, "env": ENVIRONMENT} | options, check=False,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     assert done.returncode == 0, f"{command}: {done.stdout}"

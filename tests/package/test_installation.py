@@ -9,14 +9,21 @@ from pathlib import Path
 import package
 import pytest
 from desktop import StatusArea
-from package import PACKAGE, VERSION, alternatives, field, output
+from gi.repository import Gio
+from package import PACKAGE, SOURCE, VERSION, alternatives, field, output
 from support import message_bus
 from support.processes import Child, wait_until
 
-HIGHER_VERSION = f"{VERSION}+1"
+LOWER_VERSION = f"{VERSION}~before"
+# which the version after it has no more
+OBSOLETE = "usr/share/doc/skylet/obsolete"
 # a folder that every system has; what is mounted there is seen by this process and its children alone
 MOUNT_POINT = Path("/mnt")
 USER = "stranger"
+# what the program writes itself while it runs, as the user
+WRITTEN = {"tmp/skylet.log", *(f"home/{USER}/.config{path}" for path in ("", "/skylet", "/skylet/skylet.ini"))}
+TRAFFIC = "Show Live Traffic in Menu Bar   (e.g. ↓12.4M ↑210K)"
+README = (SOURCE / "README.md").read_text()
 # what package management and the system keep for themselves
 NOT_LOOKED_AT = ("proc", "dev", "var/lib/dpkg", "var/lib/apt", "var/cache", "var/log", "run")
 
@@ -33,7 +40,7 @@ class CleanRoot:
         # not by name alone: commas and colons in a path would end the options
         lower = MOUNT_POINT / "lower"
         lower.mkdir()
-        output("mount", "--bind", os.environ["SKYLET_CLEAN_ROOT"], lower)
+        output("mount", "--bind", "--options", "ro", os.environ["SKYLET_CLEAN_ROOT"], lower)
         output("mount", "-t", "overlay", "overlay", "-o", f"lowerdir={lower},upperdir={MOUNT_POINT}/upper,"
                f"workdir={MOUNT_POINT}/work", self.path)
         output("mount", "-t", "proc", "proc", self.path / "proc")
@@ -125,14 +132,15 @@ def _root(stack):
     return CleanRoot(stack)
 
 
-@pytest.fixture(name="higher_package")
-def _higher_package(root):
-    """The same under a higher version."""
-    folder = root.beside / "higher"
+@pytest.fixture(name="lower_package")
+def _lower_package(root):
+    """The same under a lower version, with a file that is not in this one."""
+    folder = root.beside / "lower-version"
     output("dpkg-deb", "--raw-extract", PACKAGE, folder)
     control = folder / "DEBIAN/control"
-    control.write_text(control.read_text().replace(f"\nVersion: {VERSION}\n", f"\nVersion: {HIGHER_VERSION}\n"))
-    result = root.beside / "higher.deb"
+    control.write_text(control.read_text().replace(f"\nVersion: {VERSION}\n", f"\nVersion: {LOWER_VERSION}\n"))
+    (folder / OBSOLETE).write_text("of the lower version\n")
+    result = root.beside / "lower-version.deb"
     output("dpkg-deb", "--root-owner-group", "--build", folder, result)
     return result
 
@@ -142,12 +150,11 @@ def own_paths():
     return {os.path.normpath(line.split()[5]) for line in output("dpkg-deb", "--contents", PACKAGE).splitlines()} - {"."}
 
 
-def test_it_installs_starts_upgrades_and_goes_without_a_trace(root, stack, higher_package):
+def test_it_installs_starts_upgrades_and_goes_without_a_trace(root, stack, lower_package):
     root.apt("satisfy", field("Depends"))
     before = root.paths()
-    root.install(PACKAGE)
-    assert root.state() == ("installed", VERSION)
-    assert root.paths() - before <= own_paths() <= root.paths()
+    root.install(lower_package)
+    assert root.state() == ("installed", LOWER_VERSION)
     session = Session(root, stack)
 
     program = session.start()
@@ -158,32 +165,47 @@ def test_it_installs_starts_upgrades_and_goes_without_a_trace(root, stack, highe
     assert session.area.menu()["About Skylet"].has_icon, "it finds its own icon"
     assert session.start().wait(5) == 0, "a second start ends at once"
     assert program.poll() is None
+    session.area.click(TRAFFIC)
+    wait_until(lambda: not session.area.menu()[TRAFFIC].checked, 2, "a setting is changed")
 
-    root.install(higher_package)
-    assert root.state() == ("installed", HIGHER_VERSION)
+    root.install(PACKAGE)
+    assert root.state() == ("installed", VERSION)
+    assert root.paths() - before - WRITTEN <= own_paths() <= root.paths()
     assert program.poll() is None, "an upgrade does not end what runs"
+    assert session.start().wait(5) == 0, "the new version finds the old one"
     session.area.click("Quit")
     assert program.wait(5) == 0
     assert program.stdout.read() == ""
     wait_until(lambda: session.area.now.dot is None, 2, "the item is gone")
     upgraded = session.start(LANGUAGE="he")
     assert "אין רשת" in session.area.wait_for("red", 15).word
-    upgraded.terminate()
-    assert upgraded.wait(5) == 0
+    checks = [entry.checked for entry in session.area.menu().values() if entry.checked is not None]
+    assert checks == [False, False, False], "the setting is kept"
 
     root.apt("remove", "skylet")
+    assert upgraded.poll() is None, "nor does the removal"
+    upgraded.terminate()
+    assert upgraded.wait(5) == 0
     check_that_it_went_without_a_trace(root, before)
     root.install(PACKAGE)
     root.apt("purge", "skylet")
     check_that_it_went_without_a_trace(root, before)
+    root.run("rm", "-rf", *removed_by_hand(), user=USER)
+    assert root.paths() - before <= {f"home/{USER}/.config"}
+
+
+def removed_by_hand():
+    """What the README tells the user to remove."""
+    command, = (line for line in README.splitlines() if line.startswith("rm -rf "))
+    return [word.replace("~", f"/home/{USER}") for word in command.split()[2:]]
 
 
 def check_that_it_went_without_a_trace(root, before):
     """But for the files that its documents name: those that it wrote itself, as the user."""
     assert root.state() is None
-    now, config = root.paths(), f"home/{USER}/.config"
+    now = root.paths()
     assert before <= now
-    assert now - before <= {"tmp/skylet.log", config, f"{config}/skylet", f"{config}/skylet/skylet.ini"}
+    assert now - before <= WRITTEN
 
 
 def test_one_command_installs_it_with_all_that_it_needs(root):
