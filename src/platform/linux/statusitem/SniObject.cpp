@@ -16,6 +16,8 @@ constexpr std::array iconSizes = {16, 22, 24, 32, 48, 64};
 // Of the whole title, which is some ten times as wide, none is larger than twice the usual height: Waybar takes the
 // largest whatever its scale is. MATE stretches the next smaller one to its panel's height, so the usual ones are here.
 constexpr std::array titleHeights = {16, 22, 24, 28, 32, 44};
+// Of both lists, the size that most panels show.
+constexpr qsizetype usualSize = 1;
 
 // An activation token is a short opaque text; a longer one is no token.
 constexpr qsizetype longestToken = 1024;
@@ -68,8 +70,8 @@ void SniObject::addItemProperties(const QString& menuPath) {
     constant(QStringLiteral("IconThemePath"), text, QString());
     constant(QStringLiteral("Menu"), QStringLiteral("o"), QVariant::fromValue(QDBusObjectPath(menuPath)));
     constant(QStringLiteral("ItemIsMenu"), QStringLiteral("b"), true);
-    // A name goes before the pixmap, and no icon theme has an icon for every number: so there is one only where it is
-    // all that the host reads.
+    // A name goes before the pixmap, and no icon theme has an icon for every number: so there is one only where the
+    // host does better with it.
     for (const QString& name : {QStringLiteral("IconName"), QStringLiteral("AttentionIconName")}) {
         addProperty(name, text, [this] { return QVariant(iconName()); });
     }
@@ -77,9 +79,14 @@ void SniObject::addItemProperties(const QString& menuPath) {
     constant(QStringLiteral("OverlayIconPixmap"), images, QVariant::fromValue(QList<DBusPixmap>()));
     constant(QStringLiteral("AttentionMovieName"), text, QString());
     // While attention is asked for, hosts show the attention icon in the place of the icon: it is the same.
-    for (const QString& name : {QStringLiteral("IconPixmap"), QStringLiteral("AttentionIconPixmap")}) {
-        addProperty(name, images, [this] { return QVariant::fromValue(pixmaps()); });
-    }
+    // A host that reads one property reads them all, and what is made of the pixels stays in its memory for a while: so
+    // the icon that is not on show has one size only, for a host that shows it before it has read it anew.
+    addProperty(QStringLiteral("IconPixmap"), images,
+                [this] { return QVariant::fromValue(iconName().isEmpty() ? pixmaps() : onePixmap()); });
+    addProperty(QStringLiteral("AttentionIconPixmap"), images, [this] {
+        const bool onShow = status_ == Status::needsAttention && iconName().isEmpty();
+        return QVariant::fromValue(onShow ? pixmaps() : onePixmap());
+    });
     addProperty(QStringLiteral("ToolTip"), QStringLiteral("(sa(iiay)ss)"),
                 [this] { return QVariant::fromValue(toolTip()); });
     // MATE 1.27 hides an item whose label is there but empty.
@@ -211,6 +218,10 @@ const QList<DBusPixmap>& SniObject::pixmaps() {
         paintedIcon_ = appearance_.icon;
     }
     return pixmaps_;
+}
+
+QList<DBusPixmap> SniObject::onePixmap() {
+    return {pixmaps().at(usualSize)};
 }
 
 } // namespace skylet
