@@ -139,7 +139,7 @@ KINDS = {
     "lxqt": Kind("badge", "LXQt", (WINDOW_MANAGER, ("lxqt-panel",)), {"lxqt/panel.conf": LXQT},
                  {"QT_QPA_PLATFORM": "xcb"},
                  # Qt keeps the last 10,500 pictures of 16 x 16 pixels that it has drawn (10 MB)
-                 warm_up=11000),
+                 warm_up=12000),
     "waybar": Kind("wide", "sway", (("sway", "-c", "{config}/sway/config"), ("@wayland", "waybar")),
                    {"sway/config": SWAY, "waybar/config": WAYBAR, "waybar/style.css": WAYBAR_STYLE % "#2a2a2e"},
                    SWAY_ENVIRONMENT, as_nobody=True, pace_ms=40, keyboard=False),
@@ -155,11 +155,11 @@ KINDS = {
     "none": Kind("strip"),
     # its extension looks at most every 100 ms; unsafe: it lets a test run scripts
     "gnome": Kind("label", "GNOME", (("gnome-shell", "--x11", "--sm-disable", "--unsafe-mode"),), {KEYFILE: GNOME},
-                  pace_ms=125, collects=True),
+                  pace_ms=125, warm_up=1500, rounds=3, collects=True),
     "plasma": Kind("badge", "KDE", (("kded5",), ("kwin_x11", "--no-kactivities"), ("plasmashell", "--no-respawn")),
                    {"plasma-org.kde.plasma.desktop-appletsrc": PLASMA},
                    {"QT_QPA_PLATFORM": "xcb", "QT_QUICK_BACKEND": "software", "KDE_FULL_SESSION": "true",
                     "KDE_SESSION_VERSION": "5"},
-                   # Qt keeps 10 MB of pictures here as well; scripts leave theirs to a collector that cannot be told to work
-                   pace_ms=20, warm_up=6000, rounds=4),
+                   # as LXQt; besides, scripts leave pictures to a collector that cannot be told to work
+                   pace_ms=20, warm_up=12000, rounds=4),
 }
