@@ -50,8 +50,12 @@ class Changes:
 
 def check_growth(panel, may_judge):
     """`may_judge`: whether the memory is the processes' own, not a sanitizer's."""
+    if panel.kind.collects:
+        panel.kill()
+        panel.restart(*panel.kind.collects)
+        panel.wait_until_still()
     changes = Changes(panel)
-    panel.wait_for_dot("green", 10, "changes")
+    panel.wait_for_dot("green", 20, "changes")
     changes.make(panel.kind.warm_up)
     pids = (*panel.host_pids(), changes.pid)
     looks = [look(panel, pids)]

@@ -117,8 +117,9 @@ class Panel:
         self._panel.kill()
         self._panel.wait(5)
 
-    def restart(self):
-        self._panel = self._start_part(self.kind.commands[-1])
+    def restart(self, *words):
+        """With these added to its command."""
+        self._panel = self._start_part((*self.kind.commands[-1], *words))
         self._wait_until_ready()
 
     def _wait_until_ready(self):

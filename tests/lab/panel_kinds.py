@@ -121,7 +121,7 @@ class Kind:
     pace_ms: int = 10  # how far apart changes have to be for the panel to look at each
     warm_up: int = 500  # changes after which its caches are full
     rounds: int = 1  # of 500 changes, whose mean growth counts
-    collects: bool = False  # it collects garbage, also when told to
+    collects: tuple = ()  # words for its command with which it collects garbage when told to
     keyboard: bool = True  # it gives the keyboard to its menu
 
 
@@ -153,9 +153,9 @@ KINDS = {
                                                  "--heighttype", "pixel", "--height", "28"))),
     "tint2": Kind("tray", "", (WINDOW_MANAGER, ("tint2", "-c", "{config}/tint2rc")), {"tint2rc": TINT2}),
     "none": Kind("strip"),
-    # its extension looks at most every 100 ms; unsafe: it lets a test run scripts
-    "gnome": Kind("label", "GNOME", (("gnome-shell", "--x11", "--sm-disable", "--unsafe-mode"),), {KEYFILE: GNOME},
-                  pace_ms=125, warm_up=1500, rounds=3, collects=True),
+    # its extension looks at most every 100 ms; unsafe: it lets a test run scripts, and shows a shield in its panel
+    "gnome": Kind("label", "GNOME", (("gnome-shell", "--x11", "--sm-disable"),), {KEYFILE: GNOME}, pace_ms=125, warm_up=1500,
+                  rounds=3, collects=("--unsafe-mode",)),
     "plasma": Kind("badge", "KDE", (("kded5",), ("kwin_x11", "--no-kactivities"), ("plasmashell", "--no-respawn")),
                    {"plasma-org.kde.plasma.desktop-appletsrc": PLASMA},
                    {"QT_QPA_PLATFORM": "xcb", "QT_QUICK_BACKEND": "software", "KDE_FULL_SESSION": "true",
