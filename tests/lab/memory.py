@@ -2,9 +2,10 @@
 
 What a process has taken grows for three reasons, and only one of them is a fault: caches that fill up to their bound, garbage
 that waits for its collector, and what is never given back. So `Kind.warm_up` changes fill the caches first, and a host that can
-be told to collect its garbage (`Kind.collects`) is told so before each look. All that is left counts. Where garbage cannot be
-told from the rest, it stops at some height, and what is never given back does not: there the mean of several times 500 changes
-counts (`Kind.rounds`).
+be told to collect its garbage (`Kind.collects`) is told so before each look. All that is left counts. Where garbage and caches
+cannot be told from the rest, rounds that are alike do: each makes the same number of changes and then leaves the host alone
+(`Kind.pause_s`) until it has let go of what it kept. The next round fills the same space again, and needs more only by what was
+never given back.
 
 Each change has to reach the host: one that gathers signals for a while before it looks gets the changes so slowly
 (`Kind.pace_ms`) that it reads the item after each of them.
@@ -60,9 +61,10 @@ def check_growth(panel, may_judge):
     pids = (*panel.host_pids(), changes.pid)
     looks = [look(panel, pids)]
     for _ in range(panel.kind.rounds):
-        check_signals(panel, *changes.make(CHANGES))
+        check_signals(panel, panel.kind.round, *changes.make(panel.kind.round))
         looks.append(look(panel, pids))
-    growth = {pid: (kb - looks[0][pid]) / panel.kind.rounds for pid, kb in looks[-1].items()}
+    all_changes = panel.kind.rounds * panel.kind.round
+    growth = {pid: (kb - looks[0][pid]) * CHANGES / all_changes for pid, kb in looks[-1].items()}
     for pid, kb in growth.items():
         name = Path("/proc", str(pid), "comm").read_text().strip()
         print(f"{panel.name}: {name} grew by {kb:.0f} kB with {CHANGES} changes: {[seen[pid] for seen in looks]}")
@@ -73,14 +75,15 @@ def check_growth(panel, may_judge):
 
 def look(panel, pids):
     panel.collect_garbage()
+    time.sleep(panel.kind.pause_s)
     return {pid: own_kb(pid) for pid in pids}
 
 
-def check_signals(panel, told, reads):
+def check_signals(panel, made, told, reads):
     """Each change is told once, and the host looks at each."""
     counts = {name: told.count(name) for name in sorted(set(told))}
     print(f"{panel.name}: {counts}, {reads} reads")
-    assert all(count <= CHANGES for count in counts.values()), counts
+    assert all(count <= made for count in counts.values()), counts
     assert "LayoutUpdated" not in counts
     if panel.kind.shows not in ("tray", "strip"):
         assert counts and reads >= max(counts.get("NewIcon", 0), counts.get("NewToolTip", 0)) * 0.8, (counts, reads)

@@ -120,7 +120,9 @@ class Kind:
     scale: int = 1  # pixels of the screen for each of the panel's
     pace_ms: int = 10  # how far apart changes have to be for the panel to look at each
     warm_up: int = 500  # changes after which its caches are full
-    rounds: int = 1  # of 500 changes, whose mean growth counts
+    round: int = 500  # changes from one look at its memory to the next
+    rounds: int = 1
+    pause_s: int = 0  # how long it is left alone before each look
     collects: tuple = ()  # words for its command with which it collects garbage when told to
     keyboard: bool = True  # it gives the keyboard to its menu
 
@@ -160,6 +162,7 @@ KINDS = {
                    {"plasma-org.kde.plasma.desktop-appletsrc": PLASMA},
                    {"QT_QPA_PLATFORM": "xcb", "QT_QUICK_BACKEND": "software", "KDE_FULL_SESSION": "true",
                     "KDE_SESSION_VERSION": "5"},
-                   # as LXQt; besides, scripts leave pictures to a collector that cannot be told to work
-                   pace_ms=20, warm_up=12000, rounds=4),
+                   # keeps pictures in Qt's cache until nothing new comes for a while; besides, scripts leave pictures to a
+                   # collector that cannot be told to work
+                   pace_ms=20, warm_up=1500, round=1500, rounds=2, pause_s=60),
 }
