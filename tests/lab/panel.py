@@ -115,7 +115,7 @@ class Panel:
     def kill(self):
         """The panel crashes."""
         self._panel.kill()
-        self._panel.wait(5)
+        self._panel.wait(20)
 
     def restart(self, *words):
         """With these added to its command."""

@@ -16,8 +16,6 @@ constexpr std::array iconSizes = {16, 22, 24, 32, 48, 64};
 // Of the whole title, which is some ten times as wide, none is larger than twice the usual height: Waybar takes the
 // largest whatever its scale is. MATE stretches the next smaller one to its panel's height, so the usual ones are here.
 constexpr std::array titleHeights = {16, 22, 24, 28, 32, 44};
-// Of both lists, the size that most panels show.
-constexpr qsizetype usualSize = 1;
 
 // An activation token is a short opaque text; a longer one is no token.
 constexpr qsizetype longestToken = 1024;
@@ -80,12 +78,12 @@ void SniObject::addItemProperties(const QString& menuPath) {
     constant(QStringLiteral("AttentionMovieName"), text, QString());
     // While attention is asked for, hosts show the attention icon in the place of the icon: it is the same.
     // A host that reads one property reads them all, and what is made of the pixels stays in its memory for a while: so
-    // the icon that is not on show has one size only, for a host that shows it before it has read it anew.
+    // the icon that is not on show has its smallest size only, for a host that shows it before it has read it anew.
     addProperty(QStringLiteral("IconPixmap"), images,
-                [this] { return QVariant::fromValue(iconName().isEmpty() ? pixmaps() : onePixmap()); });
+                [this] { return QVariant::fromValue(iconName().isEmpty() ? pixmaps() : smallestPixmap()); });
     addProperty(QStringLiteral("AttentionIconPixmap"), images, [this] {
         const bool onShow = status_ == Status::needsAttention && iconName().isEmpty();
-        return QVariant::fromValue(onShow ? pixmaps() : onePixmap());
+        return QVariant::fromValue(onShow ? pixmaps() : smallestPixmap());
     });
     addProperty(QStringLiteral("ToolTip"), QStringLiteral("(sa(iiay)ss)"),
                 [this] { return QVariant::fromValue(toolTip()); });
@@ -220,8 +218,8 @@ const QList<DBusPixmap>& SniObject::pixmaps() {
     return pixmaps_;
 }
 
-QList<DBusPixmap> SniObject::onePixmap() {
-    return {pixmaps().at(usualSize)};
+QList<DBusPixmap> SniObject::smallestPixmap() {
+    return {pixmaps().first()};
 }
 
 } // namespace skylet
