@@ -52,7 +52,7 @@ class Panel:
         stack.callback(self._connection.close_sync)
         self._bus_log = lab.network.folder / "panel-bus-messages"
         self._screen.start("dbus-monitor", "--profile", "--address", bus.address, f"interface='{MENU}'", f"interface='{ITEM}'",
-                           log=self._bus_log)
+                           f"type='method_call',interface='{PROPERTIES}',path='/StatusNotifierItem'", log=self._bus_log)
         for command in self.kind.commands:
             self._panel = self._start_part(command)
         self._wait_until_ready()
@@ -109,10 +109,11 @@ class Panel:
     def kill(self):
         """The panel crashes."""
         self._panel.kill()
-        self._panel.wait(5)
+        self._panel.wait(20)
 
-    def restart(self):
-        self._panel = self._start_part(self.kind.commands[-1])
+    def restart(self, *words):
+        """With these added to its command."""
+        self._panel = self._start_part((*self.kind.commands[-1], *words))
         self._wait_until_ready()
 
     def _wait_until_ready(self):
@@ -190,6 +191,20 @@ class Panel:
         rows = [line.split("\t") for line in self._bus_log.read_text().splitlines() if line.startswith("mc\t")]
         return sum(row[-1] in members for row in rows)
 
+    def reads(self):
+        """How often they have read properties of the item so far."""
+        return self.calls("Get", "GetAll")
+
+    def collect_garbage(self):
+        """What the panel's scripts no longer use is cleared away, which else happens only now and then."""
+        if not self.kind.collects:
+            return
+        for _ in range(2):  # what the first time sets free may hold more
+            done, said = self._call("org.gnome.Shell", "/org/gnome/Shell", "org.gnome.Shell", "Eval",
+                                    GLib.Variant("(s)", ("imports.system.gc()",)))
+            assert done, said
+            time.sleep(1)
+
     # the screen
 
     def shot(self, name):
@@ -263,9 +278,3 @@ def _dot_place(pixmap):
     end, eleven logical pixels in."""
     width, height, _ = pixmap
     return 0.5 if width == height else 11 * max(1, height // 22) / width
-
-
-def own_kb(pid):
-    """Memory that a process has filled itself: what it maps from files counts as shared or not as others come and go."""
-    text = Path("/proc", str(pid), "smaps_rollup").read_text()
-    return int(re.search(r"^Anonymous: +(\d+)", text, re.MULTILINE)[1])

@@ -118,7 +118,12 @@ class Kind:
     environment: dict = field(default_factory=dict)
     as_nobody: bool = False  # for programs that refuse to run as root
     scale: int = 1  # pixels of the screen for each of the panel's
-    growth_kb: int = 1024  # what it may grow by with 500 changes
+    pace_ms: int = 10  # how far apart changes have to be for the panel to look at each
+    warm_up: int = 500  # changes after which its caches are full
+    round: int = 500  # changes from one look at its memory to the next
+    rounds: int = 1
+    pause_s: int = 0  # how long it is left alone before each look
+    collects: tuple = ()  # words for its command with which it collects garbage when told to
     keyboard: bool = True  # it gives the keyboard to its menu
 
 
@@ -135,11 +140,11 @@ KINDS = {
     "mate": Kind("wide", "MATE", (WINDOW_MANAGER, ("mate-panel",)), {KEYFILE: MATE}),
     "lxqt": Kind("badge", "LXQt", (WINDOW_MANAGER, ("lxqt-panel",)), {"lxqt/panel.conf": LXQT},
                  {"QT_QPA_PLATFORM": "xcb"},
-                 # keeps the last 10,500 pictures in a cache (10 MB); after that it was seen to grow by 0.1 MB per 500
-                 growth_kb=2048),
+                 # Qt keeps the last 10,500 pictures of 16 x 16 pixels that it has drawn (10 MB)
+                 warm_up=12000),
     "waybar": Kind("wide", "sway", (("sway", "-c", "{config}/sway/config"), ("@wayland", "waybar")),
                    {"sway/config": SWAY, "waybar/config": WAYBAR, "waybar/style.css": WAYBAR_STYLE % "#2a2a2e"},
-                   SWAY_ENVIRONMENT, as_nobody=True, keyboard=False),
+                   SWAY_ENVIRONMENT, as_nobody=True, pace_ms=40, keyboard=False),
     "sway": Kind("strip", "sway", (("sway", "-c", "{config}/sway/config"),), {"sway/config": SWAY}, SWAY_ENVIRONMENT,
                  as_nobody=True),
     # a light bar on a screen of scale 2
@@ -150,10 +155,14 @@ KINDS = {
                                                  "--heighttype", "pixel", "--height", "28"))),
     "tint2": Kind("tray", "", (WINDOW_MANAGER, ("tint2", "-c", "{config}/tint2rc")), {"tint2rc": TINT2}),
     "none": Kind("strip"),
-    # grow by up to 3 MB with each 500 changes; the first was seen to give 4 MB back now and then, the second was not
-    "gnome": Kind("label", "GNOME", (("gnome-shell", "--x11", "--sm-disable"),), {KEYFILE: GNOME}, growth_kb=6144),
+    # its extension looks at most every 100 ms; unsafe: it lets a test run scripts, and shows a shield in its panel
+    "gnome": Kind("label", "GNOME", (("gnome-shell", "--x11", "--sm-disable"),), {KEYFILE: GNOME}, pace_ms=125, warm_up=1500,
+                  rounds=3, collects=("--unsafe-mode",)),
     "plasma": Kind("badge", "KDE", (("kded5",), ("kwin_x11", "--no-kactivities"), ("plasmashell", "--no-respawn")),
                    {"plasma-org.kde.plasma.desktop-appletsrc": PLASMA},
                    {"QT_QPA_PLATFORM": "xcb", "QT_QUICK_BACKEND": "software", "KDE_FULL_SESSION": "true",
-                    "KDE_SESSION_VERSION": "5"}, growth_kb=6144),
+                    "KDE_SESSION_VERSION": "5"},
+                   # keeps pictures in Qt's cache until nothing new comes for a while; besides, scripts leave pictures to a
+                   # collector that cannot be told to work
+                   pace_ms=20, warm_up=1500, round=1500, rounds=2, pause_s=60),
 }

@@ -43,7 +43,12 @@ IconFiles::~IconFiles() {
 
 QString IconFiles::usualFolder() {
     const QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-    return runtime.isEmpty() ? QString() : runtime + QStringLiteral("/skylet");
+    if (runtime.isEmpty()) {
+        return {};
+    }
+    const QString sandboxed = qEnvironmentVariable("FLATPAK_ID");
+    const QString shared = sandboxed.isEmpty() ? QString() : QStringLiteral("/app/") + sandboxed;
+    return runtime + shared + QStringLiteral("/skylet");
 }
 
 QString IconFiles::fileFor(const StatusIcon& icon) {

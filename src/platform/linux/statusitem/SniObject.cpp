@@ -68,8 +68,8 @@ void SniObject::addItemProperties(const QString& menuPath) {
     constant(QStringLiteral("IconThemePath"), text, QString());
     constant(QStringLiteral("Menu"), QStringLiteral("o"), QVariant::fromValue(QDBusObjectPath(menuPath)));
     constant(QStringLiteral("ItemIsMenu"), QStringLiteral("b"), true);
-    // A name goes before the pixmap, and no icon theme has an icon for every number: so there is one only where it is
-    // all that the host reads.
+    // A name goes before the pixmap, and no icon theme has an icon for every number: so there is one only where the
+    // host does better with it.
     for (const QString& name : {QStringLiteral("IconName"), QStringLiteral("AttentionIconName")}) {
         addProperty(name, text, [this] { return QVariant(iconName()); });
     }
@@ -77,9 +77,14 @@ void SniObject::addItemProperties(const QString& menuPath) {
     constant(QStringLiteral("OverlayIconPixmap"), images, QVariant::fromValue(QList<DBusPixmap>()));
     constant(QStringLiteral("AttentionMovieName"), text, QString());
     // While attention is asked for, hosts show the attention icon in the place of the icon: it is the same.
-    for (const QString& name : {QStringLiteral("IconPixmap"), QStringLiteral("AttentionIconPixmap")}) {
-        addProperty(name, images, [this] { return QVariant::fromValue(pixmaps()); });
-    }
+    // A host that reads one property reads them all, and what is made of the pixels stays in its memory for a while: so
+    // the icon that is not on show has its smallest size only, for a host that shows it before it has read it anew.
+    addProperty(QStringLiteral("IconPixmap"), images,
+                [this] { return QVariant::fromValue(iconName().isEmpty() ? pixmaps() : smallestPixmap()); });
+    addProperty(QStringLiteral("AttentionIconPixmap"), images, [this] {
+        const bool onShow = status_ == Status::needsAttention && iconName().isEmpty();
+        return QVariant::fromValue(onShow ? pixmaps() : smallestPixmap());
+    });
     addProperty(QStringLiteral("ToolTip"), QStringLiteral("(sa(iiay)ss)"),
                 [this] { return QVariant::fromValue(toolTip()); });
     // MATE 1.27 hides an item whose label is there but empty.
@@ -211,6 +216,10 @@ const QList<DBusPixmap>& SniObject::pixmaps() {
         paintedIcon_ = appearance_.icon;
     }
     return pixmaps_;
+}
+
+QList<DBusPixmap> SniObject::smallestPixmap() {
+    return {pixmaps().first()};
 }
 
 } // namespace skylet

@@ -53,6 +53,7 @@ class SniObject final : public ExportedObject {
     void tellToolTip();
     DBusToolTip toolTip() const;
     const QList<DBusPixmap>& pixmaps();
+    QList<DBusPixmap> smallestPixmap();
     QString iconName();
 
     QString id_;

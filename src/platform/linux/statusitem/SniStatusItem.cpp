@@ -100,7 +100,7 @@ void SniStatusItem::followHost() {
         present();
     }
     const QString owner = monitor_.watcherOwner();
-    item_.setIconByName(monitor_.traitsOfConnection(owner).readsIconName);
+    item_.setIconByName(monitor_.traitsOfConnection(owner).prefersIconName);
     // The hosts that set a label are those that are known to read the menu at once.
     registration_.setWatcher(
         {owner, way_ == TitleWay::label, monitor_.traitsOfConnection(owner).prefersConnectionName});

@@ -22,8 +22,8 @@ struct StatusHostTraits {
     bool opensMenu = false;
     /// An item should give the watcher the name of its connection rather than one of its own.
     bool prefersConnectionName = false;
-    /// The host looks at the icon's name alone, never at its pixels.
-    bool readsIconName = false;
+    /// The host is better given the icon's name, which may be the path of a file, than its pixels.
+    bool prefersIconName = false;
 
     bool operator==(const StatusHostTraits&) const = default;
 };

@@ -51,6 +51,15 @@ TEST_F(IconFilesTest, AreWrittenOnceAndGoneAtTheEnd) {
     EXPECT_FALSE(QDir(folder_).exists());
 }
 
+TEST_F(IconFilesTest, StandWhereADesktopOutsideTheSandboxSeesThem) {
+    qputenv("XDG_RUNTIME_DIR", parent_.path().toUtf8());
+    EXPECT_EQ(IconFiles::usualFolder(), parent_.filePath(QStringLiteral("skylet")));
+    qputenv("FLATPAK_ID", "com.example.App");
+    EXPECT_EQ(IconFiles::usualFolder(), parent_.filePath(QStringLiteral("app/com.example.App/skylet")));
+    qunsetenv("FLATPAK_ID");
+    qunsetenv("XDG_RUNTIME_DIR");
+}
+
 TEST_F(IconFilesTest, HaveNoNameWhereTheyCannotBeWritten) {
     QFile file(folder_);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));

@@ -11,6 +11,7 @@
 #include <QDBusError>
 #include <QDBusObjectPath>
 #include <QDir>
+#include <QFile>
 #include <QMenu>
 #include <QTemporaryDir>
 
@@ -97,7 +98,7 @@ class SniStatusItemTest : public testing::Test {
 // What the item is.
 
 TEST_F(SniStatusItemTest, HasThePropertiesOfTheProtocol) {
-    showLabel();
+    showBadge();
     const QVariantMap all = host_.itemProperties();
     EXPECT_EQ(all.value(QStringLiteral("Category")), QStringLiteral("ApplicationStatus"));
     EXPECT_EQ(all.value(QStringLiteral("Id")), QStringLiteral("skylet"));
@@ -117,7 +118,17 @@ TEST_F(SniStatusItemTest, ShowsALabelBesideTheDotWhereTheHostSetsOne) {
     showLabel();
     EXPECT_EQ(property(QStringLiteral("XAyatanaLabel")), QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
     EXPECT_EQ(property(QStringLiteral("XAyatanaLabelGuide")), QStringLiteral("00 ms  Responsive  ↓00.0M ↑000K"));
+}
+
+TEST_F(SniStatusItemTest, HasTheDotInSizesForEveryPanelWhenItHasNoFiles) {
+    const QTemporaryDir runtime;
+    qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+    QFile inTheWay(runtime.filePath(QStringLiteral("skylet")));
+    ASSERT_TRUE(inTheWay.open(QIODevice::WriteOnly));
+    showLabel();
+    EXPECT_EQ(property(QStringLiteral("IconName")), QString());
     const QList<DBusPixmap> icons = pixmaps();
+    qunsetenv("XDG_RUNTIME_DIR");
     ASSERT_EQ(icons.size(), 6);
     for (const DBusPixmap& icon : icons) {
         EXPECT_EQ(icon.width, icon.height);
@@ -134,13 +145,18 @@ TEST_F(SniStatusItemTest, ShowsALabelBesideTheDotWhereTheHostSetsOne) {
     EXPECT_EQ(icons.last().width, 64);
 }
 
-TEST_F(SniStatusItemTest, NamesAFileWithTheDotWhereTheHostReadsNothingElse) {
+class SniStatusItemByNameTest : public SniStatusItemTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(SniStatusItemByNameTest, NamesAFileWithTheDot) {
     const QTemporaryDir runtime;
     qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
-    show(QStringLiteral("ayatana-indicat"));
+    show(QString::fromLatin1(GetParam()));
     const QImage dot(property(QStringLiteral("IconName")).toString());
     EXPECT_EQ(dot.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(DotColor::systemGreen).fill);
     EXPECT_EQ(property(QStringLiteral("AttentionIconName")), property(QStringLiteral("IconName")));
+    // For a host that would rather have pixels there is a picture, but the other sizes would be read in vain.
+    EXPECT_EQ(pixmaps().size(), 1);
+    EXPECT_EQ(pixmaps(QStringLiteral("AttentionIconPixmap")).size(), 1);
     item_->setTitle(sample::offline());
     const QImage red(property(QStringLiteral("IconName")).toString());
     EXPECT_EQ(red.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(DotColor::systemRed).fill);
@@ -148,6 +164,8 @@ TEST_F(SniStatusItemTest, NamesAFileWithTheDotWhereTheHostReadsNothingElse) {
     EXPECT_TRUE(QDir(runtime.path()).isEmpty());
     qunsetenv("XDG_RUNTIME_DIR");
 }
+
+INSTANTIATE_TEST_SUITE_P(Hosts, SniStatusItemByNameTest, testing::Values("ayatana-indicat", "gnome-shell"));
 
 TEST_F(SniStatusItemTest, HasNoLabelAtAllWhereTheHostSetsNone) {
     showBadge();
@@ -415,8 +433,12 @@ TEST_F(SniStatusItemTest, IsPassiveWhileItIsHidden) {
 TEST_F(SniStatusItemTest, NeedsAttentionForAWhileWithTheSameDot) {
     attention_ = 1s;
     showBadge();
+    // Not on show yet: not in every size.
+    ASSERT_EQ(pixmaps(QStringLiteral("AttentionIconPixmap")).size(), 1);
+    EXPECT_EQ(pixmaps(QStringLiteral("AttentionIconPixmap")).first().pixels, pixmaps().first().pixels);
     item_->requestAttention();
     host_.settle();
+    EXPECT_EQ(pixmaps(QStringLiteral("AttentionIconPixmap")).size(), pixmaps().size());
     EXPECT_EQ(count("NewStatus"), 1);
     EXPECT_EQ(host_.last(QStringLiteral("NewStatus")), QVariantList{QStringLiteral("NeedsAttention")});
     EXPECT_EQ(count("NewAttentionIcon"), 1);

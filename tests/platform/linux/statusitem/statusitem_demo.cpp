@@ -13,6 +13,7 @@
 #include <chrono>
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -109,8 +110,9 @@ bool paintSheet(const QString& file) {
 } // namespace
 
 /// statusitem_demo STATE: shows the item in that state. STATE "cycle" takes all of them in turn, one a second;
-/// "attention" asks for attention every ten seconds; "changes" waits for a line on its input, makes 500 changes within
-/// five seconds, says so on its output, and begins anew. "sheet FILE" paints the icons of all states into a picture.
+/// "attention" asks for attention every ten seconds; "changes" waits for a line on its input that says how many changes
+/// to make and how many milliseconds apart, makes them, says so on its output, and begins anew. "sheet FILE" paints the
+/// icons of all states into a picture.
 int main(int argc, char** argv) {
     using namespace std::chrono_literals;
     QApplication qt(argc, argv);
@@ -140,6 +142,7 @@ int main(int argc, char** argv) {
     }
     QTimer timer;
     std::size_t step = 0;
+    std::size_t steps = 0;
     if (wanted == QLatin1String("cycle")) {
         QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
             item->setTitle(all[++step % all.size()].title);
@@ -155,11 +158,12 @@ int main(int argc, char** argv) {
     input.setEnabled(wanted == QLatin1String("changes"));
     QObject::connect(&input, &QSocketNotifier::activated, &input, [&] {
         std::string line;
-        if (!std::getline(std::cin, line)) {
-            application.terminate();
-        } else {
+        int milliseconds = 0;
+        if (std::getline(std::cin, line) && std::istringstream(line) >> steps >> milliseconds) {
             step = 0;
-            timer.start(10ms);
+            timer.start(milliseconds);
+        } else {
+            application.terminate();
         }
     });
     if (wanted == QLatin1String("changes")) {
@@ -169,9 +173,9 @@ int main(int argc, char** argv) {
                                          : sample::latency(sample::allColors.at(step % 2), number(100),
                                                            QStringLiteral("ms"), QStringLiteral("Responsive")));
             menu.front()->setTitle(QStringLiteral("Step ") + number(0));
-            if (++step == 500) {
+            if (++step == steps) {
                 timer.stop();
-                std::cout << "500 changes made" << std::endl;
+                std::cout << steps << " changes made" << std::endl;
             }
         });
     }
