@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <utility>
 
 namespace skylet {
 
@@ -47,6 +48,11 @@ constexpr double leastDrawnFraction = 0.005;
 constexpr double edge = 2;
 constexpr double glyphEdge = 10;
 
+/// The outermost pixels that a shape in `area` touches.
+QRect touched(const QRectF& area, double margin = edge) {
+    return area.adjusted(-margin, -margin, margin, margin).toAlignedRect();
+}
+
 /// The places of a gauge within bounds of that size: y grows downward, the origin is the top left corner.
 class Dial {
   public:
@@ -60,15 +66,26 @@ class Dial {
         const double radians = degrees * std::numbers::pi / 180;
         return center_ + QPointF(distance * std::cos(radians), -distance * std::sin(radians));
     }
-    QPainterPath arc(double sweep) const {
-        const QRectF square(center_.x() - radius_, center_.y() - radius_, 2 * radius_, 2 * radius_);
+    /// From one share of the sweep to another.
+    QPainterPath arc(double from, double to) const {
+        const QRectF square = around(center_, radius_);
+        const double start = gauge::startAngle - gauge::sweep * from;
         QPainterPath path;
-        path.arcMoveTo(square, gauge::startAngle);
-        path.arcTo(square, gauge::startAngle, -sweep);
+        path.arcMoveTo(square, start);
+        path.arcTo(square, start, -gauge::sweep * (to - from));
         return path;
     }
-    /// Both need a margin for their smoothed edges.
-    QRectF arcArea() const { return around(center_, radius_ + arcWidth / 2); }
+    /// Where an arc no longer than a piece is seen, with its round ends.
+    QRect arcArea(double from, double to) const {
+        constexpr int samples = 6;
+        QRectF area;
+        for (int i = 0; i <= samples; ++i) {
+            const double degrees = gauge::startAngle - gauge::sweep * (from + (to - from) * i / samples);
+            area |= around(at(degrees, radius_), arcWidth / 2);
+        }
+        return touched(area);
+    }
+    QRectF hubArea() const { return around(center_, hubRadius); }
     QPolygonF needle(double value) const {
         const double angle = gauge::angle(value);
         return {at(angle - 90, 3), at(angle, radius_ - 24), at(angle + 90, 3)};
@@ -104,33 +121,22 @@ void drawTicks(QPainter& painter, const Dial& dial) {
     }
 }
 
-/// The outermost pixels that a shape in `area` touches.
-QRect touched(const QRectF& area, double margin = edge) {
-    return area.adjusted(-margin, -margin, margin, margin).toAlignedRect();
+/// Calls `visit` with the ends of each piece of the arc between two shares of the sweep. The same pieces wherever the
+/// arc begins and ends, and overlapping in their round ends: drawn alone, each looks as it does among the others.
+template <typename Visit>
+void forEachPiece(double from, double to, const Visit& visit) {
+    constexpr int pieces = 10;
+    for (int i = static_cast<int>(from * pieces); i < to * pieces; ++i) {
+        visit(static_cast<double>(i) / pieces, std::min(to, static_cast<double>(i + 1) / pieces));
+    }
 }
 
-/// Where the arc's end passes from one share of the sweep to another.
-QRegion swept(const Dial& dial, double from, double to) {
-    // In pieces: a rectangle around a long arc has much in it that stays as it is.
-    constexpr double piece = 0.1;
-    constexpr int samples = 6;
-    QRegion region;
-    const double end = std::max(from, to);
-    for (double start = std::min(from, to); start < end; start += piece) {
-        const double length = std::min(piece, end - start);
-        QRectF area;
-        for (int i = 0; i <= samples; ++i) {
-            const double fraction = start + length * i / samples;
-            area |= Dial::around(dial.at(gauge::startAngle - gauge::sweep * fraction, dial.radius()), arcWidth / 2);
-        }
-        region += touched(area);
-    }
-    return region;
-}
+/// Beyond this the arc has closed to a ring, and looks the same.
+constexpr double mostDrawnFraction = 2;
 
 double drawnFraction(double value) {
     const double fraction = gauge::fraction(value);
-    return fraction > leastDrawnFraction ? fraction : 0;
+    return fraction > leastDrawnFraction ? std::min(fraction, mostDrawnFraction) : 0;
 }
 
 } // namespace
@@ -148,24 +154,42 @@ int GaugeDrawing::overhang() const {
 
 void GaugeDrawing::draw(QPainter& painter, const QRegion& region, double value, const QString& caption,
                         const QColor& accent) {
-    const Dial dial{QSizeF(bounds_)};
     useFont(QGuiApplication::font());
+    paintBackdrop(painter.deviceTransform());
     painter.setRenderHint(QPainter::Antialiasing);
-    drawBackdrop(painter, region);
+    const Dial dial{QSizeF(bounds_)};
     const double fraction = drawnFraction(value);
-    if (fraction > 0) {
-        painter.strokePath(dial.arc(gauge::sweep * fraction), arcPen(accent));
-    }
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(Qt::white);
-    painter.drawPolygon(dial.needle(value));
-    painter.setBrush(accent);
-    painter.drawEllipse(dial.center(), hubRadius, hubRadius);
-    if (region.intersects(touched(dial.numberArea(), glyphEdge))) {
-        drawNumber(painter, value);
-    }
-    if (region.intersects(touched(dial.captionArea(), glyphEdge))) {
-        drawCaption(painter, caption, accent);
+    const QPolygonF needle = dial.needle(value);
+    // One rectangle after the other: within a clip of any other shape, Qt spreads each fill over several threads, and
+    // handing it over costs more than the drawing.
+    for (const QRect& part : region) {
+        const auto shows = [&part](const QRectF& area, double margin) {
+            return part.intersects(touched(area, margin));
+        };
+        painter.save();
+        copyBackdrop(painter, part);
+        forEachPiece(0, fraction, [&](double from, double to) {
+            if (part.intersects(dial.arcArea(from, to))) {
+                painter.strokePath(dial.arc(from, to), arcPen(accent));
+            }
+        });
+        painter.setPen(Qt::NoPen);
+        // An infinite speed points nowhere.
+        if (std::isfinite(gauge::angle(value)) && shows(needle.boundingRect(), edge)) {
+            painter.setBrush(Qt::white);
+            painter.drawPolygon(needle);
+        }
+        if (shows(dial.hubArea(), edge)) {
+            painter.setBrush(accent);
+            painter.drawEllipse(dial.hubArea());
+        }
+        if (shows(dial.numberArea(), glyphEdge)) {
+            drawNumber(painter, value);
+        }
+        if (shows(dial.captionArea(), glyphEdge)) {
+            drawCaption(painter, caption, accent);
+        }
+        painter.restore();
     }
 }
 
@@ -173,11 +197,13 @@ QRegion GaugeDrawing::difference(double from, double to) const {
     const Dial dial{QSizeF(bounds_)};
     const double before = drawnFraction(from);
     const double after = drawnFraction(to);
-    // More than a turn beyond the scale, or no number at all.
-    if (!(std::max(before, after) < 2)) {
+    if (std::max(before, after) >= mostDrawnFraction) {
         return area();
     }
-    QRegion region = swept(dial, before, after);
+    QRegion region;
+    forEachPiece(std::min(before, after), std::max(before, after), [&](double start, double end) {
+        region += dial.arcArea(std::max(start, std::min(before, after)), end);
+    });
     for (const double value : {from, to}) {
         region += touched(dial.needle(value).boundingRect());
     }
@@ -187,81 +213,129 @@ QRegion GaugeDrawing::difference(double from, double to) const {
     return region & area();
 }
 
+void GaugeDrawing::forget() {
+    font_.reset();
+    backdrop_ = QPixmap();
+    glyphs_.clear();
+    caption_ = QStaticText();
+}
+
 void GaugeDrawing::useFont(const QFont& font) {
-    if (digitWidth_ > 0 && font == font_) {
+    if (font == font_) {
         return;
     }
+    forget();
     font_ = font;
-    backdrop_ = QPixmap();
-    caption_ = QStaticText();
-    characters_.clear();
     numberFont_ = systemFont(40, QFont::DemiBold);
     captionFont_ = systemFont(11, QFont::Bold);
     captionFont_.setLetterSpacing(QFont::AbsoluteSpacing, 2);
     const QFontMetricsF metrics(numberFont_);
+    advances_.clear();
     digitWidth_ = 0;
     for (char16_t digit = u'0'; digit <= u'9'; ++digit) {
-        digitWidth_ = std::max(digitWidth_, metrics.horizontalAdvance(QChar(digit)));
+        digitWidth_ = std::max(digitWidth_, advance(digit));
     }
-    numberBaseline_ = (metrics.ascent() - metrics.descent()) / 2;
+    numberDrop_ = (metrics.ascent() - metrics.descent()) / 2;
 }
 
-void GaugeDrawing::drawBackdrop(QPainter& painter, const QRegion& region) {
-    // In pixels of the screen, also where a logical pixel has a fraction of one too much: painted there by way of the
-    // same transformation, and copied pixel by pixel.
-    const QTransform toDevice = painter.deviceTransform();
-    const QRect place = toDevice.mapRect(QRectF(area())).toAlignedRect();
-    if (backdrop_.isNull() || toDevice != backdropPlace_) {
-        backdropPlace_ = toDevice;
-        backdrop_ = QPixmap(place.size());
-        backdrop_.fill(panelBackground());
-        QPainter backdrop(&backdrop_);
-        backdrop.setRenderHint(QPainter::Antialiasing);
-        backdrop.setTransform(toDevice * QTransform::fromTranslate(-place.x(), -place.y()));
-        const Dial dial{QSizeF(bounds_)};
-        backdrop.strokePath(dial.arc(gauge::sweep), arcPen(whiteOnBackground(0.1)));
-        drawTicks(backdrop, dial);
-        backdrop.setPen(whiteWithAlpha(0.6));
-        drawCentered(backdrop, dial.unitLine(), QStringLiteral("Mbps"), systemFont(12, QFont::Medium));
+double GaugeDrawing::advance(QChar character) {
+    double& known = advances_[character];
+    if (known == 0) {
+        known = QFontMetricsF(numberFont_).horizontalAdvance(character);
     }
-    painter.save();
-    painter.setTransform(toDevice.inverted(), true);
-    for (const QRect& part : region) {
-        const QRect pixels = toDevice.mapRect(QRectF(part)).toAlignedRect() & place;
-        painter.drawPixmap(pixels.topLeft(), backdrop_, pixels.translated(-place.topLeft()));
+    return known;
+}
+
+void GaugeDrawing::paintBackdrop(const QTransform& toScreen) {
+    if (!backdrop_.isNull() && toScreen == toScreen_) {
+        return;
     }
-    painter.restore();
+    toScreen_ = toScreen;
+    glyphs_.clear();
+    backdropArea_ = onScreen(area());
+    backdrop_ = QPixmap(backdropArea_.size());
+    backdrop_.fill(panelBackground());
+    QPainter painter(&backdrop_);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setTransform(toScreen * QTransform::fromTranslate(-backdropArea_.x(), -backdropArea_.y()));
+    const Dial dial{QSizeF(bounds_)};
+    forEachPiece(
+        0, 1, [&](double from, double to) { painter.strokePath(dial.arc(from, to), arcPen(whiteOnBackground(0.1))); });
+    drawTicks(painter, dial);
+    painter.setPen(whiteWithAlpha(0.6));
+    drawCentered(painter, dial.unitLine(), QStringLiteral("Mbps"), systemFont(12, QFont::Medium));
+}
+
+void GaugeDrawing::copyBackdrop(QPainter& painter, const QRect& part) {
+    const QRect pixels = onScreen(part) & backdropArea_;
+    const QTransform logical = painter.transform();
+    painter.setTransform(toScreen_.inverted(), true);
+    painter.setClipRect(pixels);
+    painter.drawPixmap(pixels.topLeft(), backdrop_, pixels.translated(-backdropArea_.topLeft()));
+    painter.setTransform(logical);
+}
+
+QRect GaugeDrawing::onScreen(const QRect& logical) const {
+    return toScreen_.mapRect(QRectF(logical)).toAlignedRect();
 }
 
 void GaugeDrawing::drawNumber(QPainter& painter, double value) {
     const QString number = gauge::number(value);
-    double width = 0;
-    for (const QChar character : number) {
-        Character& known = characters_[character];
-        if (known.advance == 0) {
-            known.text = QStaticText(QString(character));
-            known.text.setTextFormat(Qt::PlainText);
-            known.text.prepare({}, numberFont_);
-            known.advance = QFontMetricsF(numberFont_).horizontalAdvance(character);
-        }
-        width += character.isDigit() ? digitWidth_ : known.advance;
-    }
+    const auto cell = [this](QChar character) { return character.isDigit() ? digitWidth_ : advance(character); };
     const QRectF area = Dial(bounds_).numberArea();
-    QPointF place(area.center().x() - width / 2,
-                  area.center().y() + numberBaseline_ - QFontMetricsF(numberFont_).ascent());
-    painter.setFont(numberFont_);
-    painter.setPen(Qt::white);
+    QPointF place(area.center().x(), area.center().y() + numberDrop_);
     for (const QChar character : number) {
-        const Character& known = characters_[character];
-        const double cell = character.isDigit() ? digitWidth_ : known.advance;
-        painter.drawStaticText(place + QPointF((cell - known.advance) / 2, 0), known.text);
-        place += QPointF(cell, 0);
+        place.rx() -= cell(character) / 2;
     }
+    const QTransform logical = painter.transform();
+    painter.setTransform(toScreen_.inverted(), true);
+    for (const QChar character : number) {
+        drawGlyph(painter, character, place + QPointF((cell(character) - advance(character)) / 2, 0));
+        place.rx() += cell(character);
+    }
+    painter.setTransform(logical);
+}
+
+void GaugeDrawing::drawGlyph(QPainter& painter, QChar character, QPointF place) {
+    constexpr int most = 64;
+    constexpr int steps = 16;
+    const QPointF exact = toScreen_.map(place);
+    const QPoint pixel(static_cast<int>(std::floor(exact.x())), static_cast<int>(std::floor(exact.y())));
+    const auto key = std::pair(character, static_cast<int>((exact.x() - pixel.x()) * steps));
+    const auto known = glyphs_.constFind(key);
+    if (known != glyphs_.constEnd()) {
+        painter.drawPixmap(pixel + known->offset, known->picture);
+        return;
+    }
+    const QRectF ink = QFontMetricsF(numberFont_).boundingRect(character).translated(place);
+    const QRect pixels = onScreen(touched(ink));
+    Glyph glyph{QPixmap(pixels.size()), pixels.topLeft() - pixel};
+    glyph.picture.fill(Qt::transparent);
+    QPainter inside(&glyph.picture);
+    inside.setRenderHint(QPainter::Antialiasing);
+    inside.setTransform(toScreen_ * QTransform::fromTranslate(-pixels.x(), -pixels.y()));
+    inside.setFont(numberFont_);
+    inside.setPen(Qt::white);
+    inside.drawText(place, QString(character));
+    inside.end();
+    painter.drawPixmap(pixels.topLeft(), glyph.picture);
+    if (glyphs_.size() >= most) {
+        glyphs_.clear();
+    }
+    glyphs_.insert(key, glyph);
 }
 
 void GaugeDrawing::drawCaption(QPainter& painter, const QString& caption, const QColor& accent) {
+    if (caption_.text() != caption) {
+        caption_ = QStaticText(caption);
+        caption_.setTextFormat(Qt::PlainText);
+        caption_.prepare({}, captionFont_);
+    }
+    const QPointF middle = Dial(bounds_).captionArea().center();
     painter.setPen(accent);
-    drawCentered(painter, Dial(bounds_).captionArea(), caption, captionFont_);
+    painter.setFont(captionFont_);
+    painter.drawStaticText(middle - QPointF(caption_.size().width(), QFontMetricsF(captionFont_).height()) / 2,
+                           caption_);
 }
 
 } // namespace skylet

@@ -6,11 +6,16 @@
 #include <QFont>
 #include <QHash>
 #include <QPixmap>
+#include <QPoint>
+#include <QPointF>
 #include <QRect>
 #include <QRegion>
 #include <QStaticText>
 #include <QString>
 #include <QTransform>
+
+#include <optional>
+#include <utility>
 
 class QPainter;
 
@@ -37,30 +42,45 @@ class GaugeDrawing {
     /// Where the pictures of two values may differ; logical pixels.
     QRegion difference(double from, double to) const;
 
-  private:
-    void drawBackdrop(QPainter& painter, const QRegion& region);
-    void drawNumber(QPainter& painter, double value);
-    void drawCaption(QPainter& painter, const QString& caption, const QColor& accent);
-    void useFont(const QFont& font);
+    /// Gives back the memory of what is kept between frames.
+    void forget();
 
+  private:
+    void useFont(const QFont& font);
+    void paintBackdrop(const QTransform& toScreen);
+    /// Copies a part of it, to which it clips the painter.
+    void copyBackdrop(QPainter& painter, const QRect& part);
+    void drawNumber(QPainter& painter, double value);
+    /// `painter` in pixels of the screen, `place` in logical ones.
+    void drawGlyph(QPainter& painter, QChar character, QPointF place);
+    void drawCaption(QPainter& painter, const QString& caption, const QColor& accent);
+    double advance(QChar character);
+
+    QRect onScreen(const QRect& logical) const;
     QRect area() const { return {0, 0, bounds_.width(), bounds_.height() + overhang()}; }
 
     const QSize bounds_;
-    /// The desktop's font, for which all that is kept below was made.
-    QFont font_;
+    /// The desktop's font, for which what follows was made.
+    std::optional<QFont> font_;
     QFont numberFont_;
-    QFont captionFont_;
-    /// What does not change with the value, where and how the painter last put it on the screen.
-    QPixmap backdrop_;
-    QTransform backdropPlace_;
-    struct Character {
-        QStaticText text;
-        double advance = 0;
-    };
-    QHash<QChar, Character> characters_;
+    QHash<QChar, double> advances_;
+    /// All digits take the same room, or the number would jitter.
     double digitWidth_ = 0;
-    double numberBaseline_ = 0;
+    /// From the middle of the number's area to its baseline.
+    double numberDrop_ = 0;
+    QFont captionFont_;
     QStaticText caption_;
+    /// What does not change with the value, in pixels of the screen, and the transformation by which it was painted:
+    /// where a logical pixel is not a whole number of them, a picture in logical pixels would blur.
+    QPixmap backdrop_;
+    QTransform toScreen_;
+    QRect backdropArea_;
+    /// Characters of the number by where between two pixels they begin: glyphs of that size Qt outlines anew each time.
+    struct Glyph {
+        QPixmap picture;
+        QPoint offset;
+    };
+    QHash<std::pair<QChar, int>, Glyph> glyphs_;
 };
 
 } // namespace skylet

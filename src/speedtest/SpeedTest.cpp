@@ -162,6 +162,11 @@ void GaugeView::announce() {
     }
 }
 
+void GaugeView::hideEvent(QHideEvent* event) {
+    QWidget::hideEvent(event);
+    drawing_.forget();
+}
+
 void GaugeView::paintEvent(QPaintEvent* event) {
     QPainter painter(this);
     drawing_.draw(painter, event->region(), value_, phase_, accent_);

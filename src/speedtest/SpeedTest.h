@@ -57,6 +57,7 @@ class GaugeView final : public QWidget {
 
   protected:
     void paintEvent(QPaintEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
 
   private:
     void tick();
