@@ -201,9 +201,9 @@ QRegion GaugeDrawing::difference(double from, double to) const {
         return area();
     }
     QRegion region;
-    forEachPiece(std::min(before, after), std::max(before, after), [&](double start, double end) {
-        region += dial.arcArea(std::max(start, std::min(before, after)), end);
-    });
+    // Pieces as a whole: one that grows is rounded a little differently all along.
+    forEachPiece(std::min(before, after), std::max(before, after),
+                 [&](double start, double end) { region += dial.arcArea(start, end); });
     for (const double value : {from, to}) {
         region += touched(dial.needle(value).boundingRect());
     }

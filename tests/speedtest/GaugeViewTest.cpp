@@ -56,9 +56,6 @@ void runFor(std::chrono::milliseconds time) {
     }
 }
 
-/// By how much a smoothed edge may differ where it was drawn in parts: Qt rounds at the borders of each (21 were seen).
-constexpr int faintTrace = 32;
-
 /// Of any colour part of any pixel.
 int largestDifference(const QImage& a, const QImage& b) {
     if (a.size() != b.size()) {
@@ -363,7 +360,7 @@ TEST_F(GaugeViewTest, LeavesNothingOfAnEarlierFrameOnTheScreen) {
                 gauge->setAccent(gauge->accent() == blue ? green : blue);
             } else if (frame % 5 == 0) {
                 test::settle();
-                ASSERT_LE(largestDifference(onScreen(), window.grab().toImage()), faintTrace)
+                ASSERT_EQ(largestDifference(onScreen(), window.grab().toImage()), 0)
                     << gauge->value() << " on the way to " << target;
             }
         }
@@ -377,7 +374,7 @@ TEST_F(GaugeViewTest, FollowsTheDesktopsFont) {
     QApplication::setFont(QFont(QStringLiteral("DejaVu Serif")));
     test::settle();
     EXPECT_NE(onScreen(), before);
-    EXPECT_LE(largestDifference(onScreen(), window.grab().toImage()), faintTrace);
+    EXPECT_EQ(largestDifference(onScreen(), window.grab().toImage()), 0);
     QApplication::setFont(font);
     test::settle();
     EXPECT_EQ(onScreen(), before);
