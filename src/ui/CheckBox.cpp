@@ -19,8 +19,9 @@ void CheckBox::paintEvent(QPaintEvent* event) {
     const QRectF box = style()->subElementRect(QStyle::SE_CheckBoxIndicator, &option, this);
     QPainter painter(this);
     painter.setPen(semanticColors(palette()).controlOutline);
+    painter.setRenderHint(QPainter::Antialiasing);
     // On the line that the style draws.
-    painter.drawRect(box.adjusted(0.5, 0.5, -1.5, -1.5));
+    painter.drawRect(QRectF(box).adjusted(0.5, 0.5, -0.5, -0.5));
 }
 
 } // namespace skylet
