@@ -11,123 +11,21 @@
 
 #include <QAccessible>
 #include <QAccessibleWidget>
-#include <QFontMetricsF>
+#include <QPaintEvent>
 #include <QPainter>
-#include <QPainterPath>
 #include <QPalette>
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
-#include <numbers>
 #include <utility>
 
 namespace skylet {
 
 namespace {
 
-QColor whiteWithAlpha(double alpha) {
-    return QColor::fromRgbF(1, 1, 1, static_cast<float>(alpha));
-}
-
-QColor toColor(const GaugeColor& color) {
-    return QColor::fromRgbF(static_cast<float>(color.red), static_cast<float>(color.green),
-                            static_cast<float>(color.blue));
-}
-
-constexpr GaugeColor backgroundColor{0.08, 0.09, 0.12};
-const QColor background = toColor(backgroundColor);
-
-/// What translucent white makes of the background. An opaque colour looks the same and costs half as much: Qt hands
-/// translucent shapes to several threads, which pays for larger pictures only.
-QColor whiteOnBackground(double alpha) {
-    const auto part = [alpha](double behind) { return alpha + (1 - alpha) * behind; };
-    return toColor({part(backgroundColor.red), part(backgroundColor.green), part(backgroundColor.blue)});
-}
-
 constexpr std::chrono::duration<std::int64_t, std::ratio<1, 30>> frameTime{1};
 /// Someone who hears the gauge instead of seeing it is told of new speeds no more often than this.
 constexpr std::chrono::milliseconds announcementInterval{2000};
-
-// Lengths of the drawing, in logical pixels.
-constexpr double centerDrop = 10;
-constexpr double radiusShare = 0.36;
-constexpr double arcWidth = 14;
-/// Below this share of the sweep the round caps alone would show, as a dot at zero.
-constexpr double leastDrawnFraction = 0.005;
-
-/// The places of a gauge within bounds of that size: y grows downward, the origin is the top left corner.
-class Dial {
-  public:
-    explicit Dial(const QSizeF& bounds)
-        : center_(bounds.width() / 2, bounds.height() / 2 + centerDrop), width_(bounds.width()),
-          radius_(radiusShare * std::min(bounds.width(), bounds.height())) {}
-
-    QPointF center() const { return center_; }
-    double radius() const { return radius_; }
-    QPointF at(double degrees, double distance) const {
-        const double radians = degrees * std::numbers::pi / 180;
-        return center_ + QPointF(distance * std::cos(radians), -distance * std::sin(radians));
-    }
-    QPainterPath arc(double sweep) const {
-        const QRectF square(center_.x() - radius_, center_.y() - radius_, 2 * radius_, 2 * radius_);
-        QPainterPath path;
-        path.arcMoveTo(square, gauge::startAngle);
-        path.arcTo(square, gauge::startAngle, -sweep);
-        return path;
-    }
-    QRectF numberArea() const { return {0, center_.y() + radius_ - 18, width_, 48}; }
-    /// The upper part of the 16 that the unit has: the captions of the results are close beneath.
-    QRectF unitLine() const { return {0, center_.y() + radius_ + 32, width_, 10}; }
-    QRectF captionArea() const { return {0, center_.y() - 0.35 * radius_ - 16, width_, 16}; }
-
-  private:
-    QPointF center_;
-    double width_;
-    double radius_;
-};
-
-void drawArcs(QPainter& painter, const Dial& dial, double value, const QColor& accent) {
-    QPen pen(whiteOnBackground(0.1), arcWidth, Qt::SolidLine, Qt::RoundCap);
-    painter.strokePath(dial.arc(gauge::sweep), pen);
-    const double fraction = gauge::fraction(value);
-    if (fraction > leastDrawnFraction) {
-        pen.setColor(accent);
-        painter.strokePath(dial.arc(gauge::sweep * fraction), pen);
-    }
-}
-
-void drawTicks(QPainter& painter, const Dial& dial) {
-    const QFont font = systemFont(9, QFont::Medium);
-    for (const int tick : gauge::ticks) {
-        const double angle = gauge::angle(tick);
-        painter.setPen(QPen(whiteWithAlpha(0.35), 1.5, Qt::SolidLine, Qt::FlatCap));
-        painter.drawLine(QLineF(dial.at(angle, dial.radius() - 14), dial.at(angle, dial.radius() - 20)));
-        painter.setPen(whiteWithAlpha(0.5));
-        // An area without extent: the label stands around its middle.
-        drawCentered(painter, QRectF(dial.at(angle, dial.radius() - 34), QSizeF()), QString::number(tick), font);
-    }
-}
-
-void drawNeedle(QPainter& painter, const Dial& dial, double value, const QColor& accent) {
-    const double angle = gauge::angle(value);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(Qt::white);
-    painter.drawPolygon(QPolygonF{dial.at(angle - 90, 3), dial.at(angle, dial.radius() - 24), dial.at(angle + 90, 3)});
-    painter.setBrush(accent);
-    painter.drawEllipse(dial.center(), 6, 6);
-}
-
-void drawTexts(QPainter& painter, const Dial& dial, double value, const QString& phase, const QColor& accent) {
-    painter.setPen(Qt::white);
-    drawTabularCentered(painter, dial.numberArea(), gauge::number(value), systemFont(40, QFont::DemiBold));
-    painter.setPen(whiteWithAlpha(0.6));
-    drawCentered(painter, dial.unitLine(), QStringLiteral("Mbps"), systemFont(12, QFont::Medium));
-    painter.setPen(accent);
-    QFont font = systemFont(11, QFont::Bold);
-    font.setLetterSpacing(QFont::AbsoluteSpacing, 2);
-    drawCentered(painter, dial.captionArea(), phase, font);
-}
 
 /// The gauge for assistive technologies: a value that can be read but not set.
 class AccessibleGauge final : public QAccessibleWidget, public QAccessibleValueInterface {
@@ -171,19 +69,12 @@ QAccessibleInterface* makeAccessibleGauge(const QString& /*className*/, QObject*
     return gauge != nullptr ? new AccessibleGauge(*gauge) : nullptr;
 }
 
-/// How far the unit's text reaches below bounds of that size: no further, so that the captions beneath are not painted
-/// again with each frame.
-int overhang(QSize bounds) {
-    constexpr double descender = 4;
-    return std::max(0, static_cast<int>(std::ceil(Dial(bounds).unitLine().bottom() + descender)) - bounds.height());
-}
-
 } // namespace
 
 GaugeView::GaugeView(const QRect& frame, QWidget* parent)
-    : QWidget(parent), bounds_(frame.size()), phase_(L(QStringLiteral("READY"))), accent_(toColor(downloadColor)) {
+    : QWidget(parent), drawing_(frame.size()), phase_(L(QStringLiteral("READY"))), accent_(toColor(downloadColor)) {
     QAccessible::installFactory(makeAccessibleGauge);
-    setGeometry(frame.adjusted(0, 0, 0, overhang(bounds_)));
+    setGeometry(frame.adjusted(0, 0, 0, drawing_.overhang()));
     setAttribute(Qt::WA_OpaquePaintEvent);
     timer_.setTimerType(Qt::PreciseTimer);
     timer_.setSingleShot(true);
@@ -201,10 +92,21 @@ void GaugeView::setTarget(double speed) {
     animateIfNeeded();
 }
 
+void GaugeView::setValue(double speed) {
+    value_ = speed;
+    writtenTo_ = true;
+}
+
 void GaugeView::setPhase(const QString& phase) {
     phase_ = phase;
+    writtenTo_ = true;
     // Once the speed that belongs to it has been set too.
     announcing_.start(0);
+}
+
+void GaugeView::setAccent(const QColor& accent) {
+    accent_ = accent;
+    writtenTo_ = true;
 }
 
 void GaugeView::animateIfNeeded() {
@@ -231,8 +133,12 @@ void GaugeView::stopAnimation() {
 
 void GaugeView::tick() {
     const gauge::Step step = gauge::step(value_, target_, isOnScreen(*window()));
-    value_ = step.value;
-    update();
+    const double before = std::exchange(value_, step.value);
+    if (std::exchange(writtenTo_, false)) {
+        update();
+    } else {
+        update(drawing_.difference(before, value_));
+    }
     if (!step.isLast) {
         startNextTick();
     }
@@ -256,15 +162,14 @@ void GaugeView::announce() {
     }
 }
 
-void GaugeView::paintEvent(QPaintEvent* /*event*/) {
-    const Dial dial{QSizeF(bounds_)};
+void GaugeView::hideEvent(QHideEvent* event) {
+    QWidget::hideEvent(event);
+    drawing_.forget();
+}
+
+void GaugeView::paintEvent(QPaintEvent* event) {
     QPainter painter(this);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.fillRect(rect(), background);
-    drawArcs(painter, dial, value_, accent_);
-    drawTicks(painter, dial);
-    drawNeedle(painter, dial, value_, accent_);
-    drawTexts(painter, dial, value_, phase_, accent_);
+    drawing_.draw(painter, event->region(), value_, phase_, accent_);
 }
 
 namespace {
@@ -330,7 +235,7 @@ void SpeedTestController::build() {
     window_->setObjectName(QStringLiteral("speedTestWindow"));
     window_->setOnClose([this] { windowWillClose(); });
     QPalette dark;
-    dark.setColor(QPalette::Window, background);
+    dark.setColor(QPalette::Window, panelBackground());
     window_->setPalette(dark);
     window_->setAutoFillBackground(true);
 

@@ -3,6 +3,7 @@
 #include "connectivity/ConnectivityEngine.h"
 #include "platform/BulkTransferSession.h"
 #include "platform/Clock.h"
+#include "speedtest/GaugeDrawing.h"
 #include "speedtest/SpeedTestDisplay.h"
 #include "speedtest/SpeedTestMeasurement.h"
 #include "speedtest/SpeedTesting.h"
@@ -37,7 +38,7 @@ class GaugeView final : public QWidget {
 
     /// What is drawn now. Writing it neither redraws nor animates.
     double value() const { return value_; }
-    void setValue(double speed) { value_ = speed; }
+    void setValue(double speed);
     /// Where the value moves to. Every write starts the animation if one is due.
     double target() const { return target_; }
     void setTarget(double speed);
@@ -46,7 +47,7 @@ class GaugeView final : public QWidget {
     void setPhase(const QString& phase);
     /// Colour of the arc, the hub and the caption. Writing it does not redraw.
     QColor accent() const { return accent_; }
-    void setAccent(const QColor& accent) { accent_ = accent; }
+    void setAccent(const QColor& accent);
 
     /// Starts moving unless it already does, is there already, or nobody can see it.
     void animateIfNeeded();
@@ -56,17 +57,20 @@ class GaugeView final : public QWidget {
 
   protected:
     void paintEvent(QPaintEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
 
   private:
     void tick();
     void startNextTick();
     void announce();
 
-    const QSize bounds_;
+    GaugeDrawing drawing_;
     double value_ = 0;
     double target_ = 0;
     QString phase_;
     QColor accent_;
+    /// Whether something was written since the last step: what is on the screen may then differ anywhere.
+    bool writtenTo_ = false;
     /// Runs out with each frame and is started anew for the next one.
     QTimer timer_;
     QElapsedTimer sinceStart_;

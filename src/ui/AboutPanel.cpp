@@ -53,7 +53,7 @@ AboutPanel::AboutPanel(const QString& version, std::function<void()> openBrimlak
     frames.add(link_, {90, 62, 200, 28});
     frames.add(webSite, {30, 44, 320, 20});
     frames.add(copyright, {30, 16, 320, 20});
-    setContentSize(frames.arrange(this));
+    setFrames(frames);
     applyColors();
 }
 

@@ -21,7 +21,10 @@ void Frames::add(QWidget* widget, const QRect& frame) {
 QSize Frames::arrange(QWidget* parent) const {
     int shift = 0;
     for (const auto& [widget, frame] : placed_) {
-        widget->setParent(parent);
+        // Another parent hides a widget, even if it is the same one.
+        if (widget->parentWidget() != parent) {
+            widget->setParent(parent);
+        }
         const int height = heightFor(*widget, frame.size());
         widget->setGeometry(frame.x(), frame.y() + shift, frame.width(), height);
         shift += height - frame.height();

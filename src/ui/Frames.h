@@ -24,6 +24,7 @@ class Frames {
     /// From top to bottom. A widget without a parent belongs to this object's caller until it is arranged.
     void add(QWidget* widget, const QRect& frame);
     /// Places all widgets in `parent`, whose children they become in this order. Returns the size of its content area.
+    /// May be called again, for instance when the fonts have changed.
     QSize arrange(QWidget* parent) const;
 
   private:
@@ -31,7 +32,7 @@ class Frames {
         QWidget* widget;
         QRect frame;
     };
-    const QSize content_;
+    QSize content_;
     std::vector<Placed> placed_;
 };
 

@@ -1,10 +1,13 @@
 #include "ui/PlainWindow.h"
 
+#include "ui/Fonts.h"
+
 #include <QAbstractButton>
 #include <QAccessible>
 #include <QAccessibleWidget>
 #include <QCloseEvent>
 #include <QCursor>
+#include <QEvent>
 #include <QGuiApplication>
 #include <QScreen>
 #include <QShortcut>
@@ -28,7 +31,7 @@ PlainWindow::PlainWindow(const QString& title, QSize content)
                            Qt::WindowCloseButtonHint) {
     QAccessible::installFactory(makeAccessibleWindow);
     setWindowTitle(title);
-    setContentSize(content);
+    setFixedSize(content);
     // Frames are given as they stand on the screen.
     setLayoutDirection(Qt::LeftToRight);
     setAttribute(Qt::WA_QuitOnClose, false);
@@ -44,13 +47,30 @@ void PlainWindow::setReturnButton(QAbstractButton* button) {
     }
 }
 
+void PlainWindow::setFrames(const Frames& frames) {
+    frames_ = frames;
+    setFixedSize(frames_->arrange(this));
+}
+
+void PlainWindow::followFont() {
+    for (QWidget* widget : findChildren<QWidget*>()) {
+        if (widget->testAttribute(Qt::WA_SetFont)) {
+            widget->setFont(
+                systemFont(widget->font().pixelSize(), static_cast<QFont::Weight>(widget->font().weight())));
+        }
+    }
+    if (frames_) {
+        setFixedSize(frames_->arrange(this));
+    }
+}
+
 void PlainWindow::bringToFront() {
     if (!std::exchange(wasShown_, true)) {
         center();
     }
     if (isMinimized()) {
         setWindowState(windowState() & ~Qt::WindowMinimized);
-    } else if (isVisible() && !isOnScreen(*this)) {
+    } else if (isVisible() && wasSeen_ && !isOnScreen(*this)) {
         // On another virtual desktop: taken off the screen and shown anew, a window comes up where the user is. Few
         // desktops let a program move the user there.
         hide();
@@ -68,6 +88,23 @@ void PlainWindow::center() {
         place.moveCenter(screen->availableGeometry().center());
         setGeometry(place);
     }
+}
+
+void PlainWindow::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::FontChange) {
+        followFont();
+    }
+}
+
+void PlainWindow::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    wasSeen_ = false;
+}
+
+void PlainWindow::paintEvent(QPaintEvent* event) {
+    QWidget::paintEvent(event);
+    wasSeen_ = true;
 }
 
 void PlainWindow::closeEvent(QCloseEvent* event) {

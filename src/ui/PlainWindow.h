@@ -1,10 +1,13 @@
 #pragma once
 
+#include "ui/Frames.h"
+
 #include <QSize>
 #include <QString>
 #include <QWidget>
 
 #include <functional>
+#include <optional>
 
 class QAbstractButton;
 
@@ -12,7 +15,8 @@ namespace skylet {
 
 /// A window with a title and a close button, which can be neither resized nor minimised. Closing only hides it; Escape
 /// closes it as the title bar's button does. It appears in the middle of the screen on which the pointer is, and later
-/// where the user left it. To assistive technologies it is a dialogue, whose texts they read out when it opens.
+/// where the user left it. It follows the desktop's font. To assistive technologies it is a dialogue, whose texts they
+/// read out when it opens.
 class PlainWindow : public QWidget {
     Q_OBJECT
 
@@ -20,7 +24,8 @@ class PlainWindow : public QWidget {
     /// `content`: size without the frame, logical pixels.
     PlainWindow(const QString& title, QSize content);
 
-    void setContentSize(QSize content) { setFixedSize(content); }
+    /// Fills the window, which gets as large as they need to be.
+    void setFrames(const Frames& frames);
     /// Return and Enter press this button, wherever the keyboard focus is.
     void setReturnButton(QAbstractButton* button);
     /// Called whenever the user or the program closes the window, before it disappears.
@@ -30,13 +35,20 @@ class PlainWindow : public QWidget {
     void bringToFront();
 
   protected:
+    void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
+    void showEvent(QShowEvent* event) override;
 
   private:
     void center();
+    void followFont();
 
     std::function<void()> onClose_;
+    std::optional<Frames> frames_;
     bool wasShown_ = false;
+    /// Whether it has come to the screen since it was shown.
+    bool wasSeen_ = false;
 };
 
 /// Whether a window is on the screen: neither hidden nor minimised nor, where the desktop takes such windows off the

@@ -25,11 +25,11 @@ QColor mixed(const QColor& color, const QColor& other, double share) {
     return {part(color.red(), other.red()), part(color.green(), other.green()), part(color.blue(), other.blue())};
 }
 
-/// `color`, or as little nearer to `text` as makes it legible.
-QColor legible(const QColor& color, const QColor& text, const QColor& background) {
+/// `color`, or as little nearer to `text` as gives it that contrast.
+QColor legible(const QColor& color, const QColor& text, const QColor& background, double least = leastContrast) {
     for (int step = 0; step < steps; ++step) {
         const QColor candidate = mixed(color, text, 1 - static_cast<double>(step) / steps);
-        if (contrast(candidate, background) >= leastContrast) {
+        if (contrast(candidate, background) >= least) {
             return candidate;
         }
     }
@@ -50,7 +50,9 @@ SemanticColors semanticColors(const QPalette& palette) {
     return {.label = text,
             .secondaryLabel = legible(mixed(text, background, secondaryShare), text, background),
             .tertiaryLabel = legible(mixed(text, background, tertiaryShare), text, background),
-            .controlAccent = legible(palette.color(QPalette::Active, QPalette::Highlight), text, background)};
+            .controlAccent = legible(palette.color(QPalette::Active, QPalette::Highlight), text, background),
+            .controlOutline = legible(legible(background, text, background, leastOutlineContrast), text,
+                                      palette.color(QPalette::Active, QPalette::Base), leastOutlineContrast)};
 }
 
 } // namespace skylet

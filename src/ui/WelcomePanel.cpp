@@ -1,12 +1,12 @@
 #include "ui/WelcomePanel.h"
 
+#include "ui/CheckBox.h"
 #include "ui/Fonts.h"
 #include "ui/Frames.h"
 #include "ui/IconView.h"
 #include "ui/Strings.h"
 #include "ui/TextLabel.h"
 
-#include <QCheckBox>
 #include <QPushButton>
 
 #include <utility>
@@ -21,7 +21,7 @@ constexpr QSize welcomeSize{420, 400};
 
 WelcomePanel::WelcomePanel(bool loginBoxOn, std::function<void()> finishWelcome)
     : PlainWindow(L(QStringLiteral("Welcome to Skylet")), welcomeSize),
-      loginBox_(new QCheckBox(L(QStringLiteral("Launch Skylet at login (recommended)")))) {
+      loginBox_(new CheckBox(L(QStringLiteral("Launch Skylet at login (recommended)")))) {
     setObjectName(QStringLiteral("welcomeWindow"));
 
     auto* icon = new IconView(QStringLiteral("icon"));
@@ -47,7 +47,7 @@ WelcomePanel::WelcomePanel(bool loginBoxOn, std::function<void()> finishWelcome)
     frames.add(body, {30, 105, 360, 150});
     frames.add(loginBox_, {30, 66, 360, 22});
     frames.add(button, {300, 18, 90, 32});
-    setContentSize(frames.arrange(this));
+    setFrames(frames);
     button->setFocus();
 }
 

@@ -5,12 +5,16 @@
 #include "ui/Picture.h"
 
 #include <QAccessible>
+#include <QBackingStore>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
+#include <QImage>
+#include <QPaintEvent>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <memory>
@@ -52,6 +56,42 @@ void runFor(std::chrono::milliseconds time) {
     }
 }
 
+/// Of any colour part of any pixel.
+int largestDifference(const QImage& a, const QImage& b) {
+    if (a.size() != b.size()) {
+        return 255;
+    }
+    int largest = 0;
+    for (int y = 0; y < a.height(); ++y) {
+        for (int x = 0; x < a.width(); ++x) {
+            const QRgb first = a.pixel(x, y);
+            const QRgb second = b.pixel(x, y);
+            largest = std::max({largest, std::abs(qRed(first) - qRed(second)), std::abs(qGreen(first) - qGreen(second)),
+                                std::abs(qBlue(first) - qBlue(second))});
+        }
+    }
+    return largest;
+}
+
+/// How many logical pixels of a widget are painted at once.
+class PaintedArea final : public QObject {
+  public:
+    explicit PaintedArea(QWidget& widget) { widget.installEventFilter(this); }
+    int largest = 0;
+
+  protected:
+    bool eventFilter(QObject* /*watched*/, QEvent* event) override {
+        if (event->type() == QEvent::Paint) {
+            int area = 0;
+            for (const QRect& part : static_cast<QPaintEvent*>(event)->region()) {
+                area += part.width() * part.height();
+            }
+            largest = std::max(largest, area);
+        }
+        return false;
+    }
+};
+
 class GaugeViewTest : public testing::Test {
   protected:
     void showWindow() {
@@ -88,6 +128,12 @@ class GaugeViewTest : public testing::Test {
             }
         }
         return values;
+    }
+
+    /// What the window shows, with all that was painted there one over the other.
+    QImage onScreen() const {
+        const auto* painted = dynamic_cast<QImage*>(window.backingStore()->paintDevice());
+        return painted != nullptr ? painted->copy() : QImage();
     }
 
     QWidget window;
@@ -297,6 +343,54 @@ TEST_F(GaugeViewTest, RepaintsWithEachTickAndThenRests) {
     EXPECT_GT(painted, ticks / 2);
     runFor(150ms);
     EXPECT_EQ(paints.count, painted);
+}
+
+TEST_F(GaugeViewTest, LeavesNothingOfAnEarlierFrameOnTheScreen) {
+    showWindow();
+    // Slowly, fast, below the least arc, past the end of the scale, and through the number and the caption.
+    for (const double target : {3.0, 700.0, 0.01, 5000.0, 48.2, 47.0, -3.0, 30.0}) {
+        gauge->setTarget(target);
+        for (int frame = 0; gauge->animationIsRunning(); ++frame) {
+            const double before = gauge->value();
+            while (gauge->value() == before && gauge->animationIsRunning()) {
+                QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+            }
+            if (frame == 4) {
+                gauge->setPhase(QStringLiteral("PHASE %1").arg(target));
+                gauge->setAccent(gauge->accent() == blue ? green : blue);
+            } else if (frame % 5 == 0) {
+                test::settle();
+                ASSERT_EQ(largestDifference(onScreen(), window.grab().toImage()), 0)
+                    << gauge->value() << " on the way to " << target;
+            }
+        }
+    }
+}
+
+TEST_F(GaugeViewTest, FollowsTheDesktopsFont) {
+    showWindow();
+    const QFont font = QApplication::font();
+    const QImage before = onScreen();
+    QApplication::setFont(QFont(QStringLiteral("DejaVu Serif")));
+    test::settle();
+    EXPECT_NE(onScreen(), before);
+    EXPECT_EQ(largestDifference(onScreen(), window.grab().toImage()), 0);
+    QApplication::setFont(font);
+    test::settle();
+    EXPECT_EQ(onScreen(), before);
+}
+
+TEST_F(GaugeViewTest, PaintsOfAFrameWhatChanges) {
+    showWindow();
+    gauge->setValue(40);
+    gauge->update();
+    gauge->setTarget(60);
+    runFor(100ms);
+    const PaintedArea painted(*gauge);
+    valuesUntilAtRest();
+    test::settle();
+    EXPECT_GT(painted.largest, 0);
+    EXPECT_LT(painted.largest, gauge->width() * gauge->height() / 4);
 }
 
 TEST_F(GaugeViewTest, PicksUpANewTargetOnTheWay) {

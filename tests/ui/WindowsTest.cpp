@@ -9,6 +9,9 @@
 #include <QCheckBox>
 #include <QLabel>
 #include <QPushButton>
+#include <QStyle>
+#include <QStyleFactory>
+#include <QStyleOptionButton>
 #include <QTest>
 
 #include <gmock/gmock.h>
@@ -16,12 +19,25 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace skylet {
 namespace {
 
 using test::Picture;
 using test::windowsNamed;
+
+class HideCounter final : public QObject {
+  public:
+    explicit HideCounter(QWidget& widget) { widget.installEventFilter(this); }
+    int count = 0;
+
+  protected:
+    bool eventFilter(QObject* /*watched*/, QEvent* event) override {
+        count += event->type() == QEvent::Hide ? 1 : 0;
+        return false;
+    }
+};
 
 class WindowsTest : public testing::Test {
   protected:
@@ -318,6 +334,72 @@ TEST_F(WindowsTest, AboutIsLegibleOnEveryDesktopAlsoWhenItChanges) {
             EXPECT_GE(strongest, 4.4) << window.name().toStdString() << highlight.name().toStdString();
         }
     }
+}
+
+TEST_F(WindowsTest, DoNotVanishForAMomentWhenTheyAreCalledTwice) {
+    about = windows.makeAboutWindow([] {});
+    shown = windowsNamed(QStringLiteral("aboutWindow")).at(0);
+    const HideCounter hides(*shown);
+    about->bringToFront();
+    about->bringToFront();
+    ASSERT_TRUE(test::waitUntil([this] { return shown->isActiveWindow(); }));
+    EXPECT_EQ(hides.count, 0);
+}
+
+TEST_F(WindowsTest, FollowTheDesktopsFontWhileTheyAreOpen) {
+    QApplication::setFont(QFont(QStringLiteral("Noto Sans")));
+    for (const bool isAbout : {false, true}) {
+        isAbout ? showAbout() : showWelcome();
+        const QSize before = shown->size();
+        QApplication::setFont(QFont(QStringLiteral("DejaVu Sans Mono")));
+        test::settle();
+        for (QWidget* widget : shown->findChildren<QWidget*>()) {
+            EXPECT_EQ(widget->font().family(), QStringLiteral("DejaVu Sans Mono"))
+                << widget->objectName().toStdString();
+        }
+        QWidget* open = shown;
+        const auto geometries = [](const QWidget& window) {
+            std::vector<QRect> found{window.geometry().translated(-window.pos())};
+            for (const QWidget* widget : window.findChildren<QWidget*>()) {
+                found.push_back(widget->geometry());
+            }
+            return found;
+        };
+        const std::vector<QRect> followed = geometries(*open);
+        const QFont label = open->findChild<QLabel*>()->font();
+        isAbout ? showAbout() : showWelcome();
+        EXPECT_EQ(followed, geometries(*shown)) << "as if it had been opened with that font";
+        EXPECT_EQ(label, shown->findChild<QLabel*>()->font());
+        QApplication::setFont(QFont(QStringLiteral("Noto Sans")));
+        test::settle();
+        EXPECT_EQ(shown->size(), before);
+        EXPECT_TRUE(find(isAbout ? u"name" : u"loginBox").isVisible());
+    }
+}
+
+TEST_F(WindowsTest, OutlineTheCheckBoxSoThatItIsSeen) {
+    const std::unique_ptr<QStyle> fusion(QStyleFactory::create(QStringLiteral("Fusion")));
+    showWelcome();
+    loginBox().setStyle(fusion.get());
+    for (const bool dark : {false, true}) {
+        QPalette palette(dark ? QColor(0x31, 0x36, 0x3b) : QColor(0xef, 0xef, 0xef));
+        palette.setColor(QPalette::Base, dark ? QColor(0x23, 0x26, 0x29) : QColor(Qt::white));
+        QApplication::setPalette(palette);
+        test::settle();
+        QStyleOptionButton option;
+        option.initFrom(&loginBox());
+        const QRectF box = fusion->subElementRect(QStyle::SE_CheckBoxIndicator, &option, &loginBox());
+        const Picture picture(loginBox());
+        const QPointF middle = box.center();
+        const double pixel = 0.5;
+        for (const QPointF edge :
+             {QPointF(box.left() + pixel, middle.y()), QPointF(middle.x(), box.top() + pixel),
+              QPointF(box.right() - pixel, middle.y()), QPointF(middle.x(), box.bottom() - pixel)}) {
+            EXPECT_GE(contrast(picture.at(edge), palette.color(QPalette::Window)), 3) << dark;
+            EXPECT_GE(contrast(picture.at(edge), palette.color(QPalette::Base)), 3) << dark;
+        }
+    }
+    loginBox().setStyle(nullptr);
 }
 
 TEST_F(WindowsTest, ShowTheirTextsWholeInEveryUsualFont) {
