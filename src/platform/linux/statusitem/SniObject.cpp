@@ -11,11 +11,16 @@ namespace skylet {
 
 namespace {
 
-// Panels ask for 16 to 32 logical pixels; the rest is for scale 2. A host takes the nearest and scales it.
-constexpr std::array iconSizes = {16, 22, 24, 32, 48, 64};
+// Panels ask for 16 to 32 logical pixels; the rest is for scale 2, where 22 are the most usual. A host takes the nearest
+// and scales it.
+constexpr std::array iconSizes = {16, 22, 24, 32, 44, 48, 64};
 // Of the whole title, which is some ten times as wide, none is larger than twice the usual height: Waybar takes the
 // largest whatever its scale is. MATE stretches the next smaller one to its panel's height, so the usual ones are here.
 constexpr std::array titleHeights = {16, 22, 24, 28, 32, 44};
+// Where the title is drawn there are badges too, for a panel of MATE that stands upright: it takes the widest that fits
+// in, and where only the whole title was offered squeezed that into its width. No badge has as many pixels as the
+// largest title, and of two that are equally high a lying panel takes the one that comes first.
+constexpr std::array uprightSizes = {16, 22, 32, 64};
 
 // An activation token is a short opaque text; a longer one is no token.
 constexpr qsizetype longestToken = 1024;
@@ -204,9 +209,18 @@ const QList<DBusPixmap>& SniObject::pixmaps() {
     if (paintedIcon_ != appearance_.icon) {
         const QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
         pixmaps_.clear();
-        const bool wide = appearance_.icon.form == StatusIcon::Form::wide;
-        for (const int size : wide ? std::span<const int>(titleHeights) : std::span<const int>(iconSizes)) {
-            pixmaps_.append(toDBusPixmap(paintStatusIcon(appearance_.icon, size, font)));
+        const auto addPixmaps = [&](const StatusIcon& icon, std::span<const int> sizes) {
+            for (const int size : sizes) {
+                pixmaps_.append(toDBusPixmap(paintStatusIcon(icon, size, font)));
+            }
+        };
+        if (appearance_.icon.form == StatusIcon::Form::wide) {
+            addPixmaps(appearance_.icon, titleHeights);
+            StatusIcon badge = appearance_.icon;
+            badge.form = StatusIcon::Form::badge;
+            addPixmaps(badge, uprightSizes);
+        } else {
+            addPixmaps(appearance_.icon, iconSizes);
         }
         paintedIcon_ = appearance_.icon;
     }

@@ -3,6 +3,7 @@
 #include "platform/linux/statusitem/FakeStatusHost.h"
 #include "platform/linux/statusitem/SampleTitles.h"
 #include "platform/linux/statusitem/StatusColors.h"
+#include "platform/linux/statusitem/TitleStyle.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
 #include "support/QStringPrinting.h"
@@ -11,6 +12,7 @@
 #include <QDBusError>
 #include <QDBusObjectPath>
 #include <QDir>
+#include <QFontDatabase>
 #include <QMenu>
 #include <QTemporaryDir>
 
@@ -115,7 +117,7 @@ TEST_F(SniStatusItemTest, ShowsALabelBesideTheDotWhereTheHostSetsOne) {
     EXPECT_EQ(property(QStringLiteral("XAyatanaLabel")), QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
     EXPECT_EQ(property(QStringLiteral("XAyatanaLabelGuide")), QStringLiteral("00 ms  Responsive  ↓00.0M ↑000K"));
     const QList<DBusPixmap> icons = pixmaps();
-    ASSERT_EQ(icons.size(), 6);
+    ASSERT_EQ(icons.size(), 7);
     for (const DBusPixmap& icon : icons) {
         EXPECT_EQ(icon.width, icon.height);
         ASSERT_EQ(icon.pixels.size(), icon.width * icon.height * 4);
@@ -251,8 +253,7 @@ TEST_F(SniStatusItemTest, DrawsTheTitleIntoTheIconWhereTheHostShowsWideOnes) {
     showWide();
     const QVariantMap all = host_.itemProperties();
     EXPECT_FALSE(all.contains(QStringLiteral("XAyatanaLabel")));
-    const QList<DBusPixmap> icons = pixmaps();
-    ASSERT_EQ(icons.size(), 6);
+    const QList<DBusPixmap> icons = pixmaps().first(6);
     for (const DBusPixmap& icon : icons) {
         EXPECT_GT(icon.width, 5 * icon.height);
         EXPECT_EQ(icon.pixels.size(), icon.width * icon.height * 4);
@@ -260,6 +261,27 @@ TEST_F(SniStatusItemTest, DrawsTheTitleIntoTheIconWhereTheHostShowsWideOnes) {
     EXPECT_EQ(icons.first().height, 16);
     EXPECT_EQ(icons.last().height, 44);
     EXPECT_EQ(toolTip().title, QStringLiteral("response time"));
+}
+
+TEST_F(SniStatusItemTest, OffersBadgesToPanelsWithoutTheWidthForTheWholeTitle) {
+    showWide();
+    for (const StatusTitle& title : {sample::fast(), sample::slow(), sample::paused()}) {
+        item_->setTitle(title);
+        host_.settle();
+        const QList<DBusPixmap> all = pixmaps();
+        const QList<DBusPixmap> wide = all.first(6);
+        const QList<DBusPixmap> badges = all.mid(wide.size());
+        ASSERT_FALSE(badges.isEmpty());
+        const StatusIcon badge = makeTitleStyle(TitleWay::badge)->present(title, {}).icon;
+        for (const DBusPixmap& icon : badges) {
+            EXPECT_EQ(icon.width, icon.height);
+            EXPECT_EQ(icon.pixels, toDBusPixmap(paintStatusIcon(badge, icon.height,
+                                                                QFontDatabase::systemFont(QFontDatabase::GeneralFont)))
+                                       .pixels);
+            // Hosts that take the picture with the most pixels get the title.
+            EXPECT_LT(icon.width * icon.height, wide.last().width * wide.last().height);
+        }
+    }
 }
 
 TEST_F(SniStatusItemTest, TellsOfANewTitleInAWideIconByTheIconAlone) {
