@@ -488,16 +488,21 @@ TEST_F(SniStatusItemTest, RefusesToBeActivatedWhereTheHostThenOpensTheMenu) {
     }
 }
 
-TEST_F(SniStatusItemTest, TellsOfNoTooltipWhileItsOwnPopupIsOpen) {
+TEST_F(SniStatusItemTest, HasNoTooltipWhileItsOwnPopupIsOpen) {
     showBadge();
     host_.callItem(QStringLiteral("Activate"), {40, 50});
-    item_->setTitle(sample::slow());
     host_.settle();
-    EXPECT_EQ(count("NewToolTip"), 0);
+    EXPECT_EQ(count("NewToolTip"), 1);
+    EXPECT_EQ(toolTip().title + toolTip().text, QString());
+    item_->setTitle(sample::offline());
+    host_.settle();
+    EXPECT_EQ(count("NewToolTip"), 1);
+    EXPECT_EQ(toolTip().title + toolTip().text, QString());
     ASSERT_NE(openMenu(), nullptr);
     openMenu()->close();
     host_.settle();
-    EXPECT_EQ(count("NewToolTip"), 1);
+    EXPECT_EQ(count("NewToolTip"), 2);
+    EXPECT_EQ(toolTip().title, QStringLiteral("Offline"));
 }
 
 TEST_F(SniStatusItemTest, TakesEveryPlaceThatAHostMayName) {
