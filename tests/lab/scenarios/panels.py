@@ -56,7 +56,7 @@ def check_number(lab, panel, place):
         wait_until(fits, 10, "the panel shows our picture")
 
 
-def check_sharp(lab, panel, wide=False):
+def check_sharp(lab, panel, wide=False, height=ICON_OF_SCALE_2):
     """On a screen of scale 2: what is to be seen is one of our pictures for that, and not one of half the size stretched."""
     lab.link.set(rtt_ms=40)
     lab.program.start()
@@ -72,8 +72,8 @@ def check_sharp(lab, panel, wide=False):
         if panel.kind.shows == "strip":  # which may set its words a part of a pixel farther to the right
             given = [up_to_the_number(pixmap) for pixmap in given]
         sharp, stretched = (
-            min(panel.scaled_distance(picture, dots[0], pixmap, ICON_OF_SCALE_2) for pixmap in given if fitting(pixmap[1]))
-            for fitting in (lambda height: height >= ICON_OF_SCALE_2, lambda height: height <= ICON_OF_SCALE_2 // 2))
+            min(panel.scaled_distance(picture, dots[0], pixmap, height) for pixmap in given if fitting(pixmap[1]))
+            for fitting in (lambda offered: offered >= height, lambda offered: offered <= height // 2))
         print(f"{panel.name}: off by {sharp:.1f}; stretched it would be {stretched:.1f}")
         return sharp < FITS_WELL and 2 * sharp < stretched
     wait_until(fits, 25, "the panel shows a picture for its scale")

@@ -10,4 +10,4 @@ def test_the_item_is_seen_obeys_and_never_grows(lab):
 
 
 def test_the_dot_is_drawn_with_the_pixels_of_a_screen_of_scale_2(lab):
-    check_sharp(lab, lab.start_panel("gnome-2"))
+    check_sharp(lab, lab.start_panel("gnome-2"), height=32)
