@@ -123,7 +123,7 @@ class Panel:
             wait_until(self.has_host, 60, f"{self.name} has a host for status items")
 
     def _has_tray(self):
-        return self.kind.commands[-1][0] in self._screen.ask("xwininfo", "-root", "-tree")
+        return (self.kind.window or self.kind.commands[-1][0]) in self._screen.ask("xwininfo", "-root", "-tree")
 
     def has_tray_icon(self):
         """Whether the program's window is inside another one: the root's own children are listed with less space before them."""
@@ -242,19 +242,33 @@ class Panel:
     def icon_distance(self, picture, dot, pixmaps):
         """(difference, height given, height drawn): how well the best of an item's pictures fits what is to be seen around the
         dot, as the mean difference of a colour, 0 to 255, and at which size."""
-        best, ground = (255.0, 0, 0), picture.commonest(dot[1])
-        for pixmap in pixmaps:
-            for height in range(14 * self.kind.scale, 30 * self.kind.scale + 1, self.kind.scale):
-                icon = Icon(pixmap).scaled(height)
-                dot_x = round(icon.width * _dot_place(pixmap))
-                for top in range(max(0, dot[1] - height + 1), dot[1] + 1):
-                    for left in range(max(0, dot[0] - dot_x - 3), max(0, dot[0] - dot_x) + 4):
-                        if left + icon.width > picture.width:
-                            continue
-                        # a row through the dot sorts out what is far off
-                        if icon.distance(picture, left, top, ground, [dot[1] - top]) < best[0]:
-                            best = min(best, (icon.distance(picture, left, top, ground), pixmap[1], height))
+        heights = range(14 * self.kind.scale, 30 * self.kind.scale + 1, self.kind.scale)
+        return min((self.scaled_distance(picture, dot, pixmap, height), pixmap[1], height) for pixmap in pixmaps
+                   for height in heights)
+
+    def scaled_distance(self, picture, dot, pixmap, height):
+        """As above, for one picture drawn at one height."""
+        best, ground = 255.0, self._ground(picture, dot)
+        icon = Icon(pixmap).scaled(height)
+        dot_x = round(icon.width * _dot_place(pixmap))
+        for top in range(max(0, dot[1] - height + 1), dot[1] + 1):
+            for left in range(max(0, dot[0] - dot_x - 3), max(0, dot[0] - dot_x) + 4):
+                if left + icon.width > picture.width or top + height > picture.height:
+                    continue
+                # a row through the dot sorts out what is far off
+                if icon.distance(picture, left, top, ground, [dot[1] - top]) < best:
+                    best = min(best, icon.distance(picture, left, top, ground))
         return best
+
+    def _ground(self, picture, dot):
+        """The colour on which the item stands."""
+        if self.kind.shows == "strip":  # its plate, between the dot and the number
+            return picture.pixel(dot[0] + 6 * self.kind.scale, dot[1])
+        return picture.pixel(2, 2) if self.kind.narrow else picture.commonest(dot[1])
+
+    def set_dpi(self, dpi):
+        """As desktops do in order to have programs drawn larger."""
+        self._screen.do("xprop", "-root", "-f", "RESOURCE_MANAGER", "8s", "-set", "RESOURCE_MANAGER", f"Xft.dpi:\t{dpi}\n")
 
     def click(self, place, button=1):
         self._screen.click(*place, button)

@@ -1,6 +1,6 @@
 """How each sort of panel is set up and started, and in which way it is expected to show the title."""
 
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, replace
 
 XFCE = """<?xml version="1.0" encoding="UTF-8"?>
 <channel name="xfce4-panel" version="1.0">
@@ -105,6 +105,26 @@ panel_position = top left horizontal
 panel_size = 100% 28
 """
 
+# its bar has a tray
+I3 = """# i3 config file (v4)
+font pango:monospace 12
+bar {
+  position top
+}
+"""
+
+POLYBAR = """[bar/main]
+width = 100%
+height = 28
+tray-position = left
+tray-maxsize = 22
+modules-left = date
+
+[module/date]
+type = internal/date
+date = %H:%M
+"""
+
 
 @dataclass(frozen=True)
 class Kind:
@@ -124,6 +144,8 @@ class Kind:
     rounds: int = 1
     pause_s: int = 0  # how long it is left alone before each look
     collects: tuple = ()  # words for its command with which it collects garbage when told to
+    narrow: bool = False  # it ends beside its icons, and begins in the screen's upper left corner
+    window: str = ""  # what its window is called, if not as the last command
     keyboard: bool = True  # it gives the keyboard to its menu
 
 
@@ -152,8 +174,10 @@ KINDS = {
                          {"sway/config": SWAY.replace("position", "scale 2 position"), "waybar/config": WAYBAR,
                           "waybar/style.css": WAYBAR_STYLE % "#f4f4f6"}, SWAY_ENVIRONMENT, as_nobody=True, scale=2),
     "trayer": Kind("tray", "", (WINDOW_MANAGER, ("trayer", "--edge", "top", "--align", "left", "--widthtype", "request",
-                                                 "--heighttype", "pixel", "--height", "28"))),
+                                                 "--heighttype", "pixel", "--height", "28")), narrow=True),
     "tint2": Kind("tray", "", (WINDOW_MANAGER, ("tint2", "-c", "{config}/tint2rc")), {"tint2rc": TINT2}),
+    "i3bar": Kind("tray", "i3", (("i3", "-c", "{config}/i3/config"),), {"i3/config": I3}, window="i3bar"),
+    "polybar": Kind("tray", "", (WINDOW_MANAGER, ("polybar", "-c", "{config}/polybar.ini", "main")), {"polybar.ini": POLYBAR}),
     "none": Kind("strip"),
     # its extension looks at most every 100 ms; unsafe: it lets a test run scripts, and shows a shield in its panel
     "gnome": Kind("label", "GNOME", (("gnome-shell", "--x11", "--sm-disable"),), {KEYFILE: GNOME}, pace_ms=125, warm_up=1500,
@@ -166,3 +190,13 @@ KINDS = {
                    # collector that cannot be told to work
                    pace_ms=20, warm_up=1500, round=1500, rounds=2, pause_s=60),
 }
+
+# the same on screens of scale 2; what is drawn by our own program gets its scale from the screen
+KINDS["xfce-2"] = replace(KINDS["xfce"], environment={"GDK_SCALE": "2"}, scale=2)
+KINDS["trayer-2"] = replace(KINDS["trayer"], commands=(WINDOW_MANAGER, (*KINDS["trayer"].commands[-1][:-1], "56")), scale=2)
+KINDS["none-2"] = replace(KINDS["none"], scale=2)
+KINDS["gnome-2"] = replace(KINDS["gnome"], settings={KEYFILE: GNOME.replace(
+    "enable-animations", "scaling-factor=uint32 2\nenable-animations")}, scale=2)
+# upright there is no room for the whole title
+KINDS["mate-left"] = replace(KINDS["mate"], shows="badge", narrow=True,
+                             settings={KEYFILE: MATE.replace("orientation='top'", "orientation='left'")})

@@ -15,6 +15,11 @@ SEPARATED_AFTER = (1, 4)
 LINES_ABOVE = 3
 # mean difference of a colour by which a panel's own way of scaling may differ from ours
 FITS = 8
+# of a screen of scale 2: the area that holds any panel, the usual height of icons, and a picture that is scaled down at most
+TALL_PANEL = (0, 0, screen.WIDTH, 72)
+ICON_OF_SCALE_2 = 44
+FITS_WELL = 5
+PATIENCE = 3  # seconds that the program waits for a panel before it shows the item itself
 
 
 def check_panel(lab, panel):
@@ -52,6 +57,37 @@ def check_number(lab, panel, place):
         wait_until(fits, 10, "the panel shows our picture")
 
 
+def check_sharp(lab, panel, wide=False, height=ICON_OF_SCALE_2):
+    """On a screen of scale 2: what is to be seen is one of our pictures for that, and not one of half the size stretched."""
+    lab.link.set(rtt_ms=40)
+    lab.program.start()
+    panel.park_mouse()
+
+    def fits():
+        picture = panel.shot("green")
+        dots = picture.dots("green", TALL_PANEL)
+        if not dots:
+            return False
+        _, item = panel.item(lab.program.pid)
+        given = [pixmap for pixmap in item["IconPixmap"] if (pixmap[0] > pixmap[1]) == wide]
+        if panel.kind.shows == "strip":  # which may set its words a part of a pixel farther to the right
+            given = [up_to_the_number(pixmap) for pixmap in given]
+        sharp, stretched = (
+            min(panel.scaled_distance(picture, dots[0], pixmap, height) for pixmap in given if fitting(pixmap[1]))
+            for fitting in (lambda offered: offered >= height, lambda offered: offered <= height // 2))
+        print(f"{panel.name}: off by {sharp:.1f}; stretched it would be {stretched:.1f}")
+        return sharp < FITS_WELL and 2 * sharp < stretched
+    wait_until(fits, 25, "the panel shows a picture for its scale")
+
+
+def up_to_the_number(pixmap):
+    """The left part of a drawn title."""
+    width, height, data = pixmap
+    part = 40 * max(1, height // 22)
+    rows = (data[4 * row * width:4 * (row * width + part)] for row in range(height))
+    return part, height, b"".join(rows)
+
+
 def open_menu(panel, place, name):
     """Opens it by a click; (the picture of the screen before, the one with the menu, the menu's rectangle)."""
     panel.park_mouse()
@@ -74,6 +110,13 @@ def open_menu(panel, place, name):
 
 def large_enough(area):
     return area and all(area[end] - area[end - 2] >= size for end, size in zip((2, 3), LARGE_ENOUGH_FOR_THE_MENU))
+
+
+def check_click_and_keys(lab, panel, place):
+    """A click opens the menu, the keys reach "Pause", and the dot shows it."""
+    open_menu(panel, place, "menu")
+    panel.press(*["Down"] * 4, "Return")
+    panel.wait_for_dot("gray", 5, "paused")
 
 
 def check_menu(lab, panel, place):
@@ -182,6 +225,9 @@ def check_return(lab, panel):
     wait_until(lambda: len(panel.shot("gone").dots("green", PANEL)) == left, 5, "the panel is gone")
     panel.restart()
     wait_until(lambda: len(panel.shot("back").dots("green", PANEL)) == 1, 15, "one green dot again")
+    # in whose place no other comes up when the patience with panels that are away is over
+    time.sleep(PATIENCE + 1)
+    assert len(panel.shot("back").dots("green", PANEL)) == 1
     if panel.kind.shows == "tray":
         wait_until(lambda: panel.shot("back").dots("green", PANEL)[0][0] < screen.WIDTH // 2, 10, "it is in the tray again")
 

@@ -1,9 +1,27 @@
 """The item on a real mate-panel."""
 
-from panels import check_changes, check_panel
+from desktop import wait_until
+from panels import FITS, check_changes, check_panel
 
 
 def test_the_item_is_seen_obeys_and_never_grows(lab):
     panel = lab.start_panel("mate")
     check_panel(lab, panel)
     check_changes(lab, panel)
+
+
+def test_an_upright_panel_shows_the_number_too(lab):
+    panel = lab.start_panel("mate-left")
+    lab.link.set(rtt_ms=40)
+    lab.program.start()
+    panel.park_mouse()
+
+    def fits():
+        picture = panel.shot("green")
+        dots = picture.dots("green", (0, 0, 40, 200))
+        if len(dots) != 1:
+            return False
+        _, item = panel.item(lab.program.pid)
+        badges = [pixmap for pixmap in item["IconPixmap"] if pixmap[0] == pixmap[1]]
+        return panel.icon_distance(picture, dots[0], badges)[0] < FITS
+    wait_until(fits, 20, "the dot with the number")

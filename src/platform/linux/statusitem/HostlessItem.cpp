@@ -86,7 +86,9 @@ void HostlessItem::followTray() {
 }
 
 void HostlessItem::showIcon() {
-    icon_ = std::make_unique<XembedIcon>(*server_, tray_->window(), badgeOf(title_, toolTip_).icon);
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    icon_ = std::make_unique<XembedIcon>(*server_, tray_->window(), badgeOf(title_, toolTip_).icon,
+                                         screen != nullptr ? screen->devicePixelRatio() : 1);
     connect(icon_.get(), &XembedIcon::embedded, this, [this] {
         embeddingTimer_.stop();
         strip_.reset();

@@ -11,11 +11,16 @@ namespace skylet {
 
 namespace {
 
-// Panels ask for 16 to 32 logical pixels; the rest is for scale 2. A host takes the nearest and scales it.
-constexpr std::array iconSizes = {16, 22, 24, 32, 48, 64};
+// Panels ask for 16 to 32 logical pixels; the rest is for scale 2, where 22 are the most usual. A host takes the
+// nearest and scales it.
+constexpr std::array iconSizes = {16, 22, 24, 32, 44, 48, 64};
 // Of the whole title, which is some ten times as wide, none is larger than twice the usual height: Waybar takes the
 // largest whatever its scale is. MATE stretches the next smaller one to its panel's height, so the usual ones are here.
 constexpr std::array titleHeights = {16, 22, 24, 28, 32, 44};
+// Where the title is drawn there are badges too, for a panel of MATE that stands upright: it takes the widest that fits
+// in, and where only the whole title was offered squeezed that into its width. No badge has as many pixels as the
+// largest title, and of two that are equally high a lying panel takes the one that comes first.
+constexpr std::array uprightSizes = {16, 22, 32, 64};
 
 // An activation token is a short opaque text; a longer one is no token.
 constexpr qsizetype longestToken = 1024;
@@ -143,8 +148,8 @@ void SniObject::setStatus(Status status) {
     scheduleTelling();
 }
 
-void SniObject::setMenuOpen(bool open) {
-    menuOpen_ = open;
+void SniObject::setOpenMenu(OpenMenu menu) {
+    openMenu_ = menu;
     scheduleTelling();
 }
 
@@ -186,19 +191,35 @@ void SniObject::tellChanges() {
 
 void SniObject::tellToolTip() {
     ItemAppearance& told = told_->appearance;
-    const bool same = told.toolTipTitle == appearance_.toolTipTitle && told.toolTipText == appearance_.toolTipText;
-    if (same || menuOpen_) {
+    const auto [title, text] = shownToolTip();
+    if (told.toolTipTitle == title && told.toolTipText == text) {
         return;
     }
-    told.toolTipTitle = appearance_.toolTipTitle;
-    told.toolTipText = appearance_.toolTipText;
+    told.toolTipTitle = title;
+    told.toolTipText = text;
     emitSignal(QStringLiteral("NewToolTip"));
 }
 
+std::pair<QString, QString> SniObject::shownToolTip() const {
+    switch (openMenu_) {
+    case OpenMenu::none:
+        break;
+    case OpenMenu::ofHost:
+        // Not only untold but also unread: a host that is told of an icon may read the tooltip as well.
+        if (told_) {
+            return {told_->appearance.toolTipTitle, told_->appearance.toolTipText};
+        }
+        break;
+    case OpenMenu::own:
+        // With every new icon MATE shows the tooltip of what the mouse is on, and there it would hide the menu's lines.
+        return {};
+    }
+    return {appearance_.toolTipTitle, appearance_.toolTipText};
+}
+
 DBusToolTip SniObject::toolTip() const {
-    // Not only untold but also unread: a host that is told of an icon may read the tooltip as well.
-    const ItemAppearance& source = menuOpen_ && told_ ? told_->appearance : appearance_;
-    return {{}, {}, source.toolTipTitle, escapedMarkup(source.toolTipText)};
+    const auto [title, text] = shownToolTip();
+    return {{}, {}, title, escapedMarkup(text)};
 }
 
 QString SniObject::iconName() {
@@ -209,9 +230,18 @@ const QList<DBusPixmap>& SniObject::pixmaps() {
     if (paintedIcon_ != appearance_.icon) {
         const QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
         pixmaps_.clear();
-        const bool wide = appearance_.icon.form == StatusIcon::Form::wide;
-        for (const int size : wide ? std::span<const int>(titleHeights) : std::span<const int>(iconSizes)) {
-            pixmaps_.append(toDBusPixmap(paintStatusIcon(appearance_.icon, size, font)));
+        const auto addPixmaps = [&](const StatusIcon& icon, std::span<const int> sizes) {
+            for (const int size : sizes) {
+                pixmaps_.append(toDBusPixmap(paintStatusIcon(icon, size, font)));
+            }
+        };
+        if (appearance_.icon.form == StatusIcon::Form::wide) {
+            addPixmaps(appearance_.icon, titleHeights);
+            StatusIcon badge = appearance_.icon;
+            badge.form = StatusIcon::Form::badge;
+            addPixmaps(badge, uprightSizes);
+        } else {
+            addPixmaps(appearance_.icon, iconSizes);
         }
         paintedIcon_ = appearance_.icon;
     }

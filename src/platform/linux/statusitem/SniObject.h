@@ -16,13 +16,20 @@ namespace skylet {
 
 /// The item as hosts see it on the bus: org.kde.StatusNotifierItem with the label that libayatana-appindicator added to
 /// it. A host answers every signal by reading properties, pixmaps included; so signals go out once per turn of the
-/// event loop, only for what differs from what was told last, and none about the tooltip while the menu is open, which
-/// would make some hosts close it.
+/// event loop, only for what differs from what was told last, and none about the tooltip while a host shows the menu,
+/// which would make some hosts close it.
 class SniObject final : public ExportedObject {
     Q_OBJECT
 
   public:
     enum class Status { passive, active, needsAttention };
+    enum class OpenMenu {
+        none,
+        /// A host has made it from what it read on the bus.
+        ofHost,
+        /// The item has popped it up by itself.
+        own,
+    };
     /// Opens the menu at a place, in logical pixels; false when the calling host shall open it by itself.
     using MenuOpener = std::function<bool(const QString& host, QPoint place)>;
 
@@ -37,7 +44,7 @@ class SniObject final : public ExportedObject {
     /// Whether hosts are given the icon as a file, by its name, instead of its pixels.
     void setIconByName(bool byName);
     void setStatus(Status status);
-    void setMenuOpen(bool open);
+    void setOpenMenu(OpenMenu menu);
 
   private:
     struct Told {
@@ -51,6 +58,7 @@ class SniObject final : public ExportedObject {
     void scheduleTelling();
     void tellChanges();
     void tellToolTip();
+    std::pair<QString, QString> shownToolTip() const;
     DBusToolTip toolTip() const;
     const QList<DBusPixmap>& pixmaps();
     QList<DBusPixmap> smallestPixmap();
@@ -59,7 +67,7 @@ class SniObject final : public ExportedObject {
     QString id_;
     ItemAppearance appearance_;
     Status status_ = Status::active;
-    bool menuOpen_ = false;
+    OpenMenu openMenu_ = OpenMenu::none;
     /// Absent until the first turn of the event loop: what stands then is read, not told.
     std::optional<Told> told_;
     bool tellingScheduled_ = false;

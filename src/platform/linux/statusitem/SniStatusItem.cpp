@@ -116,7 +116,10 @@ void SniStatusItem::updateStatus() {
 }
 
 void SniStatusItem::updateMenuOpen() {
-    item_.setMenuOpen(menuExporter_.isOpen() || menu_.widget().isVisible());
+    using OpenMenu = SniObject::OpenMenu;
+    item_.setOpenMenu(menu_.widget().isVisible() ? OpenMenu::own
+                      : menuExporter_.isOpen()   ? OpenMenu::ofHost
+                                                 : OpenMenu::none);
 }
 
 bool SniStatusItem::openMenu(const QString& host, QPoint place) {

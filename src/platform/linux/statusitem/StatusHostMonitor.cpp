@@ -202,12 +202,13 @@ void StatusHostMonitor::finish(const std::shared_ptr<Look>& finished) {
     const bool allAlike = std::all_of(deciding.cbegin(), deciding.cend(),
                                       [&](const QString& owner) { return traitsOfConnection(owner).way == first; });
     const TitleWay way = allAlike ? first : TitleWay::badge;
-    const bool same = way == titleWay_ && look.watcherOwner == watcherOwner_;
+    const bool asksForHosts = !look.watcherOwner.isEmpty() && look.hostOwners.isEmpty();
+    const bool alone = asksForHosts && watcherIsAlone_;
+    const bool same = way == titleWay_ && look.watcherOwner == watcherOwner_ && alone == watcherIsAlone_;
     titleWay_ = way;
     watcherOwner_ = look.watcherOwner;
-    if (look.watcherOwner.isEmpty() || !look.hostOwners.isEmpty()) {
-        watcherIsAlone_ = false;
-    } else {
+    watcherIsAlone_ = alone;
+    if (asksForHosts) {
         // Not part of the look itself, whose result must not wait for a program that may be slow to answer.
         askWatcherForHosts(finished);
     }

@@ -71,6 +71,17 @@ DotSign signFor(DotColor color) {
     return DotSign::none;
 }
 
+StatusIcon badgeIcon(const StatusTitle& title) {
+    StatusIcon icon;
+    icon.form = StatusIcon::Form::badge;
+    icon.color = dotColor(title);
+    icon.number = numberIn(title);
+    if (icon.number.isEmpty() && hasStateWord(title)) {
+        icon.sign = signFor(icon.color);
+    }
+    return icon;
+}
+
 class LabelStyle final : public TitleStyle {
   public:
     ItemAppearance present(const StatusTitle& title, const QString& toolTip) const override {
@@ -94,8 +105,9 @@ class WideStyle final : public TitleStyle {
   public:
     ItemAppearance present(const StatusTitle& title, const QString& toolTip) const override {
         ItemAppearance appearance;
+        // With what a badge needs as well: not every place of such a host has room for the whole title.
+        appearance.icon = badgeIcon(title);
         appearance.icon.form = StatusIcon::Form::wide;
-        appearance.icon.color = dotColor(title);
         appearance.icon.title = title;
         // As for the label: the text stands in the panel already.
         appearance.toolTipTitle = toolTip;
@@ -107,12 +119,7 @@ class BadgeStyle final : public TitleStyle {
   public:
     ItemAppearance present(const StatusTitle& title, const QString& toolTip) const override {
         ItemAppearance appearance;
-        appearance.icon.form = StatusIcon::Form::badge;
-        appearance.icon.color = dotColor(title);
-        appearance.icon.number = numberIn(title);
-        if (appearance.icon.number.isEmpty() && hasStateWord(title)) {
-            appearance.icon.sign = signFor(appearance.icon.color);
-        }
+        appearance.icon = badgeIcon(title);
         appearance.toolTipTitle = textAfterDot(title);
         appearance.toolTipText = toolTip;
         return appearance;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstring>
 #include <utility>
 
@@ -20,8 +21,8 @@ constexpr uint32_t xembedMapped = 1;
 // From X11's WM_NORMAL_HINTS (ICCCM 4.1.2.3): the minimum size is given.
 constexpr uint32_t minimumSizeHint = 1U << 4;
 
-// What most trays give an icon; they stretch or shrink the window as they like.
-constexpr uint16_t wantedSide = 22;
+// What most trays give an icon, in logical pixels; they stretch or shrink the window as they like.
+constexpr double usualSide = 22;
 // More than a panel's icon ever has, even on a screen of scale 3.
 constexpr int largestSide = 128;
 constexpr uint8_t depthWithAlpha = 32;
@@ -41,8 +42,10 @@ uint8_t depthOf(const xcb_screen_t& screen, xcb_visualid_t visual) {
 
 } // namespace
 
-XembedIcon::XembedIcon(X11Connection& connection, xcb_window_t tray, StatusIcon icon)
-    : connection_(connection), icon_(std::move(icon)), size_(wantedSide, wantedSide) {
+XembedIcon::XembedIcon(X11Connection& connection, xcb_window_t tray, StatusIcon icon, double scale)
+    : connection_(connection), icon_(std::move(icon)),
+      wantedSide_(static_cast<uint16_t>(std::lround(std::clamp(usualSide * scale, usualSide, double{largestSide})))),
+      size_(wantedSide_, wantedSide_) {
     connect(&connection_, &X11Connection::received, this, &XembedIcon::take);
     createWindow(tray);
     describeWindow();
@@ -73,7 +76,7 @@ void XembedIcon::createWindow(xcb_window_t tray) {
     xcb_create_colormap(server, XCB_COLORMAP_ALLOC_NONE, colormap_, screen.root, visual);
     window_ = xcb_generate_id(server);
     const std::array<uint32_t, 4> values = {0, 0, eventMask, colormap_};
-    xcb_create_window(server, depth_, window_, screen.root, -1, -1, wantedSide, wantedSide, 0,
+    xcb_create_window(server, depth_, window_, screen.root, -1, -1, wantedSide_, wantedSide_, 0,
                       XCB_WINDOW_CLASS_INPUT_OUTPUT, visual,
                       XCB_CW_BACK_PIXEL | XCB_CW_BORDER_PIXEL | XCB_CW_EVENT_MASK | XCB_CW_COLORMAP, values.data());
     context_ = xcb_generate_id(server);
@@ -98,8 +101,8 @@ void XembedIcon::describeWindow() {
                std::array<uint32_t, 1>{static_cast<uint32_t>(QCoreApplication::applicationPid())});
     std::array<uint32_t, 18> hints{};
     hints[0] = minimumSizeHint;
-    hints[5] = wantedSide;
-    hints[6] = wantedSide;
+    hints[5] = wantedSide_;
+    hints[6] = wantedSide_;
     setNumbers(XCB_ATOM_WM_NORMAL_HINTS, XCB_ATOM_WM_SIZE_HINTS, hints);
 }
 

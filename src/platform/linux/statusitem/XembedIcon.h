@@ -17,8 +17,8 @@ class XembedIcon final : public QObject {
     Q_OBJECT
 
   public:
-    /// Asks the tray to take the icon. `connection` outlives the icon.
-    XembedIcon(X11Connection& connection, xcb_window_t tray, StatusIcon icon);
+    /// Asks the tray to take the icon. `connection` outlives the icon. `scale`: device pixels for each logical one.
+    XembedIcon(X11Connection& connection, xcb_window_t tray, StatusIcon icon, double scale);
     ~XembedIcon() override;
     XembedIcon(const XembedIcon&) = delete;
     XembedIcon& operator=(const XembedIcon&) = delete;
@@ -53,6 +53,8 @@ class XembedIcon final : public QObject {
 
     X11Connection& connection_;
     StatusIcon icon_;
+    /// What the tray is asked for.
+    uint16_t wantedSide_;
     xcb_window_t window_ = XCB_WINDOW_NONE;
     xcb_gcontext_t context_ = 0;
     xcb_colormap_t colormap_ = XCB_NONE;

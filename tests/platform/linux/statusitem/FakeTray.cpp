@@ -79,6 +79,18 @@ void FakeTray::take(const xcb_generic_event_t& event) {
     connection_->flush();
 }
 
+QSize FakeTray::wantedSize() {
+    const auto cookie =
+        xcb_get_property(connection_->get(), 0, icon_, XCB_ATOM_WM_NORMAL_HINTS, XCB_ATOM_WM_SIZE_HINTS, 0, 18);
+    const XcbReply<xcb_get_property_reply_t> reply(xcb_get_property_reply(connection_->get(), cookie, nullptr));
+    connection_->readSoon();
+    if (!reply || xcb_get_property_value_length(reply.get()) < 28) {
+        return {};
+    }
+    const auto* hints = static_cast<const int32_t*>(xcb_get_property_value(reply.get()));
+    return {hints[5], hints[6]};
+}
+
 QImage FakeTray::picture() {
     const auto cookie = xcb_get_image(connection_->get(), XCB_IMAGE_FORMAT_Z_PIXMAP, window_, 8, 8,
                                       static_cast<uint16_t>(size_.width()), static_cast<uint16_t>(size_.height()), ~0U);

@@ -43,6 +43,8 @@ class FakeTray final : public QObject {
     /// The windows that asked to be docked.
     int requests() const { return requests_; }
     xcb_window_t icon() const { return icon_; }
+    /// The least size that the icon asks for in its hints.
+    QSize wantedSize();
     /// The icon as it is to be seen.
     QImage picture();
     void resizeIcon(QSize size);

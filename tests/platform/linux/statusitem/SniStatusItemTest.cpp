@@ -3,6 +3,7 @@
 #include "platform/linux/statusitem/FakeStatusHost.h"
 #include "platform/linux/statusitem/SampleTitles.h"
 #include "platform/linux/statusitem/StatusColors.h"
+#include "platform/linux/statusitem/TitleStyle.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
 #include "support/QStringPrinting.h"
@@ -12,6 +13,7 @@
 #include <QDBusObjectPath>
 #include <QDir>
 #include <QFile>
+#include <QFontDatabase>
 #include <QMenu>
 #include <QTemporaryDir>
 
@@ -129,7 +131,7 @@ TEST_F(SniStatusItemTest, HasTheDotInSizesForEveryPanelWhenItHasNoFiles) {
     EXPECT_EQ(property(QStringLiteral("IconName")), QString());
     const QList<DBusPixmap> icons = pixmaps();
     qunsetenv("XDG_RUNTIME_DIR");
-    ASSERT_EQ(icons.size(), 6);
+    ASSERT_EQ(icons.size(), 7);
     for (const DBusPixmap& icon : icons) {
         EXPECT_EQ(icon.width, icon.height);
         ASSERT_EQ(icon.pixels.size(), icon.width * icon.height * 4);
@@ -275,8 +277,7 @@ TEST_F(SniStatusItemTest, DrawsTheTitleIntoTheIconWhereTheHostShowsWideOnes) {
     showWide();
     const QVariantMap all = host_.itemProperties();
     EXPECT_FALSE(all.contains(QStringLiteral("XAyatanaLabel")));
-    const QList<DBusPixmap> icons = pixmaps();
-    ASSERT_EQ(icons.size(), 6);
+    const QList<DBusPixmap> icons = pixmaps().first(6);
     for (const DBusPixmap& icon : icons) {
         EXPECT_GT(icon.width, 5 * icon.height);
         EXPECT_EQ(icon.pixels.size(), icon.width * icon.height * 4);
@@ -284,6 +285,27 @@ TEST_F(SniStatusItemTest, DrawsTheTitleIntoTheIconWhereTheHostShowsWideOnes) {
     EXPECT_EQ(icons.first().height, 16);
     EXPECT_EQ(icons.last().height, 44);
     EXPECT_EQ(toolTip().title, QStringLiteral("response time"));
+}
+
+TEST_F(SniStatusItemTest, OffersBadgesToPanelsWithoutTheWidthForTheWholeTitle) {
+    showWide();
+    for (const StatusTitle& title : {sample::fast(), sample::slow(), sample::paused()}) {
+        item_->setTitle(title);
+        host_.settle();
+        const QList<DBusPixmap> all = pixmaps();
+        const QList<DBusPixmap> wide = all.first(6);
+        const QList<DBusPixmap> badges = all.mid(wide.size());
+        ASSERT_FALSE(badges.isEmpty());
+        const StatusIcon badge = makeTitleStyle(TitleWay::badge)->present(title, {}).icon;
+        for (const DBusPixmap& icon : badges) {
+            EXPECT_EQ(icon.width, icon.height);
+            EXPECT_EQ(icon.pixels, toDBusPixmap(paintStatusIcon(badge, icon.height,
+                                                                QFontDatabase::systemFont(QFontDatabase::GeneralFont)))
+                                       .pixels);
+            // Hosts that take the picture with the most pixels get the title.
+            EXPECT_LT(icon.width * icon.height, wide.last().width * wide.last().height);
+        }
+    }
 }
 
 TEST_F(SniStatusItemTest, TellsOfANewTitleInAWideIconByTheIconAlone) {
@@ -496,16 +518,21 @@ TEST_F(SniStatusItemTest, RefusesToBeActivatedWhereTheHostThenOpensTheMenu) {
     }
 }
 
-TEST_F(SniStatusItemTest, TellsOfNoTooltipWhileItsOwnPopupIsOpen) {
+TEST_F(SniStatusItemTest, HasNoTooltipWhileItsOwnPopupIsOpen) {
     showBadge();
     host_.callItem(QStringLiteral("Activate"), {40, 50});
-    item_->setTitle(sample::slow());
     host_.settle();
-    EXPECT_EQ(count("NewToolTip"), 0);
+    EXPECT_EQ(count("NewToolTip"), 1);
+    EXPECT_EQ(toolTip().title + toolTip().text, QString());
+    item_->setTitle(sample::offline());
+    host_.settle();
+    EXPECT_EQ(count("NewToolTip"), 1);
+    EXPECT_EQ(toolTip().title + toolTip().text, QString());
     ASSERT_NE(openMenu(), nullptr);
     openMenu()->close();
     host_.settle();
-    EXPECT_EQ(count("NewToolTip"), 1);
+    EXPECT_EQ(count("NewToolTip"), 2);
+    EXPECT_EQ(toolTip().title, QStringLiteral("Offline"));
 }
 
 TEST_F(SniStatusItemTest, TakesEveryPlaceThatAHostMayName) {

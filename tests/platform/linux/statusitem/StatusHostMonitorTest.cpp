@@ -250,8 +250,10 @@ TEST_F(StatusHostMonitorTest, KnowsAWatcherThatHasNoHost) {
     watcher.saysHostIsRegistered = false;
     watcher.tellOfHosts();
     EXPECT_TRUE(waitUntil([this] { return !monitor_->hasHost(); }));
+    const int changes = changes_;
     const QDBusConnection host = owning(hostName_);
     EXPECT_TRUE(waitUntil([this] { return monitor_->hasHost(); }));
+    EXPECT_EQ(changes_, changes + 1);
 }
 
 TEST_F(StatusHostMonitorTest, HasNoHostWithoutAWatcher) {

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <utility>
 
 namespace skylet {
 namespace {
@@ -26,10 +27,10 @@ StatusIcon badgeWith(const char* number, DotColor color = DotColor::systemGreen)
 
 class XembedIconTest : public testing::Test {
   protected:
-    void dock(const QColor& ground) {
+    void dock(const QColor& ground, double scale = 1) {
         tray_ = std::make_unique<FakeTray>(screen_.display(), ground);
         ASSERT_TRUE(waitUntil([this] { return knownTray_.window() != XCB_WINDOW_NONE; }));
-        icon_ = std::make_unique<XembedIcon>(*connection_, knownTray_.window(), badgeWith("87"));
+        icon_ = std::make_unique<XembedIcon>(*connection_, knownTray_.window(), badgeWith("87"), scale);
         ASSERT_TRUE(waitUntil([this] { return icon_->isEmbedded(); }));
     }
 
@@ -82,6 +83,16 @@ TEST_F(XembedIconTest, StandsInTheMiddleOfAPlaceThatIsNotSquare) {
     tray_->resizeIcon(QSize(40, 24));
     EXPECT_TRUE(
         waitUntil([this] { return tray_->picture().copy(8, 0, 24, 24) == expected(badgeWith("87"), 24, darkTray); }));
+}
+
+TEST_F(XembedIconTest, AsksForMorePixelsWhereTheScreenHasMore) {
+    for (const auto& [scale, side] : {std::pair{1.0, 22}, {1.5, 33}, {2.0, 44}, {0.5, 22}, {100.0, 128}}) {
+        icon_.reset();
+        tray_.reset();
+        ASSERT_TRUE(waitUntil([this] { return knownTray_.window() == XCB_WINDOW_NONE; }));
+        dock(lightTray, scale);
+        EXPECT_EQ(tray_->wantedSize(), QSize(side, side)) << scale;
+    }
 }
 
 TEST_F(XembedIconTest, TellsWhereItIsWhenItIsPressed) {

@@ -79,8 +79,8 @@ Menu demoMenu(Application& application) {
 
 /// Every state as badge and as wide icon in every size, as if on a dark and on a light panel.
 bool paintSheet(const QString& file) {
-    constexpr int panelWidth = 640;
-    constexpr int rowHeight = 60;
+    constexpr int panelWidth = 1160;
+    constexpr int rowHeight = 76;
     const std::vector<State> all = states();
     QImage sheet(2 * panelWidth, rowHeight * static_cast<int>(all.size()), QImage::Format_RGB32);
     QPainter painter(&sheet);
@@ -94,7 +94,7 @@ bool paintSheet(const QString& file) {
             for (const TitleWay way : {TitleWay::badge, TitleWay::wide}) {
                 const StatusIcon icon = makeTitleStyle(way)->present(state.title, {}).icon;
                 for (const int size :
-                     way == TitleWay::badge ? std::vector<int>{16, 22, 24, 32} : std::vector<int>{22, 44}) {
+                     way == TitleWay::badge ? std::vector<int>{16, 22, 24, 32, 44, 48, 64} : std::vector<int>{22, 44}) {
                     const QImage image = paintStatusIcon(icon, size, font);
                     painter.drawImage(x, y, image);
                     x += image.width() + 4;
