@@ -1,7 +1,7 @@
 """The item on a real mate-panel."""
 
-from desktop import wait_until
 from panels import FITS, check_changes, check_panel
+from support.processes import wait_until
 
 
 def test_the_item_is_seen_obeys_and_never_grows(lab):
