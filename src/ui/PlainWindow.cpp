@@ -99,7 +99,8 @@ void PlainWindow::changeEvent(QEvent* event) {
 
 void PlainWindow::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);
-    wasSeen_ = false;
+    // One that the desktop shows again, such as a minimised one, is not always painted anew.
+    wasSeen_ = wasSeen_ && event->spontaneous();
 }
 
 void PlainWindow::paintEvent(QPaintEvent* event) {
