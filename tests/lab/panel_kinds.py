@@ -163,7 +163,7 @@ KINDS = {
     "lxqt": Kind("badge", "LXQt", (WINDOW_MANAGER, ("lxqt-panel",)), {"lxqt/panel.conf": LXQT},
                  {"QT_QPA_PLATFORM": "xcb"},
                  # Qt keeps the last 10,500 pictures of 16 x 16 pixels that it has drawn (10 MB)
-                 warm_up=12000),
+                 pace_ms=5, warm_up=12000),
     "waybar": Kind("wide", "sway", (("sway", "-c", "{config}/sway/config"), ("@wayland", "waybar")),
                    {"sway/config": SWAY, "waybar/config": WAYBAR, "waybar/style.css": WAYBAR_STYLE % "#2a2a2e"},
                    SWAY_ENVIRONMENT, as_nobody=True, pace_ms=40, keyboard=False),
