@@ -66,7 +66,7 @@ void DesktopStatusItem::followHost() {
 
 void DesktopStatusItem::showWithoutHost() {
     hostless_ =
-        std::make_unique<HostlessItem>(hostlessOptions_.item, [this](QPoint place) { onHost_.popUpMenu(place); });
+        std::make_unique<HostlessItem>(hostlessOptions_.item, [this](QRect anchor) { onHost_.popUpMenu(anchor); });
     present();
 }
 

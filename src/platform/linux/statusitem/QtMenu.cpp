@@ -1,5 +1,6 @@
 #include "platform/linux/statusitem/QtMenu.h"
 
+#include "platform/TextDirection.h"
 #include "platform/linux/statusitem/ApplicationIcon.h"
 
 #include <QAction>
@@ -103,6 +104,10 @@ void apply(const MenuItem& item, QAction& action) {
     }
 }
 
+QPoint onto(const QRect& area, QPoint place) {
+    return {std::clamp(place.x(), area.left(), area.right()), std::clamp(place.y(), area.top(), area.bottom())};
+}
+
 } // namespace
 
 QtMenu::QtMenu() : widget_(std::make_unique<ShortcutMenu>()) {}
@@ -120,7 +125,10 @@ void QtMenu::setMenu(const Menu& menu) {
         // Without it Qt moves "About", "Quit" and the like into an application menu where a platform has one.
         action->setMenuRole(QAction::NoRole);
         apply(*item, *action);
-        connect(item.get(), &MenuItem::changed, action, [item = item.get(), action] { apply(*item, *action); });
+        connect(item.get(), &MenuItem::changed, action, [this, item = item.get(), action] {
+            apply(*item, *action);
+            followDirection();
+        });
         connect(action, &QAction::triggered, this, [item, action = QPointer<QAction>(action)] {
             item->trigger();
             // Qt has flipped the check mark on its own; the item decides whether it stays so.
@@ -130,13 +138,24 @@ void QtMenu::setMenu(const Menu& menu) {
         });
         widget_->addAction(action);
     }
+    followDirection();
 }
 
-void QtMenu::popUp(QPoint place) {
-    const QScreen* screen = QGuiApplication::screenAt(place);
+void QtMenu::followDirection() {
+    const bool rightToLeft = std::any_of(menu_.cbegin(), menu_.cend(),
+                                         [](const auto& item) { return hasRightToLeft(item->title()); });
+    widget_->setLayoutDirection(rightToLeft ? Qt::RightToLeft : Qt::LeftToRight);
+}
+
+void QtMenu::popUp(QRect anchor) {
+    const QScreen* screen = QGuiApplication::screenAt(anchor.center());
     const QRect area = (screen != nullptr ? screen : QGuiApplication::primaryScreen())->geometry();
-    widget_->popup(
-        QPoint(std::clamp(place.x(), area.left(), area.right()), std::clamp(place.y(), area.top(), area.bottom())));
+    const QRect seen(onto(area, anchor.topLeft()), onto(area, anchor.bottomRight()));
+    const QSize size = widget_->sizeHint();
+    // Qt moves what does not fit onto the screen, but over the anchor, where a hand that is not quite still would choose
+    // an entry by the click that opens the menu.
+    widget_->popup({widget_->isRightToLeft() ? seen.right() + 1 - size.width() : seen.left(),
+                    seen.center().y() < area.center().y() ? seen.bottom() + 1 : seen.top() - size.height()});
 }
 
 } // namespace skylet

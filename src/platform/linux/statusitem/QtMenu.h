@@ -4,7 +4,7 @@
 
 #include <QMenu>
 #include <QObject>
-#include <QPoint>
+#include <QRect>
 
 #include <memory>
 
@@ -26,11 +26,14 @@ class QtMenu : public QObject {
     /// Replaces all entries.
     void setMenu(const Menu& menu);
     QMenu& widget() { return *widget_; }
-    /// Opens the menu with a corner at `place`, in logical pixels of the whole desktop, moved so that it lies on a
-    /// screen.
-    void popUp(QPoint place);
+    /// Opens the menu beside `anchor`, in logical pixels of the whole desktop: beneath it, or above it in the lower half
+    /// of the screen. It lies on a screen whatever the anchor is, and never on the anchor where there is room for both.
+    void popUp(QRect anchor);
+    void close() { widget_->close(); }
 
   private:
+    void followDirection();
+
     std::unique_ptr<QMenu> widget_;
     Menu menu_;
 };

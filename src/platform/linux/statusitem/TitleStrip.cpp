@@ -113,7 +113,7 @@ void TitleStrip::mouseReleaseEvent(QMouseEvent* event) {
     if (pressedAt_ && !dragged_) {
         // Where the window is, the event knows best: Openbox was seen to leave Qt in the belief that it is at the
         // origin.
-        Q_EMIT clicked((event->globalPosition() - event->position()).toPoint() + QPoint(0, height()));
+        Q_EMIT clicked(QRect((event->globalPosition() - event->position()).toPoint(), size()));
     }
     pressedAt_.reset();
 }

@@ -22,8 +22,8 @@ class TitleStrip final : public QWidget {
     void setTitle(const StatusTitle& title);
 
   Q_SIGNALS:
-    /// A mouse button went down and up on it. `place`: where a menu belongs, in logical pixels of the desktop.
-    void clicked(QPoint place);
+    /// A mouse button went down and up on it. `place`: the strip, in logical pixels of the desktop.
+    void clicked(QRect place);
 
   protected:
     void paintEvent(QPaintEvent* event) override;
