@@ -104,15 +104,25 @@ void apply(const MenuItem& item, QAction& action) {
     }
 }
 
+/// To what its entries need.
+void fixSize(QMenu& menu) {
+    menu.setMinimumSize(0, 0);
+    menu.setFixedSize(menu.sizeHint());
+}
+
 QPoint onto(const QRect& area, QPoint place) {
     return {std::clamp(place.x(), area.left(), area.right()), std::clamp(place.y(), area.top(), area.bottom())};
 }
 
 } // namespace
 
-QtMenu::QtMenu() : widget_(std::make_unique<ShortcutMenu>()) {}
+QtMenu::QtMenu(bool keepsSize) : widget_(std::make_unique<ShortcutMenu>()), keepsSize_(keepsSize) {}
 
 QtMenu::~QtMenu() = default;
+
+bool QtMenu::isOnWayland() {
+    return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+}
 
 void QtMenu::setMenu(const Menu& menu) {
     widget_->clear();
@@ -126,8 +136,10 @@ void QtMenu::setMenu(const Menu& menu) {
         action->setMenuRole(QAction::NoRole);
         apply(*item, *action);
         connect(item.get(), &MenuItem::changed, action, [this, item = item.get(), action] {
+            // A width that is fixed would count as one that the entries need.
+            widget_->setMinimumSize(0, 0);
             apply(*item, *action);
-            followDirection();
+            followTexts();
         });
         connect(action, &QAction::triggered, this, [item, action = QPointer<QAction>(action)] {
             item->trigger();
@@ -138,22 +150,28 @@ void QtMenu::setMenu(const Menu& menu) {
         });
         widget_->addAction(action);
     }
-    followDirection();
+    followTexts();
 }
 
-void QtMenu::followDirection() {
-    const bool rightToLeft = std::any_of(menu_.cbegin(), menu_.cend(),
-                                         [](const auto& item) { return hasRightToLeft(item->title()); });
+void QtMenu::followTexts() {
+    const bool rightToLeft =
+        std::any_of(menu_.cbegin(), menu_.cend(), [](const auto& item) { return hasRightToLeft(item->title()); });
     widget_->setLayoutDirection(rightToLeft ? Qt::RightToLeft : Qt::LeftToRight);
+    if (keepsSize_ && widget_->isVisible()) {
+        fixSize(*widget_);
+    }
 }
 
 void QtMenu::popUp(QRect anchor) {
     const QScreen* screen = QGuiApplication::screenAt(anchor.center());
     const QRect area = (screen != nullptr ? screen : QGuiApplication::primaryScreen())->geometry();
     const QRect seen(onto(area, anchor.topLeft()), onto(area, anchor.bottomRight()));
+    if (keepsSize_) {
+        fixSize(*widget_);
+    }
     const QSize size = widget_->sizeHint();
-    // Qt moves what does not fit onto the screen, but over the anchor, where a hand that is not quite still would choose
-    // an entry by the click that opens the menu.
+    // Qt moves what does not fit onto the screen, but over the anchor, where a hand that is not quite still would
+    // choose an entry by the click that opens the menu.
     widget_->popup({widget_->isRightToLeft() ? seen.right() + 1 - size.width() : seen.left(),
                     seen.center().y() < area.center().y() ? seen.bottom() + 1 : seen.top() - size.height()});
 }

@@ -213,6 +213,36 @@ TEST_F(QtMenuTest, NeverOpensOverTheIconThatItBelongsTo) {
     }
 }
 
+TEST_F(QtMenuTest, LeavesItsSizeToTheDesktopWherePopupsArePopups) {
+    menu_.setMenu({command(QStringLiteral("one"))});
+    menu_.popUp(QRect(10, 10, 1, 1));
+    EXPECT_EQ(menu_.widget().maximumSize(), QSize(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX));
+    menu_.close();
+}
+
+TEST_F(QtMenuTest, HasTheSizeThatItsTextsNeedAndNoOtherWhereItIsAWindowLikeAnyOther) {
+    QtMenu menu(true);
+    const auto line = command(QStringLiteral("one"));
+    menu.setMenu({line});
+    QSize before;
+    for (const QString& title : {QStringLiteral("one"), QStringLiteral("a much longer line than before")}) {
+        line->setTitle(title);
+        menu.popUp(QRect(10, 10, 1, 1));
+        EXPECT_EQ(menu.widget().minimumSize(), menu.widget().size());
+        EXPECT_EQ(menu.widget().maximumSize(), menu.widget().size());
+        EXPECT_GT(menu.widget().width(), before.width());
+        before = menu.widget().size();
+        menu.close();
+    }
+    menu.popUp(QRect(10, 10, 1, 1));
+    line->setTitle(QStringLiteral("a line that has become longer still under the eyes of its reader"));
+    EXPECT_GT(menu.widget().width(), before.width());
+    line->setTitle(QStringLiteral("one"));
+    EXPECT_LT(menu.widget().width(), before.width());
+    EXPECT_EQ(menu.widget().minimumSize(), menu.widget().maximumSize());
+    menu.close();
+}
+
 TEST_F(QtMenuTest, RunsInTheDirectionOfItsTexts) {
     const auto line = command(QString());
     menu_.setMenu({line, command(QStringLiteral("Quit"))});
