@@ -7,8 +7,7 @@ from support.processes import wait_until
 
 def test_the_strip_is_seen_and_opens_its_menu(lab):
     panel = lab.start_panel("sway")
-    socket = panel.wayland_socket()
-    lab.program.environment |= {"QT_QPA_PLATFORM": "wayland", "WAYLAND_DISPLAY": str(socket)}
+    panel.use_wayland()
     lab.link.set(rtt_ms=40)
     lab.program.start()
 

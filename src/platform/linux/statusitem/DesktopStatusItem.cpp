@@ -50,15 +50,19 @@ void DesktopStatusItem::setToolTip(const QString& toolTip) {
 
 void DesktopStatusItem::requestAttention() {
     onHost_.requestAttention();
-    if (hostless_ && hostless_->strip() != nullptr) {
-        hostless_->strip()->raise();
+    if (hostless_) {
+        hostless_->openMenu();
     }
 }
 
 void DesktopStatusItem::followHost() {
     if (onHost_.hasHost() || !visible_) {
         patienceTimer_.stop();
-        hostless_.reset();
+        if (hostless_) {
+            // On Wayland the menu goes with the strip that it belongs to, and would count as open for ever.
+            onHost_.closeMenu();
+            hostless_.reset();
+        }
     } else if (!hostless_ && !patienceTimer_.isActive()) {
         patienceTimer_.start();
     }

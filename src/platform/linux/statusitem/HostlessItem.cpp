@@ -124,6 +124,15 @@ void HostlessItem::showStrip() {
     strip_->show();
 }
 
+void HostlessItem::openMenu() {
+    if (strip_) {
+        strip_->raise();
+        strip_->click();
+    } else if (icon_ && icon_->isEmbedded()) {
+        openMenuAtIcon(icon_->place());
+    }
+}
+
 void HostlessItem::openMenuAtIcon(QRect icon) {
     toolTipTimer_.stop();
     QToolTip::hideText();

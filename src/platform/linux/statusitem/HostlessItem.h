@@ -45,6 +45,8 @@ class HostlessItem final : public QObject {
     HostlessItem& operator=(HostlessItem&&) = delete;
 
     void present(const StatusTitle& title, const QString& toolTip);
+    /// As if it had been clicked. Does nothing while it is not to be seen anywhere.
+    void openMenu();
     Place place() const { return strip_ ? Place::strip : Place::tray; }
     /// Null while the item is elsewhere.
     QWidget* strip() const { return strip_.get(); }

@@ -2,6 +2,8 @@
 
 #include "platform/linux/statusitem/TitleLine.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QApplication>
 #include <QFontDatabase>
 #include <QMouseEvent>
@@ -27,6 +29,27 @@ QString textOf(const StatusTitle& title) {
     return text.trimmed();
 }
 
+class AccessibleStrip final : public QAccessibleWidget {
+  public:
+    explicit AccessibleStrip(TitleStrip& strip) : QAccessibleWidget(&strip, QAccessible::Button), strip_(strip) {}
+
+    QStringList actionNames() const override { return {pressAction()}; }
+    void doAction(const QString& name) override {
+        if (name == pressAction()) {
+            strip_.click();
+        }
+    }
+
+  private:
+    TitleStrip& strip_;
+};
+
+QAccessibleInterface* accessibleStrip(const QString& /*className*/, QObject* object) {
+    auto* strip = qobject_cast<TitleStrip*>(object);
+    // Owned by Qt, which destroys it with the widget.
+    return strip != nullptr ? new AccessibleStrip(*strip) : nullptr;
+}
+
 } // namespace
 
 TitleStrip::TitleStrip()
@@ -39,6 +62,7 @@ TitleStrip::TitleStrip()
     setAttribute(Qt::WA_X11NetWmWindowTypeDock);
     setAttribute(Qt::WA_AlwaysShowToolTips);
     setLayoutDirection(Qt::LeftToRight);
+    QAccessible::installFactory(accessibleStrip);
     followScreen();
     connect(qApp, &QGuiApplication::primaryScreenChanged, this, &TitleStrip::followScreen);
 }

@@ -11,8 +11,8 @@
 namespace skylet {
 
 /// The title in a small window of its own at the top right of the screen, above other windows, for desktops that have
-/// no place for it. Never takes the focus. Can be drawn elsewhere with the mouse; Wayland lets the compositor choose
-/// the place and the layer.
+/// no place for it. Never takes the focus; to a screen reader it is a button. Can be drawn elsewhere with the mouse;
+/// Wayland lets the compositor choose the place and the layer.
 class TitleStrip final : public QWidget {
     Q_OBJECT
 
@@ -20,6 +20,8 @@ class TitleStrip final : public QWidget {
     TitleStrip();
 
     void setTitle(const StatusTitle& title);
+    /// As if a mouse button had gone down and up on it.
+    void click() { Q_EMIT clicked(geometry()); }
 
   Q_SIGNALS:
     /// A mouse button went down and up on it. `place`: the strip, in logical pixels of the desktop.

@@ -4,6 +4,7 @@
 #include "platform/linux/statusitem/StatusColors.h"
 #include "support/QStringPrinting.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QMouseEvent>
 #include <QScreen>
@@ -59,6 +60,21 @@ TEST_F(TitleStripTest, ShowsTheDotInItsColour) {
 
 TEST_F(TitleStripTest, IsReadOutByItsText) {
     EXPECT_EQ(strip_.accessibleName(), QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
+}
+
+TEST_F(TitleStripTest, IsAButtonToAScreenReader) {
+    QAccessibleInterface* const seen = QAccessible::queryAccessibleInterface(&strip_);
+    ASSERT_NE(seen, nullptr);
+    EXPECT_EQ(seen->role(), QAccessible::Button);
+    EXPECT_EQ(seen->text(QAccessible::Name), strip_.accessibleName());
+    QAccessibleActionInterface* const actions = seen->actionInterface();
+    ASSERT_NE(actions, nullptr);
+    ASSERT_EQ(actions->actionNames(), QStringList{QAccessibleActionInterface::pressAction()});
+    actions->doAction(QAccessibleActionInterface::showMenuAction());
+    EXPECT_EQ(clicks_, 0);
+    actions->doAction(QAccessibleActionInterface::pressAction());
+    EXPECT_EQ(clicks_, 1);
+    EXPECT_EQ(place_, strip_.geometry());
 }
 
 TEST_F(TitleStripTest, TellsWhereItIsWhenItIsClicked) {
