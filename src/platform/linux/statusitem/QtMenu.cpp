@@ -8,6 +8,7 @@
 #include <QIcon>
 #include <QKeyEvent>
 #include <QKeySequence>
+#include <QPainter>
 #include <QPalette>
 #include <QPointer>
 #include <QScreen>
@@ -39,6 +40,12 @@ class ShortcutMenu final : public QMenu {
             darkenDisabledText();
         }
         return QMenu::event(event);
+    }
+
+    /// Styles leave the direction of a text to the painter, and painters have the application's, not the menu's.
+    void initPainter(QPainter* painter) const override {
+        QMenu::initPainter(painter);
+        painter->setLayoutDirection(layoutDirection());
     }
 
     void keyPressEvent(QKeyEvent* event) override {

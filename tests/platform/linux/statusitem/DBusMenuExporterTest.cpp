@@ -413,9 +413,9 @@ TEST_F(DBusMenuExporterTest, TellsThatItsLayoutWasRead) {
 
 TEST_F(DBusMenuExporterTest, TellsTheDirectionOfItsTexts) {
     const auto direction = [this] {
-        const QDBusMessage answer = host_.call(QStringLiteral("/MenuBar"), QStringLiteral("org.freedesktop.DBus.Properties"),
-                                               QStringLiteral("Get"),
-                                               {QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("TextDirection")});
+        const QDBusMessage answer = host_.call(
+            QStringLiteral("/MenuBar"), QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"),
+            {QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("TextDirection")});
         return qdbus_cast<QDBusVariant>(answer.arguments().value(0)).variant().toString();
     };
     EXPECT_EQ(direction(), QStringLiteral("ltr"));

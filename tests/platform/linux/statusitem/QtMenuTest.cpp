@@ -6,10 +6,10 @@
 #include <QApplication>
 #include <QCursor>
 #include <QIcon>
+#include <QImage>
 #include <QKeyEvent>
 #include <QPalette>
 #include <QScreen>
-#include <QStyleHints>
 
 #include <gtest/gtest.h>
 
@@ -255,14 +255,33 @@ TEST_F(QtMenuTest, RunsInTheDirectionOfItsTexts) {
     EXPECT_EQ(menu_.widget().layoutDirection(), Qt::RightToLeft);
 }
 
+TEST_F(QtMenuTest, DrawsItsTextsInTheirDirection) {
+    const QString word = QStringLiteral("יציאה");
+    menu_.setMenu({command(word), command(word.repeated(12))});
+    menu_.popUp(QRect(10, 10, 1, 1));
+    const QImage picture = menu_.widget().grab().toImage();
+    const QRect row = menu_.widget().actionGeometry(action(0)).adjusted(4, 4, -4, -4);
+    int inked = 0;
+    for (int x = row.left(); x <= row.right(); ++x) {
+        for (int y = row.top(); y <= row.bottom(); ++y) {
+            if (picture.pixel(x, y) != picture.pixel(row.topLeft())) {
+                EXPECT_GT(x, row.center().x());
+                ++inked;
+            }
+        }
+    }
+    EXPECT_GT(inked, 20);
+    menu_.close();
+}
+
 TEST_F(QtMenuTest, ShowsShortcutsAndIconsWhereMenusUsuallyHaveNone) {
     QCoreApplication::setAttribute(Qt::AA_DontShowIconsInMenus);
-    QGuiApplication::styleHints()->setShowShortcutsInContextMenus(false);
+    QCoreApplication::setAttribute(Qt::AA_DontShowShortcutsInContextMenus);
     menu_.setMenu({command(QStringLiteral("quit"), QStringLiteral("q"))});
     EXPECT_TRUE(action(0)->isIconVisibleInMenu());
     EXPECT_TRUE(action(0)->isShortcutVisibleInContextMenu());
     QCoreApplication::setAttribute(Qt::AA_DontShowIconsInMenus, false);
-    QGuiApplication::styleHints()->setShowShortcutsInContextMenus(true);
+    QCoreApplication::setAttribute(Qt::AA_DontShowShortcutsInContextMenus, false);
 }
 
 } // namespace
