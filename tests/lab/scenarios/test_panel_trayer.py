@@ -31,7 +31,7 @@ def test_an_unsteady_click_at_the_bottom_of_the_screen_chooses_nothing(lab):
     closed = panel.wait_until_still()
     panel.click_with_unsteady_hand(place)
     wait_until(lambda: large_enough(panel.look().difference(closed, SCREEN)), 3, "the menu opens")
-    assert panel.shot("menu").dots("green", SCREEN)[-1] == place, "the menu lies over the icon"
+    assert place in panel.shot("menu").dots("green", SCREEN), "the menu lies over the icon"
     assert lab.program.running
 
 

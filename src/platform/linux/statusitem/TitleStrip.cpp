@@ -29,6 +29,11 @@ QString textOf(const StatusTitle& title) {
     return text.trimmed();
 }
 
+/// Not so on Wayland, where the compositor does.
+bool placesItself() {
+    return !QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+}
+
 class AccessibleStrip final : public QAccessibleWidget {
   public:
     explicit AccessibleStrip(TitleStrip& strip) : QAccessibleWidget(&strip, QAccessible::Button), strip_(strip) {}
@@ -94,7 +99,13 @@ void TitleStrip::place() {
     const QRect area = screen->availableGeometry();
     const QPoint corner =
         chosenCorner_.value_or(QPoint(area.x() + area.width() - gapToScreenEdge, area.y() + gapToScreenEdge));
-    move(corner - QPoint(width(), 0));
+    wantedPlace_ = corner - QPoint(width(), 0);
+    move(wantedPlace_);
+}
+
+void TitleStrip::click() {
+    // Qt is not always right about where it is, see mouseReleaseEvent(); but Wayland's popups go by what Qt believes.
+    Q_EMIT clicked(QRect(placesItself() ? wantedPlace_ : pos(), size()));
 }
 
 void TitleStrip::paintEvent(QPaintEvent* /*event*/) {
@@ -123,8 +134,7 @@ void TitleStrip::mouseMoveEvent(QMouseEvent* event) {
         return;
     }
     dragged_ = true;
-    // Where windows cannot place themselves the compositor moves this one.
-    if (QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) {
+    if (!placesItself()) {
         pressedAt_.reset();
         windowHandle()->startSystemMove();
         return;

@@ -21,7 +21,7 @@ class TitleStrip final : public QWidget {
 
     void setTitle(const StatusTitle& title);
     /// As if a mouse button had gone down and up on it.
-    void click() { Q_EMIT clicked(geometry()); }
+    void click();
 
   Q_SIGNALS:
     /// A mouse button went down and up on it. `place`: the strip, in logical pixels of the desktop.
@@ -41,6 +41,8 @@ class TitleStrip final : public QWidget {
     /// Where on the strip a button went down that may still become a click or a drag.
     std::optional<QPoint> pressedAt_;
     bool dragged_ = false;
+    /// The top left corner that was asked for last.
+    QPoint wantedPlace_;
     /// The top right corner that the user has chosen.
     std::optional<QPoint> chosenCorner_;
 };

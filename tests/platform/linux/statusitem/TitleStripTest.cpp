@@ -93,6 +93,14 @@ TEST_F(TitleStripTest, GoesByTheMouseWhereItDoesNotKnowItsPlace) {
     EXPECT_EQ(place_, QRect(QPoint(300, 100), strip_.size()));
 }
 
+TEST_F(TitleStripTest, GoesByThePlaceThatItAskedForWhereThereIsNoMouse) {
+    const QRect place = strip_.geometry();
+    // As after a window manager that tells Qt of another place.
+    strip_.move(0, 0);
+    strip_.click();
+    EXPECT_EQ(place_, place);
+}
+
 TEST_F(TitleStripTest, CanBeDrawnElsewhereAndStaysThereThoughItsWidthChanges) {
     const QPoint before = strip_.geometry().topRight();
     mouse(QEvent::MouseButtonPress, {10, 10});
