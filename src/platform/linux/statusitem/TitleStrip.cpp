@@ -105,7 +105,7 @@ void TitleStrip::place() {
 
 void TitleStrip::click() {
     // Qt is not always right about where it is, see mouseReleaseEvent(); but Wayland's popups go by what Qt believes.
-    Q_EMIT clicked(QRect(placesItself() ? wantedPlace_ : pos(), size()));
+    Q_EMIT clicked(QRect(placesItself() ? wantedPlace_ : mapToGlobal(QPoint(0, 0)), size()));
 }
 
 void TitleStrip::paintEvent(QPaintEvent* /*event*/) {
