@@ -1,22 +1,12 @@
 #include "ui/TextLabel.h"
 
+#include "platform/TextDirection.h"
+
 #include <QPainter>
 #include <QPalette>
 #include <QStyle>
 
-#include <algorithm>
-
 namespace skylet {
-
-namespace {
-
-bool hasRightToLeft(const QString& text) {
-    return std::any_of(text.cbegin(), text.cend(), [](QChar character) {
-        return character.direction() == QChar::DirR || character.direction() == QChar::DirAL;
-    });
-}
-
-} // namespace
 
 TextLabel::TextLabel(const QString& objectName, const QString& text, const QFont& font, Qt::Alignment alignment) {
     setObjectName(objectName);

@@ -81,6 +81,7 @@ class Panel:
     def _start_part(self, command):
         if command[0] == "@wayland":
             self._environment["WAYLAND_DISPLAY"] = self.wayland_socket().name
+            self._environment["SWAYSOCK"] = str(next((self._home / "run").glob("sway-ipc.*.sock")))
         words = [word.format(config=self._home / "config") for word in self._words(command)]
         return self._screen.start(*self._user, *words, log=self._home / f"{Path(words[0]).name}.log")
 
@@ -89,6 +90,10 @@ class Panel:
         sockets = wait_until(lambda: [path for path in (self._home / "run").glob("wayland-?") if path.is_socket()], 20,
                              "a Wayland compositor")
         return sockets[0]
+
+    def use_wayland(self):
+        """From now on the program's windows are the compositor's own."""
+        self._lab.program.environment |= {"QT_QPA_PLATFORM": "wayland", "WAYLAND_DISPLAY": str(self.wayland_socket())}
 
     def start_demo(self):
         """The program's status item in the hands of a test, for many changes in a short time."""
@@ -275,6 +280,16 @@ class Panel:
 
     def click_slowly(self, place):
         self._screen.click_slowly(*place)
+
+    def click_with_unsteady_hand(self, place):
+        """As someone who keeps the button down while the mouse trembles by a pixel."""
+        x, y = place
+        self.point(place)
+        self._screen.do("xdotool", "mousedown", "1")
+        for step in range(16):
+            time.sleep(0.05)
+            self.point((x + step % 2, y))
+        self._screen.do("xdotool", "mouseup", "1")
 
     def park_mouse(self):
         """Where it hides nothing and no tooltip comes up."""

@@ -93,6 +93,13 @@ SWAY = """output X11-1 resolution 1024x480 position 0,0
 output X11-1 background #305030 solid_color
 seat seat0 fallback true
 """
+# sway is not to start the bar by itself
+SWAY_WITH_BAR = SWAY + """bar bar-0 {
+  swaybar_command true
+  position top
+  height 28
+}
+"""
 WAYBAR = '{"layer": "top", "position": "top", "height": 28, "modules-left": ["tray"], "tray": {"icon-size": 22}}'
 WAYBAR_STYLE = "window#waybar { background: %s; }"
 
@@ -128,8 +135,8 @@ date = %H:%M
 
 @dataclass(frozen=True)
 class Kind:
-    """One sort of panel. `commands` are started in this order, the panel itself last; each waits for a file whose path is
-    the first word if that begins with "@"."""
+    """One sort of panel. `commands` are started in this order, the panel itself last; one whose first word is
+    "@wayland" waits for the compositor before it."""
 
     shows: str  # how the title is shown: label, wide, badge, tray or strip
     desktop: str = ""
@@ -167,14 +174,18 @@ KINDS = {
     "waybar": Kind("wide", "sway", (("sway", "-c", "{config}/sway/config"), ("@wayland", "waybar")),
                    {"sway/config": SWAY, "waybar/config": WAYBAR, "waybar/style.css": WAYBAR_STYLE % "#2a2a2e"},
                    SWAY_ENVIRONMENT, as_nobody=True, pace_ms=40, keyboard=False),
-    "sway": Kind("strip", "sway", (("sway", "-c", "{config}/sway/config"),), {"sway/config": SWAY}, SWAY_ENVIRONMENT,
-                 as_nobody=True),
+    "sway": Kind("strip", "sway", (("sway", "-c", "{config}/sway/config"),), {"sway/config": SWAY_WITH_BAR},
+                 SWAY_ENVIRONMENT, as_nobody=True),
+    "swaybar": Kind("badge", "sway", (("sway", "-c", "{config}/sway/config"), ("@wayland", "swaybar", "-b", "bar-0")),
+                    {"sway/config": SWAY_WITH_BAR}, SWAY_ENVIRONMENT, as_nobody=True),
     # a light bar on a screen of scale 2
     "waybar-light": Kind("wide", "sway", (("sway", "-c", "{config}/sway/config"), ("@wayland", "waybar")),
                          {"sway/config": SWAY.replace("position", "scale 2 position"), "waybar/config": WAYBAR,
                           "waybar/style.css": WAYBAR_STYLE % "#f4f4f6"}, SWAY_ENVIRONMENT, as_nobody=True, scale=2),
     "trayer": Kind("tray", "", (WINDOW_MANAGER, ("trayer", "--edge", "top", "--align", "left", "--widthtype", "request",
                                                  "--heighttype", "pixel", "--height", "28")), narrow=True),
+    "trayer-bottom": Kind("tray", "", (WINDOW_MANAGER, ("trayer", "--edge", "bottom", "--align", "left", "--widthtype",
+                                                        "request", "--heighttype", "pixel", "--height", "28"))),
     "tint2": Kind("tray", "", (WINDOW_MANAGER, ("tint2", "-c", "{config}/tint2rc")), {"tint2rc": TINT2}),
     "i3bar": Kind("tray", "i3", (("i3", "-c", "{config}/i3/config"),), {"i3/config": I3}, window="i3bar"),
     "polybar": Kind("tray", "", (WINDOW_MANAGER, ("polybar", "-c", "{config}/polybar.ini", "main")), {"polybar.ini": POLYBAR}),

@@ -4,7 +4,7 @@ import time
 
 import panel as screen
 from memory import check_growth
-from panel import BELOW, PANEL
+from panel import BELOW, PANEL, SCREEN
 from support.processes import wait_until
 
 LARGE_ENOUGH_FOR_THE_MENU = (150, 150)
@@ -230,6 +230,21 @@ def check_return(lab, panel):
     assert len(panel.shot("back").dots("green", PANEL)) == 1
     if panel.kind.shows == "tray":
         wait_until(lambda: panel.shot("back").dots("green", PANEL)[0][0] < screen.WIDTH // 2, 10, "it is in the tray again")
+
+
+def check_second_start(lab, panel):
+    """Where no panel shows the item, a second start opens its menu, for the keyboard too."""
+    lab.link.set(rtt_ms=40)
+    lab.program.start()
+    place = panel.wait_for_dot("green", 20, "green")
+    panel.park_mouse()
+    closed = panel.wait_until_still()
+    assert lab.program.start_another().wait(5) == 0
+    wait_until(lambda: large_enough(panel.look().difference(closed, BELOW)), 3, "the menu opens")
+    left, top, right, _ = panel.shot("second-start").difference(closed, SCREEN)
+    assert left <= place[0] <= right and top < screen.PANEL_HEIGHT + 10, "the menu is not beside the item"
+    panel.press(*["Down"] * 4, "Return")
+    panel.wait_for_dot("gray", 3, "second-start-paused")
 
 
 def check_changes(lab, panel):

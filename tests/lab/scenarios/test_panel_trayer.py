@@ -1,7 +1,7 @@
 """The item on a real trayer, a tray of X11."""
 
-from panel import BELOW
-from panels import check_changes, check_panel, large_enough
+from panel import BELOW, SCREEN
+from panels import check_changes, check_panel, check_second_start, large_enough
 from support.processes import wait_until
 
 
@@ -21,3 +21,19 @@ def test_a_click_elsewhere_closes_the_menu_that_a_slow_click_has_opened(lab):
     wait_until(lambda: large_enough(panel.look().difference(closed, BELOW)), 3, "the menu opens")
     panel.click((900, 400))
     wait_until(lambda: panel.look().difference(closed, BELOW) is None, 3, "the menu closes")
+
+
+def test_an_unsteady_click_at_the_bottom_of_the_screen_chooses_nothing(lab):
+    panel = lab.start_panel("trayer-bottom")
+    lab.program.start()
+    place, = wait_until(lambda: panel.shot("green").dots("green", SCREEN), 20, "a green dot")
+    panel.park_mouse()
+    closed = panel.wait_until_still()
+    panel.click_with_unsteady_hand(place)
+    wait_until(lambda: large_enough(panel.look().difference(closed, SCREEN)), 3, "the menu opens")
+    assert place in panel.shot("menu").dots("green", SCREEN), "the menu lies over the icon"
+    assert lab.program.running
+
+
+def test_a_second_start_opens_the_menu(lab):
+    check_second_start(lab, lab.start_panel("trayer"))

@@ -7,8 +7,7 @@ from support.processes import wait_until
 
 def test_the_strip_is_seen_and_opens_its_menu(lab):
     panel = lab.start_panel("sway")
-    socket = panel.wayland_socket()
-    lab.program.environment |= {"QT_QPA_PLATFORM": "wayland", "WAYLAND_DISPLAY": str(socket)}
+    panel.use_wayland()
     lab.link.set(rtt_ms=40)
     lab.program.start()
 
@@ -21,3 +20,25 @@ def test_the_strip_is_seen_and_opens_its_menu(lab):
     wait_until(lambda: large_enough(panel.shot("menu").difference(closed, SCREEN)), 5, "the menu opens")
     panel.press(*["Down"] * 4, "Return")
     dot("gray", "paused")
+
+
+def test_another_start_opens_the_menu_where_a_click_does(lab):
+    panel = lab.start_panel("sway")
+    panel.use_wayland()
+    lab.link.set(rtt_ms=40)
+    lab.program.start()
+    wait_until(lambda: panel.look().dots("green", SCREEN), 15, "a green dot")
+    panel.park_mouse()
+    closed = panel.wait_until_still()
+
+    def menu():
+        area = wait_until(lambda: large_enough(panel.look().difference(closed, SCREEN)) and panel.wait_until_still(), 5,
+                          "the menu opens").difference(closed, SCREEN)
+        panel.press("Escape")
+        wait_until(lambda: not large_enough(panel.look().difference(closed, SCREEN)), 3, "the menu closes")
+        return area
+
+    panel.click(closed.dots("green", SCREEN)[0])
+    clicked = menu()
+    assert lab.program.start_another().wait(5) == 0
+    assert menu()[2:] == clicked[2:], "its right and lower ends, where there is no strip that changes"

@@ -50,15 +50,19 @@ void DesktopStatusItem::setToolTip(const QString& toolTip) {
 
 void DesktopStatusItem::requestAttention() {
     onHost_.requestAttention();
-    if (hostless_ && hostless_->strip() != nullptr) {
-        hostless_->strip()->raise();
+    if (hostless_) {
+        hostless_->openMenu();
     }
 }
 
 void DesktopStatusItem::followHost() {
     if (onHost_.hasHost() || !visible_) {
         patienceTimer_.stop();
-        hostless_.reset();
+        if (hostless_) {
+            // On Wayland the menu goes with the strip that it belongs to, and would count as open for ever.
+            onHost_.closeMenu();
+            hostless_.reset();
+        }
     } else if (!hostless_ && !patienceTimer_.isActive()) {
         patienceTimer_.start();
     }
@@ -66,7 +70,7 @@ void DesktopStatusItem::followHost() {
 
 void DesktopStatusItem::showWithoutHost() {
     hostless_ =
-        std::make_unique<HostlessItem>(hostlessOptions_.item, [this](QPoint place) { onHost_.popUpMenu(place); });
+        std::make_unique<HostlessItem>(hostlessOptions_.item, [this](QRect anchor) { onHost_.popUpMenu(anchor); });
     present();
 }
 

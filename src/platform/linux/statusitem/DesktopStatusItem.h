@@ -38,7 +38,8 @@ class DesktopStatusItem final : public QObject, public StatusItem {
     void setTitle(const StatusTitle& title) override;
     void setToolTip(const QString& toolTip) override;
 
-    /// Asks the user to look here, as far as the desktop has a way to.
+    /// Asks the user to look here: as far as the host has a way to, and without one by opening the menu. That is the
+    /// way to the menu for those who do not use a mouse.
     void requestAttention();
     /// Null while the item is on a host, or neither there nor elsewhere yet.
     const HostlessItem* hostless() const { return hostless_.get(); }

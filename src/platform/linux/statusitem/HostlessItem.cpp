@@ -23,7 +23,7 @@ QByteArray HostlessItem::Options::usualDisplay() {
     return QGuiApplication::platformName() == QLatin1String("xcb") ? qgetenv("DISPLAY") : QByteArray();
 }
 
-HostlessItem::HostlessItem(Options options, std::function<void(QPoint place)> openMenu)
+HostlessItem::HostlessItem(Options options, std::function<void(QRect item)> openMenu)
     : options_(std::move(options)), openMenu_(std::move(openMenu)) {
     embeddingTimer_.setSingleShot(true);
     embeddingTimer_.setInterval(options_.embedding);
@@ -118,21 +118,25 @@ void HostlessItem::showStrip() {
         return;
     }
     strip_ = std::make_unique<TitleStrip>();
-    connect(strip_.get(), &TitleStrip::clicked, this, [this](QPoint place) { openMenu_(place); });
+    connect(strip_.get(), &TitleStrip::clicked, this, [this](QRect place) { openMenu_(place); });
     strip_->setTitle(title_);
     strip_->setToolTip(toolTip_);
     strip_->show();
 }
 
+void HostlessItem::openMenu() {
+    if (strip_) {
+        strip_->raise();
+        strip_->click();
+    } else if (icon_ && icon_->isEmbedded()) {
+        openMenuAtIcon(icon_->place());
+    }
+}
+
 void HostlessItem::openMenuAtIcon(QRect icon) {
     toolTipTimer_.stop();
     QToolTip::hideText();
-    const QPoint top = logicalPlace(icon.topLeft());
-    const QPoint bottom = logicalPlace(QPoint(icon.x(), icon.y() + icon.height()));
-    const QScreen* screen = QGuiApplication::screenAt(top);
-    // In a panel at the bottom the menu opens upwards, from the icon's upper edge.
-    const bool inUpperHalf = screen == nullptr || top.y() < screen->geometry().center().y();
-    openMenu_(inUpperHalf ? bottom : top);
+    openMenu_(QRect(logicalPlace(icon.topLeft()), logicalPlace(icon.bottomRight())));
 }
 
 void HostlessItem::showToolTip() {

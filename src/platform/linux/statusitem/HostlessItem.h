@@ -36,8 +36,8 @@ class HostlessItem final : public QObject {
     };
     enum class Place { tray, strip };
 
-    /// `openMenu`: pops the menu up at a place, in logical pixels of the desktop.
-    HostlessItem(Options options, std::function<void(QPoint place)> openMenu);
+    /// `openMenu`: pops the menu up beside the item, whose place is in logical pixels of the desktop.
+    HostlessItem(Options options, std::function<void(QRect item)> openMenu);
     ~HostlessItem() override;
     HostlessItem(const HostlessItem&) = delete;
     HostlessItem& operator=(const HostlessItem&) = delete;
@@ -45,6 +45,8 @@ class HostlessItem final : public QObject {
     HostlessItem& operator=(HostlessItem&&) = delete;
 
     void present(const StatusTitle& title, const QString& toolTip);
+    /// As if it had been clicked. Does nothing while it is not to be seen anywhere.
+    void openMenu();
     Place place() const { return strip_ ? Place::strip : Place::tray; }
     /// Null while the item is elsewhere.
     QWidget* strip() const { return strip_.get(); }
@@ -59,7 +61,7 @@ class HostlessItem final : public QObject {
     void showToolTip();
 
     Options options_;
-    std::function<void(QPoint place)> openMenu_;
+    std::function<void(QRect item)> openMenu_;
     StatusTitle title_;
     QString toolTip_;
     std::unique_ptr<X11Connection> server_;

@@ -1,5 +1,6 @@
 #include "platform/linux/statusitem/QtMenu.h"
 
+#include "platform/TextDirection.h"
 #include "platform/linux/statusitem/ApplicationIcon.h"
 
 #include <QAction>
@@ -7,6 +8,7 @@
 #include <QIcon>
 #include <QKeyEvent>
 #include <QKeySequence>
+#include <QPainter>
 #include <QPalette>
 #include <QPointer>
 #include <QScreen>
@@ -38,6 +40,12 @@ class ShortcutMenu final : public QMenu {
             darkenDisabledText();
         }
         return QMenu::event(event);
+    }
+
+    /// Styles leave the direction of a text to the painter, and painters have the application's, not the menu's.
+    void initPainter(QPainter* painter) const override {
+        QMenu::initPainter(painter);
+        painter->setLayoutDirection(layoutDirection());
     }
 
     void keyPressEvent(QKeyEvent* event) override {
@@ -103,11 +111,25 @@ void apply(const MenuItem& item, QAction& action) {
     }
 }
 
+/// To what its entries need.
+void fixSize(QMenu& menu) {
+    menu.setMinimumSize(0, 0);
+    menu.setFixedSize(menu.sizeHint());
+}
+
+QPoint onto(const QRect& area, QPoint place) {
+    return {std::clamp(place.x(), area.left(), area.right()), std::clamp(place.y(), area.top(), area.bottom())};
+}
+
 } // namespace
 
-QtMenu::QtMenu() : widget_(std::make_unique<ShortcutMenu>()) {}
+QtMenu::QtMenu(bool keepsSize) : widget_(std::make_unique<ShortcutMenu>()), keepsSize_(keepsSize) {}
 
 QtMenu::~QtMenu() = default;
+
+bool QtMenu::isOnWayland() {
+    return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+}
 
 void QtMenu::setMenu(const Menu& menu) {
     widget_->clear();
@@ -120,7 +142,12 @@ void QtMenu::setMenu(const Menu& menu) {
         // Without it Qt moves "About", "Quit" and the like into an application menu where a platform has one.
         action->setMenuRole(QAction::NoRole);
         apply(*item, *action);
-        connect(item.get(), &MenuItem::changed, action, [item = item.get(), action] { apply(*item, *action); });
+        connect(item.get(), &MenuItem::changed, action, [this, item = item.get(), action] {
+            // A width that is fixed would count as one that the entries need.
+            widget_->setMinimumSize(0, 0);
+            apply(*item, *action);
+            followTexts();
+        });
         connect(action, &QAction::triggered, this, [item, action = QPointer<QAction>(action)] {
             item->trigger();
             // Qt has flipped the check mark on its own; the item decides whether it stays so.
@@ -130,13 +157,30 @@ void QtMenu::setMenu(const Menu& menu) {
         });
         widget_->addAction(action);
     }
+    followTexts();
 }
 
-void QtMenu::popUp(QPoint place) {
-    const QScreen* screen = QGuiApplication::screenAt(place);
+void QtMenu::followTexts() {
+    const bool rightToLeft =
+        std::any_of(menu_.cbegin(), menu_.cend(), [](const auto& item) { return hasRightToLeft(item->title()); });
+    widget_->setLayoutDirection(rightToLeft ? Qt::RightToLeft : Qt::LeftToRight);
+    if (keepsSize_ && widget_->isVisible()) {
+        fixSize(*widget_);
+    }
+}
+
+void QtMenu::popUp(QRect anchor) {
+    const QScreen* screen = QGuiApplication::screenAt(anchor.center());
     const QRect area = (screen != nullptr ? screen : QGuiApplication::primaryScreen())->geometry();
-    widget_->popup(
-        QPoint(std::clamp(place.x(), area.left(), area.right()), std::clamp(place.y(), area.top(), area.bottom())));
+    const QRect seen(onto(area, anchor.topLeft()), onto(area, anchor.bottomRight()));
+    if (keepsSize_) {
+        fixSize(*widget_);
+    }
+    const QSize size = widget_->sizeHint();
+    // Qt moves what does not fit onto the screen, but over the anchor, where a hand that is not quite still would
+    // choose an entry by the click that opens the menu.
+    widget_->popup({widget_->isRightToLeft() ? seen.right() + 1 - size.width() : seen.left(),
+                    seen.center().y() < area.center().y() ? seen.bottom() + 1 : seen.top() - size.height()});
 }
 
 } // namespace skylet

@@ -4,7 +4,7 @@
 
 #include <QMenu>
 #include <QObject>
-#include <QPoint>
+#include <QRect>
 
 #include <memory>
 
@@ -16,7 +16,10 @@ class QtMenu : public QObject {
     Q_OBJECT
 
   public:
-    QtMenu();
+    /// `keepsSize`: while open the menu can be made neither larger nor smaller. On Wayland one that has none of our
+    /// windows beneath it is a window like any other, and compositors that lay windows out as tiles leave those alone
+    /// that have a fixed size.
+    explicit QtMenu(bool keepsSize = isOnWayland());
     ~QtMenu() override;
     QtMenu(const QtMenu&) = delete;
     QtMenu& operator=(const QtMenu&) = delete;
@@ -26,13 +29,19 @@ class QtMenu : public QObject {
     /// Replaces all entries.
     void setMenu(const Menu& menu);
     QMenu& widget() { return *widget_; }
-    /// Opens the menu with a corner at `place`, in logical pixels of the whole desktop, moved so that it lies on a
-    /// screen.
-    void popUp(QPoint place);
+    /// Opens the menu beside `anchor`, in logical pixels of the whole desktop: beneath it, or above it in the lower
+    /// half of the screen. It lies on a screen whatever the anchor is, and never on the anchor where there is room for
+    /// both.
+    void popUp(QRect anchor);
+    void close() { widget_->close(); }
 
   private:
+    static bool isOnWayland();
+    void followTexts();
+
     std::unique_ptr<QMenu> widget_;
     Menu menu_;
+    const bool keepsSize_;
 };
 
 } // namespace skylet

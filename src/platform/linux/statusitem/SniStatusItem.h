@@ -50,8 +50,10 @@ class SniStatusItem final : public QObject, public StatusItem {
 
     /// Somebody shows status items in this session.
     bool hasHost() const { return monitor_.hasHost(); }
-    /// Opens the menu at a place, in logical pixels of the whole desktop.
-    void popUpMenu(QPoint place) { menu_.popUp(place); }
+    /// Opens the menu beside a place, in logical pixels of the whole desktop.
+    void popUpMenu(QRect anchor) { menu_.popUp(anchor); }
+    /// Closes what `popUpMenu` has opened.
+    void closeMenu() { menu_.close(); }
     /// Asks the user to look here: a host that keeps idle items out of sight shows this one for some seconds. Does
     /// nothing while the item is hidden.
     void requestAttention();

@@ -2,6 +2,8 @@
 
 #include "platform/linux/statusitem/TitleLine.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QApplication>
 #include <QFontDatabase>
 #include <QMouseEvent>
@@ -27,6 +29,32 @@ QString textOf(const StatusTitle& title) {
     return text.trimmed();
 }
 
+/// Not so on Wayland, where the compositor does.
+bool placesItself() {
+    return !QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+}
+
+class AccessibleStrip final : public QAccessibleWidget {
+  public:
+    explicit AccessibleStrip(TitleStrip& strip) : QAccessibleWidget(&strip, QAccessible::Button), strip_(strip) {}
+
+    QStringList actionNames() const override { return {pressAction()}; }
+    void doAction(const QString& name) override {
+        if (name == pressAction()) {
+            strip_.click();
+        }
+    }
+
+  private:
+    TitleStrip& strip_;
+};
+
+QAccessibleInterface* accessibleStrip(const QString& /*className*/, QObject* object) {
+    auto* strip = qobject_cast<TitleStrip*>(object);
+    // Owned by Qt, which destroys it with the widget.
+    return strip != nullptr ? new AccessibleStrip(*strip) : nullptr;
+}
+
 } // namespace
 
 TitleStrip::TitleStrip()
@@ -39,6 +67,7 @@ TitleStrip::TitleStrip()
     setAttribute(Qt::WA_X11NetWmWindowTypeDock);
     setAttribute(Qt::WA_AlwaysShowToolTips);
     setLayoutDirection(Qt::LeftToRight);
+    QAccessible::installFactory(accessibleStrip);
     followScreen();
     connect(qApp, &QGuiApplication::primaryScreenChanged, this, &TitleStrip::followScreen);
 }
@@ -70,7 +99,13 @@ void TitleStrip::place() {
     const QRect area = screen->availableGeometry();
     const QPoint corner =
         chosenCorner_.value_or(QPoint(area.x() + area.width() - gapToScreenEdge, area.y() + gapToScreenEdge));
-    move(corner - QPoint(width(), 0));
+    wantedPlace_ = corner - QPoint(width(), 0);
+    move(wantedPlace_);
+}
+
+void TitleStrip::click() {
+    // Qt is not always right about where it is, see mouseReleaseEvent(); but Wayland's popups go by what Qt believes.
+    Q_EMIT clicked(QRect(placesItself() ? wantedPlace_ : mapToGlobal(QPoint(0, 0)), size()));
 }
 
 void TitleStrip::paintEvent(QPaintEvent* /*event*/) {
@@ -99,8 +134,7 @@ void TitleStrip::mouseMoveEvent(QMouseEvent* event) {
         return;
     }
     dragged_ = true;
-    // Where windows cannot place themselves the compositor moves this one.
-    if (QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) {
+    if (!placesItself()) {
         pressedAt_.reset();
         windowHandle()->startSystemMove();
         return;
@@ -113,7 +147,7 @@ void TitleStrip::mouseReleaseEvent(QMouseEvent* event) {
     if (pressedAt_ && !dragged_) {
         // Where the window is, the event knows best: Openbox was seen to leave Qt in the belief that it is at the
         // origin.
-        Q_EMIT clicked((event->globalPosition() - event->position()).toPoint() + QPoint(0, height()));
+        Q_EMIT clicked(QRect((event->globalPosition() - event->position()).toPoint(), size()));
     }
     pressedAt_.reset();
 }

@@ -11,8 +11,8 @@
 namespace skylet {
 
 /// The title in a small window of its own at the top right of the screen, above other windows, for desktops that have
-/// no place for it. Never takes the focus. Can be drawn elsewhere with the mouse; Wayland lets the compositor choose
-/// the place and the layer.
+/// no place for it. Never takes the focus; to a screen reader it is a button. Can be drawn elsewhere with the mouse;
+/// Wayland lets the compositor choose the place and the layer.
 class TitleStrip final : public QWidget {
     Q_OBJECT
 
@@ -20,10 +20,12 @@ class TitleStrip final : public QWidget {
     TitleStrip();
 
     void setTitle(const StatusTitle& title);
+    /// As if a mouse button had gone down and up on it.
+    void click();
 
   Q_SIGNALS:
-    /// A mouse button went down and up on it. `place`: where a menu belongs, in logical pixels of the desktop.
-    void clicked(QPoint place);
+    /// A mouse button went down and up on it. `place`: the strip, in logical pixels of the desktop.
+    void clicked(QRect place);
 
   protected:
     void paintEvent(QPaintEvent* event) override;
@@ -39,6 +41,8 @@ class TitleStrip final : public QWidget {
     /// Where on the strip a button went down that may still become a click or a drag.
     std::optional<QPoint> pressedAt_;
     bool dragged_ = false;
+    /// The top left corner that was asked for last.
+    QPoint wantedPlace_;
     /// The top right corner that the user has chosen.
     std::optional<QPoint> chosenCorner_;
 };

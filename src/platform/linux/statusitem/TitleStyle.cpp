@@ -1,5 +1,7 @@
 #include "platform/linux/statusitem/TitleStyle.h"
 
+#include "platform/TextDirection.h"
+
 #include <QChar>
 
 #include <algorithm>
@@ -9,12 +11,6 @@ namespace skylet {
 namespace {
 
 constexpr char16_t leftToRightMark = u'\u200E';
-
-bool hasRightToLeft(const QString& text) {
-    return std::any_of(text.cbegin(), text.cend(), [](QChar character) {
-        return character.direction() == QChar::DirR || character.direction() == QChar::DirAL;
-    });
-}
 
 /// All that follows the dot, without the gap after it. A host lays the text out as a whole, in a direction of its own
 /// choice; where a part runs from right to left, marks keep the parts themselves in their order from left to right.

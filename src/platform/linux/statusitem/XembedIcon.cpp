@@ -125,6 +125,14 @@ void XembedIcon::setIcon(const StatusIcon& icon) {
     }
 }
 
+QRect XembedIcon::place() const {
+    const auto cookie = xcb_translate_coordinates(connection_.get(), window_, connection_.screen().root, 0, 0);
+    const XcbReply<xcb_translate_coordinates_reply_t> reply(
+        xcb_translate_coordinates_reply(connection_.get(), cookie, nullptr));
+    connection_.readSoon();
+    return reply ? placeAround(reply->dst_x, reply->dst_y, 0, 0) : QRect();
+}
+
 QRect XembedIcon::placeAround(int rootX, int rootY, int eventX, int eventY) const {
     return {QPoint(rootX - eventX, rootY - eventY), size_};
 }
@@ -206,6 +214,10 @@ void XembedIcon::takeReparent(const xcb_reparent_notify_event_t& event) {
 }
 
 void XembedIcon::takePress(const xcb_button_press_event_t& event) {
+    // The wheel comes as buttons, too.
+    if (event.detail != XCB_BUTTON_INDEX_1 && event.detail != XCB_BUTTON_INDEX_3) {
+        return;
+    }
     // The press has given the mouse to this connection, but the menu opens on Qt's.
     xcb_ungrab_pointer(connection_.get(), event.time);
     connection_.settle();

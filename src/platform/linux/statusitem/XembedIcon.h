@@ -27,14 +27,16 @@ class XembedIcon final : public QObject {
 
     void setIcon(const StatusIcon& icon);
     bool isEmbedded() const { return embedded_; }
+    /// Where it is now, in device pixels of the screen. Asks the server.
+    QRect place() const;
 
   Q_SIGNALS:
     /// The tray has taken the icon.
     void embedded();
     /// The tray has put the icon out again, or the window is gone.
     void expelled();
-    /// A mouse button went down on it; the mouse is free to be grabbed. `place`: the icon, in device pixels of the
-    /// screen.
+    /// The left or the right mouse button went down on it; the mouse is free to be grabbed. `place`: the icon, in
+    /// device pixels of the screen.
     void pressed(QRect place);
     void entered(QRect place);
     void left();

@@ -411,6 +411,18 @@ TEST_F(DBusMenuExporterTest, TellsThatItsLayoutWasRead) {
     EXPECT_EQ(read, 1);
 }
 
+TEST_F(DBusMenuExporterTest, TellsTheDirectionOfItsTexts) {
+    const auto direction = [this] {
+        const QDBusMessage answer = host_.call(
+            QStringLiteral("/MenuBar"), QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"),
+            {QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("TextDirection")});
+        return qdbus_cast<QDBusVariant>(answer.arguments().value(0)).variant().toString();
+    };
+    EXPECT_EQ(direction(), QStringLiteral("ltr"));
+    line_->setTitle(QStringLiteral("מחובר"));
+    EXPECT_EQ(direction(), QStringLiteral("rtl"));
+}
+
 TEST_F(DBusMenuExporterTest, DescribesItself) {
     const QDBusMessage answer =
         host_.call(QStringLiteral("/MenuBar"), QStringLiteral("org.freedesktop.DBus.Introspectable"),

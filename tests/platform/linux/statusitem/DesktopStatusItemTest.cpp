@@ -36,6 +36,8 @@ class DesktopStatusItemTest : public testing::Test {
         item_->setTitle(sample::fast());
     }
 
+    static QMenu* openMenu() { return qobject_cast<QMenu*>(QApplication::activePopupWidget()); }
+
     bool isShownWithoutHost() const { return item_->hostless() != nullptr; }
 
     PrivateBus bus_;
@@ -111,10 +113,39 @@ TEST_F(DesktopStatusItemTest, OpensTheSameMenuFromTheStrip) {
                           Qt::NoModifier);
         QApplication::sendEvent(strip, &event);
     }
-    const auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
-    ASSERT_NE(menu, nullptr);
-    EXPECT_EQ(menu->actions().at(0)->text(), QStringLiteral("line"));
+    ASSERT_NE(openMenu(), nullptr);
+    EXPECT_EQ(openMenu()->actions().at(0)->text(), QStringLiteral("line"));
     item_.reset();
+}
+
+TEST_F(DesktopStatusItemTest, OpensItsMenuToAskForAttentionWithoutAHost) {
+    makeItem();
+    item_->requestAttention();
+    EXPECT_EQ(openMenu(), nullptr) << "before there is an item to be seen";
+    ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+    item_->requestAttention();
+    ASSERT_NE(openMenu(), nullptr);
+    const QRect strip = item_->hostless()->strip()->geometry();
+    EXPECT_EQ(openMenu()->geometry().top(), strip.bottom() + 1);
+    openMenu()->close();
+}
+
+TEST_F(DesktopStatusItemTest, LeavesTheMenuClosedWhenAHostAsksForAttention) {
+    host_.appear();
+    makeItem();
+    ASSERT_TRUE(waitUntil([this] { return !host_.item().isEmpty(); }));
+    item_->requestAttention();
+    EXPECT_EQ(openMenu(), nullptr);
+}
+
+TEST_F(DesktopStatusItemTest, ClosesTheMenuOfTheStripThatAHostReplaces) {
+    makeItem();
+    ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+    item_->requestAttention();
+    ASSERT_NE(openMenu(), nullptr);
+    host_.appear();
+    ASSERT_TRUE(waitUntil([this] { return !isShownWithoutHost(); }));
+    EXPECT_EQ(openMenu(), nullptr);
 }
 
 } // namespace

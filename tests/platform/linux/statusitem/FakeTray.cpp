@@ -16,6 +16,18 @@ using test::waitUntil;
 
 constexpr uint16_t traySide = 100;
 
+/// Of the kinds that say where the mouse is.
+template <typename Event>
+Event mouseEvent(uint8_t type, QPoint place, QPoint placeOnScreen) {
+    Event event{};
+    event.response_type = type;
+    event.root_x = static_cast<int16_t>(placeOnScreen.x());
+    event.root_y = static_cast<int16_t>(placeOnScreen.y());
+    event.event_x = static_cast<int16_t>(place.x());
+    event.event_y = static_cast<int16_t>(place.y());
+    return event;
+}
+
 } // namespace
 
 VirtualScreen::VirtualScreen() {
@@ -111,17 +123,25 @@ void FakeTray::resizeIcon(QSize size) {
     connection_->flush();
 }
 
-void FakeTray::press(QPoint place, QPoint placeOnScreen) {
-    xcb_button_press_event_t event{};
-    event.response_type = XCB_BUTTON_PRESS;
-    event.detail = 1;
+template <typename Event>
+void FakeTray::send(Event event, uint32_t mask) {
     event.event = icon_;
-    event.root_x = static_cast<int16_t>(placeOnScreen.x());
-    event.root_y = static_cast<int16_t>(placeOnScreen.y());
-    event.event_x = static_cast<int16_t>(place.x());
-    event.event_y = static_cast<int16_t>(place.y());
-    xcb_send_event(connection_->get(), 0, icon_, XCB_EVENT_MASK_BUTTON_PRESS, reinterpret_cast<const char*>(&event));
+    xcb_send_event(connection_->get(), 0, icon_, mask, reinterpret_cast<const char*>(&event));
     connection_->flush();
+}
+
+void FakeTray::press(QPoint place, QPoint placeOnScreen, xcb_button_t button) {
+    auto event = mouseEvent<xcb_button_press_event_t>(XCB_BUTTON_PRESS, place, placeOnScreen);
+    event.detail = button;
+    send(event, XCB_EVENT_MASK_BUTTON_PRESS);
+}
+
+void FakeTray::enter(QPoint place, QPoint placeOnScreen) {
+    send(mouseEvent<xcb_enter_notify_event_t>(XCB_ENTER_NOTIFY, place, placeOnScreen), XCB_EVENT_MASK_ENTER_WINDOW);
+}
+
+void FakeTray::leave() {
+    send(mouseEvent<xcb_leave_notify_event_t>(XCB_LEAVE_NOTIFY, {}, {}), XCB_EVENT_MASK_LEAVE_WINDOW);
 }
 
 void FakeTray::expel() {

@@ -48,13 +48,19 @@ class FakeTray final : public QObject {
     /// The icon as it is to be seen.
     QImage picture();
     void resizeIcon(QSize size);
-    /// As if the user had pressed the button there.
-    void press(QPoint place, QPoint placeOnScreen);
+    /// As if the user had pressed the mouse button there.
+    void press(QPoint place, QPoint placeOnScreen, xcb_button_t button = XCB_BUTTON_INDEX_1);
+    /// As if the mouse had come there, or gone.
+    void enter(QPoint place, QPoint placeOnScreen);
+    void leave();
     /// Puts the icon out onto the bare screen.
     void expel();
 
   private:
     void take(const xcb_generic_event_t& event);
+    /// To the icon.
+    template <typename Event>
+    void send(Event event, uint32_t mask);
 
     std::unique_ptr<X11Connection> connection_;
     Manner manner_;

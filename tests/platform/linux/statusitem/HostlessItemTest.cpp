@@ -6,6 +6,10 @@
 #include "support/PrivateBus.h"
 #include "support/QStringPrinting.h"
 
+#include <QApplication>
+#include <QStyle>
+#include <QToolTip>
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -24,7 +28,7 @@ class HostlessItemTest : public testing::Test {
   protected:
     void show(const QByteArray& display) {
         item_ = std::make_unique<HostlessItem>(HostlessItem::Options{display, 600ms},
-                                               [this](QPoint place) { menuPlace_ = place; });
+                                               [this](QRect item) { menuPlace_ = item; });
         item_->present(sample::fast(), QStringLiteral("tip"));
     }
 
@@ -34,7 +38,7 @@ class HostlessItemTest : public testing::Test {
 
     VirtualScreen screen_;
     std::unique_ptr<HostlessItem> item_;
-    std::optional<QPoint> menuPlace_;
+    std::optional<QRect> menuPlace_;
 };
 
 TEST_F(HostlessItemTest, IsAStripWhereThereIsNoTray) {
@@ -87,18 +91,62 @@ TEST_F(HostlessItemTest, IsAStripWhenTheTrayPutsItOut) {
     EXPECT_TRUE(isAt(Place::strip));
 }
 
-TEST_F(HostlessItemTest, OpensTheMenuBelowTheIconInTheUpperHalfOfTheScreenAndAboveItInTheLower) {
+TEST_F(HostlessItemTest, OpensTheMenuBesideThePressedIcon) {
     FakeTray tray(screen_.display(), Qt::white);
     show(screen_.display());
     ASSERT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
     tray.press(QPoint(5, 7), QPoint(105, 57));
     ASSERT_TRUE(waitUntil([this] { return menuPlace_.has_value(); }));
-    EXPECT_EQ(*menuPlace_, QPoint(100, 74));
+    EXPECT_EQ(*menuPlace_, QRect(100, 50, 24, 24));
+}
+
+TEST_F(HostlessItemTest, OpensTheMenuOnRequestWhereverItIs) {
+    show(screen_.display());
+    item_->openMenu();
+    ASSERT_TRUE(menuPlace_.has_value());
+    EXPECT_EQ(*menuPlace_, item_->strip()->geometry());
     menuPlace_.reset();
-    // The screen of the tests' Qt is 800 logical pixels high.
-    tray.press(QPoint(5, 7), QPoint(105, 607));
+    FakeTray tray(screen_.display(), Qt::white);
+    ASSERT_TRUE(isAt(Place::tray));
+    ASSERT_TRUE(waitUntil([&] {
+        item_->openMenu();
+        return menuPlace_ == QRect(8, 8, 24, 24);
+    }));
+}
+
+TEST_F(HostlessItemTest, OpensNoMenuWhileTheTrayHasNotTakenTheIcon) {
+    const FakeTray tray(screen_.display(), Qt::white, FakeTray::Manner::ignoresThem);
+    show(screen_.display());
+    ASSERT_TRUE(waitUntil([&] { return tray.requests() == 1; }));
+    ASSERT_EQ(item_->place(), Place::tray);
+    item_->openMenu();
+    EXPECT_FALSE(menuPlace_.has_value());
+}
+
+TEST_F(HostlessItemTest, ShowsTheTooltipWhileTheMouseRestsOnTheIcon) {
+    FakeTray tray(screen_.display(), Qt::white);
+    show(screen_.display());
+    ASSERT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
+    tray.enter(QPoint(5, 7), QPoint(105, 57));
+    ASSERT_TRUE(waitUntil([] { return QToolTip::isVisible(); }));
+    EXPECT_EQ(QToolTip::text(), QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K\ntip"));
+    tray.leave();
+    EXPECT_TRUE(waitUntil([] { return !QToolTip::isVisible(); }));
+    tray.enter(QPoint(5, 7), QPoint(105, 57));
+    ASSERT_TRUE(waitUntil([] { return QToolTip::isVisible(); }));
+    tray.press(QPoint(5, 7), QPoint(105, 57));
+    EXPECT_TRUE(waitUntil([] { return !QToolTip::isVisible(); })) << "it lies over the menu";
+}
+
+TEST_F(HostlessItemTest, ShowsNoTooltipOverTheMenuThatAPressHasOpened) {
+    FakeTray tray(screen_.display(), Qt::white);
+    show(screen_.display());
+    ASSERT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
+    tray.enter(QPoint(5, 7), QPoint(105, 57));
+    tray.press(QPoint(5, 7), QPoint(105, 57));
     ASSERT_TRUE(waitUntil([this] { return menuPlace_.has_value(); }));
-    EXPECT_EQ(*menuPlace_, QPoint(100, 600));
+    const std::chrono::milliseconds usualDelay(QApplication::style()->styleHint(QStyle::SH_ToolTip_WakeUpDelay));
+    EXPECT_FALSE(waitUntil([] { return QToolTip::isVisible(); }, usualDelay + 300ms));
 }
 
 TEST_F(HostlessItemTest, IsAStripWhenTheServerOfTheTrayEnds) {

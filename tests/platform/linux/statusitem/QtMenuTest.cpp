@@ -4,7 +4,9 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QCursor>
 #include <QIcon>
+#include <QImage>
 #include <QKeyEvent>
 #include <QPalette>
 #include <QScreen>
@@ -24,6 +26,8 @@ class QtMenuTest : public testing::Test {
         return std::make_shared<MenuItem>(
             title, [this, title] { chosen_.append(title); }, key);
     }
+
+    static QRect screen() { return QGuiApplication::primaryScreen()->geometry(); }
 
     QAction* action(int index) { return menu_.widget().actions().at(index); }
 
@@ -142,7 +146,7 @@ TEST_F(QtMenuTest, LetsAnItemReplaceTheMenuThatItIsIn) {
 TEST_F(QtMenuTest, RunsAShortcutWhileItIsOpenAndCloses) {
     menu_.setMenu(
         {command(QStringLiteral("test"), QStringLiteral("t")), command(QStringLiteral("quit"), QStringLiteral("q"))});
-    menu_.popUp(QPoint(10, 10));
+    menu_.popUp(QRect(10, 10, 1, 1));
     ASSERT_TRUE(menu_.widget().isVisible());
     press(menu_.widget(), Qt::Key_Q, Qt::ControlModifier);
     EXPECT_EQ(chosen_, QStringList{QStringLiteral("quit")});
@@ -153,7 +157,7 @@ TEST_F(QtMenuTest, IgnoresTheShortcutOfADisabledItem) {
     const auto item = command(QStringLiteral("test"), QStringLiteral("t"));
     item->setEnabled(false);
     menu_.setMenu({item});
-    menu_.popUp(QPoint(10, 10));
+    menu_.popUp(QRect(10, 10, 1, 1));
     press(menu_.widget(), Qt::Key_T, Qt::ControlModifier);
     EXPECT_TRUE(chosen_.isEmpty());
     EXPECT_TRUE(menu_.widget().isVisible());
@@ -176,11 +180,108 @@ TEST_F(QtMenuTest, OpensOnTheScreenWhateverPlaceItIsGiven) {
     constexpr int least = std::numeric_limits<int>::min();
     constexpr int most = std::numeric_limits<int>::max();
     for (const QPoint place : {QPoint(least, most), QPoint(most, most), QPoint(-1, -1), QPoint(5, 5)}) {
-        menu_.popUp(place);
+        menu_.popUp(QRect(place, QSize(1, 1)));
         ASSERT_TRUE(menu_.widget().isVisible());
-        EXPECT_TRUE(QApplication::primaryScreen()->geometry().contains(menu_.widget().geometry()));
-        menu_.widget().close();
+        EXPECT_TRUE(screen().contains(menu_.widget().geometry()));
+        menu_.close();
     }
+}
+
+TEST_F(QtMenuTest, NeverOpensOverTheIconThatItBelongsTo) {
+    Menu menu;
+    for (int line = 0; line < 12; ++line) {
+        menu.push_back(command(QStringLiteral("a line that is as long as those of a menu are")));
+    }
+    menu_.setMenu(menu);
+    for (const QString& title : {QStringLiteral("line"), QStringLiteral("שורה")}) {
+        menu.front()->setTitle(title);
+        for (const int x : {screen().left(), screen().center().x(), screen().right() - 23}) {
+            for (const int y : {screen().top(), screen().bottom() - 23}) {
+                const QRect icon(x, y, 24, 24);
+                // wherever in it the mouse is
+                for (const QPoint mouse : {icon.topLeft(), icon.center(), icon.bottomRight()}) {
+                    QCursor::setPos(mouse);
+                    menu_.popUp(icon);
+                    const QRect seen = menu_.widget().geometry();
+                    EXPECT_FALSE(seen.intersects(icon)) << x << ' ' << y << ": " << seen.x() << ' ' << seen.y();
+                    EXPECT_TRUE(seen.adjusted(-1, -1, 1, 1).intersects(icon)) << "apart from it";
+                    EXPECT_TRUE(screen().contains(seen));
+                    menu_.close();
+                }
+            }
+        }
+    }
+}
+
+TEST_F(QtMenuTest, LeavesItsSizeToTheDesktopWherePopupsArePopups) {
+    menu_.setMenu({command(QStringLiteral("one"))});
+    menu_.popUp(QRect(10, 10, 1, 1));
+    EXPECT_EQ(menu_.widget().maximumSize(), QSize(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX));
+    menu_.close();
+}
+
+TEST_F(QtMenuTest, HasTheSizeThatItsTextsNeedAndNoOtherWhereItIsAWindowLikeAnyOther) {
+    QtMenu menu(true);
+    const auto line = command(QStringLiteral("one"));
+    menu.setMenu({line});
+    QSize before;
+    for (const QString& title : {QStringLiteral("one"), QStringLiteral("a much longer line than before")}) {
+        line->setTitle(title);
+        menu.popUp(QRect(10, 10, 1, 1));
+        EXPECT_EQ(menu.widget().minimumSize(), menu.widget().size());
+        EXPECT_EQ(menu.widget().maximumSize(), menu.widget().size());
+        EXPECT_GT(menu.widget().width(), before.width());
+        before = menu.widget().size();
+        menu.close();
+    }
+    menu.popUp(QRect(10, 10, 1, 1));
+    line->setTitle(QStringLiteral("a line that has become longer still under the eyes of its reader"));
+    EXPECT_GT(menu.widget().width(), before.width());
+    line->setTitle(QStringLiteral("one"));
+    EXPECT_LT(menu.widget().width(), before.width());
+    EXPECT_EQ(menu.widget().minimumSize(), menu.widget().maximumSize());
+    menu.close();
+}
+
+TEST_F(QtMenuTest, RunsInTheDirectionOfItsTexts) {
+    const auto line = command(QString());
+    menu_.setMenu({line, command(QStringLiteral("Quit"))});
+    EXPECT_EQ(menu_.widget().layoutDirection(), Qt::LeftToRight);
+    line->setTitle(QStringLiteral("87 ms מחובר"));
+    EXPECT_EQ(menu_.widget().layoutDirection(), Qt::RightToLeft);
+    line->setTitle(QStringLiteral("Online"));
+    EXPECT_EQ(menu_.widget().layoutDirection(), Qt::LeftToRight);
+    menu_.setMenu({command(QStringLiteral("יציאה"))});
+    EXPECT_EQ(menu_.widget().layoutDirection(), Qt::RightToLeft);
+}
+
+TEST_F(QtMenuTest, DrawsItsTextsInTheirDirection) {
+    const QString word = QStringLiteral("יציאה");
+    menu_.setMenu({command(word), command(word.repeated(12))});
+    menu_.popUp(QRect(10, 10, 1, 1));
+    const QImage picture = menu_.widget().grab().toImage();
+    const QRect row = menu_.widget().actionGeometry(action(0)).adjusted(4, 4, -4, -4);
+    int inked = 0;
+    for (int x = row.left(); x <= row.right(); ++x) {
+        for (int y = row.top(); y <= row.bottom(); ++y) {
+            if (picture.pixel(x, y) != picture.pixel(row.topLeft())) {
+                EXPECT_GT(x, row.center().x());
+                ++inked;
+            }
+        }
+    }
+    EXPECT_GT(inked, 20);
+    menu_.close();
+}
+
+TEST_F(QtMenuTest, ShowsShortcutsAndIconsWhereMenusUsuallyHaveNone) {
+    QCoreApplication::setAttribute(Qt::AA_DontShowIconsInMenus);
+    QCoreApplication::setAttribute(Qt::AA_DontShowShortcutsInContextMenus);
+    menu_.setMenu({command(QStringLiteral("quit"), QStringLiteral("q"))});
+    EXPECT_TRUE(action(0)->isIconVisibleInMenu());
+    EXPECT_TRUE(action(0)->isShortcutVisibleInContextMenu());
+    QCoreApplication::setAttribute(Qt::AA_DontShowIconsInMenus, false);
+    QCoreApplication::setAttribute(Qt::AA_DontShowShortcutsInContextMenus, false);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "platform/linux/statusitem/StatusColors.h"
 #include "support/QStringPrinting.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QMouseEvent>
 #include <QScreen>
@@ -16,7 +17,7 @@ namespace {
 class TitleStripTest : public testing::Test {
   protected:
     TitleStripTest() {
-        QObject::connect(&strip_, &TitleStrip::clicked, &strip_, [this](QPoint place) {
+        QObject::connect(&strip_, &TitleStrip::clicked, &strip_, [this](QRect place) {
             ++clicks_;
             place_ = place;
         });
@@ -34,7 +35,7 @@ class TitleStripTest : public testing::Test {
 
     TitleStrip strip_;
     int clicks_ = 0;
-    QPoint place_;
+    QRect place_;
 };
 
 TEST_F(TitleStripTest, StandsAtTheTopRightAndGrowsToTheLeft) {
@@ -61,12 +62,27 @@ TEST_F(TitleStripTest, IsReadOutByItsText) {
     EXPECT_EQ(strip_.accessibleName(), QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
 }
 
-TEST_F(TitleStripTest, OpensTheMenuBeneathItself) {
+TEST_F(TitleStripTest, IsAButtonToAScreenReader) {
+    QAccessibleInterface* const seen = QAccessible::queryAccessibleInterface(&strip_);
+    ASSERT_NE(seen, nullptr);
+    EXPECT_EQ(seen->role(), QAccessible::Button);
+    EXPECT_EQ(seen->text(QAccessible::Name), strip_.accessibleName());
+    QAccessibleActionInterface* const actions = seen->actionInterface();
+    ASSERT_NE(actions, nullptr);
+    ASSERT_EQ(actions->actionNames(), QStringList{QAccessibleActionInterface::pressAction()});
+    actions->doAction(QAccessibleActionInterface::showMenuAction());
+    EXPECT_EQ(clicks_, 0);
+    actions->doAction(QAccessibleActionInterface::pressAction());
+    EXPECT_EQ(clicks_, 1);
+    EXPECT_EQ(place_, strip_.geometry());
+}
+
+TEST_F(TitleStripTest, TellsWhereItIsWhenItIsClicked) {
     mouse(QEvent::MouseButtonPress, {10, 10});
     EXPECT_EQ(clicks_, 0);
     mouse(QEvent::MouseButtonRelease, {10, 10});
     EXPECT_EQ(clicks_, 1);
-    EXPECT_EQ(place_, strip_.geometry().topLeft() + QPoint(0, strip_.height()));
+    EXPECT_EQ(place_, strip_.geometry());
 }
 
 TEST_F(TitleStripTest, GoesByTheMouseWhereItDoesNotKnowItsPlace) {
@@ -74,7 +90,15 @@ TEST_F(TitleStripTest, GoesByTheMouseWhereItDoesNotKnowItsPlace) {
         QMouseEvent event(type, QPointF(10, 10), QPointF(310, 110), Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
         QApplication::sendEvent(&strip_, &event);
     }
-    EXPECT_EQ(place_, QPoint(300, 100 + strip_.height()));
+    EXPECT_EQ(place_, QRect(QPoint(300, 100), strip_.size()));
+}
+
+TEST_F(TitleStripTest, GoesByThePlaceThatItAskedForWhereThereIsNoMouse) {
+    const QRect place = strip_.geometry();
+    // As after a window manager that tells Qt of another place.
+    strip_.move(0, 0);
+    strip_.click();
+    EXPECT_EQ(place_, place);
 }
 
 TEST_F(TitleStripTest, CanBeDrawnElsewhereAndStaysThereThoughItsWidthChanges) {

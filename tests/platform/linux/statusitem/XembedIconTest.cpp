@@ -10,8 +10,11 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <memory>
+#include <optional>
 #include <utility>
+#include <vector>
 
 namespace skylet {
 namespace {
@@ -102,6 +105,43 @@ TEST_F(XembedIconTest, TellsWhereItIsWhenItIsPressed) {
     tray_->press(QPoint(5, 7), QPoint(105, 57));
     ASSERT_TRUE(waitUntil([&] { return !pressed.isNull(); }));
     EXPECT_EQ(pressed, QRect(100, 50, 24, 24));
+}
+
+TEST_F(XembedIconTest, KnowsWhereItIs) {
+    dock(darkTray);
+    EXPECT_TRUE(waitUntil([this] { return icon_->place() == QRect(8, 8, 24, 24); }));
+}
+
+TEST_F(XembedIconTest, LeavesTheWheelAndTheMiddleButtonAlone) {
+    dock(darkTray);
+    std::vector<QPoint> presses;
+    QObject::connect(icon_.get(), &XembedIcon::pressed, icon_.get(),
+                     [&](QRect place) { presses.push_back(place.topLeft()); });
+    for (const xcb_button_t button : std::array<xcb_button_t, 5>{2, 4, 5, 1, 3}) {
+        tray_->press(QPoint(0, 0), QPoint(button, 0), button);
+    }
+    ASSERT_TRUE(waitUntil([&] { return presses.size() >= 2 && presses.back() == QPoint(3, 0); }));
+    EXPECT_EQ(presses, (std::vector{QPoint(1, 0), QPoint(3, 0)}));
+}
+
+TEST_F(XembedIconTest, FreesTheMouseThatThePressHasGivenIt) {
+    dock(darkTray);
+    const std::unique_ptr<X11Connection> other = X11Connection::open(screen_.display());
+    const auto grab = [](const X11Connection& client) {
+        const auto cookie =
+            xcb_grab_pointer(client.get(), 1, client.screen().root, XCB_EVENT_MASK_BUTTON_PRESS, XCB_GRAB_MODE_ASYNC,
+                             XCB_GRAB_MODE_ASYNC, XCB_WINDOW_NONE, XCB_CURSOR_NONE, XCB_CURRENT_TIME);
+        const XcbReply<xcb_grab_pointer_reply_t> reply(xcb_grab_pointer_reply(client.get(), cookie, nullptr));
+        return reply && reply->status == XCB_GRAB_STATUS_SUCCESS;
+    };
+    // What the server does on its own when a real button goes down.
+    ASSERT_TRUE(grab(*connection_));
+    ASSERT_FALSE(grab(*other));
+    std::optional<bool> free;
+    QObject::connect(icon_.get(), &XembedIcon::pressed, icon_.get(), [&] { free = grab(*other); });
+    tray_->press(QPoint(5, 7), QPoint(105, 57));
+    ASSERT_TRUE(waitUntil([&] { return free.has_value(); }));
+    EXPECT_TRUE(*free);
 }
 
 TEST_F(XembedIconTest, KnowsWhenItIsPutOut) {
