@@ -92,6 +92,18 @@ TEST_F(DesktopStatusItemTest, ShowsItselfBesideAWatcherThatHasNoHost) {
     EXPECT_TRUE(waitUntil([this] { return !isShownWithoutHost(); }));
 }
 
+TEST_F(DesktopStatusItemTest, MovesToAHostThatComesBesideAWatcherThatHadNone) {
+    host_.saysHostIsRegistered = false;
+    host_.appear();
+    makeItem();
+    ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+    QDBusConnection host = bus_.connect();
+    ASSERT_TRUE(host.registerService(QStringLiteral("org.kde.StatusNotifierHost-42")));
+    EXPECT_TRUE(waitUntil([this] { return !isShownWithoutHost(); })) << "two items at once";
+    host.unregisterService(QStringLiteral("org.kde.StatusNotifierHost-42"));
+    EXPECT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+}
+
 TEST_F(DesktopStatusItemTest, IsNowhereWhileItIsHidden) {
     makeItem();
     ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
