@@ -33,13 +33,15 @@ class TitleStrip final : public QWidget {
 
   private:
     void place();
-    void followScreen();
+    void followScreens();
+    /// Where the top right corner has to be for the whole strip to be seen, on the screen that is nearest.
+    QPoint cornerOnScreen(QPoint corner) const;
 
     StatusTitle title_;
     /// Where on the strip a button went down that may still become a click or a drag.
     std::optional<QPoint> pressedAt_;
     bool dragged_ = false;
-    /// The top right corner that the user has chosen.
+    /// The top right corner that the user has chosen. Its screen may be gone, and may come back.
     std::optional<QPoint> chosenCorner_;
 };
 
