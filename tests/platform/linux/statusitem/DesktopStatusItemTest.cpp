@@ -129,5 +129,21 @@ TEST_F(DesktopStatusItemTest, OpensTheSameMenuFromTheStrip) {
     item_.reset();
 }
 
+TEST_F(DesktopStatusItemTest, BringsTheStripToTheFrontWhenItAsksForAttention) {
+    class Watch : public QObject {
+      public:
+        int raised = 0;
+        bool eventFilter(QObject* /*object*/, QEvent* event) override {
+            raised += event->type() == QEvent::ZOrderChange ? 1 : 0;
+            return false;
+        }
+    } watch;
+    makeItem();
+    ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+    item_->hostless()->strip()->installEventFilter(&watch);
+    item_->requestAttention();
+    EXPECT_EQ(watch.raised, 1);
+}
+
 } // namespace
 } // namespace skylet
