@@ -291,6 +291,15 @@ class Panel:
             self.point((x + step % 2, y))
         self._screen.do("xdotool", "mouseup", "1")
 
+    def drag(self, place, target):
+        """Takes hold at the one place and lets go at the other, by way of some between."""
+        self.point(place)
+        self._screen.do("xdotool", "mousedown", "1")
+        for step in range(1, 11):
+            self.point([start + (end - start) * step // 10 for start, end in zip(place, target)])
+            time.sleep(0.05)
+        self._screen.do("xdotool", "mouseup", "1")
+
     def park_mouse(self):
         """Where it hides nothing and no tooltip comes up."""
         self.point((WIDTH - 2, HEIGHT - 2))

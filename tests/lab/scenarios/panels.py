@@ -216,20 +216,25 @@ def same_row(one, other, row, moved):
 
 
 def check_return(lab, panel):
-    """The panel crashes and comes back, with the item."""
+    """The panel crashes and comes back, and the item with it, to the place that it had."""
     if panel.kind.shows == "strip":
         return
+    place = wait_until(lambda: panel.shot("there").dots("green", PANEL), 5, "the dot")[0]
     panel.kill()
-    # the icon of an X11 tray becomes a strip
+    # an icon of an X11 tray becomes a strip at once
     left = 1 if panel.kind.shows == "tray" else 0
     wait_until(lambda: len(panel.shot("gone").dots("green", PANEL)) == left, 5, "the panel is gone")
+    if panel.kind.outlived_by_watcher:
+        wait_until(lambda: [x for x, _ in panel.shot("strip").dots("green", PANEL) if x > screen.WIDTH // 2], 10, "the strip")
     panel.restart()
-    wait_until(lambda: len(panel.shot("back").dots("green", PANEL)) == 1, 15, "one green dot again")
+
+    def back():
+        dots = panel.shot("back").dots("green", PANEL)
+        return len(dots) == 1 and abs(dots[0][0] - place[0]) < 40
+    wait_until(back, 20, "one green dot again, where it was")
     # in whose place no other comes up when the patience with panels that are away is over
     time.sleep(PATIENCE + 1)
-    assert len(panel.shot("back").dots("green", PANEL)) == 1
-    if panel.kind.shows == "tray":
-        wait_until(lambda: panel.shot("back").dots("green", PANEL)[0][0] < screen.WIDTH // 2, 10, "it is in the tray again")
+    assert back()
 
 
 def check_second_start(lab, panel):

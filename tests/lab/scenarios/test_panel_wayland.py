@@ -19,7 +19,14 @@ def test_the_strip_is_seen_and_opens_its_menu(lab):
     panel.click(place)
     wait_until(lambda: large_enough(panel.shot("menu").difference(closed, SCREEN)), 5, "the menu opens")
     panel.press(*["Down"] * 4, "Return")
-    dot("gray", "paused")
+    # the compositor moves it when it is drawn with the mouse, as soon as that is more than an unsteady click
+    (x, y), = dot("gray", "paused")
+    panel.drag((x, y), (x + 120, y + 90))
+
+    def has_moved():
+        (now_x, now_y), = panel.shot("drawn").dots("gray", SCREEN)
+        return 100 <= now_x - x <= 120 and 70 <= now_y - y <= 90
+    wait_until(has_moved, 5, "the strip in its new place")
 
 
 def test_another_start_opens_the_menu_where_a_click_does(lab):

@@ -38,6 +38,9 @@ constexpr StatusHostTraits indicators{TitleWay::label, false, false, true};
 constexpr StatusHostTraits wideHost{TitleWay::wide, false, false, false};
 // Plasma 5 sends `Activate` on a left click, and opens the menu where that is refused.
 constexpr StatusHostTraits plasma{TitleWay::badge, true, false, false};
+// Plasma's watcher lives in its service daemon and outlives the shell, its host; it was seen (5.27) to speak of a host
+// when there was none. The shell has a host's name on the bus.
+constexpr StatusHostTraits plasmaWatcher{TitleWay::badge, true, false, false, true};
 
 // The rest, among them xfce4-panel (whose plugin runs as "panel-N-systray") and lxqt-panel, show a square icon alone.
 constexpr std::array knownPrograms = {
@@ -49,10 +52,9 @@ constexpr std::array knownPrograms = {
     // The application indicator services of the Ayatana project and of Unity.
     KnownProgram{QLatin1String("ayatana-indicator-application-service"), indicators},
     KnownProgram{QLatin1String("indicator-application-service"), indicators},
-    // Plasma's watcher lives in its service daemon, its host in the shell.
     KnownProgram{QLatin1String("plasmashell"), plasma},
-    KnownProgram{QLatin1String("kded5"), plasma},
-    KnownProgram{QLatin1String("kded6"), plasma},
+    KnownProgram{QLatin1String("kded5"), plasmaWatcher},
+    KnownProgram{QLatin1String("kded6"), plasmaWatcher},
 };
 
 // Passes the items on to the applets of several desktops, so it is the desktop that decides there.
@@ -202,8 +204,9 @@ void StatusHostMonitor::finish(const std::shared_ptr<Look>& finished) {
     const bool allAlike = std::all_of(deciding.cbegin(), deciding.cend(),
                                       [&](const QString& owner) { return traitsOfConnection(owner).way == first; });
     const TitleWay way = allAlike ? first : TitleWay::badge;
-    const bool asksForHosts = !look.watcherOwner.isEmpty() && look.hostOwners.isEmpty();
-    const bool alone = asksForHosts && watcherIsAlone_;
+    const bool isWithoutHostNames = !look.watcherOwner.isEmpty() && look.hostOwners.isEmpty();
+    const bool asksForHosts = isWithoutHostNames && !traitsOfConnection(look.watcherOwner).watchesOnly;
+    const bool alone = isWithoutHostNames && (!asksForHosts || watcherIsAlone_);
     const bool same = way == titleWay_ && look.watcherOwner == watcherOwner_ && alone == watcherIsAlone_;
     titleWay_ = way;
     watcherOwner_ = look.watcherOwner;

@@ -24,6 +24,8 @@ struct StatusHostTraits {
     bool prefersConnectionName = false;
     /// The host is better given the icon's name, which may be the path of a file, than its pixels.
     bool prefersIconName = false;
+    /// The program keeps the list of items and shows none itself; what it says of hosts is not to be relied on.
+    bool watchesOnly = false;
 
     bool operator==(const StatusHostTraits&) const = default;
 };
@@ -55,7 +57,8 @@ class StatusHostMonitor final : public QObject {
     void start();
     /// The connection that owns the watcher's name; empty: no watcher.
     const QString& watcherOwner() const { return watcherOwner_; }
-    /// Somebody shows items. A watcher alone, as Plasma's service daemon is while the shell is away, does not.
+    /// Somebody shows items. A watcher alone, as Plasma's service daemon is while the shell is away, does not; what it
+    /// says of hosts counts unless it is known better.
     bool hasHost() const { return !watcherOwner_.isEmpty() && !watcherIsAlone_; }
     TitleWay titleWay() const { return titleWay_; }
     /// Of the program behind a connection, which need not be a host.

@@ -11,6 +11,7 @@
 #include <QScreen>
 #include <QWindow>
 
+#include <algorithm>
 #include <cmath>
 
 namespace skylet {
@@ -55,6 +56,11 @@ QAccessibleInterface* accessibleStrip(const QString& /*className*/, QObject* obj
     return strip != nullptr ? new AccessibleStrip(*strip) : nullptr;
 }
 
+int distance(const QRect& area, QPoint place) {
+    return std::max({area.left() - place.x(), 0, place.x() - area.right()}) +
+           std::max({area.top() - place.y(), 0, place.y() - area.bottom()});
+}
+
 } // namespace
 
 TitleStrip::TitleStrip()
@@ -68,12 +74,16 @@ TitleStrip::TitleStrip()
     setAttribute(Qt::WA_AlwaysShowToolTips);
     setLayoutDirection(Qt::LeftToRight);
     QAccessible::installFactory(accessibleStrip);
-    followScreen();
-    connect(qApp, &QGuiApplication::primaryScreenChanged, this, &TitleStrip::followScreen);
+    followScreens();
+    for (const auto change : {&QGuiApplication::primaryScreenChanged, &QGuiApplication::screenAdded}) {
+        connect(qApp, change, this, &TitleStrip::followScreens);
+    }
+    // Queued, since Qt moves the windows of that screen after the signal.
+    connect(qApp, &QGuiApplication::screenRemoved, this, &TitleStrip::followScreens, Qt::QueuedConnection);
 }
 
-void TitleStrip::followScreen() {
-    if (const QScreen* screen = QGuiApplication::primaryScreen()) {
+void TitleStrip::followScreens() {
+    for (const QScreen* screen : QGuiApplication::screens()) {
         connect(screen, &QScreen::availableGeometryChanged, this, &TitleStrip::place, Qt::UniqueConnection);
     }
     place();
@@ -97,15 +107,31 @@ void TitleStrip::place() {
         return;
     }
     const QRect area = screen->availableGeometry();
-    const QPoint corner =
-        chosenCorner_.value_or(QPoint(area.x() + area.width() - gapToScreenEdge, area.y() + gapToScreenEdge));
-    wantedPlace_ = corner - QPoint(width(), 0);
+    const QPoint usual(area.x() + area.width() - gapToScreenEdge, area.y() + gapToScreenEdge);
+    wantedPlace_ = cornerOnScreen(chosenCorner_.value_or(usual)) - QPoint(width(), 0);
     move(wantedPlace_);
 }
 
 void TitleStrip::click() {
     // Qt is not always right about where it is, see mouseReleaseEvent(); but Wayland's popups go by what Qt believes.
     Q_EMIT clicked(QRect(placesItself() ? wantedPlace_ : mapToGlobal(QPoint(0, 0)), size()));
+}
+
+QPoint TitleStrip::cornerOnScreen(QPoint corner) const {
+    // The last pixel of the strip's upper edge; the corner itself may lie on the next screen.
+    const QPoint end = corner - QPoint(1, 0);
+    const QList<QScreen*> screens = QGuiApplication::screens();
+    const auto nearest =
+        std::min_element(screens.cbegin(), screens.cend(), [end](const QScreen* one, const QScreen* other) {
+            return distance(one->geometry(), end) < distance(other->geometry(), end);
+        });
+    if (nearest == screens.cend()) {
+        return corner;
+    }
+    const QRect area = (*nearest)->availableGeometry();
+    // Of a strip that is too wide the dot is what must be seen.
+    return {std::max(std::min(corner.x(), area.x() + area.width()), area.x() + width()),
+            std::max(std::min(corner.y(), area.y() + area.height() - height()), area.y())};
 }
 
 void TitleStrip::paintEvent(QPaintEvent* /*event*/) {
@@ -139,7 +165,7 @@ void TitleStrip::mouseMoveEvent(QMouseEvent* event) {
         windowHandle()->startSystemMove();
         return;
     }
-    chosenCorner_ = event->globalPosition().toPoint() - *pressedAt_ + QPoint(width(), 0);
+    chosenCorner_ = cornerOnScreen(event->globalPosition().toPoint() - *pressedAt_ + QPoint(width(), 0));
     place();
 }
 

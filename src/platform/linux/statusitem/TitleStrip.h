@@ -35,7 +35,9 @@ class TitleStrip final : public QWidget {
 
   private:
     void place();
-    void followScreen();
+    void followScreens();
+    /// Where the top right corner has to be for the whole strip to be seen, on the screen that is nearest.
+    QPoint cornerOnScreen(QPoint corner) const;
 
     StatusTitle title_;
     /// Where on the strip a button went down that may still become a click or a drag.
@@ -43,7 +45,7 @@ class TitleStrip final : public QWidget {
     bool dragged_ = false;
     /// The top left corner that was asked for last.
     QPoint wantedPlace_;
-    /// The top right corner that the user has chosen.
+    /// The top right corner that the user has chosen. Its screen may be gone, and may come back.
     std::optional<QPoint> chosenCorner_;
 };
 

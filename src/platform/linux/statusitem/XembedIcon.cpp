@@ -16,6 +16,7 @@ namespace {
 
 // From the System Tray Protocol and XEmbed specifications.
 constexpr uint32_t requestDock = 0;
+constexpr uint32_t uprightTray = 1;
 constexpr uint32_t xembedVersion = 0;
 constexpr uint32_t xembedMapped = 1;
 // From X11's WM_NORMAL_HINTS (ICCCM 4.1.2.3): the minimum size is given.
@@ -29,15 +30,57 @@ constexpr uint8_t depthWithAlpha = 32;
 constexpr uint32_t eventMask = XCB_EVENT_MASK_EXPOSURE | XCB_EVENT_MASK_STRUCTURE_NOTIFY | XCB_EVENT_MASK_BUTTON_PRESS |
                                XCB_EVENT_MASK_ENTER_WINDOW | XCB_EVENT_MASK_LEAVE_WINDOW;
 
-uint8_t depthOf(const xcb_screen_t& screen, xcb_visualid_t visual) {
+struct Visual {
+    uint8_t depth = 0;
+    const xcb_visualtype_t* type = nullptr;
+};
+
+Visual findVisual(const xcb_screen_t& screen, xcb_visualid_t wanted) {
     for (auto depths = xcb_screen_allowed_depths_iterator(&screen); depths.rem > 0; xcb_depth_next(&depths)) {
         for (auto visuals = xcb_depth_visuals_iterator(depths.data); visuals.rem > 0; xcb_visualtype_next(&visuals)) {
-            if (visuals.data->visual_id == visual) {
-                return depths.data->depth;
+            if (visuals.data->visual_id == wanted) {
+                return {depths.data->depth, visuals.data};
             }
         }
     }
+    return {};
+}
+
+int bitsPerPixel(const xcb_setup_t* setup, uint8_t depth) {
+    for (auto formats = xcb_setup_pixmap_formats_iterator(setup); formats.rem > 0; xcb_format_next(&formats)) {
+        if (formats.data->depth == depth) {
+            return formats.data->bits_per_pixel;
+        }
+    }
     return 0;
+}
+
+/// Qt's name for the layout of a visual's pixels; invalid where it has none.
+QImage::Format formatOf(const xcb_setup_t* setup, const Visual& visual) {
+    struct Layout {
+        int bits;
+        uint32_t red, green, blue;
+        QImage::Format format;
+    };
+    static constexpr std::array layouts = {
+        Layout{32, 0xff0000, 0xff00, 0xff, QImage::Format_RGB32},
+        Layout{32, 0x3ff00000, 0xffc00, 0x3ff, QImage::Format_RGB30},
+        Layout{32, 0x3ff, 0xffc00, 0x3ff00000, QImage::Format_BGR30},
+        Layout{16, 0xf800, 0x7e0, 0x1f, QImage::Format_RGB16},
+        Layout{16, 0x7c00, 0x3e0, 0x1f, QImage::Format_RGB555},
+    };
+    if (visual.type == nullptr) {
+        return QImage::Format_Invalid;
+    }
+    const int bits = bitsPerPixel(setup, visual.depth);
+    const auto layout = std::find_if(layouts.cbegin(), layouts.cend(), [&](const Layout& known) {
+        return known.bits == bits && known.red == visual.type->red_mask && known.green == visual.type->green_mask &&
+               known.blue == visual.type->blue_mask;
+    });
+    if (layout == layouts.cend()) {
+        return QImage::Format_Invalid;
+    }
+    return visual.depth == depthWithAlpha ? QImage::Format_ARGB32_Premultiplied : layout->format;
 }
 
 } // namespace
@@ -49,7 +92,9 @@ XembedIcon::XembedIcon(X11Connection& connection, xcb_window_t tray, StatusIcon 
     connect(&connection_, &X11Connection::received, this, &XembedIcon::take);
     createWindow(tray);
     describeWindow();
-    askForDock(tray);
+    if (format_ != QImage::Format_Invalid) {
+        askForDock(tray);
+    }
     connection_.flush();
 }
 
@@ -68,17 +113,26 @@ void XembedIcon::createWindow(xcb_window_t tray) {
     const xcb_screen_t& screen = connection_.screen();
     // A tray that can show transparency names a visual for it.
     const xcb_visualid_t wanted =
-        connection_.property(tray, connection_.atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_VISUAL")), XCB_ATOM_VISUALID);
-    const bool alpha = depthOf(screen, wanted) == depthWithAlpha;
-    const xcb_visualid_t visual = alpha ? wanted : screen.root_visual;
-    depth_ = alpha ? depthWithAlpha : screen.root_depth;
+        connection_.property(tray, connection_.atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_VISUAL")), XCB_ATOM_VISUALID)
+            .value_or(XCB_NONE);
+    Visual visual = findVisual(screen, wanted);
+    if (visual.depth != depthWithAlpha) {
+        visual = findVisual(screen, screen.root_visual);
+    }
+    depth_ = visual.depth;
+    format_ = formatOf(xcb_get_setup(server), visual);
+    const xcb_visualid_t id = depth_ == depthWithAlpha ? wanted : screen.root_visual;
     colormap_ = xcb_generate_id(server);
-    xcb_create_colormap(server, XCB_COLORMAP_ALLOC_NONE, colormap_, screen.root, visual);
+    xcb_create_colormap(server, XCB_COLORMAP_ALLOC_NONE, colormap_, screen.root, id);
     window_ = xcb_generate_id(server);
     const std::array<uint32_t, 4> values = {0, 0, eventMask, colormap_};
     xcb_create_window(server, depth_, window_, screen.root, -1, -1, wantedSide_, wantedSide_, 0,
-                      XCB_WINDOW_CLASS_INPUT_OUTPUT, visual,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, id,
                       XCB_CW_BACK_PIXEL | XCB_CW_BORDER_PIXEL | XCB_CW_EVENT_MASK | XCB_CW_COLORMAP, values.data());
+    if (const std::optional<quint32> orientation = connection_.property(
+            tray, connection_.atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_ORIENTATION")), XCB_ATOM_CARDINAL)) {
+        upright_ = *orientation == uprightTray;
+    }
     context_ = xcb_generate_id(server);
     xcb_create_gc(server, context_, window_, 0, nullptr);
 }
@@ -99,11 +153,16 @@ void XembedIcon::describeWindow() {
     setNumbers(info, info, std::array<uint32_t, 2>{xembedVersion, xembedMapped});
     setNumbers(connection_.atom(QByteArrayLiteral("_NET_WM_PID")), XCB_ATOM_CARDINAL,
                std::array<uint32_t, 1>{static_cast<uint32_t>(QCoreApplication::applicationPid())});
+    wantSide(wantedSide_);
+}
+
+void XembedIcon::wantSide(uint32_t side) {
     std::array<uint32_t, 18> hints{};
     hints[0] = minimumSizeHint;
-    hints[5] = wantedSide_;
-    hints[6] = wantedSide_;
-    setNumbers(XCB_ATOM_WM_NORMAL_HINTS, XCB_ATOM_WM_SIZE_HINTS, hints);
+    hints[5] = side;
+    hints[6] = side;
+    xcb_change_property(connection_.get(), XCB_PROP_MODE_REPLACE, window_, XCB_ATOM_WM_NORMAL_HINTS,
+                        XCB_ATOM_WM_SIZE_HINTS, 32, static_cast<uint32_t>(hints.size()), hints.data());
 }
 
 void XembedIcon::askForDock(xcb_window_t tray) {
@@ -149,8 +208,7 @@ void XembedIcon::take(const xcb_generic_event_t& event) {
     case XCB_CONFIGURE_NOTIFY: {
         const auto& configured = reinterpret_cast<const xcb_configure_notify_event_t&>(event);
         if (configured.window == window_ && QSize(configured.width, configured.height) != size_) {
-            size_ = QSize(configured.width, configured.height);
-            paint();
+            takeSize(QSize(configured.width, configured.height));
         }
         break;
     }
@@ -189,6 +247,21 @@ void XembedIcon::take(const xcb_generic_event_t& event) {
     default:
         break;
     }
+}
+
+void XembedIcon::takeSize(QSize size) {
+    size_ = size;
+    // Many trays make an icon as thick as themselves, but only as long as it asks to be. Asked once: a tray that adds
+    // something of its own to what an icon wants would grow and grow.
+    const bool isWide = size.width() > size.height();
+    const int thickness = upright_.value_or(isWide) ? size.width() : size.height();
+    const int length = upright_.value_or(isWide) ? size.height() : size.width();
+    if (!hasAskedForMore_ && thickness > length) {
+        hasAskedForMore_ = true;
+        wantSide(static_cast<uint32_t>(std::min(thickness, largestSide)));
+        connection_.flush();
+    }
+    paint();
 }
 
 void XembedIcon::takeReparent(const xcb_reparent_notify_event_t& event) {
@@ -234,12 +307,19 @@ std::optional<QImage> XembedIcon::ground() {
     const XcbReply<xcb_get_image_reply_t> reply(xcb_get_image_reply(connection_.get(), cookie, &error));
     const XcbReply<xcb_generic_error_t> refusal(error);
     connection_.readSoon();
-    QImage image(size_, QImage::Format_RGB32);
-    // Refused while the window is not on the screen. Other layouts than 32 bits a pixel are not known here.
+    QImage image(size_, format_);
+    // Refused while the window is not on the screen.
     if (!reply || xcb_get_image_data_length(reply.get()) != image.sizeInBytes()) {
         return std::nullopt;
     }
     std::memcpy(image.bits(), xcb_get_image_data(reply.get()), static_cast<std::size_t>(image.sizeInBytes()));
+    if (format_ == QImage::Format_RGB30 || format_ == QImage::Format_BGR30) {
+        // Qt takes the two bits that the server does not use for an opacity.
+        for (int y = 0; y < image.height(); ++y) {
+            auto* const line = reinterpret_cast<uint32_t*>(image.scanLine(y));
+            std::for_each(line, line + image.width(), [](uint32_t& pixel) { pixel |= 0xc0000000; });
+        }
+    }
     return image;
 }
 

@@ -3,6 +3,7 @@
 #include "platform/linux/statusitem/StatusIcon.h"
 #include "platform/linux/statusitem/X11Connection.h"
 
+#include <QImage>
 #include <QObject>
 #include <QRect>
 
@@ -17,7 +18,8 @@ class XembedIcon final : public QObject {
     Q_OBJECT
 
   public:
-    /// Asks the tray to take the icon. `connection` outlives the icon. `scale`: device pixels for each logical one.
+    /// Asks the tray to take the icon, unless the screen's pixels are of a kind that is not known here. `connection`
+    /// outlives the icon. `scale`: device pixels for each logical one.
     XembedIcon(X11Connection& connection, xcb_window_t tray, StatusIcon icon, double scale);
     ~XembedIcon() override;
     XembedIcon(const XembedIcon&) = delete;
@@ -44,8 +46,10 @@ class XembedIcon final : public QObject {
   private:
     void createWindow(xcb_window_t tray);
     void describeWindow();
+    void wantSide(uint32_t side);
     void askForDock(xcb_window_t tray);
     void take(const xcb_generic_event_t& event);
+    void takeSize(QSize size);
     void takeReparent(const xcb_reparent_notify_event_t& event);
     void takePress(const xcb_button_press_event_t& event);
     void paint();
@@ -61,7 +65,11 @@ class XembedIcon final : public QObject {
     xcb_gcontext_t context_ = 0;
     xcb_colormap_t colormap_ = XCB_NONE;
     uint8_t depth_ = 0;
+    QImage::Format format_ = QImage::Format_Invalid;
     QSize size_;
+    /// Whether the tray stands upright; absent where it does not say.
+    std::optional<bool> upright_;
+    bool hasAskedForMore_ = false;
     bool embedded_ = false;
 };
 

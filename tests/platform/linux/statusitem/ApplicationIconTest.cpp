@@ -15,7 +15,7 @@ INSTANTIATE_TEST_SUITE_P(Sizes, ApplicationIconAtSize, testing::Values(16, 32, 4
 
 TEST_P(ApplicationIconAtSize, IsATileWithAGreenLight) {
     const int size = GetParam();
-    const QImage image = applicationIcon().pixmap(size, size).toImage();
+    const QImage image = applicationIcon().pixmap(QSize(size, size), 1.0).toImage();
     ASSERT_EQ(image.size(), QSize(size, size));
     EXPECT_EQ(image.pixelColor(0, 0).alpha(), 0) << "the corners are round";
     EXPECT_EQ(image.pixelColor(size - 1, size - 1).alpha(), 0);
@@ -32,7 +32,7 @@ TEST_P(ApplicationIconAtSize, IsATileWithAGreenLight) {
 TEST(ApplicationIcon, IsDrawnAnewForScreensOfScale2) {
     const QPixmap pixmap = applicationIcon().pixmap(QSize(16, 16), 2.0);
     EXPECT_EQ(pixmap.size(), QSize(32, 32));
-    const QImage enlarged = applicationIcon().pixmap(16, 16).toImage().scaled(32, 32);
+    const QImage enlarged = applicationIcon().pixmap(QSize(16, 16), 1.0).toImage().scaled(32, 32);
     EXPECT_NE(pixmap.toImage(), enlarged);
     EXPECT_EQ(pixmap.toImage(), applicationIcon().pixmap(QSize(32, 32), 1.0).toImage());
 }

@@ -94,6 +94,18 @@ TEST_F(DesktopStatusItemTest, ShowsItselfBesideAWatcherThatHasNoHost) {
     EXPECT_TRUE(waitUntil([this] { return !isShownWithoutHost(); }));
 }
 
+TEST_F(DesktopStatusItemTest, MovesToAHostThatComesBesideAWatcherThatHadNone) {
+    host_.saysHostIsRegistered = false;
+    host_.appear();
+    makeItem();
+    ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+    QDBusConnection host = bus_.connect();
+    ASSERT_TRUE(host.registerService(QStringLiteral("org.kde.StatusNotifierHost-42")));
+    EXPECT_TRUE(waitUntil([this] { return !isShownWithoutHost(); })) << "two items at once";
+    host.unregisterService(QStringLiteral("org.kde.StatusNotifierHost-42"));
+    EXPECT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+}
+
 TEST_F(DesktopStatusItemTest, IsNowhereWhileItIsHidden) {
     makeItem();
     ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
@@ -146,6 +158,22 @@ TEST_F(DesktopStatusItemTest, ClosesTheMenuOfTheStripThatAHostReplaces) {
     host_.appear();
     ASSERT_TRUE(waitUntil([this] { return !isShownWithoutHost(); }));
     EXPECT_EQ(openMenu(), nullptr);
+}
+
+TEST_F(DesktopStatusItemTest, BringsTheStripToTheFrontWhenItAsksForAttention) {
+    class Watch : public QObject {
+      public:
+        int raised = 0;
+        bool eventFilter(QObject* /*object*/, QEvent* event) override {
+            raised += event->type() == QEvent::ZOrderChange ? 1 : 0;
+            return false;
+        }
+    } watch;
+    makeItem();
+    ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+    item_->hostless()->strip()->installEventFilter(&watch);
+    item_->requestAttention();
+    EXPECT_EQ(watch.raised, 1);
 }
 
 } // namespace

@@ -16,7 +16,7 @@ namespace skylet {
 /// An X server of a test's own, on a display that it chooses itself.
 class VirtualScreen {
   public:
-    VirtualScreen();
+    explicit VirtualScreen(int depth = 24);
     ~VirtualScreen();
     VirtualScreen(const VirtualScreen&) = delete;
     VirtualScreen& operator=(const VirtualScreen&) = delete;
@@ -36,7 +36,8 @@ class FakeTray final : public QObject {
     Q_OBJECT
 
   public:
-    enum class Manner { takesIcons, ignoresThem };
+    /// Those that stretch give an icon a fixed thickness, and the length that it asks for.
+    enum class Manner { takesIcons, ignoresThem, stretchesIcons, stretchesIconsSideways };
 
     FakeTray(const QByteArray& display, const QColor& ground, Manner manner = Manner::takesIcons);
 
@@ -45,7 +46,10 @@ class FakeTray final : public QObject {
     xcb_window_t icon() const { return icon_; }
     /// The least size that the icon asks for in its hints.
     QSize wantedSize();
-    /// The icon as it is to be seen.
+    /// The pixels of the screen, as Qt calls them.
+    QImage::Format format() const;
+    void setProperty(const QByteArray& name, xcb_atom_t type, uint32_t value);
+    /// The icon as it is to be seen, in the screen's own format.
     QImage picture();
     void resizeIcon(QSize size);
     /// As if the user had pressed the mouse button there.
@@ -57,10 +61,13 @@ class FakeTray final : public QObject {
     void expel();
 
   private:
+    uint32_t pixelOf(const QColor& color) const;
     void take(const xcb_generic_event_t& event);
     /// To the icon.
     template <typename Event>
     void send(Event event, uint32_t mask);
+    void takeRequest(xcb_window_t icon);
+    void giveWantedLength();
 
     std::unique_ptr<X11Connection> connection_;
     Manner manner_;

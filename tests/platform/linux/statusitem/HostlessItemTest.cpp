@@ -158,5 +158,14 @@ TEST_F(HostlessItemTest, IsAStripWhenTheServerOfTheTrayEnds) {
     EXPECT_TRUE(item_->strip()->isVisible());
 }
 
+TEST(LogicalPlace, CountsFromTheCornerOfTheScreenInItsOwnPixels) {
+    EXPECT_EQ(logicalPlace(QPoint(105, 607)), QPoint(105, 607));
+    // The other screen begins at (0, 800) and has scale 2.
+    EXPECT_EQ(logicalPlace(QPoint(0, 800)), QPoint(0, 800));
+    EXPECT_EQ(logicalPlace(QPoint(200, 900)), QPoint(100, 850));
+    EXPECT_EQ(logicalPlace(QPoint(1198, 1598)), QPoint(599, 1199));
+    EXPECT_EQ(logicalPlace(QPoint(5000, 900)), QPoint(5000, 900)) << "on no screen";
+}
+
 } // namespace
 } // namespace skylet

@@ -19,7 +19,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <initializer_list>
 #include <limits>
 #include <memory>
 
@@ -306,6 +308,24 @@ TEST_F(SniStatusItemTest, OffersBadgesToPanelsWithoutTheWidthForTheWholeTitle) {
             EXPECT_LT(icon.width * icon.height, wide.last().width * wide.last().height);
         }
     }
+}
+
+TEST_F(SniStatusItemTest, HasAPictureOfEverySizeThatPanelsUse) {
+    const auto hasHeights = [this](std::initializer_list<int> heights, bool wide) {
+        const QList<DBusPixmap> all = pixmaps();
+        for (const int height : heights) {
+            EXPECT_TRUE(std::any_of(all.cbegin(), all.cend(), [height, wide](const DBusPixmap& picture) {
+                return picture.height == height && wide == (picture.width > picture.height);
+            })) << height;
+        }
+    };
+    showBadge();
+    hasHeights({16, 22, 24, 32, 44, 48, 64}, false);
+    host_.disappear();
+    processName_ = QStringLiteral("waybar");
+    host_.appear();
+    ASSERT_TRUE(waitUntil([this] { return pixmaps().first().width > pixmaps().first().height; }));
+    hasHeights({16, 22, 24, 28, 32, 44}, true);
 }
 
 TEST_F(SniStatusItemTest, TellsOfANewTitleInAWideIconByTheIconAlone) {

@@ -48,11 +48,25 @@ TEST(StatusHostTraits, KnowWhoOpensTheMenuOnAClick) {
     }
 }
 
+TEST(StatusHostTraits, KnowTheWatchersThatShowNothingThemselves) {
+    for (const char* name : {"kded5", "kded6"}) {
+        EXPECT_TRUE(traitsOfProcess(QString::fromLatin1(name)).watchesOnly) << name;
+    }
+    for (const char* name : {"plasmashell", "gnome-shell", "xfce4-panel", ""}) {
+        EXPECT_FALSE(traitsOfProcess(QString::fromLatin1(name)).watchesOnly) << name;
+    }
+    // Where processes cannot be seen, as in a sandbox, hosts may be out of sight as well.
+    EXPECT_FALSE(traitsOfDesktop(QStringLiteral("KDE")).watchesOnly);
+}
+
 TEST(StatusHostTraits, FallBackOnTheNamesOfTheDesktop) {
     EXPECT_EQ(traitsOfDesktop(QStringLiteral("ubuntu:GNOME")), traitsOfProcess(QStringLiteral("gnome-shell")));
     EXPECT_EQ(traitsOfDesktop(QStringLiteral("MATE")), traitsOfProcess(QStringLiteral("mate-panel")));
     EXPECT_EQ(traitsOfDesktop(QStringLiteral("KDE")), traitsOfProcess(QStringLiteral("plasmashell")));
     EXPECT_EQ(traitsOfDesktop(QStringLiteral("X-Cinnamon")).way, TitleWay::wide);
+    EXPECT_EQ(traitsOfDesktop(QStringLiteral("Unity:Unity7:ubuntu")),
+              traitsOfProcess(QStringLiteral("indicator-appli")));
+    EXPECT_TRUE(traitsOfDesktop(QStringLiteral("Unity")).prefersIconName);
     EXPECT_EQ(traitsOfDesktop(QStringLiteral("XFCE")), StatusHostTraits());
     EXPECT_EQ(traitsOfDesktop(QString()), StatusHostTraits());
 }
@@ -254,6 +268,38 @@ TEST_F(StatusHostMonitorTest, KnowsAWatcherThatHasNoHost) {
     const QDBusConnection host = owning(hostName_);
     EXPECT_TRUE(waitUntil([this] { return monitor_->hasHost(); }));
     EXPECT_EQ(changes_, changes + 1);
+}
+
+TEST_F(StatusHostMonitorTest, TellsOfAHostThatComesThoughNothingElseChanges) {
+    FakeStatusHost watcher(bus_.connect());
+    watcher.saysHostIsRegistered = false;
+    watcher.appear();
+    start();
+    ASSERT_TRUE(changesReach(2));
+    ASSERT_FALSE(monitor_->hasHost());
+    const QDBusConnection host = owning(hostName_);
+    ASSERT_TRUE(changesReach(3));
+    EXPECT_TRUE(monitor_->hasHost());
+}
+
+TEST_F(StatusHostMonitorTest, DoesNotBelievePlasmasServiceDaemonThatThereIsAHost) {
+    processName_ = QStringLiteral("kded5");
+    FakeStatusHost watcher(bus_.connect());
+    watcher.saysHostIsRegistered = true;
+    watcher.appear();
+    start();
+    ASSERT_TRUE(changesReach(1));
+    settle();
+    EXPECT_FALSE(monitor_->hasHost());
+    EXPECT_EQ(monitor_->watcherOwner(), watcher.connection().baseService());
+    QDBusConnection shell = owning(hostName_);
+    ASSERT_TRUE(changesReach(2));
+    EXPECT_TRUE(monitor_->hasHost());
+    shell.unregisterService(hostName_);
+    ASSERT_TRUE(changesReach(3));
+    EXPECT_FALSE(monitor_->hasHost());
+    settle();
+    EXPECT_EQ(changes_, 3);
 }
 
 TEST_F(StatusHostMonitorTest, HasNoHostWithoutAWatcher) {

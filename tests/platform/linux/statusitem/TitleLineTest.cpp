@@ -5,11 +5,13 @@
 #include "platform/linux/statusitem/StatusColors.h"
 
 #include <QFontDatabase>
+#include <QPaintEngine>
 #include <QPainter>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <vector>
 
 namespace skylet {
 namespace {
@@ -53,6 +55,64 @@ QRect boxAround(const QImage& image, Wanted wanted) {
 QRect letters(const QImage& image) {
     return boxAround(image, [](QRgb pixel) { return qAlpha(pixel) > 240 && qBlue(pixel) > 170; });
 }
+
+/// Takes down what is painted instead of painting it, so that fonts count as they are asked for and not as the machine
+/// has them.
+class PaintRecord : public QPaintDevice, public QPaintEngine {
+  public:
+    struct Text {
+        QString text;
+        int size = 0;
+        int weight = 0;
+        double baseline = 0;
+    };
+
+    PaintRecord() : QPaintEngine(AllFeatures) {}
+
+    Text find(const char* text) const {
+        const auto found = std::find_if(texts.cbegin(), texts.cend(), [text](const Text& one) {
+            return one.text.trimmed() == QString::fromUtf8(text);
+        });
+        EXPECT_NE(found, texts.cend()) << text;
+        return found == texts.cend() ? Text() : *found;
+    }
+
+    std::vector<Text> texts;
+    std::vector<QRectF> ellipses;
+
+    bool begin(QPaintDevice* /*device*/) override { return true; }
+    bool end() override { return true; }
+    void updateState(const QPaintEngineState& /*state*/) override {}
+    void drawPixmap(const QRectF& /*area*/, const QPixmap& /*pixmap*/, const QRectF& /*source*/) override {}
+    void drawEllipse(const QRectF& area) override { ellipses.push_back(area); }
+    void drawTextItem(const QPointF& place, const QTextItem& item) override {
+        texts.push_back({item.text(), item.font().pixelSize(), item.font().weight(), place.y()});
+    }
+    Type type() const override { return User; }
+    QPaintEngine* paintEngine() const override { return const_cast<PaintRecord*>(this); }
+
+  protected:
+    int metric(PaintDeviceMetric metric) const override {
+        switch (metric) {
+        case PdmWidth:
+        case PdmHeight:
+            return 1000;
+        case PdmDpiX:
+        case PdmDpiY:
+        case PdmPhysicalDpiX:
+        case PdmPhysicalDpiY:
+            return 96;
+        case PdmDepth:
+            return 32;
+        case PdmDevicePixelRatio:
+            return 1;
+        case PdmDevicePixelRatioScaled:
+            return static_cast<int>(devicePixelRatioFScale());
+        default:
+            return 0;
+        }
+    }
+};
 
 StatusTitle titleWith(const char* number) {
     return sample::latency(DotColor::systemGreen, QString::fromLatin1(number), QStringLiteral("ms"),
@@ -128,6 +188,36 @@ TEST(TitlePlate, DoesNotMoveWhenADigitChanges) {
     const QRect rest(afterNumber, 0, one.width() - afterNumber, one.height());
     EXPECT_EQ(one.copy(rest), other.copy(rest));
     EXPECT_NE(one, other);
+}
+
+class TitleLineAtScale : public testing::TestWithParam<int> {};
+
+INSTANTIATE_TEST_SUITE_P(Scales, TitleLineAtScale, testing::Values(1, 2));
+
+TEST_P(TitleLineAtScale, SetsEachSegmentAsTheTitleAsksForIt) {
+    const int scale = GetParam();
+    StatusTitle title = {sample::dot(DotColor::systemGreen),
+                         {QStringLiteral("word"), sample::numberFont, 0, {}},
+                         {QStringLiteral("ms"), sample::unitFont, 2, {}},
+                         {QStringLiteral("banner"), sample::bannerFont, 0, {}}};
+    PaintRecord record;
+    {
+        QPainter painter(&record);
+        TitleLine(title, titleFont(), scale).paint(painter, 0, 40);
+    }
+    const PaintRecord::Text word = record.find("word");
+    EXPECT_EQ(word.size, 12 * scale);
+    EXPECT_EQ(word.weight, QFont::Normal);
+    const PaintRecord::Text unit = record.find("ms");
+    EXPECT_EQ(unit.size, 9 * scale);
+    EXPECT_EQ(unit.weight, QFont::Medium);
+    EXPECT_EQ(unit.baseline, word.baseline - 2 * scale);
+    const PaintRecord::Text banner = record.find("banner");
+    EXPECT_EQ(banner.size, 12 * scale);
+    EXPECT_EQ(banner.weight, QFont::Medium);
+    EXPECT_EQ(banner.baseline, word.baseline);
+    ASSERT_FALSE(record.ellipses.empty());
+    EXPECT_EQ(record.ellipses.front(), QRectF(0, 40 - 5 * scale, 10 * scale, 10 * scale));
 }
 
 TEST(TitleLine, GivesEachDigitAsMuchRoomAsTheWidestHas) {

@@ -2,6 +2,7 @@
 
 #include "platform/linux/statusitem/SampleTitles.h"
 #include "platform/linux/statusitem/StatusColors.h"
+#include "support/EventLoop.h"
 #include "support/QStringPrinting.h"
 
 #include <QAccessible>
@@ -11,8 +12,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace skylet {
 namespace {
+
+using test::waitUntil;
 
 class TitleStripTest : public testing::Test {
   protected:
@@ -30,6 +35,21 @@ class TitleStripTest : public testing::Test {
                           Qt::NoModifier);
         QApplication::sendEvent(&strip_, &event);
     }
+
+    void drag(int byX, int byY) {
+        mouse(QEvent::MouseButtonPress, {10, 10});
+        mouse(QEvent::MouseMove, {10 + byX, 10 + byY});
+        mouse(QEvent::MouseButtonRelease, {10, 10});
+    }
+
+    bool isOnAScreen() const {
+        const QList<QScreen*> screens = QGuiApplication::screens();
+        return std::any_of(screens.cbegin(), screens.cend(), [this](const QScreen* screen) {
+            return screen->availableGeometry().contains(strip_.geometry());
+        });
+    }
+
+    static QScreen* otherScreen() { return QGuiApplication::screens().back(); }
 
     static QRect screen() { return QGuiApplication::primaryScreen()->availableGeometry(); }
 
@@ -110,6 +130,64 @@ TEST_F(TitleStripTest, CanBeDrawnElsewhereAndStaysThereThoughItsWidthChanges) {
     EXPECT_EQ(strip_.geometry().topRight(), before + QPoint(-100, 50));
     strip_.setTitle(sample::offline());
     EXPECT_EQ(strip_.geometry().topRight(), before + QPoint(-100, 50));
+}
+
+TEST_F(TitleStripTest, StaysOnTheScreenWhereverItIsDrawn) {
+    const QPoint before = strip_.geometry().topRight();
+    // From one screen to the other and beyond.
+    for (const QPoint way : {QPoint(2000, -500), QPoint(-3000, 3000)}) {
+        drag(way.x(), way.y());
+        for (const StatusTitle& title : {sample::fast(), sample::offline(), sample::fast()}) {
+            strip_.setTitle(title);
+            EXPECT_TRUE(isOnAScreen()) << strip_.x() << ' ' << strip_.y();
+        }
+        EXPECT_NE(strip_.geometry().topRight(), before);
+    }
+}
+
+TEST_F(TitleStripTest, KeepsItsChosenPlaceAtTheRightEdgeAsTheTitleGetsShorter) {
+    // As far to the right as only its dot is still to be seen.
+    drag(screen().right() - 15 - strip_.x(), 40);
+    EXPECT_TRUE(screen().contains(strip_.geometry())) << strip_.x();
+    strip_.setTitle(sample::offline());
+    EXPECT_TRUE(screen().contains(strip_.geometry())) << strip_.x();
+    EXPECT_EQ(strip_.geometry().right(), screen().right());
+}
+
+TEST_F(TitleStripTest, CanBeDrawnToAnotherScreen) {
+    const QRect other = otherScreen()->availableGeometry();
+    drag(100 - strip_.x(), other.center().y() - strip_.y());
+    EXPECT_EQ(strip_.pos(), QPoint(100, other.center().y()));
+    EXPECT_TRUE(other.contains(strip_.geometry()));
+}
+
+TEST_F(TitleStripTest, FollowsThePrimaryScreenAndTheRoomThatPanelsLeaveThere) {
+    const QPoint place = strip_.pos();
+    QScreen* primary = QGuiApplication::primaryScreen();
+    strip_.move(0, 300);
+    Q_EMIT primary->availableGeometryChanged(primary->availableGeometry());
+    EXPECT_EQ(strip_.pos(), place);
+    strip_.move(0, 300);
+    Q_EMIT qApp->primaryScreenChanged(primary);
+    EXPECT_EQ(strip_.pos(), place);
+}
+
+TEST_F(TitleStripTest, LooksForARoomAnewWhenScreensComeAndGo) {
+    const QPoint place = strip_.pos();
+    QScreen* other = otherScreen();
+    for (const bool comes : {false, true}) {
+        strip_.move(0, 300);
+        Q_EMIT comes ? qApp->screenAdded(other) : qApp->screenRemoved(other);
+        EXPECT_TRUE(waitUntil([&] { return strip_.pos() == place; })) << comes;
+    }
+    strip_.move(0, 300);
+    Q_EMIT other->availableGeometryChanged(other->availableGeometry());
+    EXPECT_EQ(strip_.pos(), place);
+}
+
+TEST_F(TitleStripTest, IsADockAndShowsItsTooltipWhoeverHasTheFocus) {
+    EXPECT_TRUE(strip_.testAttribute(Qt::WA_X11NetWmWindowTypeDock));
+    EXPECT_TRUE(strip_.testAttribute(Qt::WA_AlwaysShowToolTips));
 }
 
 TEST_F(TitleStripTest, TakesAnUnsteadyHandForAClick) {

@@ -1,6 +1,7 @@
 #include "platform/linux/statusitem/XembedIcon.h"
 
 #include "platform/linux/statusitem/FakeTray.h"
+#include "platform/linux/statusitem/StatusColors.h"
 #include "platform/linux/statusitem/X11Tray.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
@@ -11,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -30,16 +32,26 @@ StatusIcon badgeWith(const char* number, DotColor color = DotColor::systemGreen)
 
 class XembedIconTest : public testing::Test {
   protected:
+    explicit XembedIconTest(int depth = 24) : screen_(depth) {}
+
     void dock(const QColor& ground, double scale = 1) {
-        tray_ = std::make_unique<FakeTray>(screen_.display(), ground);
+        startTray(ground);
+        enter(scale);
+    }
+
+    void startTray(const QColor& ground, FakeTray::Manner manner = FakeTray::Manner::takesIcons) {
+        tray_ = std::make_unique<FakeTray>(screen_.display(), ground, manner);
         ASSERT_TRUE(waitUntil([this] { return knownTray_.window() != XCB_WINDOW_NONE; }));
+    }
+
+    void enter(double scale = 1) {
         icon_ = std::make_unique<XembedIcon>(*connection_, knownTray_.window(), badgeWith("87"), scale);
         ASSERT_TRUE(waitUntil([this] { return icon_->isEmbedded(); }));
     }
 
     /// What is to be seen in a square of that size on a tray of that colour.
-    static QImage expected(const StatusIcon& icon, int side, const QColor& ground) {
-        QImage image(side, side, QImage::Format_RGB32);
+    QImage expected(const StatusIcon& icon, int side, const QColor& ground) const {
+        QImage image(side, side, tray_->format());
         image.fill(ground);
         QPainter(&image).drawImage(0, 0,
                                    paintStatusIcon(icon, side, QFontDatabase::systemFont(QFontDatabase::GeneralFont)));
@@ -50,6 +62,29 @@ class XembedIconTest : public testing::Test {
         return waitUntil([&] { return tray_->picture() == image; });
     }
 
+    /// The icon's own pixels, with their opacity; null unless it has such.
+    QImage iconWithAlpha(int side) {
+        const auto length = static_cast<uint16_t>(side);
+        const auto cookie =
+            xcb_get_image(connection_->get(), XCB_IMAGE_FORMAT_Z_PIXMAP, tray_->icon(), 0, 0, length, length, ~0U);
+        const XcbReply<xcb_get_image_reply_t> reply(xcb_get_image_reply(connection_->get(), cookie, nullptr));
+        connection_->readSoon();
+        if (!reply || reply->depth != 32) {
+            return {};
+        }
+        return QImage(xcb_get_image_data(reply.get()), side, side, QImage::Format_ARGB32_Premultiplied).copy();
+    }
+
+    /// A visual with an opacity, which every X server with the Render extension has.
+    xcb_visualid_t visualWithAlpha() const {
+        auto depths = xcb_screen_allowed_depths_iterator(&connection_->screen());
+        while (depths.rem > 0 && depths.data->depth != 32) {
+            xcb_depth_next(&depths);
+        }
+        return depths.rem > 0 ? xcb_depth_visuals_iterator(depths.data).data->visual_id : XCB_NONE;
+    }
+
+    const QByteArray orientation_ = QByteArrayLiteral("_NET_SYSTEM_TRAY_ORIENTATION");
     VirtualScreen screen_;
     std::unique_ptr<X11Connection> connection_ = X11Connection::open(screen_.display());
     X11Tray knownTray_{*connection_};
@@ -79,6 +114,84 @@ TEST_F(XembedIconTest, TakesTheSizeThatTheTrayGivesIt) {
         tray_->resizeIcon(QSize(side, side));
         EXPECT_TRUE(shows(expected(badgeWith("87"), side, darkTray))) << side;
     }
+}
+
+TEST_F(XembedIconTest, LetsTheTrayShowThroughWhereTheTrayHasAVisualForThat) {
+    startTray(darkTray);
+    ASSERT_NE(visualWithAlpha(), xcb_visualid_t{XCB_NONE});
+    tray_->setProperty(QByteArrayLiteral("_NET_SYSTEM_TRAY_VISUAL"), XCB_ATOM_VISUALID, visualWithAlpha());
+    enter();
+    const QImage wanted = paintStatusIcon(badgeWith("87"), 24, QFontDatabase::systemFont(QFontDatabase::GeneralFont));
+    EXPECT_TRUE(waitUntil([&] { return iconWithAlpha(24) == wanted; }));
+    EXPECT_EQ(qAlpha(wanted.pixel(0, 0)), 0);
+}
+
+TEST_F(XembedIconTest, IsNeverLargerThanAnyPanelsIcons) {
+    dock(darkTray);
+    tray_->resizeIcon(QSize(160, 160));
+    EXPECT_TRUE(waitUntil(
+        [this] { return tray_->picture().copy(16, 16, 128, 128) == expected(badgeWith("87"), 128, darkTray); }));
+    EXPECT_EQ(tray_->picture().pixelColor(15, 80), darkTray);
+}
+
+TEST_F(XembedIconTest, BecomesAsLargeAsAThickTrayHasRoomFor) {
+    startTray(darkTray, FakeTray::Manner::stretchesIcons);
+    enter();
+    EXPECT_TRUE(shows(expected(badgeWith("87"), 48, darkTray)));
+}
+
+TEST_F(XembedIconTest, BecomesAsLargeAsAThickUprightTrayHasRoomFor) {
+    startTray(darkTray, FakeTray::Manner::stretchesIconsSideways);
+    tray_->setProperty(orientation_, XCB_ATOM_CARDINAL, 1);
+    enter();
+    EXPECT_TRUE(shows(expected(badgeWith("87"), 48, darkTray)));
+}
+
+TEST_F(XembedIconTest, BecomesAsLargeAsAThickUprightTrayThatDoesNotSayHowItStands) {
+    startTray(darkTray, FakeTray::Manner::stretchesIconsSideways);
+    enter();
+    EXPECT_TRUE(shows(expected(badgeWith("87"), 48, darkTray)));
+}
+
+TEST_F(XembedIconTest, DoesNotAskALyingTrayToBeThickerBecauseItsPlaceIsWide) {
+    startTray(darkTray, FakeTray::Manner::stretchesIconsSideways);
+    tray_->setProperty(orientation_, XCB_ATOM_CARDINAL, 0);
+    enter();
+    EXPECT_FALSE(waitUntil([this] { return tray_->picture().height() > 22; }, std::chrono::milliseconds(300)));
+}
+
+class XembedIconAtDepth : public XembedIconTest, public testing::WithParamInterface<int> {
+  protected:
+    XembedIconAtDepth() : XembedIconTest(GetParam()) {}
+};
+
+INSTANTIATE_TEST_SUITE_P(Depths, XembedIconAtDepth, testing::Values(16, 30));
+
+TEST_P(XembedIconAtDepth, IsShownInItsColours) {
+    dock(darkTray);
+    const StatusIcon icon = badgeWith("87");
+    EXPECT_TRUE(waitUntil([&] {
+        return tray_->picture().convertToFormat(QImage::Format_RGB32) ==
+               expected(icon, 24, darkTray).convertToFormat(QImage::Format_RGB32);
+    }));
+    const QColor dot = dotShades(DotColor::systemGreen).fill;
+    const QColor seen = tray_->picture().pixelColor(12, 5);
+    EXPECT_NEAR(seen.red(), dot.red(), 8);
+    EXPECT_NEAR(seen.green(), dot.green(), 8);
+    EXPECT_NEAR(seen.blue(), dot.blue(), 8);
+}
+
+TEST(XembedIcon, DoesNotAskForARoomThatItCannotPaint) {
+    // Colours from a palette.
+    const VirtualScreen screen(8);
+    const std::unique_ptr<X11Connection> connection = X11Connection::open(screen.display());
+    ASSERT_NE(connection, nullptr);
+    const FakeTray tray(screen.display(), Qt::black);
+    const X11Tray knownTray(*connection);
+    ASSERT_TRUE(waitUntil([&] { return knownTray.window() != XCB_WINDOW_NONE; }));
+    const XembedIcon icon(*connection, knownTray.window(), badgeWith("87"), 1);
+    connection->settle();
+    EXPECT_FALSE(waitUntil([&] { return tray.requests() > 0; }, std::chrono::milliseconds(300)));
 }
 
 TEST_F(XembedIconTest, StandsInTheMiddleOfAPlaceThatIsNotSquare) {
