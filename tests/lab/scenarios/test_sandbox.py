@@ -9,8 +9,7 @@ from contextlib import ExitStack
 from pathlib import Path
 
 import pytest
-import settings
-from support.processes import Child, wait_until
+from support.processes import BARE_ENVIRONMENT, Child, wait_until
 
 MANIFEST = Path(__file__).parents[3] / "packaging/flatpak/com.vorn.skylet.yml"
 # seconds: what counts here is whether it happens, and the filter takes its time on a busy machine
@@ -29,7 +28,7 @@ def _manifest():
             pytest.skip(f"{tool} is not installed")
     with tempfile.TemporaryDirectory() as folder:  # where it would leave a folder of its own
         return json.loads(subprocess.run(["flatpak-builder", "--show-manifest", MANIFEST], stdout=subprocess.PIPE, check=True,
-                                         env=settings.BARE_ENVIRONMENT, cwd=folder).stdout)
+                                         env=BARE_ENVIRONMENT, cwd=folder).stdout)
 
 
 def filter_of(lab, bus, which, rules):

@@ -31,16 +31,17 @@ struct KnownProgram {
 // the name of the connection.
 // It paints each icon that is given in pixels anew and leaves them to its garbage collector (GNOME Shell 43 grew by 10
 // MB with 500 changes of the dot's colour); the icons that it has read from files it keeps.
-constexpr StatusHostTraits gnome{TitleWay::label, true, true, true};
+constexpr StatusHostTraits gnome{
+    .way = TitleWay::label, .opensMenu = true, .prefersConnectionName = true, .prefersIconName = true};
 // These look at the icon's name alone, never at its pixels.
-constexpr StatusHostTraits indicators{TitleWay::label, false, false, true};
+constexpr StatusHostTraits indicators{.way = TitleWay::label, .prefersIconName = true};
 // MATE's panel sets a label too, but hides the icon beside it where the desktop shows no images on buttons.
-constexpr StatusHostTraits wideHost{TitleWay::wide, false, false, false};
+constexpr StatusHostTraits wideHost{.way = TitleWay::wide};
 // Plasma 5 sends `Activate` on a left click, and opens the menu where that is refused.
-constexpr StatusHostTraits plasma{TitleWay::badge, true, false, false};
+constexpr StatusHostTraits plasma{.way = TitleWay::badge, .opensMenu = true};
 // Plasma's watcher lives in its service daemon and outlives the shell, its host; it was seen (5.27) to speak of a host
 // when there was none. The shell has a host's name on the bus.
-constexpr StatusHostTraits plasmaWatcher{TitleWay::badge, true, false, false, true};
+constexpr StatusHostTraits plasmaWatcher{.way = TitleWay::badge, .opensMenu = true, .watchesOnly = true};
 
 // The rest, among them xfce4-panel (whose plugin runs as "panel-N-systray") and lxqt-panel, show a square icon alone.
 constexpr std::array knownPrograms = {
