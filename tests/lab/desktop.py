@@ -11,8 +11,9 @@ from pathlib import Path
 
 import gi
 
+gi.require_version("GdkPixbuf", "2.0")
 gi.require_version("Gio", "2.0")
-from gi.repository import Gio, GLib  # noqa: E402
+from gi.repository import GdkPixbuf, Gio, GLib  # noqa: E402
 
 from support.processes import Child, wait_until  # noqa: E402
 
@@ -130,9 +131,10 @@ class StatusArea:
     something changed, and keeps all that it was ever shown. Runs in a thread of its own; `stop` and `start` are a panel
     that crashes and comes back."""
 
-    def __init__(self, bus, stack):
+    def __init__(self, bus, stack, root=Path("/")):
+        """`root`: of the program, whose icon is a file."""
         _call_this_process(LABEL_SHOWING_PANEL)
-        self._bus, self._connection, self._item = bus, None, None
+        self._bus, self._root, self._connection, self._item = bus, root, None, None
         self._context, self._changed = GLib.MainContext(), threading.Condition()
         self._shown = [Shown(time.monotonic())]
         self._properties, self._entries, self._subscriptions = {}, {}, []
@@ -358,7 +360,7 @@ class StatusArea:
         state = Shown(time.monotonic())
         if self._properties:
             tooltip = self._properties.get("ToolTip", ("", [], "", ""))
-            state = replace(state, dot=dot_colour(self._properties.get("IconPixmap", [])),
+            state = replace(state, dot=self._dot(),
                             label=self._properties.get("XAyatanaLabel", ""),
                             tooltip="\n".join(text for text in tooltip[2:] if text),
                             menu=tuple(MenuEntry.of(*entry) for entry in self._entries.items()))
@@ -366,6 +368,12 @@ class StatusArea:
             if replace(state, time=0) != replace(self._shown[-1], time=0):
                 self._shown.append(state)
                 self._changed.notify_all()
+
+    def _dot(self):
+        try:
+            return dot_colour(pixmap_of(self._root / self._properties["IconName"].lstrip("/")))
+        except GLib.Error:
+            return None  # the file goes with the program
 
 
 def _call_this_process(name):
@@ -388,11 +396,17 @@ def unpack(value):
     return tuple(map(unpack, children)) if kind[0] == "(" else list(map(unpack, children))
 
 
-def dot_colour(pixmaps):
-    """The class of the colour in the middle of the largest picture (ARGB, network byte order)."""
-    if not pixmaps:
-        return None
-    width, height, data = max(pixmaps, key=lambda pixmap: pixmap[0])
+def pixmap_of(file):
+    """The picture in a file as items give it over the bus: (width, height, ARGB in network byte order)."""
+    picture = GdkPixbuf.Pixbuf.new_from_file(str(file))
+    width, height, pitch, rgba = picture.get_width(), picture.get_height(), picture.get_rowstride(), picture.get_pixels()
+    places = (row * pitch + column * 4 for row in range(height) for column in range(width))
+    return width, height, b"".join(rgba[at + 3:at + 4] + rgba[at:at + 3] for at in places)
+
+
+def dot_colour(pixmap):
+    """The class of the colour in its middle."""
+    width, height, data = pixmap
     at = 4 * (height // 2 * width + width // 2)
     return colour_class(*data[at + 1:at + 4]) if data[at] > 128 else None
 

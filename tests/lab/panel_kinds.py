@@ -192,8 +192,8 @@ KINDS = {
     "polybar": Kind("tray", "", (WINDOW_MANAGER, ("polybar", "-c", "{config}/polybar.ini", "main")), {"polybar.ini": POLYBAR}),
     "none": Kind("strip"),
     # its extension looks at most every 100 ms; unsafe: it lets a test run scripts, and shows a shield in its panel
-    "gnome": Kind("label", "GNOME", (("gnome-shell", "--x11", "--sm-disable"),), {KEYFILE: GNOME}, pace_ms=125, warm_up=1500,
-                  rounds=3, collects=("--unsafe-mode",)),
+    "gnome": Kind("label", "GNOME", (("gnome-shell", "--x11", "--sm-disable"),), {KEYFILE: GNOME}, pace_ms=125, rounds=2,
+                  pause_s=5, collects=("--unsafe-mode",)),
     "plasma": Kind("badge", "KDE", (("kded5",), ("kwin_x11", "--no-kactivities"), ("plasmashell", "--no-respawn")),
                    {"plasma-org.kde.plasma.desktop-appletsrc": PLASMA},
                    {"QT_QPA_PLATFORM": "xcb", "QT_QUICK_BACKEND": "software", "KDE_FULL_SESSION": "true",
@@ -205,7 +205,7 @@ KINDS = {
 
 # the same on screens of scale 2; what is drawn by our own program gets its scale from the screen
 KINDS["xfce-2"] = replace(KINDS["xfce"], environment={"GDK_SCALE": "2"}, scale=2)
-KINDS["trayer-2"] = replace(KINDS["trayer"], commands=(WINDOW_MANAGER, (*KINDS["trayer"].commands[-1][:-1], "56")), scale=2)
+KINDS["trayer-2"] = replace(KINDS["trayer"], commands=(WINDOW_MANAGER, (*KINDS["trayer"].commands[-1][:-1], "50")), scale=2)
 KINDS["none-2"] = replace(KINDS["none"], scale=2)
 KINDS["gnome-2"] = replace(KINDS["gnome"], settings={KEYFILE: GNOME.replace(
     "enable-animations", "scaling-factor=uint32 2\nenable-animations")}, scale=2)

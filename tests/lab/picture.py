@@ -84,7 +84,7 @@ class Icon:
     """A picture that an item gives to its host (ARGB, network byte order)."""
 
     def __init__(self, pixmap):
-        self.width, self.height, self._data = pixmap
+        self.width, self.height, self._data = self.pixmap = pixmap
 
     def scaled(self, height):
         """The same at another height."""

@@ -104,7 +104,7 @@ class Session:
             root.command("dbus-daemon", "--nofork", "--config-file=/run/session.conf", "--print-address", user=USER),
             stdout=subprocess.PIPE))
         assert daemon.stdout.readline(), "the session bus did not start"
-        self.area = StatusArea(self, stack)
+        self.area = StatusArea(self, stack, root.path)
 
     def connect(self):
         return message_bus.connect(f"unix:path={self._root.path}/run/session/bus")

@@ -3,6 +3,7 @@
 import time
 
 import panel as screen
+from desktop import pixmap_of
 from memory import check_growth
 from panel import BELOW, PANEL, SCREEN
 from support.processes import wait_until
@@ -70,6 +71,9 @@ def check_sharp(lab, panel, wide=False, height=ICON_OF_SCALE_2):
             return False
         _, item = panel.item(lab.program.pid)
         given = [pixmap for pixmap in item["IconPixmap"] if (pixmap[0] > pixmap[1]) == wide]
+        if panel.kind.shows == "label":  # given as a file, in one size
+            whole = pixmap_of(item["IconName"])
+            given = [whole, Icon(whole).scaled(height // 2).pixmap]
         if panel.kind.shows == "strip":  # which may set its words a part of a pixel farther to the right
             given = [up_to_the_number(pixmap) for pixmap in given]
         sharp, stretched = (

@@ -83,12 +83,15 @@ void SniObject::addItemProperties(const QString& menuPath) {
     constant(QStringLiteral("AttentionMovieName"), text, QString());
     // While attention is asked for, hosts show the attention icon in the place of the icon: it is the same.
     // A host that reads one property reads them all, and what is made of the pixels stays in its memory for a while: so
-    // the icon that is not on show has its smallest size only, for a host that shows it before it has read it anew.
+    // there are none beside a file, and the icon that is not on show has its smallest size only, for a host that shows
+    // it before it has read it anew.
     addProperty(QStringLiteral("IconPixmap"), images,
-                [this] { return QVariant::fromValue(iconName().isEmpty() ? pixmaps() : smallestPixmap()); });
+                [this] { return QVariant::fromValue(iconName().isEmpty() ? pixmaps() : QList<DBusPixmap>()); });
     addProperty(QStringLiteral("AttentionIconPixmap"), images, [this] {
-        const bool onShow = status_ == Status::needsAttention && iconName().isEmpty();
-        return QVariant::fromValue(onShow ? pixmaps() : smallestPixmap());
+        if (!iconName().isEmpty()) {
+            return QVariant::fromValue(QList<DBusPixmap>());
+        }
+        return QVariant::fromValue(status_ == Status::needsAttention ? pixmaps() : smallestPixmap());
     });
     addProperty(QStringLiteral("ToolTip"), QStringLiteral("(sa(iiay)ss)"),
                 [this] { return QVariant::fromValue(toolTip()); });

@@ -158,9 +158,9 @@ TEST_P(SniStatusItemByNameTest, NamesAFileWithTheDot) {
     const QImage dot(property(QStringLiteral("IconName")).toString());
     EXPECT_EQ(dot.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(DotColor::systemGreen).fill);
     EXPECT_EQ(property(QStringLiteral("AttentionIconName")), property(QStringLiteral("IconName")));
-    // For a host that would rather have pixels there is a picture, but the other sizes would be read in vain.
-    EXPECT_EQ(pixmaps().size(), 1);
-    EXPECT_EQ(pixmaps(QStringLiteral("AttentionIconPixmap")).size(), 1);
+    // They would be read in vain.
+    EXPECT_TRUE(pixmaps().isEmpty());
+    EXPECT_TRUE(pixmaps(QStringLiteral("AttentionIconPixmap")).isEmpty());
     item_->setTitle(sample::offline());
     const QImage red(property(QStringLiteral("IconName")).toString());
     EXPECT_EQ(red.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(DotColor::systemRed).fill);
