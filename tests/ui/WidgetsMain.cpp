@@ -1,4 +1,5 @@
 #include "platform/linux/statusitem/ApplicationIcon.h"
+#include "support/RuntimeFolder.h"
 
 #include <QApplication>
 
@@ -8,6 +9,7 @@
 int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus");
+    const skylet::test::RuntimeFolder runtimeFolder;
     testing::InitGoogleTest(&argc, argv);
     const QApplication application(argc, argv);
     QGuiApplication::setWindowIcon(skylet::applicationIcon());

@@ -1,4 +1,5 @@
 #include "platform/linux/statusitem/ApplicationIcon.h"
+#include "support/RuntimeFolder.h"
 #include "ui/Strings.h"
 #include "ui/WindowStates.h"
 
@@ -14,6 +15,7 @@
 /// scale from QT_SCALE_FACTOR. For looking at; what can be judged without eyes the tests judge.
 int main(int argc, char** argv) {
     using namespace skylet;
+    const test::RuntimeFolder runtimeFolder;
     const QApplication application(argc, argv);
     QGuiApplication::setWindowIcon(applicationIcon());
     QGuiApplication::setQuitOnLastWindowClosed(false);

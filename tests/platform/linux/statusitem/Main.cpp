@@ -1,3 +1,5 @@
+#include "support/RuntimeFolder.h"
+
 #include <QApplication>
 #include <QFile>
 #include <QTemporaryDir>
@@ -25,7 +27,10 @@ int main(int argc, char** argv) {
     configuration.close();
     qputenv("QT_QPA_PLATFORM", "offscreen:configfile=" + configuration.fileName().toUtf8());
     qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus");
+    const skylet::test::RuntimeFolder runtimeFolder;
     testing::InitGoogleTest(&argc, argv);
     const QApplication application(argc, argv);
+    // Status items keep files there; a test that wants that sets a folder of its own.
+    qunsetenv("XDG_RUNTIME_DIR");
     return RUN_ALL_TESTS();
 }
