@@ -3,6 +3,7 @@
 #include "platform/linux/statusitem/SampleTitles.h"
 #include "platform/linux/statusitem/StatusColors.h"
 #include "support/QStringPrinting.h"
+#include "support/RuntimeFolder.h"
 
 #include <QDir>
 #include <QFile>
@@ -52,12 +53,11 @@ TEST_F(IconFilesTest, AreWrittenOnceAndGoneAtTheEnd) {
 }
 
 TEST_F(IconFilesTest, StandWhereADesktopOutsideTheSandboxSeesThem) {
-    qputenv("XDG_RUNTIME_DIR", parent_.path().toUtf8());
-    EXPECT_EQ(IconFiles::usualFolder(), parent_.filePath(QStringLiteral("skylet")));
+    const test::RuntimeFolder runtime;
+    EXPECT_EQ(IconFiles::usualFolder(), runtime.filePath(QStringLiteral("skylet")));
     qputenv("FLATPAK_ID", "com.example.App");
-    EXPECT_EQ(IconFiles::usualFolder(), parent_.filePath(QStringLiteral("app/com.example.App/skylet")));
+    EXPECT_EQ(IconFiles::usualFolder(), runtime.filePath(QStringLiteral("app/com.example.App/skylet")));
     qunsetenv("FLATPAK_ID");
-    qunsetenv("XDG_RUNTIME_DIR");
 }
 
 TEST_F(IconFilesTest, HaveNoNameWhereTheyCannotBeWritten) {

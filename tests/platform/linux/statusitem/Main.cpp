@@ -30,7 +30,5 @@ int main(int argc, char** argv) {
     const skylet::test::RuntimeFolder runtimeFolder;
     testing::InitGoogleTest(&argc, argv);
     const QApplication application(argc, argv);
-    // Status items keep files there; a test that wants that sets a folder of its own.
-    qunsetenv("XDG_RUNTIME_DIR");
     return RUN_ALL_TESTS();
 }

@@ -7,6 +7,7 @@
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
 #include "support/QStringPrinting.h"
+#include "support/RuntimeFolder.h"
 
 #include <QApplication>
 #include <QDBusError>
@@ -15,7 +16,6 @@
 #include <QFile>
 #include <QFontDatabase>
 #include <QMenu>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -125,14 +125,12 @@ TEST_F(SniStatusItemTest, ShowsALabelBesideTheDotWhereTheHostSetsOne) {
 }
 
 TEST_F(SniStatusItemTest, HasTheDotInSizesForEveryPanelWhenItHasNoFiles) {
-    const QTemporaryDir runtime;
-    qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+    const test::RuntimeFolder runtime;
     QFile inTheWay(runtime.filePath(QStringLiteral("skylet")));
     ASSERT_TRUE(inTheWay.open(QIODevice::WriteOnly));
     showLabel();
     EXPECT_EQ(property(QStringLiteral("IconName")), QString());
     const QList<DBusPixmap> icons = pixmaps();
-    qunsetenv("XDG_RUNTIME_DIR");
     ASSERT_EQ(icons.size(), 7);
     for (const DBusPixmap& icon : icons) {
         EXPECT_EQ(icon.width, icon.height);
@@ -152,8 +150,7 @@ TEST_F(SniStatusItemTest, HasTheDotInSizesForEveryPanelWhenItHasNoFiles) {
 class SniStatusItemByNameTest : public SniStatusItemTest, public testing::WithParamInterface<const char*> {};
 
 TEST_P(SniStatusItemByNameTest, NamesAFileWithTheDot) {
-    const QTemporaryDir runtime;
-    qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+    const test::RuntimeFolder runtime;
     show(QString::fromLatin1(GetParam()));
     const QImage dot(property(QStringLiteral("IconName")).toString());
     EXPECT_EQ(dot.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(DotColor::systemGreen).fill);
@@ -166,7 +163,6 @@ TEST_P(SniStatusItemByNameTest, NamesAFileWithTheDot) {
     EXPECT_EQ(red.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(DotColor::systemRed).fill);
     item_.reset();
     EXPECT_TRUE(QDir(runtime.path()).isEmpty());
-    qunsetenv("XDG_RUNTIME_DIR");
 }
 
 INSTANTIATE_TEST_SUITE_P(Hosts, SniStatusItemByNameTest, testing::Values("ayatana-indicat", "gnome-shell"));
