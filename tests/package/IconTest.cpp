@@ -114,7 +114,7 @@ TEST_P(InstalledIcon, LooksLikeTheOneThatTheProgramPaints) {
     constexpr int withoutAStar = 24;
     for (const int side : {48, 64, 128, 256}) {
         const QImage drawn = draw("com.vorn.skylet.svg", side);
-        const QImage painted = applicationIcon().pixmap(side, side).toImage();
+        const QImage painted = applicationIcon().pixmap(QSize(side, side), 1).toImage();
         ASSERT_EQ(drawn.size(), painted.size());
         const Difference found = difference(drawn, painted);
         EXPECT_LT(found.mean, 0.4) << "at " << side;

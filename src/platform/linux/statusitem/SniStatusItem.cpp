@@ -126,7 +126,7 @@ bool SniStatusItem::openMenu(const QString& host, QPoint place) {
     if (monitor_.traitsOfConnection(host).opensMenu) {
         return false;
     }
-    menu_.popUp(QRect(place, QSize(1, 1)));
+    menu_.popUp(QRect(place, place));
     return true;
 }
 

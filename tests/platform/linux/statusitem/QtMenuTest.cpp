@@ -180,7 +180,7 @@ TEST_F(QtMenuTest, OpensOnTheScreenWhateverPlaceItIsGiven) {
     constexpr int least = std::numeric_limits<int>::min();
     constexpr int most = std::numeric_limits<int>::max();
     for (const QPoint place : {QPoint(least, most), QPoint(most, most), QPoint(-1, -1), QPoint(5, 5)}) {
-        menu_.popUp(QRect(place, QSize(1, 1)));
+        menu_.popUp(QRect(place, place));
         ASSERT_TRUE(menu_.widget().isVisible());
         EXPECT_TRUE(screen().contains(menu_.widget().geometry()));
         menu_.close();
