@@ -9,6 +9,8 @@ from pathlib import Path
 import settings
 from support.processes import BARE_ENVIRONMENT
 
+LEAKS_OF_OTHERS = Path(__file__).with_name("leaks_of_others.txt")
+
 
 def schedule(pid):
     """{thread: (seconds it has run, seconds it could have but had no processor)} of a process."""
@@ -47,7 +49,8 @@ class Program:
             "HOME": str(self.home), "XDG_CONFIG_HOME": str(self.home / "config"), "XDG_DATA_HOME": str(self.home / "data"),
             "XDG_CACHE_HOME": str(self.home / "cache"), "XDG_RUNTIME_DIR": str(self.home / "run"),
             "TMPDIR": str(self.home / "tmp"), "LANG": "en_US.UTF-8", "LANGUAGE": "en", "LC_ALL": "C.UTF-8",
-            "XDG_CURRENT_DESKTOP": "GNOME", "QT_QPA_PLATFORM": "offscreen"} | environment
+            "XDG_CURRENT_DESKTOP": "GNOME", "QT_QPA_PLATFORM": "offscreen",
+            "LSAN_OPTIONS": f"suppressions={LEAKS_OF_OTHERS}:print_suppressions=0"} | environment
         self._process = self.started = None
 
     def start(self):

@@ -11,6 +11,8 @@ class RuntimeFolder {
     RuntimeFolder() { qputenv(variable, folder_.path().toUtf8()); }
     RuntimeFolder(const RuntimeFolder&) = delete;
     RuntimeFolder& operator=(const RuntimeFolder&) = delete;
+    RuntimeFolder(RuntimeFolder&&) = delete;
+    RuntimeFolder& operator=(RuntimeFolder&&) = delete;
     ~RuntimeFolder() { qputenv(variable, before_); }
 
     QString path() const { return folder_.path(); }
