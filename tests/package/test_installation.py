@@ -9,7 +9,6 @@ from pathlib import Path
 import package
 import pytest
 from desktop import StatusArea
-from gi.repository import Gio
 from package import PACKAGE, SOURCE, VERSION, alternatives, field, output
 from support import message_bus
 from support.processes import Child, wait_until
