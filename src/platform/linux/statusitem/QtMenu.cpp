@@ -127,10 +127,6 @@ QtMenu::QtMenu(bool keepsSize) : widget_(std::make_unique<ShortcutMenu>()), keep
 
 QtMenu::~QtMenu() = default;
 
-bool QtMenu::isOnWayland() {
-    return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
-}
-
 void QtMenu::setMenu(const Menu& menu) {
     widget_->clear();
     menu_ = menu;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Menu.h"
+#include "platform/linux/statusitem/Wayland.h"
 
 #include <QMenu>
 #include <QObject>
@@ -36,7 +37,6 @@ class QtMenu : public QObject {
     void close() { widget_->close(); }
 
   private:
-    static bool isOnWayland();
     void followTexts();
 
     std::unique_ptr<QMenu> widget_;

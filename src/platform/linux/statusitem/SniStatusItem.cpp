@@ -1,6 +1,6 @@
 #include "platform/linux/statusitem/SniStatusItem.h"
 
-#include <QGuiApplication>
+#include "platform/linux/statusitem/Wayland.h"
 
 #include <utility>
 
@@ -15,7 +15,7 @@ const auto menuPath = [] { return QStringLiteral("/MenuBar"); };
 /// Puts the token where Qt's Wayland client looks for it when a window is to come to the front. Done there alone:
 /// nothing else reads it, and changing the environment of a running program is best avoided.
 void keepActivationToken(const QString& token) {
-    if (QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) {
+    if (isOnWayland()) {
         qputenv("XDG_ACTIVATION_TOKEN", token.toUtf8());
     }
 }

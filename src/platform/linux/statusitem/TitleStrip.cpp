@@ -1,6 +1,7 @@
 #include "platform/linux/statusitem/TitleStrip.h"
 
 #include "platform/linux/statusitem/TitleLine.h"
+#include "platform/linux/statusitem/Wayland.h"
 
 #include <QAccessible>
 #include <QAccessibleWidget>
@@ -28,11 +29,6 @@ QString textOf(const StatusTitle& title) {
         text += title[index].text;
     }
     return text.trimmed();
-}
-
-/// Not so on Wayland, where the compositor does.
-bool placesItself() {
-    return !QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
 }
 
 class AccessibleStrip final : public QAccessibleWidget {
@@ -114,7 +110,7 @@ void TitleStrip::place() {
 
 void TitleStrip::click() {
     // Qt is not always right about where it is, see mouseReleaseEvent(); but Wayland's popups go by what Qt believes.
-    Q_EMIT clicked(QRect(placesItself() ? wantedPlace_ : mapToGlobal(QPoint(0, 0)), size()));
+    Q_EMIT clicked(QRect(isOnWayland() ? mapToGlobal(QPoint(0, 0)) : wantedPlace_, size()));
 }
 
 QPoint TitleStrip::cornerOnScreen(QPoint corner) const {
@@ -160,7 +156,7 @@ void TitleStrip::mouseMoveEvent(QMouseEvent* event) {
         return;
     }
     dragged_ = true;
-    if (!placesItself()) {
+    if (isOnWayland()) {
         pressedAt_.reset();
         windowHandle()->startSystemMove();
         return;
