@@ -3,6 +3,7 @@
 // Moves one body over the program's transfer session: gets URL, or posts BYTES zeros there. Prints the bytes moved, the
 // seconds it took and the most memory it occupied (KB).
 
+#include "platform/linux/system/SystemClock.h"
 #include "platform/linux/transfer/CurlBulkTransferSession.h"
 
 #include <QCoreApplication>
@@ -50,7 +51,9 @@ int main(int argc, char** argv) {
     }
     Counter counter;
     const Seconds limit(600);
-    CurlBulkTransferSession session({limit, limit}, std::make_shared<NetworkEpoch>(), counter);
+    const auto epoch = std::make_shared<NetworkEpoch>();
+    const auto names = std::make_shared<NameResolver>(std::make_shared<SystemClock>(), epoch);
+    CurlBulkTransferSession session({limit, limit}, epoch, names, counter);
     const QUrl url(QString::fromUtf8(argv[2]));
     const auto start = std::chrono::steady_clock::now();
     if (argc > 3) {

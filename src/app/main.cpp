@@ -15,6 +15,7 @@
 #include "platform/linux/system/UnixSignals.h"
 #include "platform/linux/transfer/CurlBulkTransferSession.h"
 #include "platform/linux/transfer/CurlTransferSession.h"
+#include "platform/linux/transfer/NameResolver.h"
 #include "speedtest/SpeedTest.h"
 #include "ui/DesktopWindows.h"
 #include "ui/LaunchAgent.h"
@@ -32,21 +33,23 @@ using namespace skylet;
 namespace {
 
 std::unique_ptr<ConnectivityEngine> makeEngine(const std::shared_ptr<const Clock>& clock,
-                                               const std::shared_ptr<const NetworkEpoch>& epoch) {
+                                               const std::shared_ptr<const NetworkEpoch>& epoch,
+                                               const std::shared_ptr<NameResolver>& names) {
     auto probe = std::make_shared<HTTPConnectivityProbe>(
-        [epoch](const SessionConfiguration& configuration) {
-            return std::make_unique<CurlTransferSession>(configuration, epoch);
+        [epoch, names](const SessionConfiguration& configuration) {
+            return std::make_unique<CurlTransferSession>(configuration, epoch, names);
         },
         clock);
     return std::make_unique<ConnectivityEngine>(std::move(probe));
 }
 
 SpeedTestFactory makeSpeedTest(const std::shared_ptr<const Clock>& clock,
-                               const std::shared_ptr<const NetworkEpoch>& epoch) {
-    return [clock, epoch] {
+                               const std::shared_ptr<const NetworkEpoch>& epoch,
+                               const std::shared_ptr<NameResolver>& names) {
+    return [clock, epoch, names] {
         return std::make_unique<SpeedTestController>(
-            [epoch](const SessionConfiguration& configuration, BulkTransferDelegate& delegate) {
-                return std::make_unique<CurlBulkTransferSession>(configuration, epoch, delegate);
+            [epoch, names](const SessionConfiguration& configuration, BulkTransferDelegate& delegate) {
+                return std::make_unique<CurlBulkTransferSession>(configuration, epoch, names, delegate);
             },
             *clock);
     };
@@ -77,6 +80,7 @@ int main(int argc, char** argv) {
 
     const auto clock = std::make_shared<SystemClock>();
     const auto epoch = std::make_shared<NetworkEpoch>();
+    const auto names = std::make_shared<NameResolver>(clock, epoch);
     NetlinkPathMonitor pathMonitor(*epoch);
     LogindSleepMonitor sleepMonitor(QDBusConnection::systemBus(), *epoch);
     NetlinkInterfaceCounters interfaceCounters;
@@ -93,9 +97,9 @@ int main(int argc, char** argv) {
                    .clock = *clock,
                    .repeatingTimer = repeatingTimer,
                    .oneShotTimer = ConnectivityEngine::commonTimer,
-                   .makeSpeedTest = makeSpeedTest(clock, epoch),
+                   .makeSpeedTest = makeSpeedTest(clock, epoch, names),
                    .windows = windows},
-                  makeEngine(clock, epoch), launchAgent());
+                  makeEngine(clock, epoch, names), launchAgent());
     // Quit, the end of the session or of its bus, and the signals all leave the event loop this way.
     QObject::connect(&qt, &QCoreApplication::aboutToQuit, &qt, [&skylet] { skylet.applicationWillTerminate(); });
     skylet.applicationDidFinishLaunching();

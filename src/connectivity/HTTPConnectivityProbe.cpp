@@ -32,15 +32,14 @@ std::shared_ptr<Cancellation> HTTPConnectivityProbe::probe(const QUrl& url, Comp
     auto completed = [this, start, url, completion = std::move(completion)](const auto& response, const auto& error) {
         const Seconds elapsed = clock_->systemUptime() - start;
         if (accepts(response, url, error)) {
-            completion(latencyOf(elapsed));
-            return;
+            completion(latencyOf(elapsed - response->heldUp));
+        } else {
+            completion(std::nullopt);
         }
-        if (response) {
-            session().distrust(url);
-        }
-        completion(std::nullopt);
     };
-    auto task = session().head(url, lifetime_.guard(std::move(completed)));
+    auto task = session().head(
+        url, [url](const TransferResponse& response) { return accepts(response, url, std::nullopt); },
+        lifetime_.guard(std::move(completed)));
     return std::make_shared<CancellationAction>([task = std::move(task)] { task->cancel(); });
 }
 

@@ -24,6 +24,9 @@ struct TransferResponse {
     int statusCode = 0;
     /// The address that answered, as text; absent when the transport does not know it.
     std::optional<QString> url;
+    /// For how much of the exchange's time this program, not the network, was waited for: it was busy with something
+    /// else while the request could have gone out, or when the last byte was there already.
+    Seconds heldUp{0};
 };
 
 /// Why there is no answer. The text is for developers, not for users.
@@ -44,14 +47,15 @@ class TransferTask {
 class TransferSession {
   public:
     using Completion = std::function<void(std::optional<TransferResponse>, std::optional<TransferError>)>;
+    /// Whether the answer is what the asker expects of the host itself.
+    using Accepts = std::function<bool(const TransferResponse&)>;
 
     virtual ~TransferSession() = default;
     /// Starts a HEAD request. `completion` is called exactly once, on the main thread from the event loop, never from
     /// inside this call or from inside `cancel`, and no later than the session's limit. A body is never read. Dropping
-    /// the handle does not end the transfer.
-    virtual std::shared_ptr<TransferTask> head(const QUrl& url, Completion completion) = 0;
-    /// The answer from `url`'s host was not what it should be: the next request there goes over a new connection.
-    virtual void distrust(const QUrl& url) = 0;
+    /// the handle does not end the transfer. A connection over which an answer came that `accepts` refuses is not used
+    /// again; it is asked about answers that the caller does not get to see, too, and may outlive the request.
+    virtual std::shared_ptr<TransferTask> head(const QUrl& url, Accepts accepts, Completion completion) = 0;
     /// Ends every transfer (each still completes, with an error) and closes every connection.
     virtual void invalidateAndCancel() = 0;
 };

@@ -21,7 +21,7 @@ const auto address = QStringLiteral("https://probe.example/generate_204");
 const QUrl url(address);
 
 TransferResponse answer(int status, const QString& from = address) {
-    return {status, from};
+    return {status, from, Seconds(0)};
 }
 
 bool accepted(int status, const QString& from, const QString& asked = address) {
@@ -41,7 +41,7 @@ TEST(HTTPConnectivityProbeAccepts, NothingWithoutAResponse) {
 }
 
 TEST(HTTPConnectivityProbeAccepts, NoResponseOfAnUnknownAddress) {
-    EXPECT_FALSE(HTTPConnectivityProbe::accepts(TransferResponse{204, {}}, url, {}));
+    EXPECT_FALSE(HTTPConnectivityProbe::accepts(TransferResponse{204, {}, Seconds(0)}, url, {}));
 }
 
 TEST(HTTPConnectivityProbeAccepts, NoOtherStatus) {
@@ -88,23 +88,22 @@ class FakeSession final : public TransferSession {
   public:
     struct Request {
         QUrl url;
+        Accepts accepts;
         Completion completion;
         bool cancelled = false;
     };
     struct Log {
         std::vector<std::shared_ptr<Request>> requests;
-        std::vector<QUrl> distrusted;
         int invalidations = 0;
     };
 
     explicit FakeSession(std::shared_ptr<Log> log) : log_(std::move(log)) {}
 
-    std::shared_ptr<TransferTask> head(const QUrl& target, Completion completion) override {
-        auto request = std::make_shared<Request>(Request{target, std::move(completion)});
+    std::shared_ptr<TransferTask> head(const QUrl& target, Accepts accepts, Completion completion) override {
+        auto request = std::make_shared<Request>(Request{target, std::move(accepts), std::move(completion)});
         log_->requests.push_back(request);
         return std::make_shared<Task>(request);
     }
-    void distrust(const QUrl& target) override { log_->distrusted.push_back(target); }
     void invalidateAndCancel() override { ++log_->invalidations; }
 
   private:
@@ -200,16 +199,21 @@ TEST_F(HTTPConnectivityProbeTest, ARedirectIsAFailure) {
     EXPECT_THAT(results, ElementsAre(std::nullopt, std::nullopt));
 }
 
-TEST_F(HTTPConnectivityProbeTest, AWrongAnswerCostsTheConnectionItsTrust) {
+TEST_F(HTTPConnectivityProbeTest, TellsTheSessionWhichAnswersToAccept) {
     start();
-    answerAfter(Seconds(0.01), 200);
-    EXPECT_THAT(log->distrusted, ElementsAre(url));
+    const auto& accepts = log->requests.back()->accepts;
+    EXPECT_TRUE(accepts(answer(204)));
+    EXPECT_FALSE(accepts(answer(200)));
+    EXPECT_FALSE(accepts(answer(204, QStringLiteral("https://portal.example/generate_204"))));
 }
 
-TEST_F(HTTPConnectivityProbeTest, ARightAnswerKeepsTheConnection) {
+TEST_F(HTTPConnectivityProbeTest, TheTimeThatTheProgramWasBusyWithSomethingElseIsNoResponseTime) {
     start();
-    answerAfter(Seconds(0.01));
-    EXPECT_THAT(log->distrusted, IsEmpty());
+    clock->uptime += Seconds(0.375);
+    auto late = answer(204);
+    late.heldUp = Seconds(0.25);
+    log->requests.back()->completion(late, {});
+    EXPECT_THAT(results, ElementsAre(125));
 }
 
 TEST_F(HTTPConnectivityProbeTest, ATransportErrorIsAFailure) {

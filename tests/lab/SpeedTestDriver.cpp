@@ -53,7 +53,8 @@ class Witness final : public BulkTransferSession, public BulkTransferDelegate {
     Witness(const Clock& clock, std::vector<Phase>& phases, const SessionConfiguration& configuration,
             BulkTransferDelegate& delegate)
         : clock_(clock), phases_(phases), delegate_(delegate),
-          session_(configuration, std::make_shared<NetworkEpoch>(), *this) {}
+          session_(configuration, epoch_, std::make_shared<NameResolver>(std::make_shared<SystemClock>(), epoch_),
+                   *this) {}
 
     std::shared_ptr<BulkTransferTask> download(const QUrl& url) override {
         begin();
@@ -93,6 +94,7 @@ class Witness final : public BulkTransferSession, public BulkTransferDelegate {
     const Clock& clock_;
     std::vector<Phase>& phases_;
     BulkTransferDelegate& delegate_;
+    const std::shared_ptr<NetworkEpoch> epoch_ = std::make_shared<NetworkEpoch>();
     CurlBulkTransferSession session_;
 };
 

@@ -2,11 +2,14 @@
 
 #include "platform/linux/transfer/CurlOptions.h"
 
+#include <linux/tcp.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <ctime>
 #include <optional>
 #include <utility>
 
@@ -14,9 +17,14 @@ namespace skylet {
 
 namespace {
 
+using SteadyClock = CurlMulti::SteadyClock;
+
 /// How libcurl's error text names the reason with which HTTP/2 ends a stream that broke its rules (RFC 9113, 7).
 /// Servers end streams for other reasons too, and those pass.
 const auto http2ProtocolError = QLatin1StringView("PROTOCOL_ERROR");
+
+/// An answer here takes a few kilobytes; a peer that sends more at once shall wait.
+constexpr int receiveBufferBytes = 64 * 1024;
 
 /// Since the start of the transfer; zero: not reached.
 std::chrono::microseconds timeOf(const CurlEasy& handle, CURLINFO info) {
@@ -25,38 +33,60 @@ std::chrono::microseconds timeOf(const CurlEasy& handle, CURLINFO info) {
     return std::chrono::microseconds(microseconds);
 }
 
+/// The kernel's clock for sockets, which counts whole steps of this length.
+std::chrono::nanoseconds kernelTick() {
+    timespec resolution{};
+    clock_getres(CLOCK_MONOTONIC_COARSE, &resolution);
+    return std::chrono::seconds(resolution.tv_sec) + std::chrono::nanoseconds(resolution.tv_nsec);
+}
+
+/// How long ago the connection last received anything, at the least (tcp(7), tcpi_last_data_recv). Zero when nothing is
+/// known.
+std::chrono::nanoseconds sinceLastData(curl_socket_t socket) {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    if (socket == CURL_SOCKET_BAD || ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) {
+        return std::chrono::nanoseconds(0);
+    }
+    const std::chrono::nanoseconds told = std::chrono::milliseconds(info.tcpi_last_data_recv);
+    return std::max(told - kernelTick(), std::chrono::nanoseconds(0));
+}
+
 } // namespace
 
 /// One request: the caller's side (until `finish`) and the wire's side (until it is taken out of the pool).
 class ConnectionPool::Exchange {
   public:
-    Exchange(ConnectionPool& pool, const QUrl& url, TransferSession::Completion completion)
-        : pool_(pool), completion_(std::move(completion)), easy_(makeRequest(url)) {
+    Exchange(ConnectionPool& pool, Request request, TransferSession::Completion completion)
+        : pool_(pool), request_(std::move(request)), completion_(std::move(completion)),
+          isOnKeptConnection_(pool.answered_), easy_(makeRequest(request_.url)) {
         configure();
         limit_->setSingleShot(true);
         limit_->setTimerType(Qt::PreciseTimer);
     }
 
     CURL* handle() const { return easy_.get(); }
+    const Request& request() const { return request_; }
     QTimer& limit() const { return *limit_; }
     bool isSeen() const { return static_cast<bool>(completion_); }
-    bool isLookingUp() const { return lookingUp_; }
-    /// The connection that a pending look-up is for shall not be opened any more.
-    void abandon() {
-        abandoned_ = true;
-        limit_->stop();
-    }
 
     /// Whether its connection is new, and the next step of the handshake or the answer may still be on its way: since
-    /// the last step no more has passed than two round trips and the time to send a lost packet again.
-    bool isProgressing(std::chrono::microseconds retransmission) const {
+    /// the last step no more has passed than two round trips and the time to send a lost packet again. Behind a proxy
+    /// the proxy's own round trip says nothing of the target's; how long it took to reach the target does.
+    bool isProgressing() const {
+        const auto begun = pool_.multi_.beginning(easy_.get());
         const auto connected = timeOf(easy_, CURLINFO_CONNECT_TIME_T);
-        if (connected == std::chrono::microseconds::zero()) {
+        if (!begun || connected == std::chrono::microseconds::zero()) {
             return false;
         }
-        const auto roundTrip = connected - timeOf(easy_, CURLINFO_NAMELOOKUP_TIME_T);
-        const auto lastStep = std::max(connected, timeOf(easy_, CURLINFO_APPCONNECT_TIME_T));
-        return std::chrono::steady_clock::now() - start_ < lastStep + 2 * roundTrip + retransmission;
+        SteadyClock::duration lastStep = std::max(connected, timeOf(easy_, CURLINFO_APPCONNECT_TIME_T));
+        SteadyClock::duration roundTrip = connected - timeOf(easy_, CURLINFO_NAMELOOKUP_TIME_T);
+        if (const auto passed = pool_.multi_.proxyPassed(easy_.get())) {
+            roundTrip = std::max(roundTrip, *passed - *begun - connected);
+            lastStep = std::max(lastStep, *passed - *begun);
+        }
+        const auto retransmission = request_.limit / 3;
+        return SteadyClock::now() - *begun < lastStep + 2 * roundTrip + retransmission;
     }
 
     QString errorText(CURLcode result) const {
@@ -68,7 +98,7 @@ class ConnectionPool::Exchange {
         const char* url = nullptr;
         curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
         curl_easy_getinfo(easy_.get(), CURLINFO_EFFECTIVE_URL, &url);
-        return {static_cast<int>(status), url ? std::optional(QString::fromUtf8(url)) : std::nullopt};
+        return {static_cast<int>(status), url ? std::optional(QString::fromUtf8(url)) : std::nullopt, heldUp()};
     }
 
     /// The caller's side ends here; whoever takes the completion owes the call.
@@ -87,31 +117,27 @@ class ConnectionPool::Exchange {
         // Rather share a connection that is still being made than make a second one.
         setCurlOption(easy_, CURLOPT_PIPEWAIT, 1L);
         setCurlOption(easy_, CURLOPT_SHARE, pool_.share_);
-        setCurlOption(easy_, CURLOPT_RESOLVER_START_FUNCTION, &Exchange::lookupStarts);
-        setCurlOption(easy_, CURLOPT_RESOLVER_START_DATA, this);
-        setCurlOption(easy_, CURLOPT_OPENSOCKETFUNCTION, &Exchange::openSocket);
-        setCurlOption(easy_, CURLOPT_OPENSOCKETDATA, this);
+        setCurlOption(easy_, CURLOPT_PREREQFUNCTION, &Exchange::requestGoes);
+        setCurlOption(easy_, CURLOPT_PREREQDATA, this);
         setCurlOption(easy_, CURLOPT_HEADERFUNCTION, &Exchange::headReceived);
         setCurlOption(easy_, CURLOPT_HEADERDATA, this);
         setCurlOption(easy_, CURLOPT_WRITEFUNCTION, &Exchange::bodyReceived);
         setCurlOption(easy_, CURLOPT_ERRORBUFFER, errorText_.data());
     }
 
-    static int lookupStarts(void* /*state*/, void* /*reserved*/, void* self) {
-        auto& exchange = *static_cast<Exchange*>(self);
-        exchange.lookingUp_ = exchange.pool_.mayLookUp_();
-        return exchange.lookingUp_ ? 0 : 1;
+    /// The time this thread was busy with something else while the request was to go out, or the answer was there.
+    Seconds heldUp() const {
+        SteadyClock::duration time = sinceLastData(pool_.multi_.socketOf(easy_.get()));
+        if (isOnKeptConnection_ && sent_) {
+            time += *sent_ - start_;
+        }
+        return std::min<SteadyClock::duration>(time, SteadyClock::now() - start_);
     }
 
-    static curl_socket_t openSocket(void* self, curlsocktype /*purpose*/, curl_sockaddr* address) {
-        auto& exchange = *static_cast<Exchange*>(self);
-        exchange.lookingUp_ = false;
-        if (exchange.abandoned_) {
-            return CURL_SOCKET_BAD;
-        }
-        // A new connection starts from the beginning, whatever the ones before it had reached.
-        exchange.pool_.answered_ = false;
-        return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    static int requestGoes(void* self, char* /*remoteAddress*/, char* /*localAddress*/, int /*remotePort*/,
+                           int /*localPort*/) {
+        static_cast<Exchange*>(self)->sent_ = SteadyClock::now();
+        return CURL_PREREQFUNC_OK;
     }
 
     static std::size_t headReceived(const char* /*data*/, std::size_t size, std::size_t count, void* self) {
@@ -125,15 +151,16 @@ class ConnectionPool::Exchange {
     }
 
     ConnectionPool& pool_;
+    const Request request_;
     TransferSession::Completion completion_;
+    const bool isOnKeptConnection_;
     CurlEasy easy_;
-    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    const SteadyClock::time_point start_ = SteadyClock::now();
+    std::optional<SteadyClock::time_point> sent_;
     std::array<char, CURL_ERROR_SIZE> errorText_{};
     /// May end inside its own signal.
     std::unique_ptr<QTimer, void (*)(QTimer*)> limit_{new QTimer, [](QTimer* timer) { timer->deleteLater(); }};
     std::size_t headBytes_ = 0;
-    bool lookingUp_ = false;
-    bool abandoned_ = false;
 };
 
 /// The caller's handle. The caller is told of the end from the event loop, never from inside `cancel`.
@@ -158,10 +185,14 @@ class ConnectionPool::Task final : public TransferTask {
     std::weak_ptr<Exchange> exchange_;
 };
 
-ConnectionPool::ConnectionPool(CURLSH* share, HttpVersion version, std::chrono::milliseconds limit,
-                               std::function<bool()> mayLookUp, std::function<void()> onSettled)
-    : share_(share), version_(version), limit_(limit), mayLookUp_(std::move(mayLookUp)),
-      onSettled_(std::move(onSettled)), multi_([this](CURL* handle, CURLcode result) { done(handle, result); }) {}
+ConnectionPool::ConnectionPool(NameResolver& names, CURLSH* share, HttpVersion version, std::function<void()> onSettled)
+    : share_(share), version_(version), onSettled_(std::move(onSettled)),
+      multi_(names,
+             {.receiveBufferBytes = receiveBufferBytes,
+              .progress = {},
+              .opening = [this] { connectionBegins(); },
+              .closing = {}},
+             [this](CURL* handle, CURLcode result) { done(handle, result); }) {}
 
 ConnectionPool::~ConnectionPool() {
     for (const auto& exchange : exchanges_) {
@@ -169,16 +200,16 @@ ConnectionPool::~ConnectionPool() {
     }
 }
 
-std::shared_ptr<TransferTask> ConnectionPool::head(const QUrl& url, TransferSession::Completion completion) {
-    const auto exchange = std::make_shared<Exchange>(*this, url, std::move(completion));
+std::shared_ptr<TransferTask> ConnectionPool::head(Request request, TransferSession::Completion completion) {
+    const auto exchange = std::make_shared<Exchange>(*this, std::move(request), std::move(completion));
     exchanges_.push_back(exchange);
     exchange->limit().callOnTimeout(lifetime_.guard([this, weak = std::weak_ptr<Exchange>(exchange)] {
         if (const auto reached = weak.lock()) {
             limitReached(reached);
         }
     }));
-    exchange->limit().start(limit_);
-    multi_.add(exchange->handle());
+    exchange->limit().start(exchange->request().limit);
+    multi_.add(exchange->handle(), exchange->request().url, exchange->request().names);
     return std::make_shared<Task>(exchange);
 }
 
@@ -204,11 +235,6 @@ void ConnectionPool::cancelAll() {
     }
 }
 
-std::size_t ConnectionPool::pendingLookups() const {
-    return static_cast<std::size_t>(std::count_if(exchanges_.begin(), exchanges_.end(),
-                                                  [](const auto& exchange) { return exchange->isLookingUp(); }));
-}
-
 void ConnectionPool::done(CURL* handle, CURLcode result) {
     const auto place = std::find_if(exchanges_.begin(), exchanges_.end(),
                                     [&](const auto& exchange) { return exchange->handle() == handle; });
@@ -221,7 +247,11 @@ void ConnectionPool::done(CURL* handle, CURLcode result) {
     settle();
     if (result == CURLE_OK) {
         answered_ = true;
-        exchange->finish(exchange->response(), {});
+        auto response = exchange->response();
+        if (!exchange->request().accepts(response)) {
+            distrust();
+        }
+        exchange->finish(std::move(response), {});
     } else {
         const auto error = exchange->errorText(result);
         malformedHttp2_ = malformedHttp2_ || (result == CURLE_HTTP2_STREAM && error.contains(http2ProtocolError));
@@ -232,7 +262,7 @@ void ConnectionPool::done(CURL* handle, CURLcode result) {
 
 void ConnectionPool::limitReached(const std::shared_ptr<Exchange>& exchange) {
     if (!retired_ && isProgressing()) {
-        exchange->limit().start(limit_);
+        exchange->limit().start(exchange->request().limit);
     } else {
         distrust();
         discard(exchange);
@@ -241,11 +271,6 @@ void ConnectionPool::limitReached(const std::shared_ptr<Exchange>& exchange) {
 }
 
 void ConnectionPool::discard(const std::shared_ptr<Exchange>& exchange) {
-    if (exchange->isLookingUp()) {
-        // The resolver's thread cannot be ended. Kept until it ends by itself, it stays counted.
-        exchange->abandon();
-        return;
-    }
     multi_.remove(exchange->handle());
     exchanges_.remove(exchange);
     settle();
@@ -253,7 +278,13 @@ void ConnectionPool::discard(const std::shared_ptr<Exchange>& exchange) {
 
 bool ConnectionPool::isProgressing() const {
     return !answered_ && std::any_of(exchanges_.begin(), exchanges_.end(),
-                                     [this](const auto& exchange) { return exchange->isProgressing(limit_ / 3); });
+                                     [](const auto& exchange) { return exchange->isProgressing(); });
+}
+
+/// A new connection starts from the beginning, whatever the ones before it had reached.
+void ConnectionPool::connectionBegins() {
+    answered_ = false;
+    newestConnection_ = SteadyClock::now();
 }
 
 void ConnectionPool::settle() {

@@ -8,7 +8,6 @@
 #include <QUrl>
 
 #include <chrono>
-#include <cstddef>
 #include <functional>
 #include <list>
 #include <memory>
@@ -27,33 +26,42 @@ class ConnectionPool {
         negotiated = CURL_HTTP_VERSION_2TLS,
     };
 
-    /// `share`: TLS sessions to resume; outlives the pool. `limit`: for one exchange as a whole. `mayLookUp`: asked
-    /// before each name look-up; without leave the request fails. `onSettled` is called from the event loop after a
+    struct Request {
+        QUrl url;
+        TransferSession::Accepts accepts;
+        /// For the exchange as a whole, name look-ups included.
+        std::chrono::milliseconds limit;
+        NameResolver::Freshness names = NameResolver::Freshness::kept;
+    };
+
+    /// `names` and `share` (TLS sessions to resume) outlive the pool. `onSettled` is called from the event loop after a
     /// request has ended or the pool has lost its trust, possibly after the pool has gone; it may destroy the pool.
-    ConnectionPool(CURLSH* share, HttpVersion version, std::chrono::milliseconds limit, std::function<bool()> mayLookUp,
-                   std::function<void()> onSettled);
+    ConnectionPool(NameResolver& names, CURLSH* share, HttpVersion version, std::function<void()> onSettled);
     ~ConnectionPool();
     ConnectionPool(const ConnectionPool&) = delete;
     ConnectionPool& operator=(const ConnectionPool&) = delete;
     ConnectionPool(ConnectionPool&&) = delete;
     ConnectionPool& operator=(ConnectionPool&&) = delete;
 
-    std::shared_ptr<TransferTask> head(const QUrl& url, TransferSession::Completion completion);
+    std::shared_ptr<TransferTask> head(Request request, TransferSession::Completion completion);
 
-    /// False once a request has failed here: a connection is used again only while it has never disappointed.
+    /// False once a request has failed here, or brought an answer that its asker does not accept: a connection is used
+    /// again only while it has never disappointed.
     bool isTrusted() const { return trusted_; }
     void distrust();
-    /// What the pool that follows this one should speak. HTTP/2 forbids answers that HTTP/1.1 gets along with, a body
-    /// after the head of a 204 among them (RFC 9113, 8.1.1); a server that sends those is asked once more in HTTP/1.1.
-    HttpVersion successorVersion() const { return malformedHttp2_ ? HttpVersion::http1 : HttpVersion::negotiated; }
+    /// An answer came over the newest connection.
+    bool isProven() const { return answered_; }
+    /// When the newest connection was begun.
+    CurlMulti::SteadyClock::time_point newestConnection() const { return newestConnection_; }
+    /// What the next pool for this host should speak. HTTP/2 forbids answers that HTTP/1.1 gets along with, a body
+    /// after the head of a 204 among them (RFC 9113, 8.1.1); a server that sends those is asked in HTTP/1.1.
+    HttpVersion successorVersion() const { return malformedHttp2_ ? HttpVersion::http1 : version_; }
     /// No further request comes: drops what runs on unseen.
     void retire();
     /// Ends every request for its caller.
     void cancelAll();
     /// Nothing runs any more.
     bool isIdle() const { return exchanges_.empty(); }
-    /// Name look-ups under way. Each occupies a thread of the resolver that nobody can end.
-    std::size_t pendingLookups() const;
 
   private:
     class Exchange;
@@ -65,18 +73,17 @@ class ConnectionPool {
     /// Whether a new connection is on its way to its first answer. On a link with a round trip of a second or more none
     /// can answer within the limit; dropped each time, it never would.
     bool isProgressing() const;
+    void connectionBegins();
     void settle();
 
     CURLSH* share_;
     const HttpVersion version_;
-    const std::chrono::milliseconds limit_;
-    const std::function<bool()> mayLookUp_;
     const std::function<void()> onSettled_;
     bool trusted_ = true;
     bool malformedHttp2_ = false;
     bool retired_ = false;
-    /// Something came back over the newest connection.
     bool answered_ = false;
+    CurlMulti::SteadyClock::time_point newestConnection_ = CurlMulti::SteadyClock::now();
     CurlMulti multi_;
     std::list<std::shared_ptr<Exchange>> exchanges_;
     Lifetime lifetime_;

@@ -6,9 +6,9 @@
 #include <linux/tcp.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <numeric>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -23,20 +23,8 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr long receiveBufferBytes = 128L * 1024;
 /// As libcurl's own. A smaller one costs a wake-up for every 16 KB; the count of what was sent knows nothing of it.
 constexpr long sendBufferBytes = 64L * 1024;
-/// Ten times what a handshake takes. Whoever has libcurl work longer while nothing moves, with pings say, wants the
-/// processor, not to be measured.
-constexpr std::chrono::milliseconds vainEffortLimit{200};
-
 bool isSuccess(std::optional<int> status) {
     return status && *status >= 200 && *status <= 299;
-}
-
-/// Whatever the kernel still has to send for it is thrown away when it is closed (socket(7)); what is under way to us
-/// is refused.
-void closeHard(curl_socket_t socket) {
-    const linger atOnce{.l_onoff = 1, .l_linger = 0};
-    ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
-    ::close(socket);
 }
 
 /// TCP_ESTABLISHED of <netinet/tcp.h>, which does not go together with <linux/tcp.h>.
@@ -48,16 +36,6 @@ bool isEstablished(curl_socket_t socket) {
     return ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && info.tcpi_state == tcpEstablished;
 }
 
-std::uint16_t localPort(curl_socket_t socket) {
-    sockaddr_storage address{};
-    socklen_t size = sizeof address;
-    if (::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-        return 0;
-    }
-    // Both families keep it in the same place (RFC 3493, 3.3).
-    return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
-}
-
 } // namespace
 
 /// What to ask for.
@@ -66,7 +44,6 @@ struct CurlBulkTransferSession::Request {
     Seconds limit;
     std::optional<UploadBody> body;
     QByteArray contentType;
-    bool onFreshConnection = false;
 };
 
 /// One transfer: the request on libcurl's side, what is still to be told about it on the delegate's.
@@ -78,7 +55,6 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         : session_(&session), delegate_(session.delegate_), identifier_(identifier), limit_(request.limit),
           body_(std::move(request.body)), easy_(makeRequest(request.url)) {
         configure(request.contentType);
-        setCurlOption(easy_, CURLOPT_FRESH_CONNECT, long{request.onFreshConnection});
     }
 
     TaskIdentifier identifier() const { return identifier_; }
@@ -86,13 +62,10 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
     CURL* handle() const { return easy_.get(); }
     std::optional<int> status() const { return status_; }
     bool isOver() const { return end_.has_value(); }
-    bool isLookingUp() const { return lookingUp_; }
     bool isOn(curl_socket_t socket) const { return socket_ == socket; }
 
     /// The session goes; nothing more is told.
     void forgetSession() { session_ = nullptr; }
-    /// A look-up that has outlived its transfer shall lead to no connection.
-    void abandon() { abandoned_ = true; }
     /// Its connection is not to be used again.
     void forbidReuse() const { setCurlOption(easy_, CURLOPT_FORBID_REUSE, 1L); }
 
@@ -130,12 +103,6 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
             // libcurl waits for more where the answer ended before the request (RFC 9113, 8.1).
             endOnWire(End::finished);
         } else if (now - start_ >= resourceLimit || now - lastMove_ >= limit_) {
-            endOnWire(End::failed);
-        }
-    }
-
-    void fail() {
-        if (!isOver()) {
             endOnWire(End::failed);
         }
     }
@@ -192,16 +159,6 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
             addHeader("Pragma: no-cache");
         }
         setCurlOption(easy_, CURLOPT_HTTPHEADER, headers_.get());
-        setCurlOption(easy_, CURLOPT_RESOLVER_START_FUNCTION, &Transfer::lookupStarts);
-        setCurlOption(easy_, CURLOPT_RESOLVER_START_DATA, this);
-        setCurlOption(easy_, CURLOPT_OPENSOCKETFUNCTION, &Transfer::openSocket);
-        setCurlOption(easy_, CURLOPT_OPENSOCKETDATA, this);
-        // A connection may outlive the transfer that opened it.
-        setCurlOption(easy_, CURLOPT_CLOSESOCKETFUNCTION, &CurlBulkTransferSession::closeSocket);
-        setCurlOption(easy_, CURLOPT_CLOSESOCKETDATA, session_);
-        setCurlOption(easy_, CURLOPT_VERBOSE, 1L);
-        setCurlOption(easy_, CURLOPT_DEBUGFUNCTION, &Transfer::recordPassed);
-        setCurlOption(easy_, CURLOPT_DEBUGDATA, this);
         setCurlOption(easy_, CURLOPT_HEADERFUNCTION, &Transfer::headReceived);
         setCurlOption(easy_, CURLOPT_HEADERDATA, this);
         setCurlOption(easy_, CURLOPT_WRITEFUNCTION, &Transfer::bodyReceived);
@@ -246,37 +203,6 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         return socket_ == CURL_SOCKET_BAD ? std::nullopt : SendProgress::of(socket_);
     }
 
-    static int lookupStarts(void* /*state*/, void* /*reserved*/, void* self) {
-        auto& transfer = *static_cast<Transfer*>(self);
-        transfer.lookingUp_ = !transfer.abandoned_ && transfer.session_->mayLookUp();
-        return transfer.lookingUp_ ? 0 : 1;
-    }
-
-    static curl_socket_t openSocket(void* self, curlsocktype /*purpose*/, curl_sockaddr* address) {
-        auto& transfer = *static_cast<Transfer*>(self);
-        transfer.lookingUp_ = false;
-        if (transfer.abandoned_) {
-            return CURL_SOCKET_BAD;
-        }
-        const auto socket = ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
-        if (socket >= 0) {
-            transfer.session_->sockets_.push_back(socket);
-        }
-        return socket;
-    }
-
-    /// libcurl tells of each TLS record, also in the midst of what it does at one go. That lasts for as long as the
-    /// other end keeps it busy: nothing but the end of the connection ends it.
-    static int recordPassed(CURL* /*handle*/, curl_infotype type, char* /*data*/, std::size_t /*size*/, void* self) {
-        auto* session = static_cast<Transfer*>(self)->session_;
-        if (type == CURLINFO_SSL_DATA_IN && session != nullptr && session->multi_ && session->spins()) {
-            for (const auto socket : session->sockets_) {
-                ::shutdown(socket, SHUT_RDWR);
-            }
-        }
-        return 0;
-    }
-
     static std::size_t headReceived(const char* data, std::size_t size, std::size_t count, void* self) {
         auto& transfer = *static_cast<Transfer*>(self);
         const std::size_t length = size * count;
@@ -319,9 +245,7 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
     }
 
     void beginBody() {
-        long port = 0;
-        curl_easy_getinfo(easy_.get(), CURLINFO_LOCAL_PORT, &port);
-        socket_ = session_->socketAt(static_cast<std::uint16_t>(port));
+        socket_ = session_->multi_->socketOf(easy_.get());
         lostConnection_ = false;
         meter_.begin(progress());
         bodyBegun_ = true;
@@ -367,8 +291,6 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
     curl_socket_t socket_ = CURL_SOCKET_BAD;
     UploadMeter meter_;
     bool lostConnection_ = false;
-    bool lookingUp_ = false;
-    bool abandoned_ = false;
     std::optional<End> end_;
 };
 
@@ -391,10 +313,10 @@ class CurlBulkTransferSession::Task final : public BulkTransferTask {
 
 CurlBulkTransferSession::CurlBulkTransferSession(const SessionConfiguration& configuration,
                                                  std::shared_ptr<const NetworkEpoch> epoch,
-                                                 BulkTransferDelegate& delegate)
+                                                 std::shared_ptr<NameResolver> names, BulkTransferDelegate& delegate)
     : requestLimit_(configuration.timeoutIntervalForRequest), resourceLimit_(configuration.timeoutIntervalForResource),
-      epoch_(std::move(epoch)), epochOfConnections_(epoch_->current()), delegate_(delegate), ticking_(makeTimer(false)),
-      reporting_(makeTimer(true)), idle_(makeTimer(true)) {
+      epoch_(std::move(epoch)), names_(std::move(names)), epochOfConnections_(epoch_->current()), delegate_(delegate),
+      ticking_(makeTimer(false)), reporting_(makeTimer(true)), idle_(makeTimer(true)) {
     initializeCurl();
     ticking_->setInterval(reportInterval);
     ticking_->callOnTimeout([this] { tick(); });
@@ -411,40 +333,34 @@ CurlBulkTransferSession::~CurlBulkTransferSession() {
             multi_->remove(transfer->handle());
         }
     }
-    for (const auto& transfer : lookups_) {
-        multi_->remove(transfer->handle());
-    }
     // Closes the connections, which are still registered here.
     multi_.reset();
 }
 
 std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::download(const QUrl& url) {
-    return start({url, requestLimit_, std::nullopt, {}, false});
+    return start({url, requestLimit_, std::nullopt, {}});
 }
 
 std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::upload(const QUrl& url, const QByteArray& contentType,
                                                                   UploadBody body, Seconds timeoutInterval) {
-    return start({url, timeoutInterval, std::move(body), contentType, false});
+    return start({url, timeoutInterval, std::move(body), contentType});
 }
 
 std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::start(Request request) {
     idle_->stop();
     // libcurl takes a connection of HTTP/2 that the server has closed for one that still works.
-    const bool areOpen = std::all_of(sockets_.begin(), sockets_.end(), isEstablished);
-    const bool areStale = epochOfConnections_ != epoch_->current() || !areOpen;
-    if (areStale) {
+    const auto sockets = multi_ ? multi_->openSockets() : std::vector<curl_socket_t>();
+    const bool areOpen = std::all_of(sockets.begin(), sockets.end(), isEstablished);
+    if (epochOfConnections_ != epoch_->current() || !areOpen) {
         dropConnections();
     }
-    // With a look-up under way they have to stay, but not to be used.
-    request.onFreshConnection = areStale && multi_;
     if (!multi_) {
-        multi_ = std::make_unique<CurlMulti>([this](CURL* handle, CURLcode result) { done(handle, result); },
-                                             CurlMulti::Connections::exclusive);
+        multi_ = makeMulti();
     }
-    effortAtMove_ = multi_->effort();
+    const auto url = request.url;
     const auto transfer = std::make_shared<Transfer>(*this, ++lastIdentifier_, std::move(request));
     transfers_.push_back(transfer);
-    multi_->add(transfer->handle());
+    multi_->add(transfer->handle(), url);
     if (!ticking_->isActive()) {
         ticking_->start();
     }
@@ -452,10 +368,6 @@ std::shared_ptr<BulkTransferTask> CurlBulkTransferSession::start(Request request
 }
 
 void CurlBulkTransferSession::done(CURL* handle, CURLcode result) {
-    if (std::erase_if(lookups_, [&](const auto& transfer) { return transfer->handle() == handle; }) > 0 &&
-        transfers_.empty()) {
-        idle_->start();
-    }
     for (const auto& transfer : transfers_) {
         if (transfer->handle() == handle && !transfer->isOver()) {
             transfer->ended(result);
@@ -469,21 +381,24 @@ void CurlBulkTransferSession::tick() {
     for (const auto& transfer : Transfers(transfers_)) {
         transfer->checkLimits(now, resourceLimit_);
     }
-    if (spins()) {
-        for (const auto& transfer : Transfers(transfers_)) {
-            transfer->fail();
-        }
-    }
     reportAll();
 }
 
-bool CurlBulkTransferSession::spins() {
-    const auto moved = std::accumulate(transfers_.begin(), transfers_.end(), std::int64_t{0},
-                                       [](std::int64_t sum, const auto& transfer) { return sum + transfer->moved(); });
-    if (std::exchange(lastMoved_, moved) != moved) {
-        effortAtMove_ = multi_->effort();
-    }
-    return multi_->effort() - effortAtMove_ > vainEffortLimit;
+std::unique_ptr<CurlMulti> CurlBulkTransferSession::makeMulti() {
+    return std::make_unique<CurlMulti>(
+        *names_,
+        CurlMulti::Settings{.connections = CurlMulti::Connections::exclusive,
+                            .receiveBufferBytes = {},
+                            .progress = [this] { return moved(); },
+                            .closesByReset = true,
+                            .opening = {},
+                            .closing = [this](curl_socket_t socket) { closing(socket); }},
+        [this](CURL* handle, CURLcode result) { done(handle, result); });
+}
+
+std::int64_t CurlBulkTransferSession::moved() const {
+    return std::accumulate(transfers_.begin(), transfers_.end(), std::int64_t{0},
+                           [](std::int64_t sum, const auto& transfer) { return sum + transfer->moved(); });
 }
 
 void CurlBulkTransferSession::reportSoon() {
@@ -520,13 +435,7 @@ void CurlBulkTransferSession::report(const std::shared_ptr<Transfer>& transfer) 
 
 void CurlBulkTransferSession::takeOffWire(const std::shared_ptr<Transfer>& transfer) {
     transfer->forbidReuse();
-    if (transfer->isLookingUp()) {
-        // The resolver's thread cannot be ended. Kept until it ends by itself, it stays counted.
-        transfer->abandon();
-        lookups_.push_back(transfer);
-    } else {
-        multi_->remove(transfer->handle());
-    }
+    multi_->remove(transfer->handle());
     reportSoon();
 }
 
@@ -539,23 +448,10 @@ void CurlBulkTransferSession::remove(const Transfer& transfer) {
 }
 
 void CurlBulkTransferSession::dropConnections() {
-    if (transfers_.empty() && lookups_.empty()) {
+    if (transfers_.empty()) {
         multi_.reset();
         epochOfConnections_ = epoch_->current();
     }
-}
-
-bool CurlBulkTransferSession::mayLookUp() const {
-    return std::count_if(transfers_.begin(), transfers_.end(),
-                         [](const auto& transfer) { return transfer->isLookingUp(); }) +
-               static_cast<std::ptrdiff_t>(lookups_.size()) <
-           static_cast<std::ptrdiff_t>(lookupLimit);
-}
-
-curl_socket_t CurlBulkTransferSession::socketAt(std::uint16_t port) const {
-    const auto place = std::find_if(sockets_.begin(), sockets_.end(),
-                                    [port](curl_socket_t socket) { return localPort(socket) == port; });
-    return place == sockets_.end() ? CURL_SOCKET_BAD : *place;
 }
 
 CurlBulkTransferSession::Timer CurlBulkTransferSession::makeTimer(bool singleShot) {
@@ -568,16 +464,12 @@ CurlBulkTransferSession::Timer CurlBulkTransferSession::makeTimer(bool singleSho
     return timer;
 }
 
-int CurlBulkTransferSession::closeSocket(void* self, curl_socket_t socket) {
-    auto& session = *static_cast<CurlBulkTransferSession*>(self);
-    for (const auto& transfer : session.transfers_) {
+void CurlBulkTransferSession::closing(curl_socket_t socket) {
+    for (const auto& transfer : transfers_) {
         if (transfer->isOn(socket)) {
             transfer->connectionCloses();
         }
     }
-    std::erase(session.sockets_, socket);
-    closeHard(socket);
-    return 0;
 }
 
 } // namespace skylet

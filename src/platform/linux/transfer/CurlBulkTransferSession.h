@@ -23,13 +23,10 @@ class CurlBulkTransferSession final : public BulkTransferSession {
     static constexpr std::chrono::milliseconds reportInterval{20};
     /// Long enough for an upload after a download; an idle connection of a high speed holds megabytes of buffers.
     static constexpr std::chrono::seconds keepConnectionsFor{5};
-    /// A look-up that never ends occupies a thread of the resolver that nobody can end. A transfer that would start one
-    /// more than this fails at once.
-    static constexpr std::size_t lookupLimit = 8;
 
     /// Of the two limits, the one for requests is how long nothing may move. `delegate` outlives the session.
     CurlBulkTransferSession(const SessionConfiguration& configuration, std::shared_ptr<const NetworkEpoch> epoch,
-                            BulkTransferDelegate& delegate);
+                            std::shared_ptr<NameResolver> names, BulkTransferDelegate& delegate);
     ~CurlBulkTransferSession() override;
     CurlBulkTransferSession(const CurlBulkTransferSession&) = delete;
     CurlBulkTransferSession& operator=(const CurlBulkTransferSession&) = delete;
@@ -49,25 +46,25 @@ class CurlBulkTransferSession final : public BulkTransferSession {
     using Transfers = std::vector<std::shared_ptr<Transfer>>;
 
     static Timer makeTimer(bool singleShot);
-    static int closeSocket(void* self, curl_socket_t socket);
     static void report(const std::shared_ptr<Transfer>& transfer);
 
     std::shared_ptr<BulkTransferTask> start(Request request);
     void done(CURL* handle, CURLcode result);
     void tick();
-    /// Whether libcurl has worked for long while nothing moved. To be asked now and then.
-    bool spins();
+    std::unique_ptr<CurlMulti> makeMulti();
+    /// Grows with everything that goes either way.
+    std::int64_t moved() const;
+    void closing(curl_socket_t socket);
     void reportSoon();
     void reportAll() const;
     void takeOffWire(const std::shared_ptr<Transfer>& transfer);
     void remove(const Transfer& transfer);
     void dropConnections();
-    bool mayLookUp() const;
-    curl_socket_t socketAt(std::uint16_t localPort) const;
 
     const Seconds requestLimit_;
     const Seconds resourceLimit_;
     const std::shared_ptr<const NetworkEpoch> epoch_;
+    const std::shared_ptr<NameResolver> names_;
     std::uint64_t epochOfConnections_;
     BulkTransferDelegate& delegate_;
     TaskIdentifier lastIdentifier_ = 0;
@@ -76,14 +73,7 @@ class CurlBulkTransferSession final : public BulkTransferSession {
     const Timer idle_;
     /// Whose end has not been told.
     Transfers transfers_;
-    /// Ended ones whose name look-up goes on.
-    Transfers lookups_;
-    /// Of every connection, kept ones included.
-    std::vector<curl_socket_t> sockets_;
     std::unique_ptr<CurlMulti> multi_;
-    /// How far all transfers together had got at the last tick, and the effort of `multi_` when they last got further.
-    std::int64_t lastMoved_ = 0;
-    std::chrono::nanoseconds effortAtMove_{0};
 };
 
 } // namespace skylet

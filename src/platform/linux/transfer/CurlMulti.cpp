@@ -1,8 +1,19 @@
 #include "platform/linux/transfer/CurlMulti.h"
 
-#include <chrono>
-#include <ctime>
+#include "platform/linux/system/FileDescriptor.h"
+#include "platform/linux/transfer/CurlOptions.h"
+#include "platform/linux/transfer/ProxySettings.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
 #include <utility>
+#include <vector>
 
 namespace skylet {
 
@@ -14,23 +25,115 @@ void dropNotifier(QSocketNotifier* notifier) {
     notifier->deleteLater();
 }
 
-/// Of this thread.
-std::chrono::nanoseconds processorTime() {
-    timespec used{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
-    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+struct HostAndPort {
+    QString host;
+    int port = 0;
+};
+
+bool isAddress(const QString& host) {
+    in6_addr buffer{};
+    const auto text = host.toUtf8();
+    return ::inet_pton(AF_INET, text.constData(), &buffer) == 1 ||
+           ::inet_pton(AF_INET6, text.constData(), &buffer) == 1;
+}
+
+/// The names that a connection for `target` cannot be opened without, in the order in which libcurl wants them.
+std::vector<HostAndPort> namesFor(const QUrl& target, const std::optional<Proxy>& proxy) {
+    constexpr int httpsPort = 443;
+    std::vector<HostAndPort> names;
+    const auto add = [&](const QString& host, int port) {
+        if (!host.isEmpty() && !isAddress(host)) {
+            names.push_back({host, port});
+        }
+    };
+    if (proxy) {
+        add(proxy->host, proxy->port);
+    }
+    if (!proxy || proxy->wantsAddress) {
+        add(target.host(QUrl::FullyEncoded), target.port(httpsPort));
+    }
+    return names;
+}
+
+/// As CURLOPT_RESOLVE wants it; "+": it ages like an answer of libcurl's own.
+QByteArray resolveEntry(const HostAndPort& name, const NameResolver::Addresses& addresses) {
+    QByteArray entry = '+' + name.host.toUtf8() + ':' + QByteArray::number(name.port);
+    char separator = ':';
+    for (const auto& address : addresses) {
+        entry += std::exchange(separator, ',') + (address.contains(':') ? '[' + address + ']' : address);
+    }
+    return entry;
+}
+
+/// Two ends of a connection that leads nowhere.
+struct DeadEnds {
+    DeadEnds() {
+        std::array<int, 2> ends{-1, -1};
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) == 0) {
+            near = FileDescriptor(ends[0]);
+            far = FileDescriptor(ends[1]);
+        }
+    }
+
+    FileDescriptor near;
+    FileDescriptor far;
+};
+
+/// Tells a socket from others that had, or will have, its number. Absent: there is no open file of that number.
+std::optional<ino_t> identityOf(curl_socket_t socket) {
+    struct stat status {};
+    return ::fstat(socket, &status) == 0 ? std::optional(status.st_ino) : std::nullopt;
+}
+
+/// Whatever the kernel still has to send for it is thrown away when it is closed (socket(7)); what is under way to us
+/// is refused.
+void resetOnClose(curl_socket_t socket) {
+    const linger atOnce{.l_onoff = 1, .l_linger = 0};
+    ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+}
+
+std::uint16_t localPort(curl_socket_t socket) {
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    if (::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0 || address.ss_family == AF_UNIX) {
+        return 0;
+    }
+    // Both families keep it in the same place (RFC 3493, 3.3).
+    return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
 }
 
 } // namespace
 
-CurlMulti::CurlMulti(DoneHandler done, Connections connections) : done_(std::move(done)), multi_(curl_multi_init()) {
+struct CurlMulti::Transfer {
+    Transfer(CurlMulti& multi, const QUrl& target, NameResolver::Freshness nameFreshness)
+        : owner(multi), freshness(nameFreshness),
+          proxy(proxyFor(target, [](const char* variable) { return qgetenv(variable); })),
+          names(namesFor(target, proxy)) {}
+
+    CurlMulti& owner;
+    const NameResolver::Freshness freshness;
+    const std::optional<Proxy> proxy;
+    const std::vector<HostAndPort> names;
+    /// What libcurl is told of the names; lives as long as libcurl may read it.
+    CurlList addresses;
+    bool areNamesKnown = false;
+    /// libcurl asked for a name that is not known yet.
+    bool isNameWanted = false;
+    bool isReachingThroughProxy = false;
+    std::optional<SteadyClock::time_point> begun;
+    std::optional<SteadyClock::time_point> proxyPassed;
+};
+
+CurlMulti::CurlMulti(NameResolver& names, Settings settings, DoneHandler done)
+    : names_(names), settings_(std::move(settings)), done_(std::move(done)),
+      guard_([this] { return settings_.progress ? settings_.progress() : ended_; }), multi_(curl_multi_init()) {
     if (!multi_) {
         qFatal("libcurl is out of memory");
     }
     timer_.setSingleShot(true);
     timer_.setTimerType(Qt::PreciseTimer);
     timer_.callOnTimeout([this] { act(CURL_SOCKET_TIMEOUT, 0); });
-    curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(connections));
+    curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(settings_.connections));
     curl_multi_setopt(multi_.get(), CURLMOPT_SOCKETFUNCTION, &CurlMulti::watchSocket);
     curl_multi_setopt(multi_.get(), CURLMOPT_SOCKETDATA, this);
     curl_multi_setopt(multi_.get(), CURLMOPT_TIMERFUNCTION, &CurlMulti::setTimer);
@@ -38,16 +141,187 @@ CurlMulti::CurlMulti(DoneHandler done, Connections connections) : done_(std::mov
 }
 
 CurlMulti::~CurlMulti() {
+    // libcurl reads from a connection once more before it closes it, and TLS goes on reading for as long as records
+    // without data arrive. What it finds here is a connection that is silent.
+    const DeadEnds ends;
+    if (ends.near.isValid()) {
+        for (const auto socket : openSockets()) {
+            if (settings_.closesByReset) {
+                resetOnClose(socket);
+            }
+            ::dup2(ends.near.get(), socket);
+        }
+    }
     // Closing the connections still calls back for their sockets.
     multi_.reset();
 }
 
-void CurlMulti::add(CURL* handle) {
+void CurlMulti::add(CURL* handle, const QUrl& target, NameResolver::Freshness names) {
+    const auto transfer = std::make_shared<Transfer>(*this, target, names);
+    transfers_[handle] = transfer;
+    configure(handle, *transfer);
+    // With a connection there, libcurl needs no name as a rule; where it does, it says so.
+    if (openSockets().empty()) {
+        lookUp(handle, 0);
+    } else {
+        begin(handle);
+    }
+}
+
+void CurlMulti::configure(CURL* handle, Transfer& transfer) {
+    curl_easy_setopt(handle, CURLOPT_PROXY, transfer.proxy ? transfer.proxy->url.constData() : "");
+    // The exceptions have been considered.
+    curl_easy_setopt(handle, CURLOPT_NOPROXY, "");
+    curl_easy_setopt(handle, CURLOPT_RESOLVER_START_FUNCTION, &CurlMulti::resolverStarts);
+    curl_easy_setopt(handle, CURLOPT_RESOLVER_START_DATA, &transfer);
+    curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, &CurlMulti::openSocket);
+    curl_easy_setopt(handle, CURLOPT_OPENSOCKETDATA, &transfer);
+    // A connection may outlive the transfer that opened it.
+    curl_easy_setopt(handle, CURLOPT_CLOSESOCKETFUNCTION, &CurlMulti::closeSocket);
+    curl_easy_setopt(handle, CURLOPT_CLOSESOCKETDATA, this);
+    curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
+    curl_easy_setopt(handle, CURLOPT_DEBUGFUNCTION, &CurlMulti::debug);
+    curl_easy_setopt(handle, CURLOPT_DEBUGDATA, &transfer);
+}
+
+void CurlMulti::lookUp(CURL* handle, std::size_t next) {
+    const auto transfer = transfers_.at(handle);
+    if (next == transfer->names.size()) {
+        transfer->areNamesKnown = true;
+        begin(handle);
+        return;
+    }
+    names_.lookUp(transfer->names[next].host, transfer->freshness,
+                  lifetime_.guard([this, handle, next,
+                                   weak = std::weak_ptr<Transfer>(transfer)](const NameResolver::Addresses& addresses) {
+                      const auto waiting = weak.lock();
+                      if (!waiting) {
+                          return;
+                      }
+                      if (addresses.empty()) {
+                          ended(handle, waiting->proxy ? CURLE_COULDNT_RESOLVE_PROXY : CURLE_COULDNT_RESOLVE_HOST);
+                          return;
+                      }
+                      const auto entry = resolveEntry(waiting->names[next], addresses);
+                      waiting->addresses.reset(curl_slist_append(waiting->addresses.release(), entry.constData()));
+                      lookUp(handle, next + 1);
+                  }));
+}
+
+void CurlMulti::begin(CURL* handle) {
+    auto& transfer = *transfers_.at(handle);
+    transfer.begun = SteadyClock::now();
+    curl_easy_setopt(handle, CURLOPT_RESOLVE, transfer.addresses.get());
     curl_multi_add_handle(multi_.get(), handle);
 }
 
 void CurlMulti::remove(CURL* handle) {
+    takeOut(handle);
+    transfers_.erase(handle);
+}
+
+/// May close its connection, from which libcurl reads once more then.
+void CurlMulti::takeOut(CURL* handle) {
+    guard_.actionBegins();
     curl_multi_remove_handle(multi_.get(), handle);
+    guard_.actionEnds();
+}
+
+std::optional<CurlMulti::SteadyClock::time_point> CurlMulti::beginning(CURL* handle) const {
+    const auto place = transfers_.find(handle);
+    return place == transfers_.end() ? std::nullopt : place->second->begun;
+}
+
+std::optional<CurlMulti::SteadyClock::time_point> CurlMulti::proxyPassed(CURL* handle) const {
+    const auto place = transfers_.find(handle);
+    return place == transfers_.end() ? std::nullopt : place->second->proxyPassed;
+}
+
+curl_socket_t CurlMulti::socketOf(CURL* handle) const {
+    long port = 0;
+    curl_easy_getinfo(handle, CURLINFO_LOCAL_PORT, &port);
+    const auto sockets = openSockets();
+    const auto place = std::find_if(sockets.begin(), sockets.end(),
+                                    [port](curl_socket_t socket) { return port != 0 && localPort(socket) == port; });
+    return place == sockets.end() ? CURL_SOCKET_BAD : *place;
+}
+
+/// libcurl says nothing when it closes a socket that has not got a connection.
+std::vector<curl_socket_t> CurlMulti::openSockets() const {
+    std::vector<curl_socket_t> open;
+    for (const auto& [socket, identity] : sockets_) {
+        if (identityOf(socket) == identity) {
+            open.push_back(socket);
+        }
+    }
+    return open;
+}
+
+int CurlMulti::resolverStarts(void* /*state*/, void* /*reserved*/, void* transfer) {
+    auto& asking = *static_cast<Transfer*>(transfer);
+    if (asking.areNamesKnown) {
+        // What is left to resolve are addresses, which takes libcurl no look-up.
+        return 0;
+    }
+    asking.isNameWanted = true;
+    return 1;
+}
+
+curl_socket_t CurlMulti::openSocket(void* transfer, curlsocktype /*purpose*/, curl_sockaddr* address) {
+    auto& opening = *static_cast<Transfer*>(transfer);
+    auto& multi = opening.owner;
+    const auto socket = ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    if (socket < 0) {
+        return CURL_SOCKET_BAD;
+    }
+    if (const auto bytes = multi.settings_.receiveBufferBytes) {
+        ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &*bytes, sizeof *bytes);
+    }
+    opening.isReachingThroughProxy = opening.proxy.has_value();
+    multi.sockets_[socket] = identityOf(socket).value_or(0);
+    multi.guard_.connectionOpened();
+    if (multi.settings_.opening) {
+        multi.settings_.opening();
+    }
+    return socket;
+}
+
+int CurlMulti::closeSocket(void* self, curl_socket_t socket) {
+    auto& multi = *static_cast<CurlMulti*>(self);
+    multi.sockets_.erase(socket);
+    if (multi.settings_.closing) {
+        multi.settings_.closing(socket);
+    }
+    if (multi.settings_.closesByReset) {
+        resetOnClose(socket);
+    }
+    ::close(socket);
+    return 0;
+}
+
+/// libcurl tells of each TLS record, also in the midst of what it does at one go.
+int CurlMulti::debug(CURL* /*handle*/, curl_infotype type, char* /*data*/, std::size_t /*size*/, void* transfer) {
+    auto& concerned = *static_cast<Transfer*>(transfer);
+    if (type == CURLINFO_SSL_DATA_OUT && concerned.isReachingThroughProxy && !concerned.proxyPassed) {
+        concerned.proxyPassed = SteadyClock::now();
+    } else if (type == CURLINFO_SSL_DATA_IN && concerned.owner.guard_.recordArrived()) {
+        concerned.owner.cutConnections();
+    }
+    return 0;
+}
+
+/// In the place of each connection there is one that has ended, so that nothing is read any more of what the peer has
+/// sent already. The kernel resets the real one.
+void CurlMulti::cutConnections() {
+    DeadEnds ends;
+    ends.far = FileDescriptor();
+    for (const auto socket : openSockets()) {
+        resetOnClose(socket);
+        if (!ends.near.isValid() || ::dup2(ends.near.get(), socket) < 0) {
+            ::shutdown(socket, SHUT_RDWR);
+        }
+    }
+    guard_.reset();
 }
 
 int CurlMulti::watchSocket(CURL* /*handle*/, curl_socket_t socket, int what, void* self, void* /*socketData*/) {
@@ -88,26 +362,34 @@ void CurlMulti::watch(curl_socket_t socket, bool read, bool write) {
     set(notifiers.write, write, QSocketNotifier::Write, CURL_CSELECT_OUT);
 }
 
-std::chrono::nanoseconds CurlMulti::effort() const {
-    return effort_ + (workingSince_ ? processorTime() - *workingSince_ : std::chrono::nanoseconds(0));
-}
-
 void CurlMulti::act(curl_socket_t socket, int events) {
     int running = 0;
-    workingSince_ = processorTime();
+    guard_.actionBegins();
     curl_multi_socket_action(multi_.get(), socket, events, &running);
-    effort_ = effort();
-    workingSince_.reset();
+    guard_.actionEnds();
     // One at a time: libcurl drops the messages of handles that a handler takes out.
     int queued = 0;
     while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &queued)) {
         if (message->msg == CURLMSG_DONE) {
             CURL* handle = message->easy_handle;
             const CURLcode result = message->data.result;
-            curl_multi_remove_handle(multi_.get(), handle);
-            done_(handle, result);
+            takeOut(handle);
+            ended(handle, result);
         }
     }
+}
+
+void CurlMulti::ended(CURL* handle, CURLcode result) {
+    const auto transfer = transfers_.at(handle);
+    if (std::exchange(transfer->isNameWanted, false) && result != CURLE_OK) {
+        transfer->begun.reset();
+        lookUp(handle, 0);
+        return;
+    }
+    curl_easy_setopt(handle, CURLOPT_RESOLVE, nullptr);
+    transfers_.erase(handle);
+    ++ended_;
+    done_(handle, result);
 }
 
 } // namespace skylet

@@ -2,61 +2,110 @@
 
 #include "platform/Lifetime.h"
 #include "platform/linux/transfer/CurlHandles.h"
+#include "platform/linux/transfer/NameResolver.h"
+#include "platform/linux/transfer/RecordGuard.h"
 
 #include <QSocketNotifier>
 #include <QTimer>
+#include <QUrl>
+
+#include <sys/types.h>
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace skylet {
 
 /// Runs libcurl transfers, and keeps their connections, on the Qt event loop through the multi-socket interface: no
-/// thread of its own, no polling, no wake-up while nothing is to be done. The handles added belong to the caller.
+/// polling, no wake-up while nothing is to be done. Names are looked up by the resolver it is given, never by libcurl;
+/// proxies are those of the environment. A peer that keeps it busy to no purpose loses its connection. The handles
+/// added belong to the caller.
 class CurlMulti {
   public:
-    /// Called from the event loop, never from inside libcurl: the handler may add and remove handles, but must not
-    /// destroy the CurlMulti. The handle has been removed by then.
+    /// Called from the event loop, never from inside libcurl or `add`: the handler may add and remove handles, but must
+    /// not destroy the CurlMulti. The handle has been removed by then.
     using DoneHandler = std::function<void(CURL* handle, CURLcode result)>;
+    using SteadyClock = std::chrono::steady_clock;
 
     /// How many transfers a connection may carry at once.
     enum class Connections : long { shared = CURLPIPE_MULTIPLEX, exclusive = CURLPIPE_NOTHING };
 
-    explicit CurlMulti(DoneHandler done, Connections connections = Connections::shared);
+    struct Settings {
+        Connections connections = Connections::shared;
+        /// Of each connection's socket, as SO_RCVBUF takes it (socket(7)); absent: as the system has it.
+        std::optional<int> receiveBufferBytes;
+        /// Grows whenever a transfer gets anywhere; asked at each TLS record that arrives. Absent: whenever one ends.
+        std::function<std::int64_t()> progress;
+        /// Connections are closed by a reset: what the kernel still holds of them is not sent any more.
+        bool closesByReset = false;
+        /// A connection is about to be opened.
+        std::function<void()> opening;
+        /// The connection of this socket is about to be closed.
+        std::function<void(curl_socket_t)> closing;
+    };
+
+    CurlMulti(NameResolver& names, Settings settings, DoneHandler done);
     ~CurlMulti();
     CurlMulti(const CurlMulti&) = delete;
     CurlMulti& operator=(const CurlMulti&) = delete;
     CurlMulti(CurlMulti&&) = delete;
     CurlMulti& operator=(CurlMulti&&) = delete;
 
-    /// Starts the transfer; nothing of it happens before the event loop runs again.
-    void add(CURL* handle);
+    /// Starts the transfer, which asks for `target`; nothing of it happens before the event loop runs again. `fresh`:
+    /// names are looked up anew for it.
+    void add(CURL* handle, const QUrl& target, NameResolver::Freshness names = NameResolver::Freshness::kept);
     /// Ends the transfer without a call to the done handler.
     void remove(CURL* handle);
-    /// The processor's time that libcurl has taken so far, what it is at included. A busy machine adds nothing to it.
-    std::chrono::nanoseconds effort() const;
+
+    /// When libcurl began to work on it; absent while names are being looked up.
+    std::optional<SteadyClock::time_point> beginning(CURL* handle) const;
+    /// When the proxy had made its connection to the target, and the TLS handshake began. Absent before, without a
+    /// proxy, and on a connection that was there already.
+    std::optional<SteadyClock::time_point> proxyPassed(CURL* handle) const;
+    /// The socket of the connection that the handle used last; CURL_SOCKET_BAD when there is none any more.
+    curl_socket_t socketOf(CURL* handle) const;
+    /// Of every connection, kept ones included.
+    std::vector<curl_socket_t> openSockets() const;
 
   private:
     struct Notifiers {
         std::unique_ptr<QSocketNotifier, void (*)(QSocketNotifier*)> read;
         std::unique_ptr<QSocketNotifier, void (*)(QSocketNotifier*)> write;
     };
+    struct Transfer;
 
     static int watchSocket(CURL* handle, curl_socket_t socket, int what, void* self, void* socketData);
     static int setTimer(CURLM* multi, long timeoutMs, void* self);
+    static int resolverStarts(void* state, void* reserved, void* transfer);
+    static curl_socket_t openSocket(void* transfer, curlsocktype purpose, curl_sockaddr* address);
+    static int closeSocket(void* self, curl_socket_t socket);
+    static int debug(CURL* handle, curl_infotype type, char* data, std::size_t size, void* transfer);
+
+    void configure(CURL* handle, Transfer& transfer);
+    /// Looks up what the transfer needs, from its `next`-th name on, and begins it.
+    void lookUp(CURL* handle, std::size_t next);
+    void begin(CURL* handle);
     void watch(curl_socket_t socket, bool read, bool write);
     void act(curl_socket_t socket, int events);
+    void takeOut(CURL* handle);
+    void ended(CURL* handle, CURLcode result);
+    void cutConnections();
 
-    DoneHandler done_;
+    NameResolver& names_;
+    const Settings settings_;
+    const DoneHandler done_;
     QTimer timer_;
     std::map<curl_socket_t, Notifiers> notifiers_;
-    /// Of what it has finished.
-    std::chrono::nanoseconds effort_{0};
-    /// Processor time at which it began what it is at.
-    std::optional<std::chrono::nanoseconds> workingSince_;
+    std::map<CURL*, std::shared_ptr<Transfer>> transfers_;
+    /// With the inode of each; some may have been closed since.
+    std::map<curl_socket_t, ino_t> sockets_;
+    std::int64_t ended_ = 0;
+    RecordGuard guard_;
     CurlMultiHandle multi_;
     Lifetime lifetime_;
 };

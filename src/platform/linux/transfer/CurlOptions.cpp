@@ -1,15 +1,34 @@
 #include "platform/linux/transfer/CurlOptions.h"
 
+#include <QDirIterator>
+#include <QRegularExpression>
+
 #include <mutex>
 
 namespace skylet {
 
 namespace {
 
+/// Whether OpenSSL finds certificates by name in `folder` (openssl-rehash(1)): libcurl names one where it was built
+/// with one, but the system may keep only a bundle.
+bool holdsHashedCertificates(const QString& folder) {
+    static const QRegularExpression hashedName(QStringLiteral("^[0-9a-f]{8}\\.[0-9]+$"));
+    QDirIterator files(folder, QDir::Files);
+    while (files.hasNext()) {
+        files.next();
+        if (hashedName.match(files.fileName()).hasMatch()) {
+            return true;
+        }
+    }
+    return false;
+}
+
 /// Where the system keeps its certificates both as one bundle and as hashed files, libcurl would read the whole bundle
 /// for every connection; the hashed files are opened as needed.
 void useHashedCertificates(const CurlEasy& handle) {
-    if (const char* folder = curl_version_info(CURLVERSION_NOW)->capath) {
+    const char* folder = curl_version_info(CURLVERSION_NOW)->capath;
+    static const bool areHashed = folder != nullptr && holdsHashedCertificates(QString::fromUtf8(folder));
+    if (areHashed) {
         setCurlOption(handle, CURLOPT_CAPATH, folder);
         setCurlOption<const char*>(handle, CURLOPT_CAINFO, nullptr);
     }
@@ -31,8 +50,6 @@ CurlEasy makeRequest(const QUrl& url) {
     setCurlOption(handle, CURLOPT_PROTOCOLS_STR, "https");
     setCurlOption(handle, CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
     setCurlOption(handle, CURLOPT_NOSIGNAL, 1L);
-    // A name look-up that never ends must not hold up the program's end.
-    setCurlOption(handle, CURLOPT_QUICK_EXIT, 1L);
     useHashedCertificates(handle);
     return handle;
 }

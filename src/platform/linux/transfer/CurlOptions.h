@@ -24,7 +24,7 @@ void setCurlOption(const CurlEasy& handle, CURLoption option, Value value) {
 void initializeCurl();
 
 /// A handle that asks for `url` by what holds for every request of the program: https alone, the system's certificates,
-/// no signals, and no wait for a name look-up that never ends.
+/// no signals.
 CurlEasy makeRequest(const QUrl& url);
 
 } // namespace skylet

@@ -21,86 +21,119 @@ CurlShare makeShare() {
     return share;
 }
 
-/// Connections are shared by requests to the same host and port, and by no others.
-QString poolKey(const QUrl& url) {
-    return url.authority();
-}
-
 } // namespace
 
 CurlTransferSession::CurlTransferSession(const SessionConfiguration& configuration,
-                                         std::shared_ptr<const NetworkEpoch> epoch)
+                                         std::shared_ptr<const NetworkEpoch> epoch, std::shared_ptr<NameResolver> names,
+                                         std::chrono::milliseconds renewalInterval)
     : limit_(std::chrono::ceil<std::chrono::milliseconds>(
           std::min(configuration.timeoutIntervalForRequest, configuration.timeoutIntervalForResource))),
-      epoch_(std::move(epoch)), epochOfPools_(epoch_->current()), share_(makeShare()) {}
+      epoch_(std::move(epoch)), names_(std::move(names)), renewalInterval_(renewalInterval),
+      epochOfHosts_(epoch_->current()), share_(makeShare()) {}
 
-std::shared_ptr<TransferTask> CurlTransferSession::head(const QUrl& url, Completion completion) {
-    return poolFor(url).head(url, std::move(completion));
-}
-
-void CurlTransferSession::distrust(const QUrl& url) {
-    if (const auto pool = pools_.find(poolKey(url)); pool != pools_.end()) {
-        pool->second->distrust();
-    }
+std::shared_ptr<TransferTask> CurlTransferSession::head(const QUrl& url, Accepts accepts, Completion completion) {
+    const auto key = url.authority();
+    auto task = hostFor(key).current->head({url, accepts, limit_}, std::move(completion));
+    renewIfDue(key, url, accepts);
+    return task;
 }
 
 void CurlTransferSession::invalidateAndCancel() {
-    while (!pools_.empty()) {
-        pools_.begin()->second->cancelAll();
-        retire(pools_.begin());
+    for (const auto& [key, host] : hosts_) {
+        if (host.current) {
+            host.current->cancelAll();
+        }
+    }
+    retireAll();
+}
+
+CurlTransferSession::Host& CurlTransferSession::hostFor(const QString& key) {
+    if (epochOfHosts_ != epoch_->current()) {
+        retireAll();
+        epochOfHosts_ = epoch_->current();
+        lastRenewal_ = SteadyClock::now();
+    }
+    auto& host = hosts_[key];
+    if (host.current && !host.current->isTrusted()) {
+        host.version = host.current->successorVersion();
+        retire(std::exchange(host.current, nullptr));
+    }
+    if (!host.current) {
+        host.current = makePool(host);
+    }
+    return host;
+}
+
+CurlTransferSession::Pool CurlTransferSession::makePool(const Host& host) {
+    return std::make_unique<ConnectionPool>(*names_, share_.get(), host.version, lifetime_.guard([this] { sweep(); }));
+}
+
+void CurlTransferSession::renewIfDue(const QString& key, const QUrl& url, const Accepts& accepts) {
+    auto& host = hosts_[key];
+    const auto isProven = [](const Host& other) { return other.current && other.current->isProven(); };
+    const auto isOlder = [&](const auto& entry) {
+        return isProven(entry.second) && entry.second.current->newestConnection() < host.current->newestConnection();
+    };
+    if (host.successor || !isProven(host) || SteadyClock::now() - lastRenewal_ < renewalInterval_ ||
+        std::any_of(hosts_.begin(), hosts_.end(), isOlder)) {
+        return;
+    }
+    lastRenewal_ = SteadyClock::now();
+    host.successor = makePool(host);
+    host.successor->head(
+        {url, accepts, std::max<std::chrono::milliseconds>(renewalLimit, limit_), NameResolver::Freshness::fresh},
+        lifetime_.guard([this, key](const auto& /*response*/, const auto& /*error*/) {
+            // The pool is in the midst of its report: what becomes of it is decided after that.
+            QTimer::singleShot(0, lifetime_.guard([this, key] { renewalEnded(key); }));
+        }));
+}
+
+void CurlTransferSession::renewalEnded(const QString& key) {
+    const auto place = hosts_.find(key);
+    if (place == hosts_.end() || !place->second.successor || !place->second.successor->isIdle()) {
+        return;
+    }
+    auto& host = place->second;
+    auto successor = std::exchange(host.successor, nullptr);
+    const bool isOutdone = host.current && host.current->isTrusted() && host.current->isProven() &&
+                           host.current->newestConnection() > successor->newestConnection();
+    if (successor->isTrusted() && !isOutdone) {
+        std::swap(host.current, successor);
+    } else if (!successor->isTrusted()) {
+        host.version = successor->successorVersion();
+        if (host.current && !isOutdone) {
+            host.current->distrust();
+        }
+        // If no new connection can be made here, then perhaps nowhere: the next host's turn comes at once.
+        lastRenewal_ = SteadyClock::now() - renewalInterval_;
+    }
+    retire(std::move(successor));
+}
+
+void CurlTransferSession::retireAll() {
+    for (auto& [key, host] : std::exchange(hosts_, {})) {
+        retire(std::move(host.current));
+        retire(std::move(host.successor));
     }
 }
 
-ConnectionPool& CurlTransferSession::poolFor(const QUrl& url) {
-    if (epochOfPools_ != epoch_->current()) {
-        while (!pools_.empty()) {
-            retire(pools_.begin());
-        }
-        epochOfPools_ = epoch_->current();
+void CurlTransferSession::retire(Pool pool) {
+    if (!pool) {
+        return;
     }
-    const auto key = poolKey(url);
-    auto version = ConnectionPool::HttpVersion::negotiated;
-    if (const auto old = pools_.find(key); old != pools_.end()) {
-        if (old->second->isTrusted()) {
-            return *old->second;
-        }
-        version = old->second->successorVersion();
-        retire(old);
-    }
-    auto pool = std::make_unique<ConnectionPool>(
-        share_.get(), version, limit_, [this] { return mayLookUp(); }, lifetime_.guard([this] { sweep(); }));
-    return *pools_.emplace(key, std::move(pool)).first->second;
-}
-
-void CurlTransferSession::retire(Pools::iterator pool) {
-    pool->second->retire();
-    retired_.push_back({std::move(pool->second), epochOfPools_});
-    pools_.erase(pool);
+    pool->retire();
+    retired_.push_back(std::move(pool));
     QTimer::singleShot(0, lifetime_.guard([this] { sweep(); }));
 }
 
 void CurlTransferSession::sweep() {
-    std::erase_if(pools_, [](const auto& entry) {
-        const auto& pool = *entry.second;
-        return !pool.isTrusted() && pool.isIdle() && pool.successorVersion() == ConnectionPool::HttpVersion::negotiated;
-    });
-    std::erase_if(retired_, [](const auto& retired) { return retired.pool->isIdle(); });
-}
-
-bool CurlTransferSession::mayLookUp() const {
-    std::size_t ofThisEpoch = 0;
-    std::size_t total = 0;
-    const auto count = [&](const ConnectionPool& pool, std::uint64_t epoch) {
-        total += pool.pendingLookups();
-        ofThisEpoch += epoch == epochOfPools_ ? pool.pendingLookups() : 0;
-    };
-    for (const auto& [key, pool] : pools_) {
-        count(*pool, epochOfPools_);
+    for (auto& [key, host] : hosts_) {
+        if (host.current && !host.current->isTrusted() && host.current->isIdle()) {
+            host.version = host.current->successorVersion();
+            host.current.reset();
+        }
     }
-    for (const auto& retired : retired_) {
-        count(*retired.pool, retired.epoch);
-    }
-    return ofThisEpoch < lookupLimit && total < totalLookupLimit;
+    std::erase_if(retired_, [](const Pool& pool) { return pool->isIdle(); });
 }
 
 } // namespace skylet

@@ -8,50 +8,70 @@
 
 #include <QString>
 
+#include <chrono>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <vector>
 
 namespace skylet {
 
-/// HTTPS over libcurl on the Qt event loop, HTTP/2 where the server speaks it. Each host has a pool of its own, which
-/// is thrown away, connections and all, once a request failed there or the network has become another one.
+/// HTTPS over libcurl on the Qt event loop, HTTP/2 where the server speaks it. Each host has a pool of connections of
+/// its own, which is thrown away, connections and all, once a request failed there or the network has become another
+/// one. A connection that works says nothing of whether a new one could be made; so each is replaced from time to time
+/// by a fresh one, made beside it with a new name look-up and handshake, and is not used again if that fails.
 class CurlTransferSession final : public TransferSession {
   public:
-    /// While names do not resolve, each attempt leaves a resolver thread behind for some tens of seconds. Requests that
-    /// would need one more than this many fail at once.
-    static constexpr std::size_t lookupLimit = 8;
-    /// The same with the threads that earlier networks left behind.
-    static constexpr std::size_t totalLookupLimit = 24;
+    /// Each time this has passed the oldest of the connections is replaced. With two hosts, asked every five seconds,
+    /// none gets older than four minutes.
+    static constexpr std::chrono::milliseconds defaultRenewalInterval{115'000};
+    /// For a fresh connection and its first answer. Slow resolvers and links may take long: the kept one serves
+    /// meanwhile.
+    static constexpr std::chrono::seconds renewalLimit{15};
 
-    CurlTransferSession(const SessionConfiguration& configuration, std::shared_ptr<const NetworkEpoch> epoch);
+    /// `names` is shared with whoever else looks names up.
+    CurlTransferSession(const SessionConfiguration& configuration, std::shared_ptr<const NetworkEpoch> epoch,
+                        std::shared_ptr<NameResolver> names,
+                        std::chrono::milliseconds renewalInterval = defaultRenewalInterval);
 
-    std::shared_ptr<TransferTask> head(const QUrl& url, Completion completion) override;
-    void distrust(const QUrl& url) override;
+    std::shared_ptr<TransferTask> head(const QUrl& url, Accepts accepts, Completion completion) override;
     void invalidateAndCancel() override;
 
   private:
-    struct RetiredPool {
-        std::unique_ptr<ConnectionPool> pool;
-        /// Of the network epoch it was used in.
-        std::uint64_t epoch;
+    using Pool = std::unique_ptr<ConnectionPool>;
+    using SteadyClock = CurlMulti::SteadyClock;
+    struct Host {
+        ConnectionPool::HttpVersion version = ConnectionPool::HttpVersion::negotiated;
+        /// Absent before the first request, and after a failed one.
+        Pool current;
+        /// Makes the connection that is to replace the current one.
+        Pool successor;
     };
-    using Pools = std::map<QString, std::unique_ptr<ConnectionPool>>;
 
-    ConnectionPool& poolFor(const QUrl& url);
-    void retire(Pools::iterator pool);
+    /// With a current pool that is trusted.
+    Host& hostFor(const QString& key);
+    Pool makePool(const Host& host);
+    void renewIfDue(const QString& key, const QUrl& url, const Accepts& accepts);
+    /// Takes the successor's connection into use if it brought an answer that is accepted, else neither.
+    void renewalEnded(const QString& key);
+    void retireAll();
+    void retire(Pool pool);
     void sweep();
-    bool mayLookUp() const;
 
     const std::chrono::milliseconds limit_;
     const std::shared_ptr<const NetworkEpoch> epoch_;
-    std::uint64_t epochOfPools_;
+    const std::shared_ptr<NameResolver> names_;
+    const std::chrono::milliseconds renewalInterval_;
+    std::uint64_t epochOfHosts_;
+    /// When a renewal last began, or the network did.
+    SteadyClock::time_point lastRenewal_ = SteadyClock::now();
     /// TLS sessions, so that a new connection to a known host need not carry the certificates again. Outlives the
     /// pools.
     const CurlShare share_;
-    Pools pools_;
+    /// By host and port: connections are shared by requests to the same ones, and by no others.
+    std::map<QString, Host> hosts_;
     /// Out of use; each goes as soon as nothing runs there any more.
-    std::vector<RetiredPool> retired_;
+    std::vector<Pool> retired_;
     Lifetime lifetime_;
 };
 

@@ -4,6 +4,7 @@
 #include "PrivateSystem.h"
 #include "Proxy.h"
 #include "SpeedServer.h"
+#include "SystemNames.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -100,7 +101,7 @@ class CurlBulkTransferSessionTest : public testing::TestWithParam<const char*> {
     }
 
     void makeSession() {
-        session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, 15s}, epoch, delegate);
+        session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, 15s}, epoch, names, delegate);
     }
 
     template <typename Condition>
@@ -193,6 +194,7 @@ class CurlBulkTransferSessionTest : public testing::TestWithParam<const char*> {
     std::unique_ptr<test::SpeedServer> server;
     Delegate delegate;
     std::shared_ptr<NetworkEpoch> epoch = std::make_shared<NetworkEpoch>();
+    std::shared_ptr<NameResolver> names = test::systemNames(epoch);
     std::unique_ptr<CurlBulkTransferSession> session;
 
     template <typename Action>
@@ -458,7 +460,7 @@ TEST_P(StalledServerTest, AStallCostsNoProcessorTime) {
 }
 
 TEST_P(StalledServerTest, TheResourceLimitHoldsForTheWholeTransfer) {
-    session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, Seconds(1)}, epoch, delegate);
+    session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, Seconds(1)}, epoch, names, delegate);
     const auto down = session->download(test::SpeedServer::down(20'000'000));
     const auto up = upload(20'000'000);
     runFor(250ms);
@@ -470,7 +472,8 @@ TEST_P(StalledServerTest, TheResourceLimitHoldsForTheWholeTransfer) {
 }
 
 TEST_P(CurlBulkTransferSessionTest, TheRequestLimitIsForHowLongNothingMoves) {
-    session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{Seconds(0.3), 15s}, epoch, delegate);
+    session =
+        std::make_unique<CurlBulkTransferSession>(SessionConfiguration{Seconds(0.3), 15s}, epoch, names, delegate);
     server->set(QStringLiteral("down"), {{QStringLiteral("rate"), 200'000},
                                          {QStringLiteral("at"), 200'000},
                                          {QStringLiteral("deed"), QStringLiteral("stall")}});
@@ -489,7 +492,8 @@ TEST_P(CurlBulkTransferSessionTest, TheRequestLimitIsForHowLongNothingMoves) {
 
 TEST_P(CurlBulkTransferSessionTest, AServerThatAcceptsAndSaysNothingFailsAtTheLimit) {
     server->acceptSilently();
-    session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, Seconds(0.2)}, epoch, delegate);
+    session =
+        std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, Seconds(0.2)}, epoch, names, delegate);
     const auto task = session->download(test::SpeedServer::down(1000));
     const auto result = finish(task);
     EXPECT_EQ(result.end, End::failed);
@@ -703,7 +707,7 @@ INSTANTIATE_TEST_SUITE_P(Protocols, HostileHttp2Test, testing::Values("h2"));
 
 TEST_P(HostileHttp2Test, WhoeverOnlyKeepsTheConnectionAwakeIsLeft) {
     // No limit but that of vain work ends these.
-    session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{1h, 1h}, epoch, delegate);
+    session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{1h, 1h}, epoch, names, delegate);
     for (const auto& way : {QStringLiteral("down"), QStringLiteral("up")}) {
         server->set(way, deed(0, "pings"));
         const auto task = start(way);
@@ -815,26 +819,19 @@ TEST_P(EarlyAnswerTest, AConnectionLostAfterAWholeAnswerDoesNotUndoTheAnswer) {
     EXPECT_LT(told(task).sent, size);
 }
 
-TEST_P(CurlBulkTransferSessionTest, LookUpsThatNeverEndAreLimitedInNumber) {
+TEST_P(CurlBulkTransferSessionTest, NobodyWaitsForALookUpThatIsNotAnswered) {
     const test::DeadNames dead;
-    const auto start = [this](std::size_t number) {
-        return session->download(QUrl(QStringLiteral("https://dead%1.example/").arg(number)));
-    };
-    for (std::size_t i = 0; i < CurlBulkTransferSession::lookupLimit; ++i) {
-        const auto task = start(i);
-        runFor(3ms);
-        task->cancel();
-        EXPECT_EQ(finish(task).end, End::cancelled) << "nobody waits for the look-up";
-    }
-    const auto beyond = start(99);
-    runFor(100ms);
-    ASSERT_EQ(told(beyond).results.size(), 1U);
-    EXPECT_EQ(told(beyond).results[0].end, End::failed);
-    // The look-ups have ended by themselves.
-    runFor(2500ms);
-    const auto later = start(100);
-    runFor(100ms);
-    EXPECT_TRUE(told(later).results.empty());
+    const auto task = session->download(QUrl(QStringLiteral("https://dead.example/")));
+    runFor(3ms);
+    EXPECT_TRUE(told(task).results.empty());
+    task->cancel();
+    EXPECT_EQ(finish(task).end, End::cancelled);
+}
+
+TEST_P(CurlBulkTransferSessionTest, ANameThatIsNotFoundFailsTheTransfer) {
+    const test::DeadNames dead;
+    const auto task = session->download(QUrl(QStringLiteral("https://dead.example/")));
+    EXPECT_EQ(finish(task).end, End::failed);
 }
 
 TEST_P(CurlBulkTransferSessionTest, ThroughAProxyTheProxysOwnAnswerIsNotTheServers) {
