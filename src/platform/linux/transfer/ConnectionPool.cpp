@@ -24,7 +24,7 @@ using SteadyClock = CurlMulti::SteadyClock;
 const auto http2ProtocolError = QLatin1StringView("PROTOCOL_ERROR");
 
 /// An answer here takes a few kilobytes; a peer that sends more at once shall wait.
-constexpr int receiveBufferBytes = 64 * 1024;
+constexpr int socketBufferBytes = 64 * 1024;
 
 /// Since the start of the transfer; zero: not reached.
 std::chrono::microseconds timeOf(const CurlEasy& handle, CURLINFO info) {
@@ -188,7 +188,7 @@ class ConnectionPool::Task final : public TransferTask {
 ConnectionPool::ConnectionPool(NameResolver& names, CURLSH* share, HttpVersion version, std::function<void()> onSettled)
     : share_(share), version_(version), onSettled_(std::move(onSettled)),
       multi_(names,
-             {.receiveBufferBytes = receiveBufferBytes,
+             {.receiveBufferBytes = socketBufferBytes,
               .progress = {},
               .opening = [this] { connectionBegins(); },
               .closing = {}},
