@@ -83,8 +83,16 @@ class SpeedServer:
         self._tool = stack.enter_context(Tool(command))
 
     def set(self, way, **behaviour):
-        """From now on requests of this way ("down" or "up") are met so: fields of Behaviour.h; the rest is as by default."""
+        """From now on requests of this way ("down", "up" or "head") are met so: fields of Behaviour.h; the rest is as by default."""
         self._order("set", way, behaviour)
+
+    def turn_hostile(self, **hostility):
+        """From now on connections turn hostile like this, open ones too: fields of Hostility.h; none: no more of them do."""
+        self._order("hostile", hostility)
+
+    def flooded(self):
+        """Bytes of floods that it has sent so far."""
+        return json.loads(self._order("records"))["flooded"]
 
     def speak(self, *protocols):
         """Of "h2" and "http/1.1", on new connections."""

@@ -8,13 +8,22 @@
 
 namespace skylet::test {
 
-namespace {
-
 Deed deedNamed(const std::string& name) {
     static const std::map<std::string, Deed> deeds{
         {"none", Deed::none},   {"stall", Deed::stall},     {"close", Deed::close},   {"reset", Deed::reset},
-        {"flood", Deed::flood}, {"garbage", Deed::garbage}, {"cancel", Deed::cancel}, {"pings", Deed::pings}};
+        {"flood", Deed::flood}, {"garbage", Deed::garbage}, {"cancel", Deed::cancel}, {"pings", Deed::pings},
+        {"fin", Deed::fin},     {"alert", Deed::alert},     {"noise", Deed::noise},   {"drip", Deed::drip}};
     return deeds.at(name);
+}
+
+namespace {
+
+Deed deedOfRequest(const std::string& name) {
+    const Deed deed = deedNamed(name);
+    if (deed == Deed::drip) {
+        throw std::invalid_argument("not of a request: " + name);
+    }
+    return deed;
 }
 
 } // namespace
@@ -35,7 +44,8 @@ Behaviour Behaviour::from(const QJsonObject& fields) {
         {QStringLiteral("length"), [&](const auto& value) { result.length = value.toInteger(); }},
         {QStringLiteral("rate"), [&](const auto& value) { result.rate = value.toDouble(); }},
         {QStringLiteral("at"), [&](const auto& value) { result.at = value.toInteger(); }},
-        {QStringLiteral("deed"), [&](const auto& value) { result.deed = deedNamed(value.toString().toStdString()); }},
+        {QStringLiteral("deed"),
+         [&](const auto& value) { result.deed = deedOfRequest(value.toString().toStdString()); }},
         {QStringLiteral("answerAt"), [&](const auto& value) { result.answerAt = value.toInteger(); }},
         {QStringLiteral("afterwards"), [&](const auto& value) { result.afterwards = value.toString().toStdString(); }},
     };

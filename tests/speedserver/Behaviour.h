@@ -27,11 +27,22 @@ enum class Deed : std::uint8_t {
     cancel,
     /// HTTP/2: PING frames without end come; HTTP/1.1: as `stall`.
     pings,
+    /// The connection ends without TLS having said so.
+    fin,
+    /// TLS ends with an error.
+    alert,
+    /// Something that is not TLS comes.
+    noise,
+    /// All goes on, a byte each 200 ms. Of a connection (Hostility.h) alone.
+    drip,
 };
+/// Throws std::out_of_range where there is none of this name.
+Deed deedNamed(const std::string& name);
 
-/// How one of the two paths meets its clients. Named in commands as here; by default all is as it should be.
+/// How requests of one kind are met. Named in commands as here; by default all is as it should be.
 struct Behaviour {
-    int status = 200;
+    /// 0: 204 to HEAD, 200 to all others.
+    int status = 0;
     /// Further fields of the head.
     std::vector<std::pair<std::string, std::string>> headers;
     /// This many answers of the status 103 come before the real one.

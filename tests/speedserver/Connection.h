@@ -1,9 +1,13 @@
 #pragma once
 
+#include "Flood.h"
+#include "Hostility.h"
 #include "Protocol.h"
+#include "Spool.h"
 
 #include <openssl/ssl.h>
 
+#include <functional>
 #include <list>
 #include <memory>
 #include <optional>
@@ -16,6 +20,10 @@ namespace skylet::test {
 struct Shared {
     Behaviour down;
     Behaviour up;
+    Behaviour head;
+    Hostility hostility;
+    /// Bytes of floods that the kernel has taken, TLS included.
+    std::int64_t flooded = 0;
     std::list<Record> records;
 };
 
@@ -39,8 +47,10 @@ class Connection final : public Host {
     };
     /// Does what can be done now, but not for long.
     State drive();
-    /// What to wait for: EPOLLIN, EPOLLOUT.
+    /// What to wait for: EPOLLIN, EPOLLOUT, EPOLLRDHUP.
     std::uint32_t interest() const;
+    /// It does nothing any more, and would not notice that its client has gone.
+    bool isStalled() const { return isHostile() && turned_->flood.empty() && turned_->deed == Deed::stall; }
     /// Notes how far each request has got.
     void note();
     /// Only `reset` is at once; otherwise the client gets a moment to read what has been sent.
@@ -63,6 +73,29 @@ class Connection final : public Host {
     State drain();
     Step readSome();
     Step writeSome();
+    Step writeSpool();
+    Step writeOut();
+    Step closeIfDue();
+    /// What is to be written next, into `out_`.
+    void produce();
+    void produceAsServer();
+
+    /// Whether the server's first frames have been written, without which HTTP/2 is none.
+    bool hasSaidHello() const { return protocolName_ != "h2" || hasWritten_; }
+    bool isHostile() const { return turned_ && !isHostilityOver_; }
+    bool isDripping() const { return isHostile() && turned_->flood.empty() && turned_->deed == Deed::drip; }
+    /// Whether this is where the connection turns hostile. None does so twice.
+    bool isDue(Stage stage) const { return !turned_ && shared_.hostility.stage == stage; }
+    bool isGreetingDue() const;
+    bool isRequestDue() const;
+    void turnHostile();
+    void startFlood();
+    void fillSpool();
+    void fillWithFlood();
+    void fillWithHandshakes(const std::function<void(SSL*, std::size_t)>& ask);
+    /// How many bytes may be written now.
+    std::size_t pace() const;
+    void sendAlert();
     Step outcome(int result);
     bool mayRead() const;
     std::int64_t readAllowance() const;
@@ -80,6 +113,22 @@ class Connection final : public Host {
     /// Until then it lingers.
     std::optional<Time> lingersUntil_;
     std::int64_t dropped_ = 0;
+    bool hasWritten_ = false;
+    /// It is past its greeting.
+    bool hasServed_ = false;
+    int answers_ = 0;
+    std::int32_t lastStream_ = 0;
+
+    std::optional<Hostility> turned_;
+    bool isHostilityOver_ = false;
+    std::unique_ptr<Flood> flood_;
+    std::unique_ptr<Spool> spool_;
+    /// What has gone to the socket past the one that TLS writes to now.
+    std::int64_t wire_ = 0;
+    /// What comes after the half that has been sent.
+    std::string secondHalf_;
+    Time nextByte_;
+    std::int64_t handshakesLeft_ = 0;
     /// The request that is being served.
     std::shared_ptr<Exchange> current_;
     /// Those whose progress is still to be noted.

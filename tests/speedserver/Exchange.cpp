@@ -18,10 +18,24 @@ std::int64_t askedFor(const std::string& path) {
 } // namespace
 
 Exchange::Exchange(Behaviour behaviour, Record& record)
-    : behaviour_(std::move(behaviour)), record_(record), isUpload_(record.method == "POST") {
-    if (!isUpload_) {
+    : behaviour_(std::move(behaviour)), record_(record), isUpload_(record.method == "POST"),
+      isHead_(record.method == "HEAD") {
+    if (!isUpload_ && !isHead_) {
         length_ = behaviour_.length >= 0 ? behaviour_.length : askedFor(record.path);
     }
+}
+
+int Exchange::status() const {
+    if (behaviour_.status != 0) {
+        return behaviour_.status;
+    }
+    return isHead_ ? 204 : 200;
+}
+
+void Exchange::holdAt(std::int64_t bytes) {
+    hold_ = isHead_ ? 0 : bytes;
+    // there is more to come
+    length_ = std::max(length_, hold_ + 1);
 }
 
 std::int64_t Exchange::allowance(Time now) const {
@@ -32,6 +46,9 @@ std::int64_t Exchange::allowance(Time now) const {
     }
     if (behaviour_.at >= 0 && behaviour_.deed != Deed::none) {
         allowed = std::min(allowed, behaviour_.at - moved_);
+    }
+    if (hold_ >= 0) {
+        allowed = std::min(allowed, hold_ - moved_);
     }
     return stopsReading() ? 0 : std::max<std::int64_t>(0, allowed);
 }

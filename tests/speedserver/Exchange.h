@@ -39,6 +39,8 @@ class Exchange {
     Exchange(Behaviour behaviour, Record& record);
 
     const Behaviour& behaviour() const { return behaviour_; }
+    int status() const;
+    bool isHead() const { return isHead_; }
     bool isUpload() const { return isUpload_; }
     /// Bytes of the answer's body.
     std::int64_t length() const { return length_; }
@@ -52,6 +54,14 @@ class Exchange {
     bool isAnswerDue() const { return behaviour_.answerAt >= 0 && moved_ >= behaviour_.answerAt; }
     /// Nothing of the body is read any more.
     bool stopsReading() const { return isAnswerDue() && behaviour_.afterwards != "read"; }
+    /// The body stops for good once this many bytes of it have moved.
+    void holdAt(std::int64_t bytes);
+    bool isHeld() const { return hold_ >= 0 && moved_ >= hold_ && (isUpload_ || isHeadSent_); }
+    void headSent() { isHeadSent_ = true; }
+    bool isHeadSent() const { return isHeadSent_; }
+    /// HTTP/2: its stream.
+    void setStream(std::int32_t stream) { stream_ = stream; }
+    std::int32_t stream() const { return stream_; }
     void bodyWhole() { record_.isWhole = true; }
     bool isBodyWhole() const { return record_.isWhole; }
     void over() { record_.isOver = true; }
@@ -72,8 +82,13 @@ class Exchange {
     const Behaviour behaviour_;
     Record& record_;
     const bool isUpload_;
+    const bool isHead_;
     std::int64_t length_ = 0;
     std::int64_t moved_ = 0;
+    /// Negative: nowhere.
+    std::int64_t hold_ = -1;
+    bool isHeadSent_ = false;
+    std::int32_t stream_ = 0;
     std::int64_t acknowledged_ = 0;
     /// Where in the stream which part of the body ends, of what is not acknowledged.
     std::deque<Mark> marks_;

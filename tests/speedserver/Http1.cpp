@@ -45,6 +45,11 @@ class Http1 final : public Protocol {
         }
     }
 
+    std::size_t headSize(const std::string& produced) const override {
+        const std::string end = "\r\n\r\n";
+        return produced.starts_with("HTTP/1.1 ") ? produced.find(end) + end.size() : 0;
+    }
+
   private:
     void headReceived(const std::string& text) {
         std::istringstream lines(text);
@@ -108,12 +113,15 @@ class Http1 final : public Protocol {
         for (int i = 0; i < behaviour.interim; ++i) {
             out += "HTTP/1.1 103 Early Hints\r\nx-number: " + std::to_string(i) + "\r\n\r\n";
         }
-        out += "HTTP/1.1 " + std::to_string(behaviour.status) + " Lab\r\n";
+        out += "HTTP/1.1 " + std::to_string(exchange_->status()) + " Lab\r\n";
         for (const auto& [name, value] : behaviour.headers) {
             out.append(name).append(": ").append(value).append("\r\n");
         }
-        out += "content-length: " + std::to_string(length) + "\r\n\r\n";
+        // nor has a 204 one (RFC 9110, 8.6)
+        out += exchange_->status() == 204 ? "" : "content-length: " + std::to_string(length) + "\r\n";
+        out += "\r\n";
         headSent_ = true;
+        exchange_->headSent();
     }
 
     void carryOut(Deed deed, std::string& out) {

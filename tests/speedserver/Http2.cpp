@@ -1,3 +1,4 @@
+#include "Hostility.h"
 #include "Protocol.h"
 
 #include <nghttp2/nghttp2.h>
@@ -10,9 +11,6 @@
 namespace skylet::test {
 
 namespace {
-
-/// More than any link of the lab holds: the client's rate is the link's, not the window's.
-constexpr std::int32_t window = 32 * 1024 * 1024;
 
 struct Delete {
     void operator()(nghttp2_session* session) const { nghttp2_session_del(session); }
@@ -28,7 +26,7 @@ nghttp2_nv field(const std::string& name, const std::string& value) {
 
 class Http2 final : public Protocol {
   public:
-    explicit Http2(Host& host) : host_(host) {
+    Http2(Host& host, std::int32_t window) : host_(host) {
         nghttp2_session_callbacks* raw = nullptr;
         nghttp2_session_callbacks_new(&raw);
         const std::unique_ptr<nghttp2_session_callbacks, Delete> callbacks(raw);
@@ -40,9 +38,9 @@ class Http2 final : public Protocol {
         nghttp2_session* session = nullptr;
         nghttp2_session_server_new(&session, raw, this);
         session_.reset(session);
-        const nghttp2_settings_entry settings{NGHTTP2_SETTINGS_INITIAL_WINDOW_SIZE, window};
+        const nghttp2_settings_entry settings{NGHTTP2_SETTINGS_INITIAL_WINDOW_SIZE, static_cast<std::uint32_t>(window)};
         nghttp2_submit_settings(session, NGHTTP2_FLAG_NONE, &settings, 1);
-        nghttp2_session_set_local_window_size(session, NGHTTP2_FLAG_NONE, 0, window);
+        nghttp2_session_set_local_window_size(session, NGHTTP2_FLAG_NONE, 0, Hostility::defaultWindow);
     }
 
     void received(std::span<const std::uint8_t> data) override {
@@ -63,6 +61,12 @@ class Http2 final : public Protocol {
         if (size > 0) {
             out.append(reinterpret_cast<const char*>(data), static_cast<std::size_t>(size));
         }
+    }
+
+    std::size_t headSize(const std::string& produced) const override {
+        constexpr std::size_t typeAt = 3;
+        const bool isHead = produced.size() > typeAt && produced[typeAt] == NGHTTP2_HEADERS;
+        return isHead ? produced.size() : 0;
     }
 
   private:
@@ -91,24 +95,28 @@ class Http2 final : public Protocol {
 
     void answer(std::int32_t id, Stream& stream) {
         stream.answered = true;
-        const auto& exchange = *stream.exchange;
+        auto& exchange = *stream.exchange;
+        exchange.headSent();
         const auto& behaviour = exchange.behaviour();
         for (int i = 0; i < behaviour.interim; ++i) {
             const std::string status = "103";
             const nghttp2_nv interim = field(statusName, status);
             nghttp2_submit_headers(session_.get(), NGHTTP2_FLAG_NONE, id, nullptr, &interim, 1, nullptr);
         }
-        const auto status = std::to_string(behaviour.status);
+        const auto status = std::to_string(exchange.status());
         const auto length = std::to_string(exchange.length());
         const std::string lengthName = "content-length";
-        std::vector<nghttp2_nv> fields{field(statusName, status), field(lengthName, length)};
+        std::vector<nghttp2_nv> fields{field(statusName, status)};
+        if (exchange.status() != 204) {
+            fields.push_back(field(lengthName, length));
+        }
         for (const auto& [name, value] : behaviour.headers) {
             fields.push_back(field(name, value));
         }
+        const bool hasBody = !exchange.isUpload() && (!exchange.isHead() || exchange.length() > 0);
         nghttp2_data_provider provider{};
         provider.read_callback = &Http2::read;
-        nghttp2_submit_response(session_.get(), id, fields.data(), fields.size(),
-                                exchange.isUpload() ? nullptr : &provider);
+        nghttp2_submit_response(session_.get(), id, fields.data(), fields.size(), hasBody ? &provider : nullptr);
         if (exchange.isUpload() && !exchange.isBodyWhole() && behaviour.afterwards == "close") {
             host_.closeLater(Deed::close);
         }
@@ -184,7 +192,7 @@ class Http2 final : public Protocol {
         }
         auto& stream = place->second;
         if (isHead && !stream.exchange) {
-            http.begin(stream);
+            http.begin(frame->hd.stream_id, stream);
         }
         if ((frame->hd.flags & NGHTTP2_FLAG_END_STREAM) != 0 && stream.exchange->isUpload()) {
             stream.exchange->bodyWhole();
@@ -206,7 +214,7 @@ class Http2 final : public Protocol {
         return 0;
     }
 
-    void begin(Stream& stream) {
+    void begin(std::int32_t id, Stream& stream) {
         std::string method;
         std::string path;
         for (const auto& [name, value] : stream.headers) {
@@ -214,6 +222,7 @@ class Http2 final : public Protocol {
             path = name == ":path" ? value : path;
         }
         stream.exchange = host_.begin(method, path, stream.headers);
+        stream.exchange->setStream(id);
     }
 
     static int onData(nghttp2_session* /*session*/, std::uint8_t /*flags*/, std::int32_t id,
@@ -264,8 +273,8 @@ class Http2 final : public Protocol {
 
 } // namespace
 
-std::unique_ptr<Protocol> makeHttp2(Host& host) {
-    return std::make_unique<Http2>(host);
+std::unique_ptr<Protocol> makeHttp2(Host& host, std::int32_t window) {
+    return std::make_unique<Http2>(host, window);
 }
 
 } // namespace skylet::test

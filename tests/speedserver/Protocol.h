@@ -29,10 +29,13 @@ class Protocol {
     virtual void received(std::span<const std::uint8_t> data) = 0;
     /// Appends what is to be sent next, if anything.
     virtual void produce(std::string& out) = 0;
+    /// How many bytes of what was produced are the head of an answer, with which it begins; or 0.
+    virtual std::size_t headSize(const std::string& produced) const = 0;
 };
 
 std::unique_ptr<Protocol> makeHttp1(Host& host);
-std::unique_ptr<Protocol> makeHttp2(Host& host);
+/// `window`: how much of a body the client may send unasked.
+std::unique_ptr<Protocol> makeHttp2(Host& host, std::int32_t window);
 
 /// What `Deed::garbage` sends.
 inline const std::string garbage = "\x7f\x01 this is not HTTP \xff\xfe\r\n\r\n";

@@ -1,15 +1,18 @@
 // speed_server CERTIFICATE ADDRESS PORT
 //
-// Serves /__down?bytes=N (so many zeros) and /__up (reads a body and answers) over TLS by HTTP/2 or HTTP/1.1, as fast
-// as the client can take it or as badly as it is told to. CERTIFICATE: a PEM file with certificate and key. Prints
-// "ready" and then obeys one JSON array a line on standard input, answering each with one line; ends when standard
-// input ends.
+// Serves /__down?bytes=N (so many zeros) and /__up (reads a body and answers) over TLS by HTTP/2 or HTTP/1.1, and
+// answers HEAD with 204, as fast as the client can take it or as badly as it is told to. CERTIFICATE: a PEM file with
+// certificate and key. Prints "ready" and then obeys one JSON array a line on standard input, answering each with one
+// line; ends when standard input ends.
 //
-//   ["set", "down"|"up", BEHAVIOUR]   how the next requests of that kind are met: an object with fields of Behaviour
+//   ["set", "down"|"up"|"head", BEHAVIOUR]   how the next GET, POST or HEAD is met: an object with fields of Behaviour
+//   ["hostile", HOSTILITY]            where and how connections turn hostile, open ones too: fields of Hostility
+//   ["tls", "1.2"|"1.3"]              the highest version for the next connections
 //   ["protocols", [NAME...]]          of "h2" and "http/1.1", for the next connections
 //   ["accept", "serve"|"silent"]      whether anybody speaks on the next connections
 //   ["drop", "close"|"reset"]         ends all connections
-//   ["records"]                       {"connections": how many, "requests": [...]}; times in seconds (monotonic)
+//   ["records"]                       {"connections": how many, "requests": [...]}; times in seconds (monotonic);
+//                                     "flooded": bytes of floods
 
 #include "Connection.h"
 
@@ -88,6 +91,8 @@ class Server {
                     readCommands();
                 } else if (source == listener_) {
                     accept();
+                } else {
+                    leaveIfGone(source, events.at(static_cast<std::size_t>(i)).events);
                 }
             }
             driveAll();
@@ -144,6 +149,14 @@ class Server {
         watch(EPOLL_CTL_ADD, client, EPOLLIN);
     }
 
+    void leaveIfGone(int client, std::uint32_t events) {
+        const auto place = connections_.find(client);
+        const bool isGone = (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
+        if (isGone && place != connections_.end() && place->second.connection->isStalled()) {
+            connections_.erase(place);
+        }
+    }
+
     /// All of them: there are few, and slow ones go on by the time alone.
     void driveAll() {
         busy_ = false;
@@ -196,7 +209,12 @@ class Server {
             return records();
         }
         if (verb == QStringLiteral("set")) {
-            (argument == QStringLiteral("up") ? shared_.up : shared_.down) = Behaviour::from(command.at(2).toObject());
+            behaviourOf(argument) = Behaviour::from(command.at(2).toObject());
+        } else if (verb == QStringLiteral("hostile")) {
+            shared_.hostility = Hostility::from(command.at(1).toObject());
+        } else if (verb == QStringLiteral("tls")) {
+            SSL_CTX_set_max_proto_version(context_.get(),
+                                          argument == QStringLiteral("1.2") ? TLS1_2_VERSION : TLS1_3_VERSION);
         } else if (verb == QStringLiteral("protocols")) {
             protocols_.clear();
             for (const auto& name : command.at(1).toArray()) {
@@ -211,6 +229,13 @@ class Server {
             throw std::invalid_argument("no such command: " + verb.toStdString());
         }
         return "ok";
+    }
+
+    Behaviour& behaviourOf(const QString& way) {
+        if (way == QStringLiteral("up")) {
+            return shared_.up;
+        }
+        return way == QStringLiteral("head") ? shared_.head : shared_.down;
     }
 
     void drop(Deed how) {
@@ -231,6 +256,7 @@ class Server {
             requests.append(json(record));
         }
         const QJsonObject all{{QStringLiteral("connections"), connectionCount_},
+                              {QStringLiteral("flooded"), static_cast<qint64>(shared_.flooded)},
                               {QStringLiteral("requests"), requests}};
         return QJsonDocument(all).toJson(QJsonDocument::Compact).toStdString();
     }

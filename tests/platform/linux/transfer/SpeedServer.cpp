@@ -70,6 +70,10 @@ void SpeedServer::set(const QString& way, const QJsonObject& behaviour) {
     EXPECT_EQ(ask({QStringLiteral("set"), way, behaviour}), "ok");
 }
 
+void SpeedServer::turnHostile(const QJsonObject& hostility) {
+    EXPECT_EQ(ask({QStringLiteral("hostile"), hostility}), "ok");
+}
+
 void SpeedServer::speak(const QString& protocol) {
     EXPECT_EQ(ask({QStringLiteral("protocols"), QJsonArray{protocol}}), "ok");
 }
@@ -83,13 +87,19 @@ void SpeedServer::drop(const QString& how) {
 }
 
 QJsonArray SpeedServer::requests() {
-    const auto records = QJsonDocument::fromJson(ask({QStringLiteral("records")})).object();
-    return records.value(QStringLiteral("requests")).toArray();
+    return records().value(QStringLiteral("requests")).toArray();
 }
 
 int SpeedServer::connections() {
-    const auto records = QJsonDocument::fromJson(ask({QStringLiteral("records")})).object();
-    return records.value(QStringLiteral("connections")).toInt();
+    return records().value(QStringLiteral("connections")).toInt();
+}
+
+std::int64_t SpeedServer::flooded() {
+    return records().value(QStringLiteral("flooded")).toInteger();
+}
+
+QJsonObject SpeedServer::records() {
+    return QJsonDocument::fromJson(ask({QStringLiteral("records")})).object();
 }
 
 QByteArray SpeedServer::ask(const QJsonArray& command) {

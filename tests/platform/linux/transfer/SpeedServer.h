@@ -28,15 +28,21 @@ class SpeedServer {
 
     /// The commands of the server. Each waits for its answer.
     void set(const QString& way, const QJsonObject& behaviour);
+    /// Where and how connections turn hostile from now on, open ones too (tests/speedserver/Hostility.h); empty: no
+    /// more of them do.
+    void turnHostile(const QJsonObject& hostility);
     void speak(const QString& protocol);
     void acceptSilently();
     void drop(const QString& how);
     /// Of all requests so far.
     QJsonArray requests();
     int connections();
+    /// Bytes of floods that it has sent.
+    std::int64_t flooded();
 
   private:
     QByteArray ask(const QJsonArray& command);
+    QJsonObject records();
 
     QTemporaryDir folder_;
     std::unique_ptr<Replacement> trust_;
