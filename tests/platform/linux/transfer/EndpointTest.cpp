@@ -1,0 +1,176 @@
+#include "PrivateSystem.h"
+#include "SpeedServer.h"
+#include "SystemNames.h"
+#include "platform/linux/transfer/CurlTransferSession.h"
+#include "support/EventLoop.h"
+
+#include <QCoreApplication>
+#include <QThread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace skylet {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// A session and a real endpoint over TLS.
+class EndpointTest : public testing::TestWithParam<const char*> {
+  protected:
+    struct Result {
+        std::optional<TransferResponse> response;
+        std::optional<TransferError> error;
+    };
+
+    void SetUp() override {
+        if (const auto reason = test::PrivateSystem::enter()) {
+            GTEST_SKIP() << "needs namespaces: " << reason->toStdString();
+        }
+        server = std::make_unique<test::SpeedServer>();
+        server->speak(QString::fromUtf8(GetParam()));
+        makeSession(1h);
+    }
+
+    void makeSession(std::chrono::milliseconds renewalInterval) {
+        session = std::make_unique<CurlTransferSession>(SessionConfiguration{Seconds(20), Seconds(20)}, epoch, names,
+                                                        renewalInterval);
+    }
+
+    void head() {
+        session->head(
+            QUrl(QStringLiteral("https://127.0.0.1/generate_204")),
+            [](const TransferResponse& response) { return response.statusCode == 204; },
+            [this](auto response, auto error) {
+                results.push_back({std::move(response), std::move(error)});
+            });
+    }
+
+    /// The status of one request after it has ended; absent: it failed.
+    std::optional<int> status() {
+        const auto count = results.size();
+        head();
+        EXPECT_TRUE(test::waitUntil([&] { return results.size() > count; }, 30s));
+        const auto& response = results.back().response;
+        return response ? std::optional(response->statusCode) : std::nullopt;
+    }
+
+    /// Asks on and on, as the program does, until `condition` holds; false when it never does.
+    template <typename Condition>
+    bool askUntil(Condition condition) {
+        for (int count = 0; count < 1000 && !condition(); ++count) {
+            status();
+            test::runFor(5ms);
+        }
+        return condition();
+    }
+
+    std::shared_ptr<NetworkEpoch> epoch = std::make_shared<NetworkEpoch>();
+    std::shared_ptr<NameResolver> names = test::systemNames(epoch);
+    std::unique_ptr<test::SpeedServer> server;
+    std::unique_ptr<CurlTransferSession> session;
+    std::vector<Result> results;
+};
+
+INSTANTIATE_TEST_SUITE_P(Protocols, EndpointTest, testing::Values("h2", "http/1.1"),
+                         [](const auto& suite) { return std::string(suite.param) == "h2" ? "Http2" : "Http1"; });
+
+TEST_P(EndpointTest, RequestsShareOneConnection) {
+    for (int count = 0; count < 5; ++count) {
+        EXPECT_EQ(status(), 204);
+    }
+    EXPECT_EQ(server->connections(), 1);
+}
+
+TEST_P(EndpointTest, AnAnswerThatIsNotAcceptedIsToldAndEndsItsConnection) {
+    EXPECT_EQ(status(), 204);
+    server->set(QStringLiteral("head"), {{QStringLiteral("status"), 302}});
+    EXPECT_EQ(status(), 302);
+    EXPECT_EQ(server->connections(), 1);
+    server->set(QStringLiteral("head"), {});
+    EXPECT_EQ(status(), 204);
+    EXPECT_EQ(server->connections(), 2);
+}
+
+TEST_P(EndpointTest, AnotherNetworkGetsAnotherConnection) {
+    EXPECT_EQ(status(), 204);
+    epoch->advance();
+    EXPECT_EQ(status(), 204);
+    EXPECT_EQ(server->connections(), 2);
+}
+
+TEST_P(EndpointTest, AKeptConnectionIsReplacedByAFreshOneWithoutALoss) {
+    makeSession(100ms);
+    EXPECT_TRUE(askUntil([this] { return server->connections() >= 3; }));
+    for (const auto& result : results) {
+        EXPECT_TRUE(result.response && result.response->statusCode == 204);
+    }
+}
+
+TEST_P(EndpointTest, NoConnectionIsReplacedBeforeItsTime) {
+    for (int count = 0; count < 50; ++count) {
+        status();
+    }
+    EXPECT_EQ(server->connections(), 1);
+}
+
+TEST_P(EndpointTest, WhereNoFreshConnectionCanBeMadeTheKeptOneIsNotAskedAgain) {
+    makeSession(100ms);
+    EXPECT_EQ(status(), 204);
+    server->turnHostile(
+        {{QStringLiteral("stage"), QStringLiteral("accept")}, {QStringLiteral("deed"), QStringLiteral("reset")}});
+    EXPECT_TRUE(askUntil([this] { return results.back().error.has_value(); }));
+    EXPECT_EQ(status(), std::nullopt) << "and stays so for as long as no new one can be made";
+    server->turnHostile({});
+    EXPECT_EQ(status(), 204);
+}
+
+TEST_P(EndpointTest, ARequestThatThisProgramIsLateToSendIsNotLate) {
+    EXPECT_EQ(status(), 204);
+    const auto begun = std::chrono::steady_clock::now();
+    head();
+    QThread::msleep(300);
+    ASSERT_TRUE(test::waitUntil([this] { return results.size() == 2; }, 30s));
+    const Seconds elapsed = std::chrono::steady_clock::now() - begun;
+    const auto heldUp = results.back().response.value().heldUp;
+    EXPECT_GE(heldUp, Seconds(0.29));
+    EXPECT_LE(heldUp, elapsed);
+}
+
+TEST_P(EndpointTest, AnAnswerThatThisProgramIsLateToReadIsNotLate) {
+    EXPECT_EQ(status(), 204);
+    std::optional<Seconds> heldUp;
+    for (int attempt = 0; attempt < 50 && !heldUp; ++attempt) {
+        const auto count = results.size();
+        head();
+        // One turn of the loop sends the request. The answer may be as quick.
+        QCoreApplication::processEvents();
+        const bool isWaiting = results.size() == count;
+        QThread::msleep(300);
+        ASSERT_TRUE(test::waitUntil([&] { return results.size() > count; }, 30s));
+        if (isWaiting) {
+            heldUp = results.back().response.value().heldUp;
+        }
+    }
+    ASSERT_TRUE(heldUp.has_value());
+    EXPECT_GE(*heldUp, Seconds(0.2));
+}
+
+TEST_P(EndpointTest, AProgramThatIsNotBusyIsNotHeldUp) {
+    EXPECT_EQ(status(), 204);
+    // A busy machine may hold any single one up.
+    bool isEverPrompt = false;
+    for (int attempt = 0; attempt < 100 && !isEverPrompt; ++attempt) {
+        status();
+        isEverPrompt = results.back().response.value().heldUp < Seconds(0.002);
+    }
+    EXPECT_TRUE(isEverPrompt);
+}
+
+} // namespace
+} // namespace skylet
