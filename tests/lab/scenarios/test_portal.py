@@ -53,6 +53,21 @@ def test_a_204_with_a_body_is_a_204(lab, protocol):
     assert {state.dot for state in lab.area.since(green.time)} == {"green"}
 
 
+def test_a_server_whose_http_2_is_malformed_is_not_asked_in_it_again(lab):
+    body = "nothing to see here"
+    for endpoint in lab.servers.both:
+        endpoint.set(body=body)
+    lab.start()
+    for endpoint in lab.servers.both:
+        endpoint.die()
+    lab.area.wait_for("red", 15)
+    back = time.monotonic()
+    for endpoint in lab.servers.both:
+        endpoint.set(body=body)
+    lab.area.wait_for("green", 5, since=back)
+    assert {connection["protocol"] for endpoint in lab.servers.both for connection in endpoint.connections(back)} == {"http/1.1"}
+
+
 def test_a_server_without_http_2_will_do(lab):
     for endpoint in lab.servers.both:
         endpoint.set(protocols=["http/1.1"])

@@ -89,6 +89,8 @@ class ConnectionPool::Exchange {
         return SteadyClock::now() - *begun < lastStep + 2 * roundTrip + retransmission;
     }
 
+    bool isWaitingForProxy() const { return pool_.multi_.isWaitingForProxy(easy_.get()); }
+
     QString errorText(CURLcode result) const {
         return QString::fromUtf8(errorText_.front() != '\0' ? errorText_.data() : curl_easy_strerror(result));
     }
@@ -247,6 +249,7 @@ void ConnectionPool::done(CURL* handle, CURLcode result) {
     settle();
     if (result == CURLE_OK) {
         answered_ = true;
+        behindSlowProxy_ = false;
         auto response = exchange->response();
         if (!exchange->request().accepts(response)) {
             distrust();
@@ -263,6 +266,9 @@ void ConnectionPool::done(CURL* handle, CURLcode result) {
 void ConnectionPool::limitReached(const std::shared_ptr<Exchange>& exchange) {
     if (!retired_ && isProgressing()) {
         exchange->limit().start(exchange->request().limit);
+    } else if (!retired_ && !behindSlowProxy_ && exchange->isWaitingForProxy()) {
+        behindSlowProxy_ = true;
+        exchange->limit().start(proxyLimit);
     } else {
         distrust();
         discard(exchange);

@@ -49,6 +49,9 @@ class ConnectionPool {
     /// again only while it has never disappointed.
     bool isTrusted() const { return trusted_; }
     void distrust();
+    /// A proxy was asked for a connection and has not made it within a request's limit. It is waited for all the same,
+    /// for `proxyLimit`: whoever gave up each time would never get one. The next request should not wait for it.
+    bool isBehindSlowProxy() const { return behindSlowProxy_; }
     /// An answer came over the newest connection.
     bool isProven() const { return answered_; }
     /// When the newest connection was begun.
@@ -67,6 +70,9 @@ class ConnectionPool {
     class Exchange;
     class Task;
 
+    /// Longer than proxies take to find out that a target does not answer (TCP gives up after some 20 s).
+    static constexpr std::chrono::seconds proxyLimit{25};
+
     void done(CURL* handle, CURLcode result);
     void limitReached(const std::shared_ptr<Exchange>& exchange);
     void discard(const std::shared_ptr<Exchange>& exchange);
@@ -80,6 +86,7 @@ class ConnectionPool {
     const HttpVersion version_;
     const std::function<void()> onSettled_;
     bool trusted_ = true;
+    bool behindSlowProxy_ = false;
     bool malformedHttp2_ = false;
     bool retired_ = false;
     bool answered_ = false;

@@ -232,6 +232,14 @@ std::optional<CurlMulti::SteadyClock::time_point> CurlMulti::beginning(CURL* han
     return place == transfers_.end() ? std::nullopt : place->second->begun;
 }
 
+bool CurlMulti::isWaitingForProxy(CURL* handle) const {
+    const auto place = transfers_.find(handle);
+    curl_off_t connected = 0;
+    curl_easy_getinfo(handle, CURLINFO_CONNECT_TIME_T, &connected);
+    return place != transfers_.end() && place->second->isReachingThroughProxy && !place->second->proxyPassed &&
+           connected > 0;
+}
+
 std::optional<CurlMulti::SteadyClock::time_point> CurlMulti::proxyPassed(CURL* handle) const {
     const auto place = transfers_.find(handle);
     return place == transfers_.end() ? std::nullopt : place->second->proxyPassed;

@@ -64,6 +64,8 @@ class CurlMulti {
 
     /// When libcurl began to work on it; absent while names are being looked up.
     std::optional<SteadyClock::time_point> beginning(CURL* handle) const;
+    /// It is connected to a proxy, which has not made its connection to the target yet.
+    bool isWaitingForProxy(CURL* handle) const;
     /// When the proxy had made its connection to the target, and the TLS handshake began. Absent before, without a
     /// proxy, and on a connection that was there already.
     std::optional<SteadyClock::time_point> proxyPassed(CURL* handle) const;

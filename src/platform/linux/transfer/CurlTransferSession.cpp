@@ -57,6 +57,11 @@ CurlTransferSession::Host& CurlTransferSession::hostFor(const QString& key) {
     if (host.current && !host.current->isTrusted()) {
         host.version = host.current->successorVersion();
         retire(std::exchange(host.current, nullptr));
+    } else if (host.current && host.current->isBehindSlowProxy()) {
+        if (!host.successor) {
+            host.successor = std::exchange(host.current, nullptr);
+        }
+        retire(std::exchange(host.current, nullptr));
     }
     if (!host.current) {
         host.current = makePool(host);
@@ -82,28 +87,19 @@ void CurlTransferSession::renewIfDue(const QString& key, const QUrl& url, const 
     host.successor = makePool(host);
     host.successor->head(
         {url, accepts, std::max<std::chrono::milliseconds>(renewalLimit, limit_), NameResolver::Freshness::fresh},
-        lifetime_.guard([this, key](const auto& /*response*/, const auto& /*error*/) {
-            // The pool is in the midst of its report: what becomes of it is decided after that.
-            QTimer::singleShot(0, lifetime_.guard([this, key] { renewalEnded(key); }));
-        }));
+        // Its end is seen by what the pool is like after it.
+        [](const auto& /*response*/, const auto& /*error*/) {});
 }
 
-void CurlTransferSession::renewalEnded(const QString& key) {
-    const auto place = hosts_.find(key);
-    if (place == hosts_.end() || !place->second.successor || !place->second.successor->isIdle()) {
-        return;
-    }
-    auto& host = place->second;
+void CurlTransferSession::succeed(Host& host) {
     auto successor = std::exchange(host.successor, nullptr);
-    const bool isOutdone = host.current && host.current->isTrusted() && host.current->isProven() &&
-                           host.current->newestConnection() > successor->newestConnection();
+    const bool isInUse = host.current && host.current->isTrusted() && host.current->isProven();
+    const bool isOutdone = isInUse && host.current->newestConnection() > successor->newestConnection();
     if (successor->isTrusted() && !isOutdone) {
         std::swap(host.current, successor);
-    } else if (!successor->isTrusted()) {
+    } else if (isInUse && !isOutdone) {
         host.version = successor->successorVersion();
-        if (host.current && !isOutdone) {
-            host.current->distrust();
-        }
+        host.current->distrust();
         // If no new connection can be made here, then perhaps nowhere: the next host's turn comes at once.
         lastRenewal_ = SteadyClock::now() - renewalInterval_;
     }
@@ -128,6 +124,9 @@ void CurlTransferSession::retire(Pool pool) {
 
 void CurlTransferSession::sweep() {
     for (auto& [key, host] : hosts_) {
+        if (host.successor && host.successor->isIdle()) {
+            succeed(host);
+        }
         if (host.current && !host.current->isTrusted() && host.current->isIdle()) {
             host.version = host.current->successorVersion();
             host.current.reset();

@@ -27,7 +27,7 @@ class CurlTransferSession final : public TransferSession {
     static constexpr std::chrono::milliseconds defaultRenewalInterval{115'000};
     /// For a fresh connection and its first answer. Slow resolvers and links may take long: the kept one serves
     /// meanwhile.
-    static constexpr std::chrono::seconds renewalLimit{15};
+    static constexpr std::chrono::seconds renewalLimit{25};
 
     /// `names` is shared with whoever else looks names up.
     CurlTransferSession(const SessionConfiguration& configuration, std::shared_ptr<const NetworkEpoch> epoch,
@@ -44,7 +44,8 @@ class CurlTransferSession final : public TransferSession {
         ConnectionPool::HttpVersion version = ConnectionPool::HttpVersion::negotiated;
         /// Absent before the first request, and after a failed one.
         Pool current;
-        /// Makes the connection that is to replace the current one.
+        /// Makes the connection that is to replace the current one, or waits for a slow proxy while the current one
+        /// tries anew.
         Pool successor;
     };
 
@@ -53,7 +54,7 @@ class CurlTransferSession final : public TransferSession {
     Pool makePool(const Host& host);
     void renewIfDue(const QString& key, const QUrl& url, const Accepts& accepts);
     /// Takes the successor's connection into use if it brought an answer that is accepted, else neither.
-    void renewalEnded(const QString& key);
+    void succeed(Host& host);
     void retireAll();
     void retire(Pool pool);
     void sweep();
