@@ -167,7 +167,7 @@ void NameResolver::answered(const Question& question) {
     complete(std::exchange(name.waiting, {}), addresses);
 }
 
-void NameResolver::complete(std::vector<Completion> waiting, const Addresses& addresses) {
+void NameResolver::complete(const std::vector<Completion>& waiting, const Addresses& addresses) {
     for (const auto& completion : waiting) {
         completion(addresses);
     }

@@ -75,7 +75,7 @@ class NameResolver {
     void ask(const QString& host);
     void begin(const QString& host);
     void answered(const Question& question);
-    static void complete(std::vector<Completion> waiting, const Addresses& addresses);
+    static void complete(const std::vector<Completion>& waiting, const Addresses& addresses);
 
     const std::shared_ptr<const Clock> clock_;
     const std::shared_ptr<const NetworkEpoch> epoch_;
