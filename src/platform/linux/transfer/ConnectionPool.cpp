@@ -40,15 +40,22 @@ std::chrono::nanoseconds kernelTick() {
     return std::chrono::seconds(resolution.tv_sec) + std::chrono::nanoseconds(resolution.tv_nsec);
 }
 
+/// TCP_ESTABLISHED of <netinet/tcp.h>, which does not go together with <linux/tcp.h>.
+constexpr int establishedState = 1;
+
+std::optional<tcp_info> tcpInfo(curl_socket_t socket) {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    return socket != CURL_SOCKET_BAD && ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0
+               ? std::optional(info)
+               : std::nullopt;
+}
+
 /// How long ago the connection last received anything, at the least (tcp(7), tcpi_last_data_recv). Zero when nothing is
 /// known.
 std::chrono::nanoseconds sinceLastData(curl_socket_t socket) {
-    tcp_info info{};
-    socklen_t size = sizeof info;
-    if (socket == CURL_SOCKET_BAD || ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) {
-        return std::chrono::nanoseconds(0);
-    }
-    const std::chrono::nanoseconds told = std::chrono::milliseconds(info.tcpi_last_data_recv);
+    const auto info = tcpInfo(socket);
+    const std::chrono::nanoseconds told = std::chrono::milliseconds(info ? info->tcpi_last_data_recv : 0);
     return std::max(told - kernelTick(), std::chrono::nanoseconds(0));
 }
 
@@ -130,7 +137,9 @@ class ConnectionPool::Exchange {
     /// The time this thread was busy with something else while the request was to go out, or the answer was there.
     Seconds heldUp() const {
         SteadyClock::duration time = sinceLastData(pool_.multi_.socketOf(easy_.get()));
-        if (isOnKeptConnection_ && sent_) {
+        long newConnections = 0;
+        curl_easy_getinfo(easy_.get(), CURLINFO_NUM_CONNECTS, &newConnections);
+        if (isOnKeptConnection_ && newConnections == 0 && sent_) {
             time += *sent_ - start_;
         }
         return std::min<SteadyClock::duration>(time, SteadyClock::now() - start_);
@@ -215,6 +224,14 @@ std::shared_ptr<TransferTask> ConnectionPool::head(Request request, TransferSess
     return std::make_shared<Task>(exchange);
 }
 
+bool ConnectionPool::isClosedByPeer() const {
+    const auto sockets = multi_.openSockets();
+    return answered_ && std::any_of(sockets.begin(), sockets.end(), [](curl_socket_t socket) {
+               const auto info = tcpInfo(socket);
+               return !info || info->tcpi_state != establishedState;
+           });
+}
+
 void ConnectionPool::distrust() {
     if (trusted_) {
         trusted_ = false;
@@ -264,9 +281,10 @@ void ConnectionPool::done(CURL* handle, CURLcode result) {
 }
 
 void ConnectionPool::limitReached(const std::shared_ptr<Exchange>& exchange) {
-    if (!retired_ && isProgressing()) {
+    const bool mayRunOn = !retired_ && exchange->request().mayRunOn;
+    if (mayRunOn && isProgressing()) {
         exchange->limit().start(exchange->request().limit);
-    } else if (!retired_ && !behindSlowProxy_ && exchange->isWaitingForProxy()) {
+    } else if (mayRunOn && !behindSlowProxy_ && exchange->isWaitingForProxy()) {
         behindSlowProxy_ = true;
         exchange->limit().start(proxyLimit);
     } else {

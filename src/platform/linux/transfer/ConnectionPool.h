@@ -32,6 +32,8 @@ class ConnectionPool {
         /// For the exchange as a whole, name look-ups included.
         std::chrono::milliseconds limit;
         NameResolver::Freshness names = NameResolver::Freshness::kept;
+        /// Whether a connection that is still being made at the limit may be finished unseen.
+        bool mayRunOn = true;
     };
 
     /// `names` and `share` (TLS sessions to resume) outlive the pool. `onSettled` is called from the event loop after a
@@ -54,6 +56,8 @@ class ConnectionPool {
     bool isBehindSlowProxy() const { return behindSlowProxy_; }
     /// An answer came over the newest connection.
     bool isProven() const { return answered_; }
+    /// The peer has ended the connection since. libcurl may take one of HTTP/2 for one that still works.
+    bool isClosedByPeer() const;
     /// When the newest connection was begun.
     CurlMulti::SteadyClock::time_point newestConnection() const { return newestConnection_; }
     /// What the next pool for this host should speak. HTTP/2 forbids answers that HTTP/1.1 gets along with, a body

@@ -54,19 +54,25 @@ CurlTransferSession::Host& CurlTransferSession::hostFor(const QString& key) {
         lastRenewal_ = SteadyClock::now();
     }
     auto& host = hosts_[key];
-    if (host.current && !host.current->isTrusted()) {
+    if (host.current && host.current->isTrusted() && host.current->isBehindSlowProxy() && !host.successor) {
+        host.successor = std::exchange(host.current, nullptr);
+    }
+    if (host.current && !isFitForUse(*host.current)) {
         host.version = host.current->successorVersion();
-        retire(std::exchange(host.current, nullptr));
-    } else if (host.current && host.current->isBehindSlowProxy()) {
-        if (!host.successor) {
-            host.successor = std::exchange(host.current, nullptr);
-        }
         retire(std::exchange(host.current, nullptr));
     }
     if (!host.current) {
         host.current = makePool(host);
     }
     return host;
+}
+
+bool CurlTransferSession::isFitForUse(const ConnectionPool& pool) const {
+    if (!pool.isTrusted() || pool.isBehindSlowProxy() || pool.isClosedByPeer()) {
+        return false;
+    }
+    // Where nothing was asked for long, as in a pause, nothing has been renewed.
+    return !pool.isProven() || SteadyClock::now() - pool.newestConnection() <= 3 * renewalInterval_;
 }
 
 CurlTransferSession::Pool CurlTransferSession::makePool(const Host& host) {
@@ -85,10 +91,10 @@ void CurlTransferSession::renewIfDue(const QString& key, const QUrl& url, const 
     }
     lastRenewal_ = SteadyClock::now();
     host.successor = makePool(host);
-    host.successor->head(
-        {url, accepts, std::max<std::chrono::milliseconds>(renewalLimit, limit_), NameResolver::Freshness::fresh},
-        // Its end is seen by what the pool is like after it.
-        [](const auto& /*response*/, const auto& /*error*/) {});
+    host.successor->head({url, accepts, std::max<std::chrono::milliseconds>(renewalLimit, limit_),
+                          NameResolver::Freshness::fresh, false},
+                         // Its end is seen by what the pool is like after it.
+                         [](const auto& /*response*/, const auto& /*error*/) {});
 }
 
 void CurlTransferSession::succeed(Host& host) {

@@ -49,8 +49,9 @@ class CurlTransferSession final : public TransferSession {
         Pool successor;
     };
 
-    /// With a current pool that is trusted.
+    /// With a current pool that is fit for use.
     Host& hostFor(const QString& key);
+    bool isFitForUse(const ConnectionPool& pool) const;
     Pool makePool(const Host& host);
     void renewIfDue(const QString& key, const QUrl& url, const Accepts& accepts);
     /// Takes the successor's connection into use if it brought an answer that is accepted, else neither.

@@ -112,6 +112,22 @@ TEST_P(EndpointTest, AKeptConnectionIsReplacedByAFreshOneWithoutALoss) {
     }
 }
 
+TEST_P(EndpointTest, AConnectionThatWasNotUsedForLongIsNotUsedAgain) {
+    makeSession(50ms);
+    EXPECT_EQ(status(), 204);
+    test::runFor(200ms);
+    const auto before = server->connections();
+    EXPECT_EQ(status(), 204);
+    EXPECT_EQ(server->connections(), before + 1) << "one, in which the answer came";
+}
+
+TEST_P(EndpointTest, AConnectionThatTheServerHasClosedMeanwhileIsMadeAnewInTheResponseTime) {
+    EXPECT_EQ(status(), 204);
+    server->drop(QStringLiteral("close"));
+    EXPECT_EQ(status(), 204);
+    EXPECT_EQ(server->connections(), 2);
+}
+
 TEST_P(EndpointTest, NoConnectionIsReplacedBeforeItsTime) {
     for (int count = 0; count < 50; ++count) {
         status();
