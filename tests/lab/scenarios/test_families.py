@@ -6,7 +6,7 @@ import network
 import pytest
 from lab import sleep_until
 
-OBSERVED = 32
+OBSERVED = 60
 
 
 def drop_ipv6_questions(lab):
@@ -40,8 +40,9 @@ def have_both(lab):
     lab.network.names_from_dns()
 
 
-# the latest green, in seconds: where AAAA questions are swallowed the C library waits 5 s for them and then asks once more
-CASES = {drop_ipv6_questions: 14, kill_ipv6: 2, kill_ipv4: 2, have_only_ipv6: 2, have_only_ipv4: 2, have_both: 2}
+# the latest green, in seconds. Where AAAA questions are swallowed the C library gives them up after 15 s; elsewhere the first
+# answer is enough, or on a busy machine, where it may be a slow one, the second.
+CASES = {drop_ipv6_questions: 20, kill_ipv6: 12, kill_ipv4: 12, have_only_ipv6: 12, have_only_ipv4: 12, have_both: 12}
 
 
 @pytest.fixture(scope="module")
@@ -49,7 +50,7 @@ def watched(labs):
     """A lab for each case, watched at the same time."""
     cases = {case: labs() for case in CASES}
     for prepare, lab in cases.items():
-        lab.link.set(rtt_ms=60)
+        lab.link.set(rtt_ms=20)
         prepare(lab)
         lab.program.start()
     sleep_until(time.monotonic() + OBSERVED)
