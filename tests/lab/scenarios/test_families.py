@@ -10,6 +10,11 @@ OBSERVED = 60
 
 
 def drop_ipv6_questions(lab):
+    lab.network.add_ipv6()
+    drop_ipv6_questions_of_an_ipv4_machine(lab)
+
+
+def drop_ipv6_questions_of_an_ipv4_machine(lab):
     lab.network.names_from_dns()
     lab.servers.names.set(family="AAAA", answer="silent")
 
@@ -40,9 +45,10 @@ def have_both(lab):
     lab.network.names_from_dns()
 
 
-# the latest green, in seconds. Where AAAA questions are swallowed the C library gives them up after 15 s; elsewhere the first
-# answer is enough, or on a busy machine, where it may be a slow one, the second.
-CASES = {drop_ipv6_questions: 20, kill_ipv6: 12, kill_ipv4: 12, have_only_ipv6: 12, have_only_ipv4: 12, have_both: 12}
+# The latest green, in seconds: the second answer, since the first, which includes the look-up, may be a slow one. Where AAAA
+# questions are swallowed the C library holds the A answer back for 15 s.
+CASES = dict.fromkeys((drop_ipv6_questions_of_an_ipv4_machine, kill_ipv6, kill_ipv4, have_only_ipv6, have_only_ipv4, have_both), 12)
+CASES[drop_ipv6_questions] = 24
 
 
 @pytest.fixture(scope="module")
