@@ -6,7 +6,7 @@ import network
 import pytest
 from lab import sleep_until
 
-OBSERVED = 60
+OBSERVED = 36
 
 
 def drop_ipv6_questions(lab):
