@@ -53,7 +53,7 @@ class Behaviour:
     headers: list = field(default_factory=list)  # pairs
     padding: int = 0  # bytes of one header more
     body: str = ""
-    afterwards: str = "keep"  # or how the connection ends after each answer: "goaway", "close" or "reset"
+    afterwards: str = "keep"  # or how the connection ends after each answer: "goaway" or "close"
 
     def all_headers(self):
         padding = [("x-padding", "x" * self.padding)] if self.padding else []
