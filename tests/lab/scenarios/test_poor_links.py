@@ -17,12 +17,12 @@ class Case:
 
 
 CASES = {
-    "5 % loss": Case({"loss": 0.05, "seed": 11}, 14, 0.9),
+    "5 % loss": Case({"loss": 0.05, "seed": 11}, 20, 0.9),
     # a name's question or answer is lost three times in ten, and the C library asks again after 5 s
-    "20 % loss": Case({"loss": 0.2, "seed": 12}, 25, 0.8),
+    "20 % loss": Case({"loss": 0.2, "seed": 12}, 40, 0.8),
     "64 kbit per second": Case({"rate_kbit": 64}, 8, 1),
-    "jumps of up to 120 ms each way": Case({"jitter_ms": 120, "seed": 13}, 8, 0.9),
-    "5 % out of order": Case({"reorder": 0.05, "seed": 14}, 8, 1),
+    "jumps of up to 120 ms each way": Case({"jitter_ms": 120, "seed": 13}, 12, 0.9),
+    "5 % out of order": Case({"reorder": 0.05, "seed": 14}, 12, 1),
 }
 
 
