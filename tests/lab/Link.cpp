@@ -6,13 +6,17 @@
 // input and answers each with one line; ends when standard input ends. WAY is up, down or both.
 //
 //   delay WAY MS            one-way delay
+//   jitter WAY MS SEED      up to this much more delay, for each packet another random part of it; the order stays
+//   reorder WAY SHARE SEED  this share of the packets, chosen at random, overtakes those that are under way
 //   rate WAY KBIT           serialisation rate in kbit/s; 0: unlimited
-//   queue WAY MS            longest time a packet may wait for its turn at that rate; one that would wait longer is
-//   dropped loss WAY SHARE SEED     drops this share of the packets at random, the same ones for the same seed hole WAY
-//   on|off         drops everything, what is already under way too mute|unmute ADDRESS     drops everything to and from
-//   this address, or no longer stats                   JSON: packets and IP bytes that were put on the link, and how
-//   many packets were dropped trace                   JSON: every packet: seconds (monotonic), way, far address, near
-//   port, far port, bytes, TCP flags reset                   forgets the counters and the trace
+//   queue WAY MS            longest time a packet may wait for its turn at that rate; longer: it is dropped
+//   loss WAY SHARE SEED     drops this share of the packets at random, the same ones for the same seed
+//   hole WAY on|off         drops everything, what is already under way too
+//   mute|unmute ADDRESS     drops everything to and from this address, or no longer
+//   stats                   JSON: packets and IP bytes that were put on the link, and how many packets were dropped
+//   trace                   JSON: every packet: seconds (monotonic), way, far address, near port, far port, bytes, TCP
+//                           flags
+//   reset                   forgets the counters and the trace
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -147,6 +151,16 @@ class Way {
         random_.seed(seed);
     }
 
+    void setJitter(Milliseconds most, unsigned seed) {
+        jitter_ = std::uniform_real_distribution<double>(0, most.count());
+        randomForJitter_.seed(seed);
+    }
+
+    void setReorder(double share, unsigned seed) {
+        reorder_ = std::bernoulli_distribution(share);
+        randomForOrder_.seed(seed);
+    }
+
     void enter(std::span<const std::uint8_t> packet, const Header& header, bool muted, Time now) {
         total_.add(packet.size());
         far_[header.farAddress].add(packet.size());
@@ -160,10 +174,18 @@ class Way {
             free_ += std::chrono::duration_cast<Clock::duration>(
                 std::chrono::duration<double>(static_cast<double>(packet.size()) * 8 / bitsPerSecond));
         }
+        Packet entered{free_, {packet.begin(), packet.end()}};
+        if (reorder_(randomForOrder_)) {
+            const auto later = std::upper_bound(underway_.begin(), underway_.end(), free_,
+                                                [](Time due, const Packet& other) { return due < other.due; });
+            underway_.insert(later, std::move(entered));
+            return;
+        }
         // a shorter delay lets no packet overtake those before it
-        const Time due = std::max(free_ + std::chrono::duration_cast<Clock::duration>(delay),
-                                  underway_.empty() ? Time::min() : underway_.back().due);
-        underway_.push_back({due, {packet.begin(), packet.end()}});
+        const Milliseconds wholeDelay = delay + Milliseconds(jitter_(randomForJitter_));
+        entered.due = std::max(free_ + std::chrono::duration_cast<Clock::duration>(wholeDelay),
+                               underway_.empty() ? Time::min() : underway_.back().due);
+        underway_.push_back(std::move(entered));
     }
 
     std::optional<Time> nextDue() const {
@@ -206,6 +228,10 @@ class Way {
     Time free_{}; // when the last packet has left the sender
     std::bernoulli_distribution loss_{0};
     std::mt19937 random_;
+    std::uniform_real_distribution<double> jitter_{0, 0};
+    std::mt19937 randomForJitter_;
+    std::bernoulli_distribution reorder_{0};
+    std::mt19937 randomForOrder_;
     Count total_;
     std::map<std::string, Count> far_;
     std::uint64_t dropped_ = 0;
@@ -378,10 +404,20 @@ class Link {
         if (command == "rate") {
             return [value](Way& way) { way.bitsPerSecond = value * 1000; };
         }
+        return randomSetting(command, value, words);
+    }
+
+    static std::function<void(Way&)> randomSetting(const std::string& command, double value, std::istream& words) {
+        unsigned seed = 0;
+        words >> seed;
         if (command == "loss") {
-            unsigned seed = 0;
-            words >> seed;
             return [value, seed](Way& way) { way.setLoss(value, seed); };
+        }
+        if (command == "jitter") {
+            return [value, seed](Way& way) { way.setJitter(Milliseconds(value), seed); };
+        }
+        if (command == "reorder") {
+            return [value, seed](Way& way) { way.setReorder(value, seed); };
         }
         throw std::invalid_argument("no such command: " + command);
     }

@@ -27,6 +27,14 @@ def lab(authority):
         yield Lab(authority, stack)
 
 
+@pytest.fixture(scope="module")
+def labs(authority):
+    """Makes a laboratory with each call. They last until the file's tests are done, and what takes a minute to see they can see
+    all at once."""
+    with ExitStack() as stack:
+        yield lambda: Lab(authority, stack)
+
+
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item):
     """A failure shows what the status area showed and what the program said."""

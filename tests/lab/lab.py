@@ -49,17 +49,40 @@ class Endpoint:
                 if record["endpoint"] == self.name and record["time"] >= since]
 
 
+class NameServers:
+    """A test's hand on the name servers."""
+
+    def __init__(self, servers):
+        self._servers = servers
+
+    def set(self, *, server=None, name=None, family=None, **answer):
+        """From now on they meet questions to this server (an address), for this name and family ("A" or "AAAA") so: fields of
+        nameserver.Answer. What is not given stands for all. Of all orders that fit a question the newest counts; set() is the
+        default again."""
+        self._servers.order("dns", server, name, family, answer)
+
+    def queries(self, since=0.0, **fields):
+        """Those that came, in this order: time, server, name, family, over ("udp", "tcp"), client, port, id, answered (time or
+        None). Where `fields` are given, only those that have them."""
+        return [query for query in self._servers.records()["queries"]
+                if query["time"] >= since and all(query[key] == value for key, value in fields.items())]
+
+
 class Servers:
-    """The program server.py: both endpoints, the portal's target, DNS."""
+    """The program server.py: both endpoints, the portal's target, the name servers."""
 
     def __init__(self, lab_network, authority, stack):
         addresses = [*zip(network.ENDPOINT_NAMES, network.ENDPOINT_ADDRESSES),
                      (network.PORTAL_NAME, network.PORTAL_ADDRESS)]
-        hosts = [f"{name}={address}" for name, address in [*addresses, ("dns", network.DNS_ADDRESS)]]
+        further = {name: more for name, *more in zip(network.ENDPOINT_NAMES, network.ENDPOINT_IPV6_ADDRESSES,
+                                                     network.OTHER_ENDPOINT_ADDRESSES)}
+        hosts = [f"{name}={','.join([address, *further.get(name, [])])}" for name, address in addresses]
+        hosts.append(f"dns={','.join([*network.DNS_ADDRESSES, network.DNS_IPV6_ADDRESS])}")
         command = lab_network.server.inside([sys.executable, SERVER, authority.folder, *hosts])
         self._tool = stack.enter_context(Tool(command))
         self.first, self.second, self.portal = (Endpoint(self, *address) for address in addresses)
         self.both = (self.first, self.second)
+        self.names = NameServers(self)
 
     def order(self, *command):
         return self._tool.ask(json.dumps(command))
@@ -68,7 +91,7 @@ class Servers:
         return json.loads(self.order("records"))
 
     def answer_dns(self, on):
-        self.order("dns", "answer" if on else "swallow")
+        self.names.set(answer="right" if on else "silent")
 
     def requests(self, since=0.0):
         return [*self.first.requests(since), *self.second.requests(since)]

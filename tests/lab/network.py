@@ -22,11 +22,19 @@ RUN = Path("/run")
 ETC_NETNS = Path("/etc/netns")
 
 ENDPOINT_NAMES = [urlsplit(url).hostname for url in settings.ENDPOINTS]
-# addresses that the Internet does not route (RFC 5737); the servers' live on the loopback device of their namespace
+# addresses that the Internet does not route (RFC 5737, RFC 3849); the servers' live on the loopback device of their namespace
 ENDPOINT_ADDRESSES = ["198.51.100.10", "203.0.113.10"]
+ENDPOINT_IPV6_ADDRESSES = ["2001:db8:1::10", "2001:db8:2::10"]
+# the endpoints answer here too, but no name server says so unless it is told to
+OTHER_ENDPOINT_ADDRESSES = ["198.51.100.11", "203.0.113.11"]
 PORTAL_NAME, PORTAL_ADDRESS = "portal.example", "198.51.100.80"
 SPEEDTEST_ADDRESS = "198.51.100.40"
-DNS_ADDRESS = "198.51.100.53"
+DNS_ADDRESSES = DNS_ADDRESS, SECOND_DNS_ADDRESS = ["198.51.100.53", "203.0.113.53"]
+DNS_IPV6_ADDRESS = "2001:db8:1::53"
+SERVER_ADDRESSES = [*ENDPOINT_ADDRESSES, *ENDPOINT_IPV6_ADDRESSES, *OTHER_ENDPOINT_ADDRESSES, PORTAL_ADDRESS, SPEEDTEST_ADDRESS,
+                    *DNS_ADDRESSES, DNS_IPV6_ADDRESS]
+CLIENT_IPV6_ADDRESS, GATEWAY_IPV6_ADDRESS = "2001:db8::2", "2001:db8::1"
+IPV4_ADDRESSES, IPV6_ADDRESSES = ([address for address in SERVER_ADDRESSES if (":" in address) == v6] for v6 in (False, True))
 
 # a project that itself stands below /tmp must not vanish behind a namespace's own /tmp
 PROJECT_FOLDERS = {path.parts[2] for path in (Path(__file__), settings.PROGRAM, settings.LINK, settings.SPEED_SERVER, settings.SPEEDTEST,
@@ -74,10 +82,19 @@ class Link(Tool):
             namespace.ip(f"address add {address}/29 dev {device}")
             namespace.ip(f"link set {device} up")
 
-    def set(self, *, way="both", rtt_ms=None, rate_kbit=None, queue_ms=None, loss=None, hole=None, seed=1):
-        """Each argument that is given is set. An RTT is shared evenly by both ways, whatever `way` is."""
+    def set(self, *, way="both", rtt_ms=None, delay_ms=None, jitter_ms=None, reorder=None, rate_kbit=None, queue_ms=None,
+            loss=None, hole=None, seed=1):
+        """Each argument that is given is set, for that way. An RTT is shared evenly by both ways, whatever `way` is; a delay is
+        one way's. Jitter comes on top of the delay, from packet to packet another part of it; `loss` and `reorder` are shares
+        of the packets. What is random is the same each time for the same seed."""
         if rtt_ms is not None:
             self.ask(f"delay both {rtt_ms / 2}")
+        if delay_ms is not None:
+            self.ask(f"delay {way} {delay_ms}")
+        if jitter_ms is not None:
+            self.ask(f"jitter {way} {jitter_ms} {seed}")
+        if reorder is not None:
+            self.ask(f"reorder {way} {reorder} {seed}")
         if rate_kbit is not None:
             self.ask(f"rate {way} {rate_kbit}")
         if queue_ms is not None:
@@ -87,11 +104,13 @@ class Link(Tool):
         if hole is not None:
             self.ask(f"hole {way} {'on' if hole else 'off'}")
 
-    def mute(self, address):
-        self.ask(f"mute {address}")
+    def mute(self, *addresses):
+        for address in addresses:
+            self.ask(f"mute {address}")
 
-    def unmute(self, address):
-        self.ask(f"unmute {address}")
+    def unmute(self, *addresses):
+        for address in addresses:
+            self.ask(f"unmute {address}")
 
     def add_default_route(self, metric=100):
         self.client.ip(f"route add default via {self.gateway} dev {self.device} metric {metric}")
@@ -166,8 +185,11 @@ class Network:
         self.server = Namespace(f"{name}s", self.folder, stack)
         # as behind a home router: what comes with another link's source address is dropped
         self.server.run(["sysctl", "-qw", "net.ipv4.conf.all.rp_filter=1"])
-        for address in (*ENDPOINT_ADDRESSES, PORTAL_ADDRESS, SPEEDTEST_ADDRESS, DNS_ADDRESS):
+        self.server.run(["sysctl", "-qw", "net.ipv6.conf.lo.disable_ipv6=0"])
+        for address in IPV4_ADDRESSES:
             self.server.ip(f"address add {address}/32 dev lo")
+        for address in IPV6_ADDRESSES:
+            self.server.ip(f"-6 address add {address}/128 dev lo nodad")
         (self.client.etc / "ssl").symlink_to(authority.etc_ssl)
         (self.client.etc / "nsswitch.conf").write_text("passwd: files\ngroup: files\nhosts: files dns\n")
         self.names_from_hosts_file()
@@ -181,16 +203,25 @@ class Network:
     def _add_link(self, device, near, gateway):
         return self._stack.enter_context(Link(self.client, self.server, device, near, gateway))
 
-    def add_dead_ipv6(self):
-        """From now on the names have IPv6 addresses too and there is a default route to them, but nothing comes back."""
-        self.client.run(["sysctl", "-qw", "net.ipv6.conf.wlan0.disable_ipv6=0"])
-        self.client.ip("-6 address add 2001:db8::2/64 dev wlan0 nodad")
-        self.client.ip("-6 route add default via 2001:db8::1 dev wlan0")
+    def add_ipv6(self):
+        """From now on the client has IPv6 beside IPv4, over `wlan0`, and the hosts file knows the endpoints' IPv6 addresses. (The
+        name servers always do.)"""
+        for namespace, address in ((self.client, CLIENT_IPV6_ADDRESS), (self.server, GATEWAY_IPV6_ADDRESS)):
+            namespace.run(["sysctl", "-qw", "net.ipv6.conf.wlan0.disable_ipv6=0"])
+            namespace.ip(f"-6 address add {address}/64 dev wlan0 nodad")
+        self.client.ip(f"-6 route add default via {GATEWAY_IPV6_ADDRESS} dev wlan0")
         with (self.client.etc / "hosts").open("a") as hosts:
-            for number, name in enumerate(ENDPOINT_NAMES):
-                address = f"2001:db8:1::{number + 1}"
-                hosts.write(f"{address} {name}\n")
-                self.wlan0.mute(address)
+            hosts.writelines(f"{address} {name}\n" for address, name in zip(ENDPOINT_IPV6_ADDRESSES, ENDPOINT_NAMES))
+
+    def add_dead_ipv6(self):
+        """The same, but nothing comes back."""
+        self.add_ipv6()
+        self.wlan0.mute(*IPV6_ADDRESSES)
+
+    def remove_ipv4(self):
+        """From now on the client has no IPv4 on `wlan0`, and names come from a name server that is asked over IPv6."""
+        self.client.ip("-4 address flush dev wlan0")
+        self.names_from_dns(servers=[DNS_IPV6_ADDRESS])
 
     def names_from_hosts_file(self):
         names = [*zip(ENDPOINT_ADDRESSES, ENDPOINT_NAMES), (PORTAL_ADDRESS, PORTAL_NAME),
@@ -198,7 +229,9 @@ class Network:
         (self.client.etc / "hosts").write_text("".join(f"{address} {name}\n" for address, name in names))
         (self.client.etc / "resolv.conf").write_text("nameserver 127.0.0.1\n")
 
-    def names_from_dns(self, options=""):
-        """`options`: as in resolv.conf(5)."""
+    def names_from_dns(self, options="", servers=(DNS_ADDRESS,)):
+        """`options`: as in resolv.conf(5); `servers`: of DNS_ADDRESSES and DNS_IPV6_ADDRESS, in the order in which the client asks
+        them."""
         (self.client.etc / "hosts").write_text("127.0.0.1 localhost\n")
-        (self.client.etc / "resolv.conf").write_text(f"nameserver {DNS_ADDRESS}\noptions {options}\n")
+        lines = [*(f"nameserver {address}" for address in servers), f"options {options}"]
+        (self.client.etc / "resolv.conf").write_text("\n".join(lines) + "\n")

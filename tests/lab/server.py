@@ -1,17 +1,22 @@
 """The servers of the lab's Internet: the endpoints over TLS with HTTP/2 or HTTP/1.1, the portal that a redirect leads to,
-and a DNS server. A program of its own, run in the server's namespace:
+and name servers. A program of its own, run in the server's namespace:
 
-    server.py CERTIFICATES NAME=ADDRESS... dns=ADDRESS
+    server.py CERTIFICATES NAME=ADDRESS,ADDRESS... dns=ADDRESS,ADDRESS...
 
 It prints "ready" and then obeys one JSON array a line, answering each with one line:
 
     ["set", NAME, BEHAVIOUR]    from now on NAME behaves so (fields of Behaviour; the rest is as by default)
     ["drop", NAME, HOW]         ends the connections that NAME has: "goaway", "close" or "reset"
-    ["dns", "answer"|"swallow"]
-    ["records"]                 answers {"connections": [...], "requests": [...]} of all that happened so far
+    ["dns", SERVER, NAME, FAMILY, ANSWER]
+                                from now on such questions are met so (fields of nameserver.Answer); null: any. All earlier
+                                orders for questions of which each is such a one are forgotten
+    ["records"]                 answers {"connections": [...], "requests": [...], "queries": [...]} of all that happened so far
+
+A name's right addresses, those that the name servers give, are the first of each family.
 """
 
 import asyncio
+import itertools
 import json
 import socket
 import ssl
@@ -27,8 +32,9 @@ import h2.events
 import h2.exceptions
 from hpack import NeverIndexedHeaderTuple
 from hyperframe.frame import ContinuationFrame, HeadersFrame
+from nameserver import NameServers
 
-HTTPS, HTTP, DNS = 443, 80, 53
+HTTPS, HTTP = 443, 80
 RESET_ON_CLOSE = struct.pack("ii", 1, 0)  # SO_LINGER with no time left
 FLOOD = [("x-flood", "f" * 1000)] * 15  # fits into one HTTP/2 frame
 FLOOD_INTERVAL = 0.01
@@ -47,6 +53,7 @@ class Behaviour:
     headers: list = field(default_factory=list)  # pairs
     padding: int = 0  # bytes of one header more
     body: str = ""
+    afterwards: str = "keep"  # or how the connection ends after each answer: "goaway" or "close"
 
     def all_headers(self):
         padding = [("x-padding", "x" * self.padding)] if self.padding else []
@@ -59,9 +66,10 @@ class Records:
     def __init__(self):
         self.connections, self.requests = [], []
 
-    def connection(self, name, address):
+    def connection(self, name, address, to):
+        """`to`: the address at which the client called."""
         self.connections.append({"id": len(self.connections), "endpoint": name, "time": time.monotonic(),
-                                 "address": address[0], "port": address[1], "protocol": None, "resumed": None,
+                                 "address": address[0], "port": address[1], "to": to, "protocol": None, "resumed": None,
                                  "ended": None})
         return self.connections[-1]
 
@@ -198,6 +206,8 @@ class Connection(asyncio.Protocol):
                 await asyncio.sleep(1)
         self.write(data)
         record["answered"] = time.monotonic()
+        if behaviour.afterwards != "keep":
+            self.drop(behaviour.afterwards)
 
     def drop(self, how):
         if how == "reset":
@@ -210,10 +220,10 @@ class Connection(asyncio.Protocol):
 
 
 class Endpoint:
-    """One name on its own address: HTTPS, and plain HTTP beside it."""
+    """One name on its own addresses: HTTPS, and plain HTTP beside it."""
 
-    def __init__(self, name, address, certificates, records):
-        self._name, self._address, self._certificates = name, address, certificates
+    def __init__(self, name, addresses, certificates, records):
+        self._name, self._addresses, self._certificates = name, addresses, certificates
         self.records = records
         self.behaviour = Behaviour()
         self.connected = set()
@@ -235,8 +245,8 @@ class Endpoint:
             connection.drop(how)
 
     def _listen(self):
-        for port in (HTTPS, HTTP):
-            listener = socket.create_server((self._address, port), backlog=64)
+        for address, port in itertools.product(self._addresses, (HTTPS, HTTP)):
+            listener = socket.create_server((address, port), backlog=64, family=family(address))
             listener.setblocking(False)
             self._listening.append((asyncio.ensure_future(self._accept(listener, port == HTTPS)), listener))
 
@@ -244,7 +254,7 @@ class Endpoint:
         loop = asyncio.get_running_loop()
         while True:
             client, address = await loop.sock_accept(listener)
-            record = self.records.connection(self._name, address)
+            record = self.records.connection(self._name, address, client.getsockname()[0])
             if self.behaviour.accept == "silent":
                 self._held.append(client)
             elif self.behaviour.accept == "reset":
@@ -272,60 +282,43 @@ class Endpoint:
         return self._contexts[key]
 
 
-class Resolver(asyncio.DatagramProtocol):
-    """Answers A questions for the names it knows; says of everything else that there is none. Or swallows everything."""
-
-    def __init__(self, addresses):
-        self._addresses, self._transport = addresses, None
-        self.mode = "answer"
-
-    def connection_made(self, transport):
-        self._transport = transport
-
-    def datagram_received(self, data, addr):
-        if self.mode == "answer":
-            self._transport.sendto(self._reply(data), addr)
-
-    def _reply(self, query):
-        labels, at = [], 12
-        while query[at]:
-            labels.append(query[at + 1:at + 1 + query[at]].decode())
-            at += 1 + query[at]
-        question = query[12:at + 5]
-        address = self._addresses.get(".".join(labels).lower())
-        is_a = struct.unpack_from("!H", query, at + 1)[0] == 1
-        record = b"\xc0\x0c" + struct.pack("!HHIH", 1, 1, 60, 4) + socket.inet_aton(address) if address and is_a else b""
-        code = 0 if address else 3
-        return query[:2] + struct.pack("!HHHHH", 0x8180 | code, 1, bool(record), 0, 0) + question + record
+def family(address):
+    return socket.AF_INET6 if ":" in address else socket.AF_INET
 
 
-def obey(command, endpoints, resolver, records):
+def first_of_each_family(addresses):
+    return list({family(address): address for address in reversed(addresses)}.values())
+
+
+def obey(command, endpoints, name_servers, records):
     verb, *arguments = json.loads(command)
     if verb == "set":
         endpoints[arguments[0]].set(Behaviour(**arguments[1]))
     elif verb == "drop":
         endpoints[arguments[0]].drop(arguments[1])
     elif verb == "dns":
-        resolver.mode = arguments[0]
+        name_servers.set(*arguments)
     elif verb == "records":
-        return json.dumps({"connections": records.connections, "requests": records.requests})
+        return json.dumps({"connections": records.connections, "requests": records.requests,
+                           "queries": name_servers.queries})
     else:
         return f"error: no such command: {verb}"
     return "ok"
 
 
 async def main(certificates, *hosts):
-    addresses = dict(host.split("=") for host in hosts)
+    addresses = {name: addresses.split(",") for name, addresses in (host.split("=") for host in hosts)}
     dns = addresses.pop("dns")
     loop = asyncio.get_running_loop()
     records = Records()
-    endpoints = {name: Endpoint(name, address, certificates, records) for name, address in addresses.items()}
-    _, resolver = await loop.create_datagram_endpoint(lambda: Resolver(addresses), local_addr=(dns, DNS))
+    endpoints = {name: Endpoint(name, own, certificates, records) for name, own in addresses.items()}
+    name_servers = NameServers(dns, {name: first_of_each_family(own) for name, own in addresses.items()})
+    await name_servers.listen()
     commands = asyncio.StreamReader()
     await loop.connect_read_pipe(lambda: asyncio.StreamReaderProtocol(commands), sys.stdin)
     print("ready", flush=True)
     while line := await commands.readline():
-        print(obey(line, endpoints, resolver, records), flush=True)
+        print(obey(line, endpoints, name_servers, records), flush=True)
 
 
 if __name__ == "__main__":

@@ -4,6 +4,7 @@ import os
 import signal
 import statistics
 import time
+from concurrent.futures import ThreadPoolExecutor
 
 import network
 import pytest
@@ -46,6 +47,37 @@ def test_the_link_loses_the_share_that_was_asked_and_the_same_packets_each_time(
         lost.append(50 - len(ping(lab, 50)))
     assert lost[0] == lost[1]
     assert 4 <= lost[0] <= 17
+
+
+def test_loss_delay_and_rate_are_each_ways_own(lab):
+    lab.serve_traffic()
+    lab.link.set(way="down", delay_ms=80, rate_kbit=2000)
+    up, down = (statistics.median(one_way) for one_way in zip(*ping(lab, 10)))
+    assert (up, down) == pytest.approx((0, 80), abs=0.5)
+    assert int(lab.client_traffic("receive", lab.link.gateway, 2)) * 8 / 2 == pytest.approx(2e6, rel=0.15)
+    assert int(lab.client_traffic("send", lab.link.gateway, 2)) * 8 / 2 > 20e6
+    lab.link.set(way="up", loss=1)
+    assert not ping(lab, 2)
+
+
+def test_jitter_spreads_the_delay_and_keeps_the_order(lab):
+    lab.serve_traffic()
+    lab.link.set(way="up", delay_ms=20, jitter_ms=60, seed=3)
+    up, down = zip(*ping(lab, 40))
+    assert 19 < min(up) < 30
+    assert 70 < max(up) < 81
+    assert max(down) < 2
+    assert lab.client_traffic("burst", lab.link.gateway, 50).split() == [str(number) for number in range(50)]
+
+
+def test_a_share_of_the_packets_overtakes_those_that_are_under_way(lab):
+    lab.serve_traffic()
+    lab.link.set(way="up", delay_ms=50, reorder=0.2, seed=3)
+    order = [int(number) for number in lab.client_traffic("burst", lab.link.gateway, 50).split()]
+    assert sorted(order) == list(range(50))
+    overtaking = next(place for place, number in enumerate(order) if order[place + 1] < number) + 1
+    assert 4 <= overtaking <= 17
+    assert order[overtaking:] == sorted(order[overtaking:])
 
 
 def test_the_link_carries_the_rate_that_was_asked(lab):
@@ -126,11 +158,107 @@ def test_an_endpoint_misbehaves_as_it_is_told(lab, behaviour, failures):
     assert code(lab, URLS[0]) == "204 2"
 
 
-def test_the_name_server_answers_and_swallows(lab):
+def look_up(lab, name, family="unspec"):
+    """The addresses that the C library finds, or its reason why not, and after how many seconds."""
+    began = time.monotonic()
+    answer = lab.client_traffic("resolve", name, family).split()
+    return answer, time.monotonic() - began
+
+
+def test_the_name_server_gives_the_addresses_of_both_families(lab):
     lab.network.names_from_dns()
+    for number, name in enumerate(network.ENDPOINT_NAMES):
+        assert look_up(lab, name, "inet")[0] == [network.ENDPOINT_ADDRESSES[number]]
+        assert look_up(lab, name, "inet6")[0] == [network.ENDPOINT_IPV6_ADDRESSES[number]]
     assert code(lab, URLS[0]) == "204 2"
-    lab.servers.answer_dns(False)
-    assert code(lab, URLS[0]) == 28
+
+
+@pytest.mark.parametrize("answer, reason", [("silent", "EAI_AGAIN"), ("servfail", "EAI_AGAIN"), ("refused", "EAI_AGAIN"),
+                                            ("nxdomain", "EAI_NONAME"), ("empty", "EAI_NODATA")])
+def test_a_name_server_misbehaves_as_it_is_told(lab, answer, reason):
+    lab.network.names_from_dns("timeout:1 attempts:1")
+    lab.servers.names.set(answer=answer)
+    assert look_up(lab, network.ENDPOINT_NAMES[0])[0] == [reason]
+    lab.servers.names.set()
+    assert look_up(lab, network.ENDPOINT_NAMES[0], "inet")[0] == [network.ENDPOINT_ADDRESSES[0]]
+
+
+def test_a_name_server_treats_names_and_families_apart(lab):
+    first, second = network.ENDPOINT_NAMES
+    lab.network.names_from_dns("timeout:1 attempts:1")
+    lab.servers.names.set(name=first, family="AAAA", answer="silent")
+    lab.servers.names.set(name=second, answer="nxdomain")
+    assert look_up(lab, first, "inet")[0] == [network.ENDPOINT_ADDRESSES[0]]
+    assert look_up(lab, first, "inet6")[0] == ["EAI_AGAIN"]
+    assert look_up(lab, second)[0] == ["EAI_NONAME"]
+    names = lab.servers.names
+    assert [len(names.queries(name=first, family=family)) for family in ("A", "AAAA")] == [1, 1]
+    assert names.queries(name=first, family="A")[0]["answered"]
+    assert names.queries(name=first, family="AAAA")[0]["answered"] is None
+
+
+def test_a_name_server_can_take_its_time_and_answers_others_meanwhile(lab):
+    first, second = network.ENDPOINT_NAMES
+    lab.network.names_from_dns()
+    lab.servers.names.set(name=first, delay=2)
+    with ThreadPoolExecutor() as pool:
+        slow = pool.submit(look_up, lab, first)
+        assert look_up(lab, second)[1] < 1.5
+        assert 2 <= slow.result()[1] < 3.5
+    asked = lab.servers.names.queries(name=first)
+    assert [query["family"] for query in asked] == ["A", "AAAA"]
+    assert all(2 <= query["answered"] - query["time"] < 2.5 for query in asked)
+
+
+def test_a_dead_first_name_server_costs_the_c_librarys_patience(lab):
+    lab.network.names_from_dns(servers=network.DNS_ADDRESSES)
+    lab.servers.names.set(server=network.DNS_ADDRESS, answer="silent")
+    addresses, seconds = look_up(lab, network.ENDPOINT_NAMES[0], "inet")
+    assert addresses == [network.ENDPOINT_ADDRESSES[0]]
+    assert 5 <= seconds < 6.5
+    assert [query["server"] for query in lab.servers.names.queries()] == network.DNS_ADDRESSES
+
+
+@pytest.mark.parametrize("how", [{"truncated": True}, {"addresses": [f"203.0.113.{number}" for number in range(1, 201)]}])
+def test_an_answer_that_is_cut_off_over_udp_is_whole_over_tcp(lab, how):
+    lab.network.names_from_dns()
+    lab.servers.names.set(name=network.ENDPOINT_NAMES[0], **how)
+    addresses, _ = look_up(lab, network.ENDPOINT_NAMES[0], "inet")
+    assert sorted(addresses) == sorted(how.get("addresses", network.ENDPOINT_ADDRESSES[:1]))
+    # the C library asks again with more room when an answer is larger than it thought
+    assert [query["over"] for query in lab.servers.names.queries()][:2] == ["udp", "tcp"]
+
+
+def test_a_name_server_gives_wrong_addresses_when_told(lab):
+    lab.network.names_from_dns()
+    lab.servers.names.set(name=network.ENDPOINT_NAMES[0], addresses=[network.PORTAL_ADDRESS])
+    assert code(lab, URLS[0]) == 60
+
+
+@pytest.mark.parametrize("dead, alive", [(network.IPV4_ADDRESSES, "-6"), (network.IPV6_ADDRESSES, "-4")])
+def test_either_family_of_a_dual_stack_can_be_dead(lab, dead, alive):
+    lab.network.add_ipv6()
+    assert [code(lab, URLS[0], family) for family in ("-4", "-6")] == ["204 2", "204 2"]
+    lab.link.mute(*dead)
+    assert {family: code(lab, URLS[0], family) for family in ("-4", "-6")} == {
+        "-4": 28, "-6": 28, alive: "204 2"}
+
+
+def test_without_ipv4_everything_goes_over_ipv6(lab):
+    lab.network.add_ipv6()
+    lab.network.remove_ipv4()
+    assert code(lab, URLS[0], "-4") == 7
+    assert code(lab, URLS[0]) == "204 2"
+    assert lab.servers.first.connections()[-1]["to"] == network.ENDPOINT_IPV6_ADDRESSES[0]
+    assert {query["server"] for query in lab.servers.names.queries()} == {network.DNS_IPV6_ADDRESS}
+
+
+@pytest.mark.parametrize("how", ["goaway", "close"])
+def test_an_endpoint_ends_the_connection_after_each_answer_when_told(lab, how):
+    lab.servers.first.set(afterwards=how)
+    assert code(lab, URLS[0]) == "204 2"
+    connection, = lab.servers.first.connections()
+    assert connection["ended"] - lab.servers.first.requests()[0]["answered"] < 0.5
 
 
 def test_a_second_link_has_an_address_of_its_own(lab):
