@@ -269,13 +269,13 @@ void ConnectionPool::done(CURL* handle, CURLcode result) {
         behindSlowProxy_ = false;
         auto response = exchange->response();
         if (!exchange->request().accepts(response)) {
-            distrust();
+            disappointed(*exchange);
         }
         exchange->finish(std::move(response), {});
     } else {
         const auto error = exchange->errorText(result);
         malformedHttp2_ = malformedHttp2_ || (result == CURLE_HTTP2_STREAM && error.contains(http2ProtocolError));
-        distrust();
+        disappointed(*exchange);
         exchange->finish({}, TransferError{error});
     }
 }
@@ -288,7 +288,7 @@ void ConnectionPool::limitReached(const std::shared_ptr<Exchange>& exchange) {
         behindSlowProxy_ = true;
         exchange->limit().start(proxyLimit);
     } else {
-        distrust();
+        disappointed(*exchange);
         discard(exchange);
     }
     exchange->finish({}, TransferError{QStringLiteral("timed out")});
@@ -298,6 +298,11 @@ void ConnectionPool::discard(const std::shared_ptr<Exchange>& exchange) {
     multi_.remove(exchange->handle());
     exchanges_.remove(exchange);
     settle();
+}
+
+void ConnectionPool::disappointed(const Exchange& exchange) {
+    multi_.doubtNames(exchange.request().url);
+    distrust();
 }
 
 bool ConnectionPool::isProgressing() const {

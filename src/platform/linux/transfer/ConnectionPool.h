@@ -80,6 +80,7 @@ class ConnectionPool {
     void done(CURL* handle, CURLcode result);
     void limitReached(const std::shared_ptr<Exchange>& exchange);
     void discard(const std::shared_ptr<Exchange>& exchange);
+    void disappointed(const Exchange& exchange);
     /// Whether a new connection is on its way to its first answer. On a link with a round trip of a second or more none
     /// can answer within the limit; dropped each time, it never would.
     bool isProgressing() const;

@@ -55,6 +55,10 @@ std::vector<HostAndPort> namesFor(const QUrl& target, const std::optional<Proxy>
     return names;
 }
 
+std::optional<Proxy> proxyOfEnvironment(const QUrl& target) {
+    return proxyFor(target, [](const char* variable) { return qgetenv(variable); });
+}
+
 /// As CURLOPT_RESOLVE wants it; "+": it ages like an answer of libcurl's own.
 QByteArray resolveEntry(const HostAndPort& name, const NameResolver::Addresses& addresses) {
     QByteArray entry = '+' + name.host.toUtf8() + ':' + QByteArray::number(name.port);
@@ -63,6 +67,11 @@ QByteArray resolveEntry(const HostAndPort& name, const NameResolver::Addresses& 
         entry += std::exchange(separator, ',') + (address.contains(':') ? '[' + address + ']' : address);
     }
     return entry;
+}
+
+/// Has libcurl forget what it was told.
+QByteArray removalEntry(const HostAndPort& name) {
+    return '-' + name.host.toUtf8() + ':' + QByteArray::number(name.port);
 }
 
 /// Two ends of a connection that leads nowhere.
@@ -106,16 +115,19 @@ std::uint16_t localPort(curl_socket_t socket) {
 
 struct CurlMulti::Transfer {
     Transfer(CurlMulti& multi, const QUrl& target, NameResolver::Freshness nameFreshness)
-        : owner(multi), freshness(nameFreshness),
-          proxy(proxyFor(target, [](const char* variable) { return qgetenv(variable); })),
-          names(namesFor(target, proxy)) {}
+        : owner(multi), freshness(nameFreshness), proxy(proxyOfEnvironment(target)), names(namesFor(target, proxy)) {}
+
+    void tell(const QByteArray& entry) {
+        entries.reset(curl_slist_append(entries.release(), entry.constData()));
+        Q_CHECK_PTR(entries.get());
+    }
 
     CurlMulti& owner;
     const NameResolver::Freshness freshness;
     const std::optional<Proxy> proxy;
     const std::vector<HostAndPort> names;
     /// What libcurl is told of the names; lives as long as libcurl may read it.
-    CurlList addresses;
+    CurlList entries;
     bool areNamesKnown = false;
     /// libcurl asked for a name that is not known yet.
     bool isNameWanted = false;
@@ -202,8 +214,7 @@ void CurlMulti::lookUp(CURL* handle, std::size_t next) {
                           ended(handle, waiting->proxy ? CURLE_COULDNT_RESOLVE_PROXY : CURLE_COULDNT_RESOLVE_HOST);
                           return;
                       }
-                      const auto entry = resolveEntry(waiting->names[next], addresses);
-                      waiting->addresses.reset(curl_slist_append(waiting->addresses.release(), entry.constData()));
+                      waiting->tell(resolveEntry(waiting->names[next], addresses));
                       lookUp(handle, next + 1);
                   }));
 }
@@ -211,7 +222,13 @@ void CurlMulti::lookUp(CURL* handle, std::size_t next) {
 void CurlMulti::begin(CURL* handle) {
     auto& transfer = *transfers_.at(handle);
     transfer.begun = SteadyClock::now();
-    curl_easy_setopt(handle, CURLOPT_RESOLVE, transfer.addresses.get());
+    if (!transfer.areNamesKnown) {
+        // What libcurl was told for an earlier transfer may be about to expire; the resolver sees to that in time.
+        for (const auto& name : transfer.names) {
+            transfer.tell(removalEntry(name));
+        }
+    }
+    curl_easy_setopt(handle, CURLOPT_RESOLVE, transfer.entries.get());
     curl_multi_add_handle(multi_.get(), handle);
 }
 
@@ -230,6 +247,12 @@ void CurlMulti::takeOut(CURL* handle) {
 std::optional<CurlMulti::SteadyClock::time_point> CurlMulti::beginning(CURL* handle) const {
     const auto place = transfers_.find(handle);
     return place == transfers_.end() ? std::nullopt : place->second->begun;
+}
+
+void CurlMulti::doubtNames(const QUrl& target) {
+    for (const auto& name : namesFor(target, proxyOfEnvironment(target))) {
+        names_.doubt(name.host);
+    }
 }
 
 bool CurlMulti::isWaitingForProxy(CURL* handle) const {
@@ -391,6 +414,7 @@ void CurlMulti::ended(CURL* handle, CURLcode result) {
     const auto transfer = transfers_.at(handle);
     if (std::exchange(transfer->isNameWanted, false) && result != CURLE_OK) {
         transfer->begun.reset();
+        transfer->entries.reset();
         lookUp(handle, 0);
         return;
     }

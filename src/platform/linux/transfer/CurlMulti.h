@@ -62,6 +62,9 @@ class CurlMulti {
     /// Ends the transfer without a call to the done handler.
     void remove(CURL* handle);
 
+    /// A request for `target` failed, perhaps because the addresses are wrong that its names are said to have.
+    void doubtNames(const QUrl& target);
+
     /// When libcurl began to work on it; absent while names are being looked up.
     std::optional<SteadyClock::time_point> beginning(CURL* handle) const;
     /// It is connected to a proxy, which has not made its connection to the target yet.

@@ -101,7 +101,7 @@ void NameResolver::lookUp(const QString& host, Freshness freshness, Completion c
     const bool isKept = !name.addresses.empty() && age < keepFor;
     if (isKept && freshness == Freshness::kept) {
         const auto addresses = name.addresses;
-        if (age >= refreshAfter) {
+        if (age >= refreshAfter || name.isDoubted) {
             ask(host);
         }
         completion(addresses);
@@ -109,6 +109,12 @@ void NameResolver::lookUp(const QString& host, Freshness freshness, Completion c
     }
     name.waiting.push_back(std::move(completion));
     ask(host);
+}
+
+void NameResolver::doubt(const QString& host) {
+    if (const auto place = names_.find(host); place != names_.end()) {
+        place->second.isDoubted = true;
+    }
 }
 
 void NameResolver::followNetwork() {
@@ -163,6 +169,7 @@ void NameResolver::answered(const Question& question) {
     if (!addresses.empty()) {
         name.addresses = addresses;
         name.answered = clock_->systemUptime();
+        name.isDoubted = false;
     }
     complete(std::exchange(name.waiting, {}), addresses);
 }

@@ -57,6 +57,10 @@ class NameResolver {
     /// change of network ends all that wait with an empty answer. It is not called any more once the resolver is gone.
     void lookUp(const QString& host, Freshness freshness, Completion completion);
 
+    /// The answer that is kept for `host` may be wrong: a request to it failed. Whoever uses it next has it looked up
+    /// again meanwhile.
+    void doubt(const QString& host);
+
     /// getaddrinfo(3) for TCP over any family that this machine has. Blocks.
     static Addresses askSystem(const QByteArray& host);
 
@@ -68,6 +72,7 @@ class NameResolver {
         /// When `addresses` came; meaningless while they are empty.
         Seconds answered{0};
         bool isAsked = false;
+        bool isDoubted = false;
         std::vector<Completion> waiting;
     };
 

@@ -164,6 +164,29 @@ TEST_F(NameResolverTest, AnAgeingAnswerStillServesAndIsLookedUpAgainMeanwhile) {
     EXPECT_THAT(results, ElementsAre(first, first, second)) << "the newer answer, 35 s old";
 }
 
+TEST_F(NameResolverTest, ADoubtedAnswerStillServesAndIsLookedUpAgainMeanwhile) {
+    lookUp();
+    answer(0, first);
+    resolver->doubt(host);
+    settle();
+    EXPECT_EQ(system.calls().size(), 1U) << "only for those who use it";
+    lookUp();
+    EXPECT_THAT(results, ElementsAre(first, first));
+    ASSERT_TRUE(runUntilCalls(2));
+    system.answer(1, second);
+    settle();
+    lookUp();
+    settle();
+    EXPECT_THAT(results, ElementsAre(first, first, second));
+    EXPECT_EQ(system.calls().size(), 2U) << "the new answer is not in doubt";
+}
+
+TEST_F(NameResolverTest, ToDoubtANameThatNobodyAskedForIsNothing) {
+    resolver->doubt(host);
+    settle();
+    EXPECT_THAT(system.calls(), IsEmpty());
+}
+
 TEST_F(NameResolverTest, AnOldAnswerIsWaitedForAnew) {
     lookUp();
     answer(0, first);
