@@ -167,9 +167,10 @@ void NameResolver::answered(const Question& question) {
     auto& name = names_[host];
     name.isAsked = false;
     if (!addresses.empty()) {
+        // The same answer again is in as much doubt as before.
+        name.isDoubted = name.isDoubted && name.addresses == addresses;
         name.addresses = addresses;
         name.answered = clock_->systemUptime();
-        name.isDoubted = false;
     }
     complete(std::exchange(name.waiting, {}), addresses);
 }

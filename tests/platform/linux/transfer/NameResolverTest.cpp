@@ -181,6 +181,18 @@ TEST_F(NameResolverTest, ADoubtedAnswerStillServesAndIsLookedUpAgainMeanwhile) {
     EXPECT_EQ(system.calls().size(), 2U) << "the new answer is not in doubt";
 }
 
+TEST_F(NameResolverTest, TheSameAnswerAgainStaysInDoubt) {
+    lookUp();
+    answer(0, first);
+    resolver->doubt(host);
+    lookUp();
+    ASSERT_TRUE(runUntilCalls(2));
+    system.answer(1, first);
+    settle();
+    lookUp();
+    EXPECT_TRUE(runUntilCalls(3));
+}
+
 TEST_F(NameResolverTest, ToDoubtANameThatNobodyAskedForIsNothing) {
     resolver->doubt(host);
     settle();
