@@ -15,7 +15,7 @@ namespace skylet {
 
 /// Work that the kernel may keep waiting, on a thread of its own: one piece at a time, which shares nothing with the
 /// rest of the program and hands over a finished value. Everything here is called on one thread, that of the event
-/// loop. The destructor waits for work that is under way.
+/// loop. The destructor asks work that is under way to give up, and waits until it does.
 template <typename Value>
 class Background {
   public:
@@ -43,8 +43,6 @@ class Background {
     bool isUnderWay() const { return underWay_; }
     /// Completes now, without the event loop, what has ended already.
     void collect() { QCoreApplication::sendPostedEvents(&here_, QEvent::MetaCall); }
-    /// Asks the work to give up, without waiting until it does.
-    void hurry() { thread_.request_stop(); }
 
   private:
     void deliver(Value value) {

@@ -1,12 +1,14 @@
 #include "platform/linux/system/NetlinkPathMonitor.h"
 
-#include "platform/linux/system/RouteMessages.h"
+#include "platform/linux/system/NetlinkAttributes.h"
+
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <span>
 #include <utility>
 
 namespace skylet {
@@ -18,35 +20,21 @@ using namespace std::chrono_literals;
 // A network that comes or goes sends a burst of messages; they count as one change.
 constexpr auto gatheringTime = 100ms;
 constexpr auto retryInterval = 1s;
-// Some microseconds each: in a flood of messages the event loop still has its turn every millisecond or two.
+// A microsecond or two each: in a flood of messages the event loop still has its turn every millisecond.
 constexpr int messagesPerTurn = 256;
 // What the kernel sends is one page at most.
 constexpr std::size_t eventSize = 8192;
 
-// Addresses and next-hop objects are listened to because routes, or their preferred source, vanish with them without a
-// route message.
-constexpr std::array groups = {RTNLGRP_LINK, RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_IFADDR,
-                               RTNLGRP_IPV6_IFADDR};
+// Links, addresses and next-hop objects are listened to because routes, or their source address, vanish with them
+// without a route message.
+constexpr std::array groups = {RTNLGRP_LINK,        RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_IFADDR,
+                               RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_RULE,  RTNLGRP_IPV6_RULE};
 // Linux 5.3 and later.
 constexpr auto recentGroup = RTNLGRP_NEXTHOP;
 
-/// Whether any message of the datagram can mean another way out.
-bool datagramConcernsDefaultRoutes(std::span<const char> datagram) {
-    int left = static_cast<int>(datagram.size());
-    const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data());
-    while (mnl_nlmsg_ok(message, left)) {
-        if (concernsDefaultRoutes(*message)) {
-            return true;
-        }
-        message = mnl_nlmsg_next(message, &left);
-    }
-    return false;
-}
-
 } // namespace
 
-NetlinkPathMonitor::NetlinkPathMonitor(NetworkEpoch& epoch)
-    : epoch_(epoch), snapshot_([this](std::optional<PathState> state) { snapshotTaken(std::move(state)); }) {
+NetlinkPathMonitor::NetlinkPathMonitor(NetworkEpoch& epoch) : epoch_(epoch) {
     QObject::connect(&eventReadable_, &QSocketNotifier::activated, &eventReadable_, [this] { readEvents(); });
     nextLook_.setSingleShot(true);
     nextLook_.setTimerType(Qt::PreciseTimer);
@@ -56,16 +44,13 @@ NetlinkPathMonitor::NetlinkPathMonitor(NetworkEpoch& epoch)
 void NetlinkPathMonitor::start(UpdateHandler handler) {
     cancel();
     handler_ = std::move(handler);
-    look();
+    lookIn(0ms);
 }
 
 void NetlinkPathMonitor::cancel() {
-    eventReadable_.setEnabled(false);
-    events_.reset();
+    stopListening();
     nextLook_.stop();
-    snapshot_.abandon();
-    reported_ = false;
-    last_.reset();
+    reported_.reset();
 }
 
 void NetlinkPathMonitor::listen() {
@@ -82,6 +67,12 @@ void NetlinkPathMonitor::listen() {
     eventReadable_.setEnabled(true);
 }
 
+void NetlinkPathMonitor::stopListening() {
+    eventReadable_.setEnabled(false);
+    events_.reset();
+    links_.clear();
+}
+
 void NetlinkPathMonitor::readEvents() {
     alignas(nlmsghdr) std::array<char, eventSize> buffer; // NOLINT: filled by the kernel
     for (int count = 0; count < messagesPerTurn; ++count) {
@@ -89,10 +80,33 @@ void NetlinkPathMonitor::readEvents() {
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
             return;
         }
-        // ENOBUFS: the kernel had more to say than the socket holds. That, too, only means that something happened.
-        if (size < 0 || datagramConcernsDefaultRoutes(std::span(buffer).first(static_cast<std::size_t>(size)))) {
-            lookIn(gatheringTime);
+        lookIn(gatheringTime);
+        if (size < 0) {
+            // ENOBUFS: the kernel had more to say than the socket holds. What it still holds is older than what is
+            // lost.
+            stopListening();
+            return;
         }
+        int left = static_cast<int>(size);
+        for (const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data()); mnl_nlmsg_ok(message, left);
+             message = mnl_nlmsg_next(message, &left)) {
+            hear(*message);
+        }
+    }
+}
+
+void NetlinkPathMonitor::hear(const nlmsghdr& message) {
+    const bool aboutLink = message.nlmsg_type == RTM_NEWLINK || message.nlmsg_type == RTM_DELLINK;
+    const auto* link = aboutLink ? netlink::fixedPart<ifinfomsg>(message) : nullptr;
+    // Other families: the link's place in a bridge, which it may leave and live on.
+    if (link == nullptr || link->ifi_family != AF_UNSPEC) {
+        return;
+    }
+    const auto interface = static_cast<std::uint32_t>(link->ifi_index);
+    if (message.nlmsg_type == RTM_NEWLINK) {
+        links_[interface] = link->ifi_flags;
+    } else {
+        links_.erase(interface);
     }
 }
 
@@ -106,37 +120,22 @@ void NetlinkPathMonitor::lookIn(std::chrono::milliseconds delay) {
 // Listens before it looks: what happens in between is then heard of.
 void NetlinkPathMonitor::look() {
     listen();
-    if (snapshot_.isUnderWay()) {
-        lookIn(gatheringTime);
-    } else {
-        snapshot_.take();
-    }
-}
-
-void NetlinkPathMonitor::snapshotTaken(std::optional<PathState> state) {
-    if (!state || !events_) {
+    const PathState state = currentPath(links_);
+    if (!events_ || !state.isKnown()) {
         lookIn(retryInterval);
     }
-    if (!state) {
-        if (!reported_) {
-            report(true);
-        }
-        return;
-    }
-    if (last_ != state) {
-        const bool satisfied = state->satisfied;
-        last_ = std::move(state);
-        report(satisfied);
+    if (reported_ != state) {
+        report(state);
     }
 }
 
-/// The last thing each of its callers does: the handler may cancel.
-void NetlinkPathMonitor::report(bool satisfied) {
+/// The last thing its caller does: the handler may cancel.
+void NetlinkPathMonitor::report(const PathState& state) {
     if (reported_) {
         epoch_.advance();
     }
-    reported_ = true;
-    handler_(satisfied);
+    reported_ = state;
+    handler_(state.isSatisfied());
 }
 
 } // namespace skylet

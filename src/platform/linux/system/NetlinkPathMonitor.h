@@ -2,8 +2,8 @@
 
 #include "platform/NetworkEpoch.h"
 #include "platform/PathMonitor.h"
+#include "platform/linux/system/CurrentPath.h"
 #include "platform/linux/system/NetlinkSocket.h"
-#include "platform/linux/system/PathSnapshot.h"
 
 #include <QSocketNotifier>
 #include <QTimer>
@@ -13,10 +13,10 @@
 
 namespace skylet {
 
-/// The default routes of the process's network namespace, watched over rtnetlink. The kernel's messages only say that
-/// something happened; what is true then is read anew each time, so a lost message cannot leave a wrong picture behind.
-/// Where the system gives no netlink socket it reports "satisfied" once, leaves the judgement to the probes and keeps
-/// trying.
+/// The way out of the process's network namespace. The kernel's messages about links, addresses, routes and rules only
+/// say that something happened; which way packets would leave then is asked anew each time, so a lost message cannot
+/// leave a wrong picture behind. Where the system gives no netlink socket it reports "satisfied" once, leaves the
+/// judgement to the probes and keeps trying.
 class NetlinkPathMonitor : public PathMonitor {
   public:
     /// `epoch` is advanced right before each report except the first, and outlives the monitor.
@@ -27,21 +27,20 @@ class NetlinkPathMonitor : public PathMonitor {
 
   private:
     void listen();
+    void stopListening();
     void readEvents();
+    void hear(const nlmsghdr& message);
     void lookIn(std::chrono::milliseconds delay);
     void look();
-    void snapshotTaken(std::optional<PathState> state);
-    void report(bool satisfied);
+    void report(const PathState& state);
 
     NetworkEpoch& epoch_;
     UpdateHandler handler_;
     std::optional<NetlinkSocket> events_;
     QSocketNotifier eventReadable_{QSocketNotifier::Read};
     QTimer nextLook_;
-    PathSnapshot snapshot_;
-    bool reported_ = false;
-    /// What was reported last; absent as well when it was only assumed.
-    std::optional<PathState> last_;
+    LinkFlags links_;
+    std::optional<PathState> reported_;
 };
 
 } // namespace skylet

@@ -13,13 +13,13 @@ namespace {
 
 // The kernel answers while it takes the request in; whoever has to wait this long will not get an answer at all.
 constexpr timeval patience{.tv_sec = 0, .tv_usec = 200'000};
-// Room for a header, the largest fixed part and an attribute.
+// Room for a header, the largest fixed part and an address.
 constexpr std::size_t requestSize = 64;
 
-nlmsghdr* beginRequest(std::span<char> buffer, std::uint16_t type) {
+nlmsghdr* beginRequest(std::span<char> buffer, std::uint16_t type, std::uint16_t flags) {
     nlmsghdr* header = mnl_nlmsg_put_header(buffer.data());
     header->nlmsg_type = type;
-    header->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    header->nlmsg_flags = flags;
     return header;
 }
 
@@ -46,14 +46,19 @@ bool NetlinkSocket::join(rtnetlink_groups group) {
 
 bool NetlinkSocket::requestLinks() {
     alignas(nlmsghdr) std::array<char, requestSize> buffer{};
-    mnl_nlmsg_put_extra_header(beginRequest(buffer, RTM_GETLINK), sizeof(ifinfomsg));
+    mnl_nlmsg_put_extra_header(beginRequest(buffer, RTM_GETLINK, NLM_F_REQUEST | NLM_F_DUMP), sizeof(ifinfomsg));
     return request(buffer);
 }
 
-bool NetlinkSocket::requestRoutes() {
+bool NetlinkSocket::requestRoute(std::uint8_t family, std::span<const std::uint8_t> destination, std::uint32_t flags) {
     alignas(nlmsghdr) std::array<char, requestSize> buffer{};
-    mnl_nlmsg_put_extra_header(beginRequest(buffer, RTM_GETROUTE), sizeof(rtmsg));
-    return request(buffer);
+    nlmsghdr* header = beginRequest(buffer, RTM_GETROUTE, NLM_F_REQUEST);
+    auto* route = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(header, sizeof(rtmsg)));
+    route->rtm_family = family;
+    route->rtm_dst_len = static_cast<std::uint8_t>(destination.size() * 8);
+    route->rtm_flags = flags;
+    return mnl_attr_put_check(header, buffer.size(), RTA_DST, destination.size(), destination.data()) &&
+           request(buffer);
 }
 
 bool NetlinkSocket::request(std::span<char> message) {
@@ -64,6 +69,14 @@ bool NetlinkSocket::request(std::span<char> message) {
 
 ssize_t NetlinkSocket::receive(std::span<char> buffer) {
     return mnl_socket_recvfrom(socket_.get(), buffer.data(), buffer.size());
+}
+
+const nlmsghdr* NetlinkSocket::answer(std::span<const char> datagram) const {
+    const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data());
+    return mnl_nlmsg_ok(message, static_cast<int>(datagram.size())) && mnl_nlmsg_seq_ok(message, sequence_) &&
+                   mnl_nlmsg_portid_ok(message, mnl_socket_get_portid(socket_.get()))
+               ? message
+               : nullptr;
 }
 
 NetlinkSocket::Progress NetlinkSocket::read(std::span<const char> datagram, mnl_cb_t callback, void* data) const {

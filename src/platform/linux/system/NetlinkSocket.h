@@ -14,9 +14,10 @@
 
 namespace skylet {
 
-/// A socket to the kernel's tables of links and routes (rtnetlink(7)) in the network namespace of the calling thread.
-/// It asks for whole tables and hears of changes; it never changes anything. To hear never takes long. To ask may: the
-/// kernel lets whoever reads a table wait, without a limit, while anybody on the system sets up or removes interfaces.
+/// A socket to the kernel's links and routes (rtnetlink(7)) in the network namespace of the calling thread. It asks,
+/// and hears of changes; it never changes anything. To hear, and to ask for one route, never takes long. To ask for the
+/// links may: the kernel lets whoever does wait, without a limit, while anybody on the system sets up or removes
+/// interfaces.
 class NetlinkSocket {
   public:
     enum class Mode { blocking, nonBlocking };
@@ -42,12 +43,15 @@ class NetlinkSocket {
     /// Hears from now on of the changes in `group`. False: the kernel does not know the group.
     bool join(rtnetlink_groups group);
     int descriptor() const { return mnl_socket_get_fd(socket_.get()); }
-    /// Asks for all links. May wait. One table at a time: the next may be asked for once this one is complete.
+    /// Asks for all links. May wait. One thing at a time: the next may be asked for once this is complete.
     bool requestLinks();
-    /// Asks for the routes of all families. May wait.
-    bool requestRoutes();
+    /// Asks which way a packet to `destination`, an address of the family AF_INET or AF_INET6, would leave. `flags`:
+    /// RTM_F_*. The answer has come in when this returns.
+    bool requestRoute(std::uint8_t family, std::span<const std::uint8_t> destination, std::uint32_t flags);
     /// The size of the next datagram; negative, with `errno` set, when there is none.
     ssize_t receive(std::span<char> buffer);
+    /// The datagram's message when it answers what was asked for last, else null.
+    const nlmsghdr* answer(std::span<const char> datagram) const;
     /// Reads the requested table to its end, of a blocking socket; may wait. Gives up as `failed` once `stop` is
     /// requested.
     template <typename Consumer>
