@@ -35,6 +35,7 @@ SERVER_ADDRESSES = [*ENDPOINT_ADDRESSES, *ENDPOINT_IPV6_ADDRESSES, *OTHER_ENDPOI
                     *DNS_ADDRESSES, DNS_IPV6_ADDRESS]
 CLIENT_IPV6_ADDRESS, GATEWAY_IPV6_ADDRESS = "2001:db8::2", "2001:db8::1"
 IPV4_ADDRESSES, IPV6_ADDRESSES = ([address for address in SERVER_ADDRESSES if (":" in address) == v6] for v6 in (False, True))
+HALVES = ("0.0.0.0/1", "128.0.0.0/1")
 
 # a project that itself stands below /tmp must not vanish behind a namespace's own /tmp
 PROJECT_FOLDERS = {path.parts[2] for path in (Path(__file__), settings.PROGRAM, settings.LINK, settings.SPEED_SERVER, settings.SPEEDTEST,
@@ -118,6 +119,23 @@ class Link(Tool):
     def remove_default_route(self, metric=100):
         self.client.ip(f"route delete default via {self.gateway} dev {self.device} metric {metric}")
 
+    def cover_everything(self):
+        """As a VPN does that leaves the default route in its place: two routes, each to one half of all addresses."""
+        for half in HALVES:
+            self.client.ip(f"route add {half} via {self.gateway} dev {self.device}")
+
+    def uncover(self):
+        for half in HALVES:
+            self.client.ip(f"route delete {half} via {self.gateway} dev {self.device}")
+
+    def add_policy_route(self, table=100):
+        """A default route in a table of its own, and the rule by which everything looks there first."""
+        self.client.ip(f"route add default via {self.gateway} dev {self.device} table {table}")
+        self.client.ip(f"rule add from all lookup {table}")
+
+    def remove_policy_rule(self, table=100):
+        self.client.ip(f"rule delete from all lookup {table}")
+
     def reset(self):
         """Counters and trace begin anew."""
         self.ask("reset")
@@ -199,6 +217,10 @@ class Network:
     def add_usb0(self):
         """A second link, without a default route."""
         return self._add_link("usb0", "192.0.2.130", "192.0.2.129")
+
+    def add_tunnel(self):
+        """A VPN's device, tun0, without a route. What enters it takes a wire of its own to the servers, not wlan0's."""
+        return self._add_link("tun0", "192.0.2.194", "192.0.2.193")
 
     def _add_link(self, device, near, gateway):
         return self._stack.enter_context(Link(self.client, self.server, device, near, gateway))

@@ -1,4 +1,4 @@
-"""The default routes of the kernel, the moment they change."""
+"""The way that the kernel sends packets, the moment it changes."""
 
 import time
 
@@ -70,6 +70,97 @@ def test_a_default_route_that_moves_is_checked_at_once_over_the_new_interface(la
     lab.area.wait_for("green", 1, since=yellow.time)
 
 
+def test_a_tunnel_over_a_live_path_is_checked_at_once_and_so_is_its_end(lab):
+    tunnel = lab.network.add_tunnel()
+    lab.start()
+    time.sleep(0.5)  # nothing is under way any more
+    covered = time.monotonic()
+    tunnel.cover_everything()
+    assert source(lab, requested_within(lab, covered, 0.5))["address"] == tunnel.near
+    lab.area.wait_for("green", 1, since=lab.area.wait_for("yellow", 0.5, since=covered).time)
+    time.sleep(0.5)
+    gone = time.monotonic()
+    lab.network.client.ip("link delete tun0")
+    assert source(lab, requested_within(lab, gone, 0.5))["address"] == lab.link.near
+    lab.area.wait_for("green", 1, since=lab.area.wait_for("yellow", 0.5, since=gone).time)
+    assert "red" not in [colour for _, colour in lab.area.dots(covered)]
+
+
+def test_a_tunnel_that_covers_everything_is_a_way_out_without_a_default_route(lab):
+    tunnel = lab.network.add_tunnel()
+    lab.start()
+    tunnel.cover_everything()
+    time.sleep(0.5)
+    removed = time.monotonic()
+    lab.link.remove_default_route()
+    time.sleep(6)
+    assert [colour for _, colour in lab.area.dots(removed)] == ["green"]
+    lab.area.click("Check Connection Now")
+    clicked = time.monotonic()
+    assert source(lab, requested_within(lab, clicked, 0.5))["address"] == tunnel.near
+    uncovered = time.monotonic()
+    tunnel.uncover()
+    lab.area.wait_for("red", 0.25, since=uncovered)
+
+
+@pytest.mark.parametrize("way", ["half routes", "policy"])
+def test_a_start_without_a_default_route_of_the_main_table_is_green_where_another_way_leads_out(lab, way):
+    tunnel = lab.network.add_tunnel()
+    lab.link.remove_default_route()
+    if way == "policy":
+        tunnel.add_policy_route()
+    else:
+        tunnel.cover_everything()
+    lab.start()
+    assert source(lab, lab.servers.requests()[0])["address"] == tunnel.near
+
+
+def test_a_rule_decides_whether_a_table_is_a_way_out(lab):
+    lab.link.remove_default_route()
+    lab.link.add_policy_route()
+    lab.start()
+    removed = time.monotonic()
+    lab.link.remove_policy_rule()
+    lab.area.wait_for("red", 0.25, since=removed)
+    lab.network.client.ip("rule add from all lookup 100")
+    lab.area.wait_for("green", 1)
+
+
+def test_a_rule_that_sends_packets_another_way_makes_new_connections(lab):
+    usb0 = lab.network.add_usb0()
+    lab.start()
+    time.sleep(0.5)
+    moved = time.monotonic()
+    usb0.add_policy_route()
+    assert source(lab, requested_within(lab, moved, 0.5))["address"] == usb0.near
+    lab.area.wait_for("green", 1, since=lab.area.wait_for("yellow", 0.5, since=moved).time)
+
+
+@pytest.mark.parametrize("kind", ["unreachable", "blackhole", "prohibit"])
+def test_a_default_route_that_refuses_is_red_at_once(lab, kind):
+    lab.start()
+    refused = time.monotonic()
+    lab.network.client.ip(f"route add {kind} default metric 50")
+    lab.area.wait_for("red", 0.25, since=refused)
+    time.sleep(1)
+    assert lab.area.dots(refused)[-1][1] == "red"
+    lab.network.client.ip(f"route delete {kind} default metric 50")
+    lab.area.wait_for("green", 1)
+
+
+def test_a_new_address_behind_the_same_gateway_makes_new_connections(lab):
+    lab.start()
+    time.sleep(0.5)
+    changed = time.monotonic()
+    lab.network.client.ip("address add 192.0.2.3/28 dev wlan0")
+    lab.network.client.ip(f"address delete {lab.link.near}/29 dev wlan0")
+    connection = source(lab, requested_within(lab, changed, 0.5))
+    assert connection["address"] == "192.0.2.3"
+    assert connection["time"] > changed
+    lab.area.wait_for("green", 1, since=lab.area.wait_for("yellow", 0.5, since=changed).time)
+    assert "red" not in [colour for _, colour in lab.area.dots(changed)]
+
+
 def test_a_dead_ipv6_route_does_not_stand_in_the_way_of_ipv4(lab):
     lab.network.add_dead_ipv6()
     green = lab.start()
@@ -79,7 +170,7 @@ def test_a_dead_ipv6_route_does_not_stand_in_the_way_of_ipv4(lab):
     assert [colour for _, colour in lab.area.dots(green.time)] == ["green"]
 
 
-def test_routes_other_than_the_default_are_none_of_its_business(lab):
+def test_routes_to_other_places_are_none_of_its_business(lab):
     lab.start()
     began = time.monotonic()
     for number in range(50):
