@@ -4,8 +4,9 @@
 
 namespace skylet {
 
-/// Counts the networks the program has lived through. A monitor advances it when the network may be another one (a
-/// route changed, the system woke up); a transport that finds it advanced throws away what it kept from before.
+/// Counts the networks the program has lived through. A monitor advances it when the network may be another one
+/// (packets leave another way, the system woke up); a transport that finds it advanced throws away what it kept from
+/// before.
 class NetworkEpoch {
   public:
     std::uint64_t current() const { return current_; }

@@ -4,16 +4,17 @@
 
 namespace skylet {
 
-/// Watches whether the system has a usable way out: a default route through a link that is up and running. It says
-/// nothing of whether anything answers at the other end.
+/// Watches which way the system would send packets to the Internet, and whether there is one: a route through a link
+/// that is up and has its carrier. It says nothing of whether anything answers at the other end.
 class PathMonitor {
   public:
-    /// `satisfied`: a usable default route exists.
+    /// `satisfied`: there is a way, or it cannot be told.
     using UpdateHandler = std::function<void(bool satisfied)>;
 
     virtual ~PathMonitor() = default;
-    /// Reports once soon after the start, and again on each change of any default route, also when `satisfied` is the
-    /// same as before. Every report arrives on the main thread from the event loop, never from inside `start`.
+    /// Reports once soon after the start, and again whenever packets leave another way (interface, gateway or source
+    /// address), also when `satisfied` is the same as before. Every report arrives on the main thread from the event
+    /// loop, never from inside `start`.
     virtual void start(UpdateHandler handler) = 0;
     /// No report arrives after it. Harmless when repeated.
     virtual void cancel() = 0;
