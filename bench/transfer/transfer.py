@@ -37,11 +37,9 @@ class Loopback:
         with self.body.open("wb") as file:
             file.truncate(GIGABYTE)
 
-    def commands(self, way, protocol):
+    def commands(self, way):
         """The same transfer by the program's code and by curl."""
-        version = {"h2": "--http2", "http/1.1": "--http1.1"}[protocol]
-        self.server.speak(protocol)
-        curl = ["curl", "-sS", "-o", "/dev/null", version]
+        curl = ["curl", "-sS", "-o", "/dev/null", "--http1.1"]
         if way == "down":
             url = f"{HOST}/__down?bytes={GIGABYTE}"
             return [BENCH, way, url], [*curl, url]
@@ -59,24 +57,23 @@ class Loopback:
         return taken, usage.ru_utime + usage.ru_stime
 
 
-def measure(loopback, way, protocol):
+def measure(loopback, way):
     """Rounds of both by turns, so that both meet the same machine."""
-    commands = loopback.commands(way, protocol)
+    commands = loopback.commands(way)
     idle = statistics.median(loopback.run(["true"])[0] for _ in range(ROUNDS))
     runs = [[loopback.run(command) for command in commands] for _ in range(ROUNDS)]
     (ours, our_cpu), (theirs, their_cpu) = ([statistics.median(column) for column in zip(*side)] for side in zip(*runs))
     gbit = [GIGABYTE * 8e-9 / (taken - idle) for taken in (ours, theirs)]
-    print(f"{way:6}{protocol:10}{our_cpu:12.3f}{their_cpu:10.3f}{our_cpu / their_cpu:8.2f}"
+    print(f"{way:6}{our_cpu:12.3f}{their_cpu:10.3f}{our_cpu / their_cpu:8.2f}"
           f"{gbit[0]:16.2f}{gbit[1]:10.2f}{gbit[0] / gbit[1]:8.2f}", flush=True)
 
 
 def main():
-    print(f"{'':16}{'CPU s per GB':>12}{'curl':>10}{'ratio':>8}{'Gbit/s':>16}{'curl':>10}{'ratio':>8}")
+    print(f"{'':6}{'CPU s per GB':>12}{'curl':>10}{'ratio':>8}{'Gbit/s':>16}{'curl':>10}{'ratio':>8}")
     with tempfile.TemporaryDirectory(prefix=f"{network.PREFIX}-{os.getpid()}-", dir=network.RUN) as folder, ExitStack() as stack:
         loopback = Loopback(Authority(folder, [settings.SPEEDTEST_HOST]), stack)
         for way in WAYS:
-            for protocol in ("h2", "http/1.1"):
-                measure(loopback, way, protocol)
+            measure(loopback, way)
 
 
 if __name__ == "__main__":

@@ -34,10 +34,8 @@ def test_both_results_are_the_bytes_that_the_server_counted(lab, mbit, rtt_ms):
         assert 0.5 * mbit < phase["result"] < mbit, "no more than the link carries, and no less than a slow start leaves of it"
 
 
-@pytest.mark.parametrize("protocol", ["h2", "http/1.1"])
-def test_a_slow_upload_is_smooth_and_never_ahead_of_the_network(lab, protocol):
+def test_a_slow_upload_is_smooth_and_never_ahead_of_the_network(lab):
     speed = lab.serve_speed_test()
-    speed.speak(protocol)
     lab.link.set(rtt_ms=20, rate_kbit=2000)
     result = lab.run_speed_test()
     series = [(moment, count) for moment, count in result["up"]["series"] if moment > result["up"]["began"] + 1]
@@ -46,11 +44,9 @@ def test_a_slow_upload_is_smooth_and_never_ahead_of_the_network(lab, protocol):
     assert agreement(lab, speed, result, "up", 20) == pytest.approx(1, abs=0.03)
 
 
-@pytest.mark.parametrize("protocol", ["h2", "http/1.1"])
 @pytest.mark.parametrize("mbit", [2, 20])
-def test_what_the_deadline_cut_off_is_soon_off_the_wire(lab, mbit, protocol):
+def test_what_the_deadline_cut_off_is_soon_off_the_wire(lab, mbit):
     speed = lab.serve_speed_test()
-    speed.speak(protocol)
     lab.link.set(rtt_ms=60, rate_kbit=mbit * 1000)
     result = lab.run_speed_test(1)
     packets = [packet for packet in lab.link.trace() if packet["far"] == network.SPEEDTEST_ADDRESS]
@@ -62,10 +58,8 @@ def test_what_the_deadline_cut_off_is_soon_off_the_wire(lab, mbit, protocol):
     assert speed.connections() == 2, "a cut-off connection carries nothing more"
 
 
-@pytest.mark.parametrize("protocol", ["h2", "http/1.1"])
-def test_a_download_that_came_whole_leaves_its_connection_to_the_upload(lab, protocol):
+def test_a_download_that_came_whole_leaves_its_connection_to_the_upload(lab):
     speed = lab.serve_speed_test()
-    speed.speak(protocol)
     result = lab.run_speed_test()
     assert result["down"]["bytes"] == 40_000_000
     assert result["up"]["bytes"] == 20_000_000

@@ -14,9 +14,9 @@
 
 namespace skylet {
 
-/// Large transfers over libcurl on the Qt event loop, HTTP/2 where the server speaks it. A connection carries one
-/// transfer at a time. One whose transfer ended by itself is kept a moment for the next transfer; any other is closed
-/// hard, so that the kernel sends nothing more of it.
+/// Large transfers over libcurl on the Qt event loop, by HTTP/1.1: a connection carries one transfer at a time. One
+/// whose transfer ended by itself is kept a moment for the next transfer; any other is closed hard, so that the kernel
+/// sends nothing more of it.
 class CurlBulkTransferSession final : public BulkTransferSession {
   public:
     /// Bytes are reported this often: smooth on a gauge, and cheap at any speed.

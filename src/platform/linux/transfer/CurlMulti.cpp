@@ -145,7 +145,6 @@ CurlMulti::CurlMulti(NameResolver& names, Settings settings, DoneHandler done)
     timer_.setSingleShot(true);
     timer_.setTimerType(Qt::PreciseTimer);
     timer_.callOnTimeout([this] { act(CURL_SOCKET_TIMEOUT, 0); });
-    curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(settings_.connections));
     curl_multi_setopt(multi_.get(), CURLMOPT_SOCKETFUNCTION, &CurlMulti::watchSocket);
     curl_multi_setopt(multi_.get(), CURLMOPT_SOCKETDATA, this);
     curl_multi_setopt(multi_.get(), CURLMOPT_TIMERFUNCTION, &CurlMulti::setTimer);

@@ -32,11 +32,7 @@ class CurlMulti {
     using DoneHandler = std::function<void(CURL* handle, CURLcode result)>;
     using SteadyClock = std::chrono::steady_clock;
 
-    /// How many transfers a connection may carry at once.
-    enum class Connections : long { shared = CURLPIPE_MULTIPLEX, exclusive = CURLPIPE_NOTHING };
-
     struct Settings {
-        Connections connections = Connections::shared;
         /// Of each connection's socket, as SO_RCVBUF takes it (socket(7)); absent: as the system has it.
         std::optional<int> receiveBufferBytes;
         /// Grows whenever a transfer gets anywhere; asked at each TLS record that arrives. Absent: whenever one ends.
