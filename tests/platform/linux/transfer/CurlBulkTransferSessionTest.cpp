@@ -168,6 +168,11 @@ class CurlBulkTransferSessionTest : public testing::Test {
         return {};
     }
 
+    /// The share of TLS in what is not read yet is an estimate; only at a normal end is the count exact.
+    static void expectAbout(std::int64_t bytes, std::int64_t expected) {
+        EXPECT_NEAR(static_cast<double>(bytes), static_cast<double>(expected), 1000);
+    }
+
     /// The share of a processor that this process takes in the next while.
     double processorShare(std::chrono::milliseconds time) {
         const auto before = processorTime();
@@ -483,7 +488,7 @@ TEST_F(CurlBulkTransferSessionTest, TheRequestLimitIsForHowLongNothingMoves) {
     const auto up = session->upload(test::SpeedServer::up(), "text/plain", zeroBody(20'000'000), Seconds(2.5));
     EXPECT_EQ(finish(down).end, End::failed);
     EXPECT_GE(since.elapsed(), 1100) << "a second of moving, and the limit";
-    EXPECT_EQ(told(down).received, 200'000);
+    expectAbout(told(down).received, 200'000);
     EXPECT_TRUE(told(up).results.empty()) << "the request's own limit takes the place of the session's";
     EXPECT_EQ(finish(up).end, End::failed);
     EXPECT_GE(since.elapsed(), 2500);
@@ -649,7 +654,7 @@ TEST_F(HostileServerTest, ABodyThatEndsTooSoonIsNoWholeAnswer) {
     server->set(QStringLiteral("down"), deed(500'000, "close"));
     const auto task = session->download(test::SpeedServer::down(1'000'000));
     EXPECT_EQ(finish(task).end, End::failed);
-    EXPECT_EQ(told(task).received, 500'000);
+    expectAbout(told(task).received, 500'000);
 }
 
 TEST_F(HostileServerTest, WhatIsNotHttpFailsWithoutAStatus) {
