@@ -53,7 +53,7 @@ int main(int argc, char** argv) {
     const Seconds limit(600);
     const auto epoch = std::make_shared<NetworkEpoch>();
     const auto names = std::make_shared<NameResolver>(std::make_shared<SystemClock>(), epoch);
-    CurlBulkTransferSession session({limit, limit}, epoch, names, counter);
+    CurlBulkTransferSession session({limit, limit}, epoch, names, counter, {});
     const QUrl url(QString::fromUtf8(argv[2]));
     const auto start = std::chrono::steady_clock::now();
     if (argc > 3) {

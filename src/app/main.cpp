@@ -1,5 +1,6 @@
 #include "app/RepeatingTimer.h"
 #include "app/Skylet.h"
+#include "app/WaysOut.h"
 #include "connectivity/ConnectivityEngine.h"
 #include "connectivity/HTTPConnectivityProbe.h"
 #include "platform/NetworkEpoch.h"
@@ -45,11 +46,13 @@ std::unique_ptr<ConnectivityEngine> makeEngine(const std::shared_ptr<const Clock
 
 SpeedTestFactory makeSpeedTest(const std::shared_ptr<const Clock>& clock,
                                const std::shared_ptr<const NetworkEpoch>& epoch,
-                               const std::shared_ptr<NameResolver>& names) {
-    return [clock, epoch, names] {
+                               const std::shared_ptr<NameResolver>& names, InterfaceCounters& counters) {
+    return [clock, epoch, names, &counters] {
         return std::make_unique<SpeedTestController>(
-            [epoch, names](const SessionConfiguration& configuration, BulkTransferDelegate& delegate) {
-                return std::make_unique<CurlBulkTransferSession>(configuration, epoch, names, delegate);
+            [epoch, names, &counters](const SessionConfiguration& configuration, BulkTransferDelegate& delegate) {
+                return std::make_unique<CurlBulkTransferSession>(
+                    configuration, epoch, names, delegate,
+                    [waysOut = WaysOut(counters)]() mutable { return waysOut.sentBytes(); });
             },
             *clock);
     };
@@ -97,7 +100,7 @@ int main(int argc, char** argv) {
                    .clock = *clock,
                    .repeatingTimer = repeatingTimer,
                    .oneShotTimer = ConnectivityEngine::commonTimer,
-                   .makeSpeedTest = makeSpeedTest(clock, epoch, names),
+                   .makeSpeedTest = makeSpeedTest(clock, epoch, names, interfaceCounters),
                    .windows = windows},
                   makeEngine(clock, epoch, names), launchAgent());
     // Quit, the end of the session or of its bus, and the signals all leave the event loop this way.

@@ -34,14 +34,19 @@ std::string_view text(const nlattr& attribute) {
     return all.substr(0, all.find('\0'));
 }
 
-bool isOfStackedKind(const nlattr& linkInfo) {
-    bool result = false;
-    forEachAttribute(payload(linkInfo), [&result](const nlattr& attribute) {
+bool isStackedKind(std::string_view kind) {
+    return std::find(stackedKinds.begin(), stackedKinds.end(), kind) != stackedKinds.end();
+}
+
+/// Views into the message; empty where it does not say.
+std::string_view kindOf(const nlattr& linkInfo) {
+    std::string_view kind;
+    forEachAttribute(payload(linkInfo), [&kind](const nlattr& attribute) {
         if (mnl_attr_get_type(&attribute) == IFLA_INFO_KIND) {
-            result = std::find(stackedKinds.begin(), stackedKinds.end(), text(attribute)) != stackedKinds.end();
+            kind = text(attribute);
         }
     });
-    return result;
+    return kind;
 }
 
 } // namespace
@@ -70,7 +75,8 @@ std::optional<LinkChange> parseLinkChange(const nlmsghdr& message) {
             lowerLinkIsElsewhere = true;
             break;
         case IFLA_LINKINFO:
-            link.bundlesOrWraps = isOfStackedKind(attribute);
+            link.bundlesOrWraps = isStackedKind(kindOf(attribute));
+            link.isTun = kindOf(attribute) == "tun";
             break;
         case IFLA_WIRELESS:
             isPartial = true;
@@ -101,6 +107,11 @@ void apply(const LinkChange& change, LinkTable& links) {
 bool isStacked(std::uint32_t interface, const LinkTable& links) {
     const auto found = links.find(interface);
     return found != links.end() && (found->second.bundlesOrWraps || links.count(found->second.lower) != 0);
+}
+
+bool isTun(std::uint32_t interface, const LinkTable& links) {
+    const auto found = links.find(interface);
+    return found != links.end() && found->second.isTun;
 }
 
 } // namespace skylet

@@ -14,6 +14,8 @@ struct Link {
     std::uint32_t lower = 0;
     /// Of a kind that bundles other links or wraps what it carries, although the kernel names none of them.
     bool bundlesOrWraps = false;
+    /// A TUN or TAP device: its other end is a program.
+    bool isTun = false;
 };
 
 /// The links of one network namespace by their interface index.
@@ -34,5 +36,8 @@ void apply(const LinkChange& change, LinkTable& links);
 /// Whether the bytes of `interface` are counted at another link of the table too. One that is not in the table is not
 /// stacked; nor is one whose lower link has left the namespace, of which the kernel says nothing further.
 bool isStacked(std::uint32_t interface, const LinkTable& links);
+
+/// Whether the other end of `interface` is a program. Of one that is not in the table that is not known: no.
+bool isTun(std::uint32_t interface, const LinkTable& links);
 
 } // namespace skylet

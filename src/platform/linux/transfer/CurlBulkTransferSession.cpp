@@ -23,6 +23,9 @@ constexpr long sendBufferBytes = 64L * 1024;
 /// The meter is told how far reading has got after each piece of the answer, but no more often than this between two
 /// reports: that is all of them up to some 400 Mbit/s, and costs less than 1 % of a processor.
 constexpr int notesPerReport = 64;
+/// No program on this machine takes so long to acknowledge. From anybody farther away the bytes have left the machine,
+/// and nothing needs to be compared: some network cards tell what they have sent only once a second.
+constexpr std::chrono::milliseconds withinTheMachine{5};
 
 bool isSuccess(std::optional<int> status) {
     return status && *status >= 200 && *status <= 299;
@@ -101,7 +104,7 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         measure();
         arrived_ = std::max(arrived_, received_);
         if (result == CURLE_OK && isSuccess(status_) && body_ && !answeredEarly_) {
-            sent_ = handedOver_;
+            countSent(handedOver_);
         }
         // An answer that came in whole counts, even if the connection is then lost over the rest of the request.
         end_ = result == CURLE_OK || isAnswerWhole() ? End::finished : End::failed;
@@ -116,11 +119,13 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
 
     /// Asks how far the body has got.
     void measure() {
-        if (isOver()) {
+        if (isOver() || session_ == nullptr) {
             return;
         }
         if (bodyBegun_ && !lostConnection_) {
-            sent_ = std::max(sent_, uploadMeter_.acknowledged(SendProgress::of(socket_), handedOver_));
+            const auto progress = SendProgress::of(socket_);
+            isNear_ = !progress || !progress->roundTrip || *progress->roundTrip < withinTheMachine;
+            countSent(uploadMeter_.acknowledged(progress, handedOver_));
         }
         if (status_) {
             arrived_ = std::max(arrived_, arrivedBody());
@@ -183,6 +188,16 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
     }
 
     bool isBodyHandedOver() const { return handedOver_ == static_cast<std::int64_t>(body_->size); }
+
+    /// So much of the body has been taken by the other end of the connection. A proxy or a tunnel's program on this
+    /// machine takes more than it has passed on.
+    void countSent(std::int64_t taken) {
+        if (isNear_ && sentBefore_) {
+            const auto sentNow = session_->sentByMachine_();
+            taken = sentNow ? std::min(taken, *sentNow - *sentBefore_) : taken;
+        }
+        sent_ = std::max(sent_, taken);
+    }
 
     /// Of the answer's body, by its head; negative: not told.
     std::int64_t announcedLength() const {
@@ -257,6 +272,7 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
     void beginBody() {
         findSocket();
         uploadMeter_.begin(SendProgress::of(socket_));
+        sentBefore_ = session_->sentByMachine_ ? session_->sentByMachine_() : std::nullopt;
         bodyBegun_ = true;
         lostConnection_ = false;
     }
@@ -304,6 +320,10 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
     /// Known once a body has begun.
     curl_socket_t socket_ = CURL_SOCKET_BAD;
     UploadMeter uploadMeter_;
+    /// Bytes that had left the machine when the body began; absent when unknown.
+    std::optional<std::int64_t> sentBefore_;
+    /// The other end may be on this machine.
+    bool isNear_ = true;
     bool lostConnection_ = false;
     std::optional<End> end_;
 };
@@ -327,10 +347,12 @@ class CurlBulkTransferSession::Task final : public BulkTransferTask {
 
 CurlBulkTransferSession::CurlBulkTransferSession(const SessionConfiguration& configuration,
                                                  std::shared_ptr<const NetworkEpoch> epoch,
-                                                 std::shared_ptr<NameResolver> names, BulkTransferDelegate& delegate)
+                                                 std::shared_ptr<NameResolver> names, BulkTransferDelegate& delegate,
+                                                 SentByMachine sentByMachine)
     : requestLimit_(configuration.timeoutIntervalForRequest), resourceLimit_(configuration.timeoutIntervalForResource),
-      epoch_(std::move(epoch)), names_(std::move(names)), epochOfConnections_(epoch_->current()), delegate_(delegate),
-      ticking_(makeTimer(false)), reporting_(makeTimer(true)), idle_(makeTimer(true)) {
+      epoch_(std::move(epoch)), names_(std::move(names)), sentByMachine_(std::move(sentByMachine)),
+      epochOfConnections_(epoch_->current()), delegate_(delegate), ticking_(makeTimer(false)),
+      reporting_(makeTimer(true)), idle_(makeTimer(true)) {
     initializeCurl();
     ticking_->setInterval(reportInterval);
     ticking_->callOnTimeout([this] { tick(); });

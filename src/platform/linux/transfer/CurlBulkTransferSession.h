@@ -9,7 +9,9 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace skylet {
@@ -24,9 +26,15 @@ class CurlBulkTransferSession final : public BulkTransferSession {
     /// Long enough for an upload after a download; an idle connection of a high speed holds megabytes of buffers.
     static constexpr std::chrono::seconds keepConnectionsFor{5};
 
-    /// Of the two limits, the one for requests is how long nothing may move. `delegate` outlives the session.
+    /// Bytes that have left this machine so far, of whichever program; it never falls. Empty optional: unknown.
+    using SentByMachine = std::function<std::optional<std::int64_t>()>;
+
+    /// Of the two limits, the one for requests is how long nothing may move. `delegate` outlives the session. An upload
+    /// whose other end is this machine itself, a proxy or a tunnel's program, counts for no more than `sentByMachine`
+    /// has grown by meanwhile.
     CurlBulkTransferSession(const SessionConfiguration& configuration, std::shared_ptr<const NetworkEpoch> epoch,
-                            std::shared_ptr<NameResolver> names, BulkTransferDelegate& delegate);
+                            std::shared_ptr<NameResolver> names, BulkTransferDelegate& delegate,
+                            SentByMachine sentByMachine);
     ~CurlBulkTransferSession() override;
     CurlBulkTransferSession(const CurlBulkTransferSession&) = delete;
     CurlBulkTransferSession& operator=(const CurlBulkTransferSession&) = delete;
@@ -65,6 +73,7 @@ class CurlBulkTransferSession final : public BulkTransferSession {
     const Seconds resourceLimit_;
     const std::shared_ptr<const NetworkEpoch> epoch_;
     const std::shared_ptr<NameResolver> names_;
+    const SentByMachine sentByMachine_;
     std::uint64_t epochOfConnections_;
     BulkTransferDelegate& delegate_;
     TaskIdentifier lastIdentifier_ = 0;

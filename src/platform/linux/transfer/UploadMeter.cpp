@@ -11,6 +11,13 @@
 
 namespace skylet {
 
+namespace {
+
+/// Before the first one has been measured.
+constexpr std::uint32_t unknownRoundTrip = 0xffffffff;
+
+} // namespace
+
 std::optional<SendProgress> SendProgress::of(int socket) {
     int pending = 0;
     tcp_info info{};
@@ -18,9 +25,15 @@ std::optional<SendProgress> SendProgress::of(int socket) {
     if (::ioctl(socket, SIOCOUTQ, &pending) != 0 || ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) {
         return std::nullopt;
     }
-    const bool isCounted = size >= offsetof(tcp_info, tcpi_bytes_acked) + sizeof info.tcpi_bytes_acked;
-    return SendProgress{isCounted ? std::optional(static_cast<std::int64_t>(info.tcpi_bytes_acked)) : std::nullopt,
-                        pending};
+    SendProgress progress{.acknowledged = {}, .pending = pending};
+    if (size >= offsetof(tcp_info, tcpi_bytes_acked) + sizeof info.tcpi_bytes_acked) {
+        progress.acknowledged = static_cast<std::int64_t>(info.tcpi_bytes_acked);
+    }
+    const bool isTimed = size >= offsetof(tcp_info, tcpi_min_rtt) + sizeof info.tcpi_min_rtt;
+    if (isTimed && info.tcpi_min_rtt != unknownRoundTrip) {
+        progress.roundTrip = std::chrono::microseconds(info.tcpi_min_rtt);
+    }
+    return progress;
 }
 
 void UploadMeter::begin(const std::optional<SendProgress>& progress) {

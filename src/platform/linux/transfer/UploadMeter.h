@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 
@@ -11,6 +12,8 @@ struct SendProgress {
     std::optional<std::int64_t> acknowledged;
     /// Handed to the kernel, and not acknowledged.
     std::int64_t pending = 0;
+    /// The shortest round trip of late; absent where the kernel does not say.
+    std::optional<std::chrono::microseconds> roundTrip = {};
 
     /// Asks the kernel (tcp(7)). Empty for anything but a TCP socket.
     static std::optional<SendProgress> of(int socket);

@@ -6,6 +6,8 @@
 #include <linux/if_link.h>
 #include <sys/socket.h>
 
+#include <string_view>
+
 namespace skylet::test {
 
 namespace {
@@ -51,6 +53,17 @@ TEST(LinkTable, KindsThatBundleOrWrapAreStacked) {
     for (const char* kind : {"tun", "dummy", "wwan", "ifb"}) {
         EXPECT_FALSE(isStackedKind(kind)) << kind;
     }
+}
+
+TEST(LinkTable, OnlyATunDeviceLeadsToAProgram) {
+    for (const char* kind : {"tun", "dummy", "bridge", "wireguard"}) {
+        LinkTable links;
+        hear(links, about(rider).withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, kind));
+        EXPECT_EQ(isTun(rider, links), std::string_view(kind) == "tun") << kind;
+    }
+    EXPECT_FALSE(isTun(rider, portAndRider())) << "a VLAN";
+    EXPECT_FALSE(isTun(port, portAndRider())) << "of no kind";
+    EXPECT_FALSE(isTun(rider, {})) << "not known";
 }
 
 TEST(LinkTable, WhatRidesOnALinkOfThisNamespaceIsStacked) {

@@ -98,8 +98,8 @@ class CurlBulkTransferSessionTest : public testing::Test {
         makeSession();
     }
 
-    void makeSession() {
-        session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, 15s}, epoch, names, delegate);
+    void makeSession(const SessionConfiguration& configuration = {15s, 15s}) {
+        session = std::make_unique<CurlBulkTransferSession>(configuration, epoch, names, delegate, sentByMachine);
     }
 
     template <typename Condition>
@@ -199,6 +199,8 @@ class CurlBulkTransferSessionTest : public testing::Test {
     std::shared_ptr<NetworkEpoch> epoch = std::make_shared<NetworkEpoch>();
     std::shared_ptr<NameResolver> names = test::systemNames(epoch);
     std::unique_ptr<CurlBulkTransferSession> session;
+    /// Of the sessions that are made from now on.
+    CurlBulkTransferSession::SentByMachine sentByMachine;
 
     template <typename Action>
     static void forEachClientSocket(Action action) {
@@ -464,7 +466,7 @@ TEST_F(StalledServerTest, AStallCostsNoProcessorTime) {
 }
 
 TEST_F(StalledServerTest, TheResourceLimitHoldsForTheWholeTransfer) {
-    session = std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, Seconds(1)}, epoch, names, delegate);
+    makeSession({15s, Seconds(1)});
     const auto down = session->download(test::SpeedServer::down(20'000'000));
     const auto up = upload(20'000'000);
     runFor(250ms);
@@ -476,8 +478,7 @@ TEST_F(StalledServerTest, TheResourceLimitHoldsForTheWholeTransfer) {
 }
 
 TEST_F(CurlBulkTransferSessionTest, TheRequestLimitIsForHowLongNothingMoves) {
-    session =
-        std::make_unique<CurlBulkTransferSession>(SessionConfiguration{Seconds(0.3), 15s}, epoch, names, delegate);
+    makeSession({Seconds(0.3), 15s});
     server->set(QStringLiteral("down"), {{QStringLiteral("rate"), 200'000},
                                          {QStringLiteral("at"), 200'000},
                                          {QStringLiteral("deed"), QStringLiteral("stall")}});
@@ -496,8 +497,7 @@ TEST_F(CurlBulkTransferSessionTest, TheRequestLimitIsForHowLongNothingMoves) {
 
 TEST_F(CurlBulkTransferSessionTest, AServerThatAcceptsAndSaysNothingFailsAtTheLimit) {
     server->acceptSilently();
-    session =
-        std::make_unique<CurlBulkTransferSession>(SessionConfiguration{15s, Seconds(0.2)}, epoch, names, delegate);
+    makeSession({15s, Seconds(0.2)});
     const auto task = session->download(test::SpeedServer::down(1000));
     const auto result = finish(task);
     EXPECT_EQ(result.end, End::failed);
@@ -834,6 +834,57 @@ TEST_F(CurlBulkTransferSessionTest, AProxyThatRefusesGivesNoStatus) {
     EXPECT_EQ(result.end, End::failed);
     EXPECT_EQ(result.statusCode, std::nullopt);
     EXPECT_TRUE(told(task).heads.empty());
+}
+
+/// The machine itself acknowledges what is sent, as a proxy on it would.
+class NearServerTest : public CurlBulkTransferSessionTest {
+  protected:
+    void SetUp() override {
+        CurlBulkTransferSessionTest::SetUp();
+        sentByMachine = [this] { return left; };
+        makeSession();
+    }
+
+    std::optional<std::int64_t> left = 5'000'000;
+};
+
+TEST_F(NearServerTest, AnUploadUnderWayCountsForNoMoreThanHasLeftTheMachineSinceItBegan) {
+    const auto task = upload(400'000'000);
+    ASSERT_TRUE(runUntil([&] { return kernelCounts().first > 1'000'000; }));
+    runFor(60ms);
+    EXPECT_EQ(told(task).sent, 0);
+    left = *left + 300'000;
+    runFor(60ms);
+    EXPECT_EQ(told(task).sent, 300'000);
+    left = *left + 200'000;
+    task->cancel();
+    finish(task);
+    EXPECT_EQ(told(task).sent, 500'000);
+}
+
+TEST_F(NearServerTest, AnUploadThatHasBeenAnsweredCountsForNoMoreEither) {
+    delegate.onHead = [this](TaskIdentifier) { left = *left + 700'000; };
+    const auto task = upload(1'000'000);
+    EXPECT_EQ(finish(task).end, End::finished);
+    EXPECT_LE(told(task).sent, 700'000);
+}
+
+TEST_F(NearServerTest, WhereTheMachineHasSentMoreTheAcknowledgedBytesCount) {
+    sentByMachine = [this] { return left = *left + 10'000'000; };
+    makeSession();
+    server->set(QStringLiteral("up"),
+                {{QStringLiteral("at"), 100'000}, {QStringLiteral("deed"), QStringLiteral("stall")}});
+    const auto task = upload(20'000'000);
+    runFor(300ms);
+    EXPECT_GT(told(task).sent, 100'000);
+    EXPECT_LE(told(task).sent, kernelCounts().first);
+}
+
+TEST_F(NearServerTest, WhereNobodyKnowsWhatHasLeftTheAcknowledgedBytesCount) {
+    left.reset();
+    const auto task = upload(1'000'000);
+    EXPECT_EQ(finish(task).end, End::finished);
+    EXPECT_EQ(told(task).sent, 1'000'000);
 }
 
 TEST_F(CurlBulkTransferSessionTest, AnUploadIsNotHeldInMemoryTwiceNorOnce) {

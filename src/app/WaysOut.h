@@ -1,0 +1,35 @@
+#pragma once
+
+#include "platform/InterfaceCounters.h"
+
+#include <QString>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+
+namespace skylet {
+
+/// Whether what the interface sends leaves the machine there: it is up, is no loopback and rides on no other, and does
+/// not hand it to a program, a VPN's say, that sends it on over another one. What carries the user's traffic always
+/// does.
+bool leadsOut(const InterfaceCounter& interface);
+
+/// Counts what leaves the machine, over whichever interfaces and from whichever program.
+class WaysOut {
+  public:
+    /// `counters` outlives this.
+    explicit WaysOut(InterfaceCounters& counters) : counters_(counters) {}
+
+    /// Only differences between two answers tell something. They never fall, whatever interfaces come and go. Empty
+    /// optional: no interface leads out, or the system did not answer.
+    std::optional<std::int64_t> sentBytes();
+
+  private:
+    InterfaceCounters& counters_;
+    /// What each interface had sent the last time.
+    std::map<QString, std::uint64_t> last_;
+    std::int64_t sent_ = 0;
+};
+
+} // namespace skylet
