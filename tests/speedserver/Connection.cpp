@@ -146,6 +146,9 @@ Connection::Step Connection::readSome() {
         return Step::blocked;
     }
     const int size = SSL_read(ssl_.get(), buffer.data(), static_cast<int>(allowed));
+    if (size > 0) {
+        readUpTo_ = BIO_number_read(SSL_get_rbio(ssl_.get()));
+    }
     const bool isHeard = !isHostile() || isDripping() || turned_->thenServe;
     if (size > 0 && isHeard) {
         protocol_->received(std::span(buffer).first(static_cast<std::size_t>(size)));
@@ -361,8 +364,9 @@ Connection::Step Connection::outcome(int result) {
 
 void Connection::note() {
     const auto acknowledged = acknowledgedBy(socket_);
+    const auto incomplete = static_cast<std::int64_t>(BIO_number_read(SSL_get_rbio(ssl_.get())) - readUpTo_);
     for (const auto& exchange : noted_) {
-        exchange->note(acknowledged);
+        exchange->note(acknowledged, incomplete);
     }
     std::erase_if(noted_, [](const auto& exchange) { return exchange->isSettled(); });
 }

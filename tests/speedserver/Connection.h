@@ -109,6 +109,8 @@ class Connection final : public Host {
     std::string out_;
     std::size_t outWritten_ = 0;
     bool wantsWrite_ = false;
+    /// Position in what has come up to which it could be read.
+    std::uint64_t readUpTo_ = 0;
     Deed closing_ = Deed::none;
     /// Until then it lingers.
     std::optional<Time> lingersUntil_;

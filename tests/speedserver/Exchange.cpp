@@ -8,6 +8,9 @@ namespace skylet::test {
 
 namespace {
 
+/// What TLS adds to a record.
+constexpr std::int64_t wrapping = 22;
+
 /// The number after "bytes=", or 0.
 std::int64_t askedFor(const std::string& path) {
     const std::string key = "bytes=";
@@ -61,20 +64,33 @@ void Exchange::move(std::int64_t count) {
 }
 
 void Exchange::written(std::int64_t wire) {
+    if (!acknowledged_) {
+        acknowledged_ = Mark{wire - moved_, 0};
+    }
     if (!isUpload_ && (marks_.empty() || marks_.back().body != moved_)) {
         marks_.push_back({wire, moved_});
     }
 }
 
-void Exchange::note(std::int64_t acknowledged) {
-    while (!marks_.empty() && marks_.front().wire <= acknowledged) {
-        acknowledged_ = marks_.front().body;
-        marks_.pop_front();
-    }
-    const auto bytes = isUpload_ ? moved_ : acknowledged_;
+void Exchange::note(std::int64_t acknowledged, std::int64_t incomplete) {
+    const auto bytes =
+        isUpload_ ? moved_ + std::max<std::int64_t>(0, incomplete - wrapping) : acknowledgedBody(acknowledged);
     if (record_.series.empty() || record_.series.back().bytes != bytes) {
         record_.series.push_back({Clock::now(), bytes});
     }
+}
+
+std::int64_t Exchange::acknowledgedBody(std::int64_t acknowledged) {
+    while (!marks_.empty() && marks_.front().wire <= acknowledged) {
+        acknowledged_ = marks_.front();
+        marks_.pop_front();
+    }
+    if (!acknowledged_ || acknowledged_->wire >= acknowledged || marks_.empty()) {
+        return acknowledged_ ? acknowledged_->body : 0;
+    }
+    const auto& next = marks_.front();
+    return acknowledged_->body +
+           (next.body - acknowledged_->body) * (acknowledged - acknowledged_->wire) / (next.wire - acknowledged_->wire);
 }
 
 } // namespace skylet::test

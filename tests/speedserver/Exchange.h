@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -70,14 +71,18 @@ class Exchange {
 
     /// The kernel has taken the stream up to the position `wire`, and with it what has been moved.
     void written(std::int64_t wire);
-    /// Notes how far it has got; `acknowledged`: position in the stream that the client has acknowledged.
-    void note(std::int64_t acknowledged);
+    /// Notes how far it has got; `acknowledged`: position in the stream that the client has acknowledged; `incomplete`:
+    /// bytes that have been read of a TLS record whose end has not come.
+    void note(std::int64_t acknowledged, std::int64_t incomplete);
 
   private:
     struct Mark {
         std::int64_t wire;
         std::int64_t body;
     };
+
+    /// Of the answer's body, in proportion within a piece.
+    std::int64_t acknowledgedBody(std::int64_t acknowledged);
 
     const Behaviour behaviour_;
     Record& record_;
@@ -89,7 +94,8 @@ class Exchange {
     std::int64_t hold_ = -1;
     bool isHeadSent_ = false;
     std::int32_t stream_ = 0;
-    std::int64_t acknowledged_ = 0;
+    /// Where the last piece ended that the client has acknowledged whole.
+    std::optional<Mark> acknowledged_;
     /// Where in the stream which part of the body ends, of what is not acknowledged.
     std::deque<Mark> marks_;
 };
