@@ -27,6 +27,10 @@ constexpr int notesPerReport = 64;
 /// and nothing needs to be compared: some network cards tell what they have sent only once a second.
 constexpr std::chrono::milliseconds withinTheMachine{5};
 
+bool isWithinTheMachine(const SendProgress& connection) {
+    return !connection.roundTrip || *connection.roundTrip < withinTheMachine;
+}
+
 bool isSuccess(std::optional<int> status) {
     return status && *status >= 200 && *status <= 299;
 }
@@ -83,12 +87,12 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         arrived_ = arrivedTold_;
     }
 
-    /// Grows with everything that goes either way.
-    std::int64_t moved() const { return static_cast<std::int64_t>(headBytes_) + arrived_ + handedOver_ + sent_; }
+    /// Grows with everything that goes either way, records without content apart.
+    std::int64_t moved() const { return static_cast<std::int64_t>(headBytes_) + received_ + handedOver_ + sent_; }
 
     void checkLimits(SteadyClock::time_point now, Seconds resourceLimit) {
         measure();
-        if (const auto soFar = moved(); std::exchange(moved_, soFar) != soFar) {
+        if (const auto soFar = moved() + arrived_; std::exchange(moved_, soFar) != soFar) {
             lastMove_ = now;
         }
         if (isOver()) {
@@ -124,10 +128,11 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         }
         if (bodyBegun_ && !lostConnection_) {
             const auto progress = SendProgress::of(socket_);
-            isNear_ = !progress || !progress->roundTrip || *progress->roundTrip < withinTheMachine;
+            isNear_ = progress ? isWithinTheMachine(*progress) : isNear_;
             countSent(uploadMeter_.acknowledged(progress, handedOver_));
         }
-        if (status_) {
+        // Before its head is in, of a download alone: a slow link takes seconds for the record that they share.
+        if (status_ || !body_) {
             arrived_ = std::max(arrived_, arrivedBody());
             notesLeft_ = notesPerReport;
         }
@@ -163,6 +168,8 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
             addHeader("Pragma: no-cache");
         }
         setCurlOption(easy_, CURLOPT_HTTPHEADER, headers_.get());
+        setCurlOption(easy_, CURLOPT_PREREQFUNCTION, &Transfer::requestStarts);
+        setCurlOption(easy_, CURLOPT_PREREQDATA, this);
         setCurlOption(easy_, CURLOPT_HEADERFUNCTION, &Transfer::headReceived);
         setCurlOption(easy_, CURLOPT_HEADERDATA, this);
         setCurlOption(easy_, CURLOPT_WRITEFUNCTION, &Transfer::bodyReceived);
@@ -240,8 +247,7 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         if (status >= 200) {
             status_ = static_cast<int>(status);
             answeredEarly_ = body_ && !isBodyHandedOver();
-            findSocket();
-            downloadMeter_.note(ReceiveProgress::of(socket_), 0);
+            downloadMeter_.begin(ReceiveProgress::of(socket_));
             headToTell_ = true;
             session_->reportSoon();
         }
@@ -269,15 +275,19 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
         return length;
     }
 
+    static int requestStarts(void* self, char* /*address*/, char* /*localAddress*/, int /*port*/, int /*localPort*/) {
+        auto& transfer = *static_cast<Transfer*>(self);
+        transfer.socket_ = transfer.session_->multi_->socketOf(transfer.handle());
+        transfer.lostConnection_ = false;
+        transfer.downloadMeter_.requested(ReceiveProgress::of(transfer.socket_));
+        return CURL_PREREQFUNC_OK;
+    }
+
     void beginBody() {
-        findSocket();
         uploadMeter_.begin(SendProgress::of(socket_));
         sentBefore_ = session_->sentByMachine_ ? session_->sentByMachine_() : std::nullopt;
         bodyBegun_ = true;
-        lostConnection_ = false;
     }
-
-    void findSocket() { socket_ = session_->multi_->socketOf(easy_.get()); }
 
     /// A kept connection turned out to be dead: the body goes over another one, from its start.
     static int bodyRewound(void* self, curl_off_t offset, int /*origin*/) {
@@ -317,7 +327,7 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
     bool bodyBegun_ = false;
     /// The answer's head came before the body had been given away.
     bool answeredEarly_ = false;
-    /// Known once a body has begun.
+    /// Known once the request goes out.
     curl_socket_t socket_ = CURL_SOCKET_BAD;
     UploadMeter uploadMeter_;
     /// Bytes that had left the machine when the body began; absent when unknown.

@@ -23,13 +23,30 @@ std::optional<ReceiveProgress> ReceiveProgress::of(int socket) {
     return ReceiveProgress{static_cast<std::int64_t>(info.tcpi_bytes_received), unread};
 }
 
+DownloadMeter::Mark DownloadMeter::mark(const ReceiveProgress& progress, std::int64_t delivered) {
+    return {progress.received - progress.unread, delivered};
+}
+
+void DownloadMeter::requested(const std::optional<ReceiveProgress>& progress) {
+    begin(progress);
+    allowance_ = preamble;
+}
+
+void DownloadMeter::begin(const std::optional<ReceiveProgress>& progress) {
+    first_.reset();
+    if (progress) {
+        first_ = last_ = mark(*progress, 0);
+        allowance_ = wrapping;
+    }
+}
+
 void DownloadMeter::note(const std::optional<ReceiveProgress>& progress, std::int64_t delivered) {
-    if (!progress) {
+    if (!progress || !first_) {
         return;
     }
-    last_ = {progress->received - progress->unread, delivered};
+    last_ = mark(*progress, delivered);
     // The head's record may hold the beginning of the body.
-    if (!first_ || first_->read == last_.read) {
+    if (first_->read == last_.read) {
         first_ = last_;
     }
 }
@@ -38,18 +55,17 @@ std::int64_t DownloadMeter::arrived(const std::optional<ReceiveProgress>& progre
     if (!progress || !first_) {
         return delivered;
     }
-    const auto since = std::max<std::int64_t>(0, progress->received - last_.read - wrapping);
+    const auto since = std::max<std::int64_t>(0, progress->received - last_.read - allowance_);
     const auto estimate = last_.delivered + static_cast<std::int64_t>(static_cast<double>(since) * share());
     // No more can be hidden than what the kernel holds and one record that is not whole.
     return std::clamp(estimate, delivered, delivered + progress->unread + largestRecord);
 }
 
 double DownloadMeter::share() const {
-    if (first_->read == last_.read) {
-        return 1;
-    }
-    const auto body = static_cast<double>(last_.delivered - first_->delivered);
-    return std::clamp(body / static_cast<double>(last_.read - first_->read), 0.0, 1.0);
+    // A single small record would say little: as though a large one had come before it.
+    const auto body = static_cast<double>(last_.delivered - first_->delivered + largestRecord);
+    const auto stream = static_cast<double>(last_.read - first_->read + largestRecord);
+    return std::min(body / stream, 1.0);
 }
 
 } // namespace skylet

@@ -21,13 +21,21 @@ struct ReceiveProgress {
 /// taken to have the same share throughout.
 class DownloadMeter {
   public:
-    /// What TLS and HTTP may add at the end, with room to spare: a record's frame, the last chunk, TLS's own farewell.
+    /// What TLS and HTTP may add to the last bytes, with room to spare: a record's frame, the last chunk, TLS's
+    /// farewell.
     static constexpr std::int64_t wrapping = 128;
+    /// What comes before the body, with room to spare: TLS's tickets and the head.
+    static constexpr std::int64_t preamble = 2048;
     /// RFC 5246, 6.2.3, and the record's head; TLS 1.3 allows less.
     static constexpr std::int64_t largestRecord = 16'384 + 2048 + 5;
 
-    /// To be called when `delivered` bytes of the body have been read and the last of them has just come out of its
-    /// record, so that nothing else has been read yet. First when the head is in, and then as often as convenient.
+    /// The request goes out now. What comes from here on is the answer, and the head may be in one record with the
+    /// body.
+    void requested(const std::optional<ReceiveProgress>& progress);
+    /// The head is in, and nothing of the body has been read yet.
+    void begin(const std::optional<ReceiveProgress>& progress);
+    /// To be called now and then, when `delivered` bytes of the body have been read and the last of them has just come
+    /// out of its record, so that nothing else has been read yet.
     void note(const std::optional<ReceiveProgress>& progress, std::int64_t delivered);
     /// `delivered`: bytes of the body that have been read so far; the answer is never less. Nothing known of the
     /// connection: the answer is just that.
@@ -40,10 +48,13 @@ class DownloadMeter {
         std::int64_t delivered = 0;
     };
 
+    static Mark mark(const ReceiveProgress& progress, std::int64_t delivered);
     double share() const;
 
     std::optional<Mark> first_;
     Mark last_;
+    /// Of what has come since, this much is taken to be none of the body.
+    std::int64_t allowance_ = 0;
 };
 
 } // namespace skylet

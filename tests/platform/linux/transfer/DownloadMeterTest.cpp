@@ -15,7 +15,7 @@ constexpr std::int64_t head = 3000;
 
 DownloadMeter afterTheHead() {
     DownloadMeter meter;
-    meter.note(ReceiveProgress{head, 0}, 0);
+    meter.begin(ReceiveProgress{head, 0});
     return meter;
 }
 
@@ -51,8 +51,30 @@ TEST(DownloadMeterTest, ABodyThatBeginsInTheHeadsRecordIsNotCountedTwice) {
 TEST(DownloadMeterTest, WhatIsWrappedAroundTheBodyIsNotCounted) {
     auto meter = afterTheHead();
     // A tenth of the stream is not the body's.
-    meter.note(ReceiveProgress{head + 100'000, 0}, 90'000);
-    EXPECT_EQ(meter.arrived(ReceiveProgress{head + 110'000 + DownloadMeter::wrapping, 10'000}, 90'000), 99'000);
+    meter.note(ReceiveProgress{head + 100'000'000, 0}, 90'000'000);
+    const auto arrived = meter.arrived(ReceiveProgress{head + 101'000'000, 1'000'000}, 90'000'000);
+    EXPECT_NEAR(static_cast<double>(arrived), 90'900'000, 1000);
+}
+
+TEST(DownloadMeterTest, OneSmallRecordDoesNotTellTheShareOfAllThatFollow) {
+    auto meter = afterTheHead();
+    meter.note(ReceiveProgress{head + 102, 0}, 80);
+    const auto arrived = meter.arrived(ReceiveProgress{head + 102 + 10'000, 0}, 80);
+    EXPECT_NEAR(static_cast<double>(arrived), 10'080, 200);
+}
+
+TEST(DownloadMeterTest, BeforeTheHeadIsInAnAllowanceIsMadeForItAndTheRestCounts) {
+    DownloadMeter meter;
+    meter.requested(ReceiveProgress{head, 0});
+    EXPECT_EQ(meter.arrived(ReceiveProgress{head + 1000, 0}, 0), 0);
+    EXPECT_EQ(meter.arrived(ReceiveProgress{head + 10'000, 0}, 0), 10'000 - DownloadMeter::preamble);
+}
+
+TEST(DownloadMeterTest, TheHeadEndsTheAllowanceForIt) {
+    DownloadMeter meter;
+    meter.requested(ReceiveProgress{head, 0});
+    meter.begin(ReceiveProgress{head + 700, 0});
+    EXPECT_EQ(meter.arrived(ReceiveProgress{head + 10'700, 0}, 0), 10'000 - DownloadMeter::wrapping);
 }
 
 TEST(DownloadMeterTest, IsNeverAheadOfTheBodyAtTheEndOfARecord) {
