@@ -26,12 +26,13 @@ class UploadMeter {
     /// The body begins here: what the connection was given before is not the body's.
     void begin(const std::optional<SendProgress>& progress);
     /// `handedOver`: bytes of the body that have been given away so far, including those still on their way to the
-    /// kernel; the answer never exceeds it. Nothing known of the connection: the answer is just that.
+    /// kernel; the answer never exceeds it. Nothing known of the connection when the body began: the answer is just
+    /// that; nothing any more: 0.
     std::int64_t acknowledged(const std::optional<SendProgress>& progress, std::int64_t handedOver) const;
 
   private:
     /// Position in the stream.
-    std::int64_t start_ = 0;
+    std::optional<std::int64_t> start_;
 };
 
 } // namespace skylet

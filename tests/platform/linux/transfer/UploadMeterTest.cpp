@@ -71,6 +71,12 @@ TEST(UploadMeterTest, WithoutAnyKnowledgeOfTheConnectionWhatWasHandedOverCounts)
     EXPECT_EQ(meter.acknowledged(std::nullopt, 100'000), 100'000);
 }
 
+TEST(UploadMeterTest, OnceNothingIsKnownOfTheConnectionAnyMoreItTellsNothing) {
+    UploadMeter meter;
+    meter.begin(SendProgress{0, 0});
+    EXPECT_EQ(meter.acknowledged(std::nullopt, 100'000), 0);
+}
+
 TEST(SendProgressTest, IsUnknownForWhatIsNoTcpSocket) {
     const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     EXPECT_FALSE(SendProgress::of(socket).has_value());
