@@ -698,6 +698,23 @@ TEST_F(HostileServerTest, AFloodOfInterimAnswersFails) {
     EXPECT_TRUE(told(task).heads.empty());
 }
 
+TEST_F(HostileServerTest, WhoeverOnlyKeepsTheProcessorBusyIsLeft) {
+    // No limit but that of work for nothing ends these.
+    makeSession({1h, 1h});
+    for (const auto* flood : {"keyUpdateRequest", "ticket"}) {
+        for (const auto* stage : {"request", "body"}) {
+            server->turnHostile({{QStringLiteral("stage"), QString::fromUtf8(stage)},
+                                 {QStringLiteral("bytes"), 100'000},
+                                 {QStringLiteral("flood"), QString::fromUtf8(flood)}});
+            for (const auto& way : {QStringLiteral("down"), QStringLiteral("up")}) {
+                const auto task = start(way);
+                EXPECT_EQ(finish(task).end, End::failed) << flood << ' ' << stage << ' ' << way.toStdString();
+                EXPECT_LT(told(task).received, 10'000'000);
+            }
+        }
+    }
+}
+
 TEST_F(HostileServerTest, ATrickleCostsNoProcessorTime) {
     for (const auto& way : {QStringLiteral("down"), QStringLiteral("up")}) {
         server->set(way, {{QStringLiteral("rate"), 20'000}});
