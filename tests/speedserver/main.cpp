@@ -1,4 +1,6 @@
-// speed_server CERTIFICATE ADDRESS PORT
+// speed_server CERTIFICATE ADDRESS[,ADDRESS...] PORT
+//
+// Of the addresses it takes those that the system has.
 //
 // Serves /__down?bytes=N (so many zeros) and /__up (reads a body and answers) over TLS by HTTP/2 or HTTP/1.1, and
 // answers HEAD with 204, as fast as the client can take it or as badly as it is told to. CERTIFICATE: a PEM file with
@@ -10,6 +12,7 @@
 //   ["tls", "1.2"|"1.3"]              the highest version for the next connections
 //   ["protocols", [NAME...]]          of "h2" and "http/1.1", for the next connections
 //   ["accept", "serve"|"silent"]      whether anybody speaks on the next connections
+//   ["receiveBuffer", BYTES]      SO_RCVBUF of the next connections, for good
 //   ["drop", "close"|"reset"]         ends all connections
 //   ["records"]                       {"connections": how many, "requests": [...]}; times in seconds (monotonic);
 //                                     "flooded": bytes of floods
@@ -20,17 +23,19 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
+#include <netdb.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <iostream>
 #include <map>
+#include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
@@ -67,9 +72,9 @@ QJsonObject json(const Record& record) {
 
 class Server {
   public:
-    Server(const char* certificate, const char* address, const char* port)
+    Server(const char* certificate, const char* addresses, const char* port)
         : context_(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free), poll_(epoll_create1(EPOLL_CLOEXEC)),
-          listener_(listenAt(address, port)) {
+          listeners_(listenAtAll(addresses, port)) {
         if (SSL_CTX_use_certificate_chain_file(context_.get(), certificate) != 1 ||
             SSL_CTX_use_PrivateKey_file(context_.get(), certificate, SSL_FILETYPE_PEM) != 1) {
             throw std::runtime_error(std::string("no certificate in ") + certificate);
@@ -77,7 +82,9 @@ class Server {
         SSL_CTX_set_mode(context_.get(), SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
         SSL_CTX_set_alpn_select_cb(context_.get(), &Server::chooseProtocol, this);
         watch(EPOLL_CTL_ADD, STDIN_FILENO, EPOLLIN);
-        watch(EPOLL_CTL_ADD, listener_, EPOLLIN);
+        for (const int listener : listeners_) {
+            watch(EPOLL_CTL_ADD, listener, EPOLLIN);
+        }
     }
 
     void run() {
@@ -89,8 +96,8 @@ class Server {
                 const int source = events.at(static_cast<std::size_t>(i)).data.fd;
                 if (source == STDIN_FILENO) {
                     readCommands();
-                } else if (source == listener_) {
-                    accept();
+                } else if (std::find(listeners_.begin(), listeners_.end(), source) != listeners_.end()) {
+                    accept(source);
                 } else {
                     leaveIfGone(source, events.at(static_cast<std::size_t>(i)).events);
                 }
@@ -105,19 +112,46 @@ class Server {
         std::uint32_t interest = EPOLLIN;
     };
 
-    static int listenAt(const char* address, const char* port) {
-        const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    /// Of either family, as numbers. Negative: this system does not have that family, or that address.
+    static int listenAt(const std::string& address, const char* port) {
+        addrinfo hints{};
+        hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+        hints.ai_socktype = SOCK_STREAM;
+        addrinfo* found = nullptr;
+        if (const int error = ::getaddrinfo(address.c_str(), port, &hints, &found); error != 0) {
+            throw std::invalid_argument(address + ": " + gai_strerror(error));
+        }
+        const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> place(found, &::freeaddrinfo);
+        const int listener = ::socket(place->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
         const int on = 1;
         ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-        sockaddr_in place{};
-        place.sin_family = AF_INET;
-        place.sin_port = htons(static_cast<std::uint16_t>(std::stoi(port)));
-        ::inet_pton(AF_INET, address, &place.sin_addr);
-        if (::bind(listener, reinterpret_cast<const sockaddr*>(&place), sizeof place) != 0 ||
-            ::listen(listener, 64) != 0) {
+        if (listener < 0 || ::bind(listener, place->ai_addr, place->ai_addrlen) != 0 || ::listen(listener, 64) != 0) {
+            if (errno == EAFNOSUPPORT || errno == EADDRNOTAVAIL) {
+                return -1;
+            }
             throw std::system_error(errno, std::generic_category(), address);
         }
         return listener;
+    }
+
+    static std::vector<int> listenAtAll(const char* addresses, const char* port) {
+        std::vector<int> listeners;
+        std::istringstream list(addresses);
+        for (std::string address; std::getline(list, address, ',');) {
+            listeners.push_back(listenAt(address, port));
+        }
+        std::erase(listeners, -1);
+        if (listeners.empty()) {
+            throw std::invalid_argument(std::string("none of these addresses can be had: ") + addresses);
+        }
+        return listeners;
+    }
+
+    /// A connection inherits it, and the window that it can open.
+    void limitReceiveBuffers(int bytes) const {
+        for (const int listener : listeners_) {
+            ::setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+        }
     }
 
     static int chooseProtocol(SSL* /*ssl*/, const unsigned char** chosen, unsigned char* chosenSize,
@@ -136,8 +170,8 @@ class Server {
         epoll_ctl(poll_, operation, fd, &event);
     }
 
-    void accept() {
-        const int client = ::accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    void accept(int listener) {
+        const int client = ::accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (client < 0) {
             return;
         }
@@ -223,6 +257,8 @@ class Server {
             }
         } else if (verb == QStringLiteral("accept")) {
             silent_ = argument == QStringLiteral("silent");
+        } else if (verb == QStringLiteral("receiveBuffer")) {
+            limitReceiveBuffers(command.at(1).toInt());
         } else if (verb == QStringLiteral("drop")) {
             drop(argument == QStringLiteral("reset") ? Deed::reset : Deed::close);
         } else {
@@ -263,7 +299,7 @@ class Server {
 
     std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
     int poll_;
-    int listener_;
+    std::vector<int> listeners_;
     std::string protocols_ = "\x02h2\x08http/1.1";
     Shared shared_;
     std::map<int, Client> connections_;

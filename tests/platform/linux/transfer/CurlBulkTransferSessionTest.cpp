@@ -251,6 +251,35 @@ TEST_F(CurlBulkTransferSessionTest, SpeaksHttp1WithAServerThatWouldSpeakHttp2) {
     EXPECT_EQ(server->requests().size(), 2);
 }
 
+TEST_F(CurlBulkTransferSessionTest, MovesAndCountsTheSameOverIPv6) {
+    if (!QFile::exists(QStringLiteral("/proc/self/net/if_inet6"))) {
+        GTEST_SKIP() << "this kernel has no IPv6";
+    }
+    auto downUrl = test::SpeedServer::down(40'000'000);
+    auto upUrl = test::SpeedServer::up();
+    downUrl.setHost(QStringLiteral("::1"));
+    upUrl.setHost(QStringLiteral("::1"));
+    const auto down = session->download(downUrl);
+    EXPECT_EQ(finish(down).end, End::finished);
+    EXPECT_EQ(told(down).received, 40'000'000);
+    server->set(QStringLiteral("up"),
+                {{QStringLiteral("at"), 100'000}, {QStringLiteral("deed"), QStringLiteral("stall")}});
+    const auto up = session->upload(upUrl, "text/plain", zeroBody(20'000'000), 60s);
+    runFor(300ms);
+    up->cancel();
+    EXPECT_EQ(finish(up).end, End::cancelled);
+    EXPECT_GT(told(up).sent, 100'000);
+    EXPECT_LT(told(up).sent, 19'000'000) << "what the other end has acknowledged";
+    EXPECT_EQ(server->connections(), 1);
+}
+
+TEST_F(CurlBulkTransferSessionTest, AServerWithSmallBuffersGetsTheWholeBody) {
+    server->limitReceiveBuffers(32 * 1024);
+    const auto task = upload(5'000'000);
+    EXPECT_EQ(finish(task).end, End::finished);
+    EXPECT_EQ(told(task).sent, 5'000'000);
+}
+
 TEST_F(CurlBulkTransferSessionTest, AsksForAnUncompressedAnswerAndSendsTheBodyWithoutWaitingForLeave) {
     finish(session->download(test::SpeedServer::down(1000)));
     finish(upload(1'500'000));

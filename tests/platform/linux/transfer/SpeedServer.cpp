@@ -38,8 +38,8 @@ SpeedServer::SpeedServer() {
     openssl({QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"), QStringLiteral("ec"),
              QStringLiteral("-pkeyopt"), QStringLiteral("ec_paramgen_curve:P-256"), QStringLiteral("-nodes"),
              QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"), QStringLiteral("/CN=speed test"),
-             QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1"), QStringLiteral("-keyout"), key,
-             QStringLiteral("-out"), certificate});
+             QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1,IP:::1"), QStringLiteral("-keyout"),
+             key, QStringLiteral("-out"), certificate});
     const auto hash = openssl({QStringLiteral("x509"), QStringLiteral("-noout"), QStringLiteral("-subject_hash"),
                                QStringLiteral("-in"), certificate});
     QDir(folder_.path()).mkdir(QStringLiteral("trusted"));
@@ -52,7 +52,7 @@ SpeedServer::SpeedServer() {
     process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process_.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
     process_.start(QStringLiteral(SKYLET_SPEED_SERVER),
-                   {certificate, QStringLiteral("127.0.0.1"), QStringLiteral("443")});
+                   {certificate, QStringLiteral("127.0.0.1,::1"), QStringLiteral("443")});
     EXPECT_TRUE(process_.waitForReadyRead(patienceMs));
     EXPECT_EQ(process_.readLine(), "ready\n");
 }
@@ -80,6 +80,10 @@ void SpeedServer::speak(const QString& protocol) {
 
 void SpeedServer::acceptSilently() {
     EXPECT_EQ(ask({QStringLiteral("accept"), QStringLiteral("silent")}), "ok");
+}
+
+void SpeedServer::limitReceiveBuffers(int bytes) {
+    EXPECT_EQ(ask({QStringLiteral("receiveBuffer"), bytes}), "ok");
 }
 
 void SpeedServer::drop(const QString& how) {

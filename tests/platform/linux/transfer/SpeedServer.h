@@ -12,7 +12,7 @@
 
 namespace skylet::test {
 
-/// A real speed-test service (tests/speedserver) at 127.0.0.1, whose certificate this process trusts while it lives.
+/// A real speed-test service (tests/speedserver) at 127.0.0.1 and ::1, whose certificate this process trusts while it lives.
 /// Wants a PrivateSystem.
 class SpeedServer {
   public:
@@ -33,6 +33,8 @@ class SpeedServer {
     void turnHostile(const QJsonObject& hostility);
     void speak(const QString& protocol);
     void acceptSilently();
+    /// Of the connections from now on (SO_RCVBUF).
+    void limitReceiveBuffers(int bytes);
     void drop(const QString& how);
     /// Of all requests so far.
     QJsonArray requests();
