@@ -125,6 +125,10 @@ class SpeedServer:
         """ "serve" or "silent" (no handshake)."""
         self._order("accept", how)
 
+    def limit_receive_buffers(self, size):
+        """SO_RCVBUF of the next connections, for good; the kernel doubles it (socket(7)). The window is about as large."""
+        self._order("receiveBuffer", size)
+
     def drop(self, how="close"):
         """Ends all connections: "close" or "reset"."""
         self._order("drop", how)
