@@ -25,7 +25,7 @@ constexpr long sendBufferBytes = 64L * 1024;
 constexpr int notesPerReport = 64;
 /// No program on this machine takes so long to acknowledge. From anybody farther away the bytes have left the machine,
 /// and nothing needs to be compared: some network cards tell what they have sent only once a second.
-constexpr std::chrono::milliseconds withinTheMachine{5};
+constexpr std::chrono::milliseconds withinTheMachine{2};
 
 bool isWithinTheMachine(const SendProgress& connection) {
     return !connection.roundTrip || *connection.roundTrip < withinTheMachine;

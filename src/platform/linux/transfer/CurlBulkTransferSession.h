@@ -7,7 +7,6 @@
 #include <QTimer>
 
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
