@@ -102,7 +102,7 @@ class SpeedServer:
 
     def __init__(self, lab_network, authority, stack):
         certificate = authority.folder / f"{settings.SPEEDTEST_HOST}.good.pem"
-        command = lab_network.server.inside([settings.SPEED_SERVER, certificate, network.SPEEDTEST_ADDRESS, "443"])
+        command = lab_network.server.inside([settings.SPEED_SERVER, certificate, ",".join(network.SPEEDTEST_ADDRESSES), "443"])
         self._tool = stack.enter_context(Tool(command))
 
     def set(self, way, **behaviour):

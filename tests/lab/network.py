@@ -28,11 +28,11 @@ ENDPOINT_IPV6_ADDRESSES = ["2001:db8:1::10", "2001:db8:2::10"]
 # the endpoints answer here too, but no name server says so unless it is told to
 OTHER_ENDPOINT_ADDRESSES = ["198.51.100.11", "203.0.113.11"]
 PORTAL_NAME, PORTAL_ADDRESS = "portal.example", "198.51.100.80"
-SPEEDTEST_ADDRESS = "198.51.100.40"
+SPEEDTEST_ADDRESSES = SPEEDTEST_ADDRESS, SPEEDTEST_IPV6_ADDRESS = ["198.51.100.40", "2001:db8:1::40"]
 DNS_ADDRESSES = DNS_ADDRESS, SECOND_DNS_ADDRESS = ["198.51.100.53", "203.0.113.53"]
 DNS_IPV6_ADDRESS = "2001:db8:1::53"
-SERVER_ADDRESSES = [*ENDPOINT_ADDRESSES, *ENDPOINT_IPV6_ADDRESSES, *OTHER_ENDPOINT_ADDRESSES, PORTAL_ADDRESS, SPEEDTEST_ADDRESS,
-                    *DNS_ADDRESSES, DNS_IPV6_ADDRESS]
+SERVER_ADDRESSES = [*ENDPOINT_ADDRESSES, *ENDPOINT_IPV6_ADDRESSES, *OTHER_ENDPOINT_ADDRESSES, PORTAL_ADDRESS,
+                    *SPEEDTEST_ADDRESSES, *DNS_ADDRESSES, DNS_IPV6_ADDRESS]
 CLIENT_IPV6_ADDRESS, GATEWAY_IPV6_ADDRESS = "2001:db8::2", "2001:db8::1"
 IPV4_ADDRESSES, IPV6_ADDRESSES = ([address for address in SERVER_ADDRESSES if (":" in address) == v6] for v6 in (False, True))
 HALVES = ("0.0.0.0/1", "128.0.0.0/1")
@@ -226,14 +226,15 @@ class Network:
         return self._stack.enter_context(Link(self.client, self.server, device, near, gateway))
 
     def add_ipv6(self):
-        """From now on the client has IPv6 beside IPv4, over `wlan0`, and the hosts file knows the endpoints' IPv6 addresses. (The
-        name servers always do.)"""
+        """From now on the client has IPv6 beside IPv4, over `wlan0`, and the hosts file knows the servers' IPv6 addresses. (The
+        name servers always know the endpoints'.)"""
         for namespace, address in ((self.client, CLIENT_IPV6_ADDRESS), (self.server, GATEWAY_IPV6_ADDRESS)):
             namespace.run(["sysctl", "-qw", "net.ipv6.conf.wlan0.disable_ipv6=0"])
             namespace.ip(f"-6 address add {address}/64 dev wlan0 nodad")
         self.client.ip(f"-6 route add default via {GATEWAY_IPV6_ADDRESS} dev wlan0")
         with (self.client.etc / "hosts").open("a") as hosts:
-            hosts.writelines(f"{address} {name}\n" for address, name in zip(ENDPOINT_IPV6_ADDRESSES, ENDPOINT_NAMES))
+            hosts.writelines(f"{address} {name}\n" for address, name in [*zip(ENDPOINT_IPV6_ADDRESSES, ENDPOINT_NAMES),
+                                                                       (SPEEDTEST_IPV6_ADDRESS, settings.SPEEDTEST_HOST)])
 
     def add_dead_ipv6(self):
         """The same, but nothing comes back."""

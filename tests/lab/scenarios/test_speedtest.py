@@ -56,6 +56,16 @@ def test_a_server_with_small_buffers_holds_an_upload_up_and_the_count_says_so(la
     assert result["up"]["result"] < 10, "less than 64 KB on the way at any time"
 
 
+def test_over_ipv6_the_counts_are_the_same(lab):
+    lab.network.add_ipv6()
+    speed = lab.serve_speed_test()
+    lab.link.set(rtt_ms=60, rate_kbit=20_000)
+    result = lab.run_speed_test(2)
+    assert_agreement(speed, result, 60)
+    far = lab.link.stats()["up"]["far"]
+    assert network.SPEEDTEST_IPV6_ADDRESS in far and network.SPEEDTEST_ADDRESS not in far
+
+
 def test_a_slow_upload_is_smooth_and_never_ahead_of_the_network(lab):
     speed = lab.serve_speed_test()
     lab.link.set(rtt_ms=20, rate_kbit=2000)

@@ -219,6 +219,16 @@ TEST_F(NetlinkInterfaceCountersTest, ADeviceOnItsOwnIsNotStacked) {
     EXPECT_FALSE(isStacked("alone"));
 }
 
+TEST_F(NetlinkInterfaceCountersTest, ATapDeviceLeadsToAProgramAndALinkToAnotherNamespaceDoesNot) {
+    if (!namespace_->ip("tuntap add tunnel mode tap")) {
+        GTEST_SKIP() << "this kernel has no TAP devices, or lets nobody have them";
+    }
+    namespace_->addUplink("wan", 1);
+    EXPECT_TRUE(counter("tunnel")->leadsToAProgram);
+    EXPECT_FALSE(counter("wan")->leadsToAProgram);
+    EXPECT_FALSE(counter("lo")->leadsToAProgram);
+}
+
 TEST_F(NetlinkInterfaceCountersTest, LearnsAboutLinksThatWereThereBefore) {
     namespace_->addUplink("wan", 1);
     NetlinkInterfaceCounters later;
