@@ -16,7 +16,7 @@ from screen import Screen
 from support.message_bus import MessageBus
 from support.processes import Tool
 
-SERVER, TRAFFIC = (Path(__file__).with_name(name) for name in ("server.py", "traffic.py"))
+SERVER, TRAFFIC, PROXY = (Path(__file__).with_name(name) for name in ("server.py", "traffic.py", "proxy.py"))
 
 
 class Endpoint:
@@ -142,6 +142,38 @@ class SpeedServer:
         return self._tool.ask(json.dumps(command))
 
 
+class Proxy:
+    """A proxy (proxy.py) on the client's own machine or on another one, across the link. It knows the names by itself."""
+
+    PORT = 3128
+
+    def __init__(self, namespace, address, stack):
+        self.address = address
+        names = [*zip(network.ENDPOINT_NAMES, network.ENDPOINT_ADDRESSES), (settings.SPEEDTEST_HOST, network.SPEEDTEST_ADDRESS)]
+        command = [sys.executable, PROXY, address, self.PORT, *(f"{name}={place}" for name, place in names)]
+        self._tool = stack.enter_context(Tool(namespace.inside(command)))
+
+    def url(self, scheme):
+        """As in the environment: http, socks4, socks4a, socks5 or socks5h."""
+        return f"{scheme}://{self.address}:{self.PORT}"
+
+    def set(self, mode, seconds=0):
+        """From now on it is "work"ing, "dead", "silent", "slow" by so many seconds or "refuse"s: see proxy.py."""
+        self._order("set", mode, seconds)
+
+    def drop(self):
+        """Ends all connections."""
+        self._order("drop")
+
+    def clients(self, since=0.0):
+        """Each with time, kind (the protocol), host and port that it asked for, whether that was named or an address, and
+        answered and ended: when, or None."""
+        return [client for client in json.loads(self._order("records")) if client["time"] >= since]
+
+    def _order(self, *command):
+        return self._tool.ask(json.dumps(command))
+
+
 def bytes_at(series, moment):
     """What a series of [time, bytes] had reached by then, between two points in proportion."""
     before = (None, 0)
@@ -200,6 +232,12 @@ class Lab:
     def serve_speed_test(self):
         """From now on somebody answers to the name of the speed-test service."""
         return SpeedServer(self.network, self._authority, self._stack)
+
+    def serve_proxy(self, where="far"):
+        """From now on there is a proxy, "far" across the link or "here" on the client's own machine. Who is to use it is told
+        so: lab.program.environment["https_proxy"] = proxy.url("socks5h")."""
+        place = (self.network.client, "127.0.0.1") if where == "here" else (self.network.server, network.PROXY_ADDRESS)
+        return Proxy(*place, self._stack)
 
     def run_speed_test(self, *words, **options):
         """What lab_speedtest, the program's speed test without its window, prints on the client's side."""
