@@ -113,6 +113,10 @@ class Program:
     def threads(self):
         return self._status("Threads")
 
+    def descriptors(self):
+        """How many files, sockets and the like it has open."""
+        return len(list(Path("/proc", str(self.pid), "fd").iterdir()))
+
     def private_kb(self):
         """Memory that no other process shares."""
         return self._status("Private_Dirty", "smaps_rollup") + self._status("Private_Clean", "smaps_rollup")
