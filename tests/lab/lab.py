@@ -98,11 +98,11 @@ class Servers:
 
 
 class SpeedServer:
-    """The service that speed tests ask (tests/speedserver), under its real name."""
+    """The service that speed tests ask (tests/speedserver), under its real name. Also stands in for an endpoint."""
 
-    def __init__(self, lab_network, authority, stack):
-        certificate = authority.folder / f"{settings.SPEEDTEST_HOST}.good.pem"
-        command = lab_network.server.inside([settings.SPEED_SERVER, certificate, network.SPEEDTEST_ADDRESS, "443"])
+    def __init__(self, lab_network, authority, stack, name=settings.SPEEDTEST_HOST, address=network.SPEEDTEST_ADDRESS):
+        certificate = authority.folder / f"{name}.good.pem"
+        command = lab_network.server.inside([settings.SPEED_SERVER, certificate, address, "443"])
         self._tool = stack.enter_context(Tool(command))
 
     def set(self, way, **behaviour):
@@ -238,6 +238,11 @@ class Lab:
         so: lab.program.environment["https_proxy"] = proxy.url("socks5h")."""
         place = (self.network.client, "127.0.0.1") if where == "here" else (self.network.server, network.PROXY_ADDRESS)
         return Proxy(*place, self._stack)
+
+    def replace_endpoint(self, endpoint):
+        """From now on the endpoint is served by tests/speedserver: as fast or as badly as it is told to."""
+        endpoint.die()
+        return SpeedServer(self.network, self._authority, self._stack, endpoint.name, endpoint.address)
 
     def run_speed_test(self, *words, **options):
         """What lab_speedtest, the program's speed test without its window, prints on the client's side."""

@@ -121,5 +121,9 @@ class Program:
         """Memory that no other process shares."""
         return self._status("Private_Dirty", "smaps_rollup") + self._status("Private_Clean", "smaps_rollup")
 
+    def anonymous_kb(self):
+        """Memory that comes from no file, whoever else maps the same files."""
+        return self._status("Anonymous", "smaps_rollup")
+
     def proportional_kb(self):
         return self._status("Pss", "smaps_rollup")
