@@ -6,7 +6,7 @@ import pytest
 from behind_proxies import (NAMED, check_cancel, check_far_away_speed_test, check_speed_test, check_unanswered_speed_test,
                             check_upload_from_here, fall_asleep, notice, quit_the_program, recover, use)
 
-STATES = [("dead",), ("silent",), ("slow", 20), ("refuse",), ("slow", 5), ("silent",)]
+STATES = [("dead",), ("silent",), ("slow", 20), ("refuse",), ("silent",)]
 
 
 @pytest.mark.parametrize("where", ["far", "here"])
@@ -19,6 +19,18 @@ def test_a_proxy_that_goes_through_all_its_states_is_followed_each_time(lab, sch
         notice(lab, proxy, state)
         recover(lab, proxy)
         time.sleep(3)
+
+
+@pytest.mark.parametrize("seconds", [5, 20])
+@pytest.mark.parametrize("scheme", NAMED)
+def test_a_proxy_that_is_slow_to_connect_is_waited_for_and_what_it_has_connected_is_kept(lab, scheme, seconds):
+    proxy = use(lab, scheme)
+    proxy.set("slow", seconds)
+    lab.program.start()
+    green = lab.area.wait_for("green", seconds + 10)
+    print(f"green after {green.time - lab.program.started:.1f} s")
+    time.sleep(30)
+    assert {state.dot for state in lab.area.since(green.time)} == {"green"}
 
 
 @pytest.mark.parametrize("scheme", NAMED)
