@@ -10,7 +10,7 @@ LIMIT, RETRY, CYCLE, OFFLINE_WAIT = 3, 0.5, 5, 3
 SLACK = 1
 OVER_WITHIN = 8
 LONGEST_STALL = 0.1
-LARGEST_SHARE = 0.1  # of a processor, beyond what peace costs
+LARGEST_SHARE = 0.2  # of a processor, beyond what peace costs
 LARGEST_RISE_KB = 8192
 RISE_THAT_MAY_STAY_KB = 3072
 
@@ -21,13 +21,14 @@ class Hostile:
 
     what: dict
     answers: bool = False
+    protocol: str = "h2"
 
     def __str__(self):
-        return "-".join(map(str, self.what.values()))
+        return "-".join(map(str, [*self.what.values(), *([self.protocol] if self.protocol != "h2" else [])]))
 
 
-def floods(stage, *names, answers=False, **more):
-    return [Hostile({"stage": stage, "flood": name} | more, answers) for name in names]
+def floods(stage, *names, answers=False, protocol="h2", **more):
+    return [Hostile({"stage": stage, "flood": name} | more, answers, protocol) for name in names]
 
 
 def deeds(deed, *stages, answers=False):
@@ -42,6 +43,13 @@ IDLE = floods("answer", "ping", "pingAnswer", "settings", "settingsAnswer", "win
 INSTEAD = [*floods("request", "ping", "settings", "windowUpdate", "streamWindowUpdate", "unknown", "goAway", "goAwayFromAll",
                    "priority", "reset", "interim", "continuation", "fields", "emptyData", "push", "bombs", "ticket"),
            *floods("request", "bomb", count=1, answers=True), *floods("request", "unknown", size=16000)]
+# once, and then nothing more, or else the answer
+ONCE = [*(hostile for code in (0, 7, 13) for hostile in floods("request", "reset", count=1, code=code)),
+        *floods("request", "goAwayFromAll", "goAway", count=1), *floods("request", "goAway", count=1, thenServe=True, answers=True),
+        *floods("answer", "goAway", count=1, thenServe=True, answers=True)]
+HTTP1 = [*floods("request", "interim", "fields", "shortFields", "foldedField", "field", "emptyLines", protocol="http/1.1"),
+         *floods("request", "bodyAfter204", answers=True, protocol="http/1.1"),
+         *floods("answer", "answers", "ticket", answers=True, protocol="http/1.1")]
 EARLY = [*floods("open", "ping", "unknown", "settings", "ticket", "goAway"), *floods("settings", "ping", "windowUpdate")]
 STALLS = [*deeds("stall", "accept", "handshake", "open", "settings", "request", "head"), *deeds("stall", "answer", answers=True)]
 DRIPS = [*deeds("drip", "accept", "handshake", "open"), *deeds("drip", "request", "answer", answers=True)]
@@ -119,9 +127,11 @@ def probe_twice(lab):
     time.sleep(CYCLE + SLACK)
 
 
-def begin(lab, endpoints):
+def begin(lab, endpoints, protocol):
     """The program is green by endpoints that can turn hostile; these, and what peace is like."""
     servers = [lab.replace_endpoint(endpoint) for endpoint in endpoints]
+    for server in servers:
+        server.speak(protocol)
     lab.link.set(rtt_ms=20)
     lab.start()
     time.sleep(1)
@@ -131,7 +141,7 @@ def begin(lab, endpoints):
 
 def check_one_hostile_endpoint(lab, hostile):
     """The dot stays green by the other, and nobody notices."""
-    [server], calm = begin(lab, lab.servers.both[:1])
+    [server], calm = begin(lab, lab.servers.both[:1], hostile.protocol)
     begun = time.monotonic()
     assault([server], hostile)
     _, seen = watch(lab, lambda: probe_twice(lab))
@@ -161,7 +171,7 @@ def offline(lab, begun):
 
 def check_both_hostile(lab, hostile):
     """The dot says so, and goes on being drawn, clicked and ended."""
-    servers, calm = begin(lab, lab.servers.both)
+    servers, calm = begin(lab, lab.servers.both, hostile.protocol)
     begun = time.monotonic()
     assault(servers, hostile)
     if hostile.answers:
