@@ -43,6 +43,18 @@ def recover(lab, proxy):
     assert lab.program.running
 
 
+def check_far_away(lab, scheme):
+    """A new connection takes the proxy's round trips too: no first answer comes within a probe's limit."""
+    use(lab, scheme)
+    lab.link.set(rtt_ms=1200)
+    lab.program.start()
+    first = lab.area.wait_for(lambda state: state.word == "Very high delay", 25)
+    time.sleep(14)
+    assert lab.program.running
+    assert {state.dot for state in lab.area.since(first.time)} == {"yellow"}
+    assert 1200 <= lab.area.now.milliseconds <= 1350, "over the connection that is kept by then"
+
+
 def through(proxy, scheme):
     """Options with which a program is run behind the proxy."""
     return {"env": BARE_ENVIRONMENT | {"all_proxy": proxy.url(scheme)}}

@@ -3,8 +3,10 @@
 import time
 
 import pytest
-from behind_proxies import (NAMED, check_cancel, check_far_away_speed_test, check_speed_test, check_unanswered_speed_test,
-                            check_upload_from_here, fall_asleep, notice, quit_the_program, recover, use)
+from behind_proxies import (NAMED, check_cancel, check_far_away, check_far_away_speed_test, check_speed_test,
+                            check_unanswered_speed_test, check_upload_from_here, fall_asleep, notice, quit_the_program, recover,
+                            use)
+
 
 STATES = [("dead",), ("silent",), ("slow", 20), ("refuse",), ("silent",)]
 
@@ -48,6 +50,11 @@ def test_minutes_of_a_silent_proxy_pile_nothing_up_and_are_over_when_they_are_ov
     assert most[0] <= threads + 2
     assert most[1] <= descriptors + 6
     recover(lab, proxy)
+
+
+@pytest.mark.parametrize("scheme", ["http", "socks4", "socks4a", "socks5h"])
+def test_a_long_way_to_further_proxies_is_slow_and_not_offline(lab, scheme):
+    check_far_away(lab, scheme)
 
 
 @pytest.mark.parametrize("scheme", ["socks4", "socks5h"])
