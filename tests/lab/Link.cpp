@@ -13,6 +13,7 @@
 //   loss WAY SHARE SEED     drops this share of the packets at random, the same ones for the same seed
 //   hole WAY on|off         drops everything, what is already under way too
 //   mute|unmute ADDRESS     drops everything to and from this address, or no longer
+//   gate off|drop|reset     what becomes of a SYN from A: it passes, is dropped, or is answered with an RST
 //   stats                   JSON: packets and IP bytes that were put on the link, and how many packets were dropped
 //   trace                   JSON: every packet: seconds (monotonic), way, far address, near port, far port, bytes, TCP
 //                           flags
@@ -122,6 +123,74 @@ std::optional<Header> parse(std::span<const std::uint8_t> packet, bool up) {
         header.tcpFlags = protocol == IPPROTO_TCP ? bigEndian16(packet, transport + 12) & 255U : 0;
     }
     return header;
+}
+
+enum class Gate : std::uint8_t { off, drop, reset };
+
+Gate gateNamed(const std::string& name) {
+    static const std::map<std::string, Gate> gates{{"off", Gate::off}, {"drop", Gate::drop}, {"reset", Gate::reset}};
+    return gates.at(name);
+}
+
+constexpr unsigned tcpSyn = 0x02;
+constexpr unsigned tcpReset = 0x04;
+constexpr unsigned tcpAck = 0x10;
+
+bool opensConnection(const Header& header) {
+    return (header.tcpFlags & (tcpSyn | tcpAck)) == tcpSyn;
+}
+
+/// The Internet checksum (RFC 1071) of an even number of bytes, on top of `sum`.
+std::uint16_t checksum(std::span<const std::uint8_t> bytes, std::uint32_t sum = 0) {
+    for (std::size_t at = 0; at < bytes.size(); at += 2) {
+        sum += bigEndian16(bytes, at);
+    }
+    while (sum >> 16U != 0) {
+        sum = (sum & 0xffffU) + (sum >> 16U);
+    }
+    return static_cast<std::uint16_t>(~sum);
+}
+
+void putBigEndian16(std::span<std::uint8_t> packet, std::size_t at, unsigned value) {
+    packet[at] = static_cast<std::uint8_t>(value >> 8U);
+    packet[at + 1] = static_cast<std::uint8_t>(value);
+}
+
+/// The IP packet with the RST that refuses the connection which the SYN in `packet` asks for. `packet` is a whole one.
+std::vector<std::uint8_t> refusalOf(std::span<const std::uint8_t> packet) {
+    constexpr std::size_t tcpLength = 20;
+    const bool v6 = packet[0] >> 4U == 6;
+    const std::size_t length = v6 ? 40 : 20;
+    const std::size_t source = v6 ? 8 : 12;
+    const std::size_t addressLength = v6 ? 16 : 4;
+    std::vector<std::uint8_t> reply(length + tcpLength);
+    if (v6) {
+        reply[0] = 0x60;
+        putBigEndian16(reply, 4, tcpLength);
+        reply[6] = IPPROTO_TCP;
+        reply[7] = 64; // hop limit
+    } else {
+        reply[0] = 0x45;
+        putBigEndian16(reply, 2, static_cast<unsigned>(reply.size()));
+        reply[8] = 64; // time to live
+        reply[9] = IPPROTO_TCP;
+    }
+    std::copy_n(&packet[source], addressLength, &reply[source + addressLength]);
+    std::copy_n(&packet[source + addressLength], addressLength, &reply[source]);
+    if (!v6) {
+        putBigEndian16(reply, 10, checksum(std::span(reply).first(length)));
+    }
+    const auto syn = packet.subspan(v6 ? length : std::size_t{packet[0] & 15U} * 4);
+    const auto tcp = std::span(reply).subspan(length);
+    putBigEndian16(tcp, 0, bigEndian16(syn, 2));
+    putBigEndian16(tcp, 2, bigEndian16(syn, 0));
+    const std::uint32_t acknowledged = (bigEndian16(syn, 4) << 16U | bigEndian16(syn, 6)) + 1;
+    putBigEndian16(tcp, 8, acknowledged >> 16U);
+    putBigEndian16(tcp, 10, acknowledged & 0xffffU);
+    tcp[12] = tcpLength / 4 << 4U;
+    tcp[13] = tcpReset | tcpAck;
+    putBigEndian16(tcp, 16, checksum(std::span(reply).subspan(source), IPPROTO_TCP + tcpLength));
+    return reply;
 }
 
 struct Count {
@@ -301,9 +370,21 @@ class Link {
             const auto packet = std::span(buffer_).first(static_cast<std::size_t>(size));
             if (const auto header = parse(packet, up)) {
                 const Time now = Clock::now();
-                (up ? up_ : down_).enter(packet, *header, muted_.contains(header->farAddress), now);
+                const bool stopped = up && gate_ != Gate::off && opensConnection(*header);
+                (up ? up_ : down_).enter(packet, *header, stopped || muted_.contains(header->farAddress), now);
                 record(*header, packet.size(), up, now);
+                if (stopped && gate_ == Gate::reset) {
+                    refuse(packet, now);
+                }
             }
+        }
+    }
+
+    void refuse(std::span<const std::uint8_t> syn, Time now) {
+        const auto reply = refusalOf(syn);
+        if (const auto header = parse(reply, false)) {
+            down_.enter(reply, *header, false, now);
+            record(*header, reply.size(), false, now);
         }
     }
 
@@ -365,6 +446,8 @@ class Link {
             up_.reset();
             down_.reset();
             trace_.clear();
+        } else if (command == "gate") {
+            gate_ = gateNamed(next(std::string()));
         } else if (command == "mute") {
             muted_.insert(next(std::string()));
         } else if (command == "unmute") {
@@ -448,6 +531,7 @@ class Link {
     Way up_;
     Way down_;
     std::set<std::string> muted_;
+    Gate gate_ = Gate::off;
     std::deque<TracedPacket> trace_;
     std::array<std::uint8_t, largestPacket> buffer_{};
     std::string input_;

@@ -210,6 +210,8 @@ class StatusArea:
             return GLib.SOURCE_CONTINUE
 
         def take(question):
+            if question not in waiting:
+                return  # answered when all was over
             asked, before = waiting.pop(question)
             lacked = sum(seconds - before.get(thread, 0.0) for thread, seconds in starved().items())
             stalls.append(max(0.0, time.monotonic() - asked - lacked))

@@ -16,7 +16,7 @@ from screen import Screen
 from support.message_bus import MessageBus
 from support.processes import Tool
 
-SERVER, TRAFFIC = (Path(__file__).with_name(name) for name in ("server.py", "traffic.py"))
+SERVER, TRAFFIC, PROXY = (Path(__file__).with_name(name) for name in ("server.py", "traffic.py", "proxy.py"))
 
 
 class Endpoint:
@@ -98,11 +98,11 @@ class Servers:
 
 
 class SpeedServer:
-    """The service that speed tests ask (tests/speedserver), under its real name."""
+    """The service that speed tests ask (tests/speedserver), under its real name. Also stands in for an endpoint."""
 
-    def __init__(self, lab_network, authority, stack):
-        certificate = authority.folder / f"{settings.SPEEDTEST_HOST}.good.pem"
-        command = lab_network.server.inside([settings.SPEED_SERVER, certificate, ",".join(network.SPEEDTEST_ADDRESSES), "443"])
+    def __init__(self, lab_network, authority, stack, name=settings.SPEEDTEST_HOST, addresses=network.SPEEDTEST_ADDRESSES):
+        certificate = authority.folder / f"{name}.good.pem"
+        command = lab_network.server.inside([settings.SPEED_SERVER, certificate, ",".join(addresses), "443"])
         self._tool = stack.enter_context(Tool(command))
 
     def set(self, way, **behaviour):
@@ -141,6 +141,38 @@ class SpeedServer:
     def connections(self):
         """How many there have been."""
         return json.loads(self._order("records"))["connections"]
+
+    def _order(self, *command):
+        return self._tool.ask(json.dumps(command))
+
+
+class Proxy:
+    """A proxy (proxy.py) on the client's own machine or on another one, across the link. It knows the names by itself."""
+
+    PORT = 3128
+
+    def __init__(self, namespace, address, stack):
+        self.address = address
+        names = [*zip(network.ENDPOINT_NAMES, network.ENDPOINT_ADDRESSES), (settings.SPEEDTEST_HOST, network.SPEEDTEST_ADDRESS)]
+        command = [sys.executable, PROXY, address, self.PORT, *(f"{name}={place}" for name, place in names)]
+        self._tool = stack.enter_context(Tool(namespace.inside(command)))
+
+    def url(self, scheme):
+        """As in the environment: http, socks4, socks4a, socks5 or socks5h."""
+        return f"{scheme}://{self.address}:{self.PORT}"
+
+    def set(self, mode, seconds=0):
+        """From now on it is "work"ing, "dead", "silent", "slow" by so many seconds or "refuse"s: see proxy.py."""
+        self._order("set", mode, seconds)
+
+    def drop(self):
+        """Ends all connections."""
+        self._order("drop")
+
+    def clients(self, since=0.0):
+        """Each with time, kind (the protocol), host and port that it asked for, whether that was named or an address, and
+        answered and ended: when, or None."""
+        return [client for client in json.loads(self._order("records")) if client["time"] >= since]
 
     def _order(self, *command):
         return self._tool.ask(json.dumps(command))
@@ -209,6 +241,17 @@ class Lab:
     def serve_speed_test(self):
         """From now on somebody answers to the name of the speed-test service."""
         return SpeedServer(self.network, self._authority, self._stack)
+
+    def serve_proxy(self, where="far"):
+        """From now on there is a proxy, "far" across the link or "here" on the client's own machine. Who is to use it is told
+        so: lab.program.environment["https_proxy"] = proxy.url("socks5h")."""
+        place = (self.network.client, "127.0.0.1") if where == "here" else (self.network.server, network.PROXY_ADDRESS)
+        return Proxy(*place, self._stack)
+
+    def replace_endpoint(self, endpoint):
+        """From now on the endpoint is served by tests/speedserver: as fast or as badly as it is told to."""
+        endpoint.die()
+        return SpeedServer(self.network, self._authority, self._stack, endpoint.name, endpoint.address)
 
     def run_speed_test(self, *words, **options):
         """What lab_speedtest, the program's speed test without its window, prints on the client's side."""

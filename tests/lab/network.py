@@ -31,8 +31,9 @@ PORTAL_NAME, PORTAL_ADDRESS = "portal.example", "198.51.100.80"
 SPEEDTEST_ADDRESSES = SPEEDTEST_ADDRESS, SPEEDTEST_IPV6_ADDRESS = ["198.51.100.40", "2001:db8:1::40"]
 DNS_ADDRESSES = DNS_ADDRESS, SECOND_DNS_ADDRESS = ["198.51.100.53", "203.0.113.53"]
 DNS_IPV6_ADDRESS = "2001:db8:1::53"
+PROXY_ADDRESS = "198.51.100.60"
 SERVER_ADDRESSES = [*ENDPOINT_ADDRESSES, *ENDPOINT_IPV6_ADDRESSES, *OTHER_ENDPOINT_ADDRESSES, PORTAL_ADDRESS,
-                    *SPEEDTEST_ADDRESSES, *DNS_ADDRESSES, DNS_IPV6_ADDRESS]
+                    *SPEEDTEST_ADDRESSES, *DNS_ADDRESSES, DNS_IPV6_ADDRESS, PROXY_ADDRESS]
 CLIENT_IPV6_ADDRESS, GATEWAY_IPV6_ADDRESS = "2001:db8::2", "2001:db8::1"
 IPV4_ADDRESSES, IPV6_ADDRESSES = ([address for address in SERVER_ADDRESSES if (":" in address) == v6] for v6 in (False, True))
 HALVES = ("0.0.0.0/1", "128.0.0.0/1")
@@ -112,6 +113,11 @@ class Link(Tool):
     def unmute(self, *addresses):
         for address in addresses:
             self.ask(f"unmute {address}")
+
+    def gate(self, how):
+        """What becomes of new TCP connections from the client, while those that are open pass: "off" (all is well), "drop"
+        (their SYNs vanish) or "reset" (refused)."""
+        self.ask(f"gate {how}")
 
     def add_default_route(self, metric=100):
         self.client.ip(f"route add default via {self.gateway} dev {self.device} metric {metric}")

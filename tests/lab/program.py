@@ -113,9 +113,17 @@ class Program:
     def threads(self):
         return self._status("Threads")
 
+    def descriptors(self):
+        """How many files, sockets and the like it has open."""
+        return len(list(Path("/proc", str(self.pid), "fd").iterdir()))
+
     def private_kb(self):
         """Memory that no other process shares."""
         return self._status("Private_Dirty", "smaps_rollup") + self._status("Private_Clean", "smaps_rollup")
+
+    def anonymous_kb(self):
+        """Memory that comes from no file, whoever else maps the same files."""
+        return self._status("Anonymous", "smaps_rollup")
 
     def proportional_kb(self):
         return self._status("Pss", "smaps_rollup")

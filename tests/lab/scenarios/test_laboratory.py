@@ -3,11 +3,15 @@
 import os
 import signal
 import statistics
+import subprocess
+import sys
 import time
 from concurrent.futures import ThreadPoolExecutor
 
 import network
 import pytest
+from lab import TRAFFIC
+from support.processes import wait_until
 
 URLS = [f"https://{name}/generate_204" for name in network.ENDPOINT_NAMES]
 
@@ -259,6 +263,50 @@ def test_an_endpoint_ends_the_connection_after_each_answer_when_told(lab, how):
     assert code(lab, URLS[0]) == "204 2"
     connection, = lab.servers.first.connections()
     assert connection["ended"] - lab.servers.first.requests()[0]["answered"] < 0.5
+
+
+@pytest.mark.parametrize("how, failure", [("drop", 28), ("reset", 7)])
+def test_a_gate_stops_new_connections_and_lets_those_pass_that_are_open(lab, how, failure):
+    lab.serve_traffic()
+    lab.link.set(rate_kbit=50_000)
+    with lab.network.client.popen([sys.executable, TRAFFIC, "receive", lab.link.gateway, "5"],
+                                  stdout=subprocess.PIPE, text=True) as kept:
+        wait_until(lambda: lab.link.stats()["down"]["bytes"] > 1_000_000, 3, "bytes")
+        lab.link.gate(how)
+        assert code(lab, URLS[0]) == failure
+        assert kept.poll() is None
+        before = lab.link.stats()["down"]["bytes"]
+        wait_until(lambda: lab.link.stats()["down"]["bytes"] > before + 1_000_000, 3, "more of what is open")
+    lab.link.gate("off")
+    assert code(lab, URLS[0]) == "204 2"
+
+
+def test_a_gate_refuses_over_ipv6_too(lab):
+    lab.network.add_dead_ipv6()
+    lab.link.gate("reset")
+    assert code(lab, URLS[0], "-6") == 7
+
+
+@pytest.mark.parametrize("where", ["far", "here"])
+@pytest.mark.parametrize("scheme, named", [("http", True), ("socks4", False), ("socks4a", True), ("socks5", False),
+                                           ("socks5h", True)])
+def test_a_proxy_carries_and_tells_what_it_was_asked_for(lab, scheme, named, where):
+    proxy = lab.serve_proxy(where)
+    assert code(lab, URLS[0], "--proxy", proxy.url(scheme)) == "204 2"
+    [client] = proxy.clients()
+    assert client["kind"] == scheme.removesuffix("h")
+    assert client["named"] == named
+    assert (client["host"], client["port"]) == (network.ENDPOINT_NAMES[0] if named else network.ENDPOINT_ADDRESSES[0], 443)
+
+
+@pytest.mark.parametrize("scheme", ["http", "socks5h"])
+@pytest.mark.parametrize("mode, failures", [(("dead",), [7]), (("silent",), [28]), (("slow", 4), [28]), (("refuse",), [56, 97])])
+def test_a_proxy_misbehaves_as_it_is_told_and_recovers(lab, scheme, mode, failures):
+    proxy = lab.serve_proxy()
+    proxy.set(*mode)
+    assert code(lab, URLS[0], "--proxy", proxy.url(scheme)) in failures
+    proxy.set("work")
+    assert code(lab, URLS[0], "--proxy", proxy.url(scheme)) == "204 2"
 
 
 def test_a_second_link_has_an_address_of_its_own(lab):

@@ -82,14 +82,14 @@ class ConnectionPool::Exchange {
     /// the proxy's own round trip says nothing of the target's; how long it took to reach the target does.
     bool isProgressing() const {
         const auto begun = pool_.multi_.beginning(easy_.get());
-        const auto connected = timeOf(easy_, CURLINFO_CONNECT_TIME_T);
-        if (!begun || connected == std::chrono::microseconds::zero()) {
+        const auto accepted = pool_.multi_.roundTrip(easy_.get());
+        if (!begun || !accepted) {
             return false;
         }
-        SteadyClock::duration lastStep = std::max(connected, timeOf(easy_, CURLINFO_APPCONNECT_TIME_T));
-        SteadyClock::duration roundTrip = connected - timeOf(easy_, CURLINFO_NAMELOOKUP_TIME_T);
+        SteadyClock::duration lastStep = std::max(*accepted, timeOf(easy_, CURLINFO_APPCONNECT_TIME_T));
+        SteadyClock::duration roundTrip = *accepted;
         if (const auto passed = pool_.multi_.proxyPassed(easy_.get())) {
-            roundTrip = std::max(roundTrip, *passed - *begun - connected);
+            roundTrip = std::max(roundTrip, *passed - *begun - *accepted);
             lastStep = std::max(lastStep, *passed - *begun);
         }
         const auto retransmission = request_.limit / 3;

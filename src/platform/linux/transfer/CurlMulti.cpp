@@ -5,6 +5,7 @@
 #include "platform/linux/transfer/ProxySettings.h"
 
 #include <arpa/inet.h>
+#include <linux/tcp.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -101,6 +102,19 @@ void resetOnClose(curl_socket_t socket) {
     ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
 }
 
+/// TCP_ESTABLISHED of <netinet/tcp.h>, which does not go together with <linux/tcp.h>.
+constexpr std::uint8_t acceptedState = 1;
+
+/// Absent: nobody has accepted the connection, or it has ended.
+std::optional<std::chrono::microseconds> establishedRoundTrip(curl_socket_t socket) {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    if (::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0 || info.tcpi_state != acceptedState) {
+        return std::nullopt;
+    }
+    return std::chrono::microseconds(info.tcpi_rtt);
+}
+
 std::uint16_t localPort(curl_socket_t socket) {
     sockaddr_storage address{};
     socklen_t size = sizeof address;
@@ -132,6 +146,8 @@ struct CurlMulti::Transfer {
     /// libcurl asked for a name that is not known yet.
     bool isNameWanted = false;
     bool isReachingThroughProxy = false;
+    /// The sockets of the connections that were begun for it, as in `sockets_`.
+    std::map<curl_socket_t, ino_t> opened;
     std::optional<SteadyClock::time_point> begun;
     std::optional<SteadyClock::time_point> proxyPassed;
 };
@@ -254,12 +270,23 @@ void CurlMulti::doubtNames(const QUrl& target) {
     }
 }
 
+std::optional<std::chrono::microseconds> CurlMulti::roundTrip(CURL* handle) const {
+    const auto place = transfers_.find(handle);
+    if (place == transfers_.end()) {
+        return std::nullopt;
+    }
+    for (const auto& [socket, identity] : place->second->opened) {
+        if (const auto time = identityOf(socket) == identity ? establishedRoundTrip(socket) : std::nullopt) {
+            return time;
+        }
+    }
+    return std::nullopt;
+}
+
 bool CurlMulti::isWaitingForProxy(CURL* handle) const {
     const auto place = transfers_.find(handle);
-    curl_off_t connected = 0;
-    curl_easy_getinfo(handle, CURLINFO_CONNECT_TIME_T, &connected);
     return place != transfers_.end() && place->second->isReachingThroughProxy && !place->second->proxyPassed &&
-           connected > 0;
+           roundTrip(handle);
 }
 
 std::optional<CurlMulti::SteadyClock::time_point> CurlMulti::proxyPassed(CURL* handle) const {
@@ -308,7 +335,9 @@ curl_socket_t CurlMulti::openSocket(void* transfer, curlsocktype /*purpose*/, cu
         ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &*bytes, sizeof *bytes);
     }
     opening.isReachingThroughProxy = opening.proxy.has_value();
-    multi.sockets_[socket] = identityOf(socket).value_or(0);
+    const auto identity = identityOf(socket).value_or(0);
+    multi.sockets_[socket] = identity;
+    opening.opened[socket] = identity;
     multi.guard_.connectionOpened();
     if (multi.settings_.opening) {
         multi.settings_.opening();

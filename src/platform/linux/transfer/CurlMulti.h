@@ -63,6 +63,9 @@ class CurlMulti {
 
     /// When libcurl began to work on it; absent while names are being looked up.
     std::optional<SteadyClock::time_point> beginning(CURL* handle) const;
+    /// To the proxy or the target, as the kernel has it, of the connection that was opened for it; absent until the
+    /// peer has accepted that. libcurl's CURLINFO_CONNECT_TIME says nothing before TLS is up, behind proxies too.
+    std::optional<std::chrono::microseconds> roundTrip(CURL* handle) const;
     /// It is connected to a proxy, which has not made its connection to the target yet.
     bool isWaitingForProxy(CURL* handle) const;
     /// When the proxy had made its connection to the target, and the TLS handshake began. Absent before, without a
