@@ -17,12 +17,16 @@ namespace skylet::test {
 class SpeedServer {
   public:
     SpeedServer();
+    /// Another one with the same certificate, at 127.0.0.2; must not outlive the first.
+    static std::unique_ptr<SpeedServer> beside(const SpeedServer& first);
     ~SpeedServer();
     SpeedServer(const SpeedServer&) = delete;
     SpeedServer& operator=(const SpeedServer&) = delete;
     SpeedServer(SpeedServer&&) = delete;
     SpeedServer& operator=(SpeedServer&&) = delete;
 
+    /// Answers HEAD with 204.
+    QUrl endpoint() const { return QUrl(QStringLiteral("https://%1/generate_204").arg(address_)); }
     static QUrl down(std::int64_t bytes);
     static QUrl up() { return QUrl(QStringLiteral("https://127.0.0.1/__up")); }
 
@@ -41,10 +45,16 @@ class SpeedServer {
     std::int64_t flooded();
 
   private:
+    SpeedServer(QString address, QString certificate);
+    void start();
+
     QByteArray ask(const QJsonArray& command);
     QJsonObject records();
 
     QTemporaryDir folder_;
+    const QString address_;
+    /// The file with certificate and key.
+    const QString certificate_;
     std::unique_ptr<Replacement> trust_;
     QProcess process_;
 };
