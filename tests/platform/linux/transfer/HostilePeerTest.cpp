@@ -19,6 +19,11 @@ void HostilePeerTest::SetUp() {
     hostile = std::make_unique<SpeedServer>();
     good = SpeedServer::beside(*hostile);
     hostile->speak(QString::fromUtf8(GetParam().protocol));
+    // half of a head is to be more than its status line
+    const QJsonArray padding{QStringLiteral("x-padding"), QString(200, u'x')};
+    for (const auto& way : {QStringLiteral("down"), QStringLiteral("up"), QStringLiteral("head")}) {
+        hostile->set(way, {{QStringLiteral("headers"), QJsonArray{padding}}});
+    }
     // whatever is made once and kept for good
     const auto session = makeSession(epoch);
     expectAnswer(*session, *hostile);

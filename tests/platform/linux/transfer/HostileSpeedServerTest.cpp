@@ -1,0 +1,180 @@
+#include "HostilePeerTest.h"
+#include "platform/linux/transfer/CurlBulkTransferSession.h"
+
+#include <map>
+#include <string>
+
+namespace skylet::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+using Answer = Hostile::Answer;
+using End = BulkTransferResult::End;
+
+/// Takes what has a status of success, as the speed test does.
+class Delegate final : public BulkTransferDelegate {
+  public:
+    ResponseDisposition responseReceived(TaskIdentifier /*task*/, std::optional<int> statusCode) override {
+        const bool isSuccess = statusCode && *statusCode / 100 == 2;
+        return isSuccess ? ResponseDisposition::allow : ResponseDisposition::cancel;
+    }
+    void dataReceived(TaskIdentifier /*task*/, std::int64_t /*count*/) override {}
+    void bodySent(TaskIdentifier /*task*/, std::int64_t /*count*/) override {}
+    void completed(TaskIdentifier task, const BulkTransferResult& result) override {
+        EXPECT_FALSE(results.contains(task)) << "told twice";
+        results[task] = result;
+    }
+
+    std::map<TaskIdentifier, BulkTransferResult> results;
+};
+
+/// A service of the speed test that misbehaves towards downloads and uploads, and an endpoint beside it that does not.
+class HostileSpeedServerTest : public HostilePeerTest {
+  protected:
+    static constexpr std::int64_t downloadBytes = 20'000'000;
+    /// Little, so that nothing moves any more after a moment, whoever reads it.
+    static constexpr std::int64_t uploadBytes = 500'000;
+    static constexpr std::int64_t wellBehavedBytes = 100'000;
+    /// For a transfer as a whole; a second of silence ends it too.
+    static constexpr std::chrono::seconds transferLimit{2};
+
+    void SetUp() override {
+        HostilePeerTest::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        session = makeBulkSession();
+        expectTransfer(false);
+        expectTransfer(true);
+        session.reset();
+        runFor(50ms);
+        holdingsBefore = Holdings::now();
+        session = makeBulkSession();
+        probes = makeSession(epoch);
+        if (!GetParam().isBeforeRequests()) {
+            expectTransfer(false);
+        }
+        expectAnswer(*probes, *good);
+    }
+
+    std::unique_ptr<CurlBulkTransferSession> makeBulkSession() {
+        // each session counts from the beginning
+        delegate.results.clear();
+        return std::make_unique<CurlBulkTransferSession>(SessionConfiguration{limit, transferLimit}, epoch,
+                                                         systemNames(epoch), delegate);
+    }
+
+    std::shared_ptr<BulkTransferTask> start(bool isUpload, std::int64_t bytes) {
+        if (isUpload) {
+            return session->upload(SpeedServer::up(), "application/octet-stream",
+                                   zeroBody(static_cast<std::size_t>(bytes)), limit);
+        }
+        return session->download(SpeedServer::down(bytes));
+    }
+
+    bool ends(const std::shared_ptr<BulkTransferTask>& task) {
+        return runUntil([&] { return delegate.results.contains(task->taskIdentifier()); }, transferLimit + slack);
+    }
+
+    void expectTransfer(bool isUpload) {
+        const auto task = start(isUpload, wellBehavedBytes);
+        ASSERT_TRUE(ends(task));
+        EXPECT_EQ(delegate.results.at(task->taskIdentifier()).end, End::finished);
+    }
+
+    /// A transfer to the one, a request to the other.
+    void transfer(bool isUpload) {
+        const auto task = start(isUpload, isUpload ? uploadBytes : downloadBytes);
+        expectAnswer(*probes, *good);
+        ASSERT_TRUE(ends(task)) << "it does not end at its limit";
+        const auto end = delegate.results.at(task->taskIdentifier()).end;
+        if (GetParam().answer == Answer::never) {
+            EXPECT_NE(end, End::finished);
+        }
+        RecordProperty("outcome", std::to_string(static_cast<int>(end)));
+    }
+
+    void run(bool isUpload) {
+        beginHostility();
+        transfer(isUpload);
+        if (GetParam().stage() == QStringLiteral("answer")) {
+            runFor(300ms);
+            transfer(isUpload);
+        }
+        endHostility();
+        expectRecovery(isUpload);
+        expectAnswer(*probes, *good);
+        session.reset();
+        probes.reset();
+        expectLittleCost();
+        expectNothingLeft();
+    }
+
+    /// The server has come to its senses, but its old connections have not.
+    void expectRecovery(bool isUpload) {
+        constexpr int attempts = 3;
+        for (int i = 0; i < attempts; ++i) {
+            const auto task = start(isUpload, wellBehavedBytes);
+            ASSERT_TRUE(ends(task));
+            if (delegate.results.at(task->taskIdentifier()).end == End::finished) {
+                return;
+            }
+        }
+        ADD_FAILURE() << "no transfer succeeds any more";
+    }
+
+    Delegate delegate;
+    std::unique_ptr<CurlBulkTransferSession> session;
+    std::unique_ptr<CurlTransferSession> probes;
+};
+
+TEST_P(HostileSpeedServerTest, ADownloadEndsAtItsLimitAtLittleCostAndHarmsNothingElse) {
+    run(false);
+}
+
+TEST_P(HostileSpeedServerTest, AnUploadEndsAtItsLimitAtLittleCostAndHarmsNothingElse) {
+    run(true);
+}
+
+std::string nameOf(const testing::TestParamInfo<Hostile>& hostile) {
+    return hostile.param.name;
+}
+
+const char* const protocol = "http/1.1";
+
+INSTANTIATE_TEST_SUITE_P(Stalls, HostileSpeedServerTest,
+                         testing::ValuesIn(deeds(protocol, {"accept", "handshake", "request", "head", "body", "answer"},
+                                                 {"stall", "drip"})),
+                         nameOf);
+INSTANTIATE_TEST_SUITE_P(Breaks, HostileSpeedServerTest,
+                         testing::ValuesIn(deeds(protocol,
+                                                 {"accept", "handshake", "open", "request", "head", "body", "answer"},
+                                                 {"close", "fin", "reset", "alert", "garbage", "noise"})),
+                         nameOf);
+INSTANTIATE_TEST_SUITE_P(FirstRecords, HostileSpeedServerTest,
+                         testing::ValuesIn(floods(protocol, "open",
+                                                  {"ticket", "largeTicket", "keyUpdate", "keyUpdateRequest"})),
+                         nameOf);
+INSTANTIATE_TEST_SUITE_P(InPlaceOfAnAnswer, HostileSpeedServerTest,
+                         testing::ValuesIn(floods(protocol, "request",
+                                                  {"interim", "fields", "shortFields", "foldedField", "field",
+                                                   "emptyLines", "chunkExtension", "trailers", "ticket", "largeTicket",
+                                                   "keyUpdate", "keyUpdateRequest"})),
+                         nameOf);
+INSTANTIATE_TEST_SUITE_P(ForAnAnswer, HostileSpeedServerTest,
+                         testing::ValuesIn(floods(protocol, "request", {"bodyAfter204", "answers"}, Answer::possible)),
+                         nameOf);
+INSTANTIATE_TEST_SUITE_P(InTheBody, HostileSpeedServerTest,
+                         testing::ValuesIn(floods(protocol, "body",
+                                                  {"ticket", "largeTicket", "keyUpdate", "keyUpdateRequest"})),
+                         nameOf);
+INSTANTIATE_TEST_SUITE_P(WhileIdle, HostileSpeedServerTest,
+                         testing::ValuesIn(floods(protocol, "answer",
+                                                  {"interim", "fields", "answers", "ticket", "largeTicket", "keyUpdate",
+                                                   "keyUpdateRequest"},
+                                                  Answer::possible)),
+                         nameOf);
+
+} // namespace
+} // namespace skylet::test
