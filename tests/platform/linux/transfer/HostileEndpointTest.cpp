@@ -78,27 +78,23 @@ TEST_P(HostileEndpointTest, IsLeftAtTheLimitAtLittleCostAndHarmsNothingElse) {
     expectNothingLeft();
 }
 
-std::string nameOf(const testing::TestParamInfo<Hostile>& hostile) {
-    return hostile.param.name;
-}
-
 const std::vector<const char*> stages{"accept", "handshake", "open", "settings", "request", "head", "body", "answer"};
 const std::vector<const char*> stagesOfHttp1{"open", "request", "head", "body", "answer"};
 const std::vector<const char*> breaks{"close", "fin", "reset", "alert", "garbage", "noise"};
 const std::vector<const char*> pauses{"stall", "drip"};
 
-INSTANTIATE_TEST_SUITE_P(Stalls, HostileEndpointTest, testing::ValuesIn(deeds("h2", stages, pauses)), nameOf);
+INSTANTIATE_TEST_SUITE_P(Stalls, HostileEndpointTest, testing::ValuesIn(deeds("h2", stages, pauses)), hostileName);
 INSTANTIATE_TEST_SUITE_P(Stalls1, HostileEndpointTest, testing::ValuesIn(deeds("http/1.1", stagesOfHttp1, pauses)),
-                         nameOf);
-INSTANTIATE_TEST_SUITE_P(Breaks, HostileEndpointTest, testing::ValuesIn(deeds("h2", stages, breaks)), nameOf);
+                         hostileName);
+INSTANTIATE_TEST_SUITE_P(Breaks, HostileEndpointTest, testing::ValuesIn(deeds("h2", stages, breaks)), hostileName);
 INSTANTIATE_TEST_SUITE_P(Breaks1, HostileEndpointTest, testing::ValuesIn(deeds("http/1.1", stagesOfHttp1, breaks)),
-                         nameOf);
+                         hostileName);
 
 INSTANTIATE_TEST_SUITE_P(FirstFrames, HostileEndpointTest,
                          testing::ValuesIn(floods("h2", "settings",
                                                   {"ping", "settings", "windowUpdate", "unknown", "goAway", "priority",
                                                    "ticket", "largeTicket", "keyUpdate", "keyUpdateRequest"})),
-                         nameOf);
+                         hostileName);
 INSTANTIATE_TEST_SUITE_P(InPlaceOfAnAnswer, HostileEndpointTest,
                          testing::ValuesIn(floods("h2", "request",
                                                   {"ping",           "pingAnswer",   "settings",
@@ -108,32 +104,32 @@ INSTANTIATE_TEST_SUITE_P(InPlaceOfAnAnswer, HostileEndpointTest,
                                                    "continuation",   "fields",       "push",
                                                    "bomb",           "bombs",        "ticket",
                                                    "largeTicket",    "keyUpdate",    "keyUpdateRequest"})),
-                         nameOf);
+                         hostileName);
 INSTANTIATE_TEST_SUITE_P(AfterTheHead, HostileEndpointTest,
                          testing::ValuesIn(floods("h2", "body", {"ping", "emptyData", "windowUpdate", "keyUpdate"},
                                                   Answer::possible)),
-                         nameOf);
+                         hostileName);
 INSTANTIATE_TEST_SUITE_P(WhileIdle, HostileEndpointTest,
                          testing::ValuesIn(floods("h2", "answer",
                                                   {"ping", "settings", "windowUpdate", "unknown", "goAway", "priority",
                                                    "closedHeaders", "closedReset", "closedData", "ticket",
                                                    "largeTicket", "keyUpdate", "keyUpdateRequest"},
                                                   Answer::possible)),
-                         nameOf);
+                         hostileName);
 INSTANTIATE_TEST_SUITE_P(InHttp1, HostileEndpointTest,
                          testing::ValuesIn(floods("http/1.1", "request",
                                                   {"interim", "fields", "shortFields", "foldedField", "field",
                                                    "emptyLines", "ticket", "keyUpdate", "keyUpdateRequest"})),
-                         nameOf);
+                         hostileName);
 INSTANTIATE_TEST_SUITE_P(InHttp1AfterTheHead, HostileEndpointTest,
                          testing::ValuesIn(floods("http/1.1", "request",
                                                   {"bodyAfter204", "answers", "chunks", "chunkExtension", "trailers"},
                                                   Answer::possible)),
-                         nameOf);
+                         hostileName);
 INSTANTIATE_TEST_SUITE_P(InHttp1WhileIdle, HostileEndpointTest,
                          testing::ValuesIn(floods("http/1.1", "answer", {"interim", "answers", "ticket", "keyUpdate"},
                                                   Answer::possible)),
-                         nameOf);
+                         hostileName);
 
 QJsonObject once(const char* kind, int code, bool thenServe) {
     return {{QStringLiteral("stage"), QStringLiteral("request")},
@@ -152,7 +148,7 @@ std::vector<Hostile> resets() {
     }
     return all;
 }
-INSTANTIATE_TEST_SUITE_P(SingleFrames, HostileEndpointTest, testing::ValuesIn(resets()), nameOf);
+INSTANTIATE_TEST_SUITE_P(SingleFrames, HostileEndpointTest, testing::ValuesIn(resets()), hostileName);
 
 INSTANTIATE_TEST_SUITE_P(
     Oddities, HostileEndpointTest,
@@ -190,7 +186,7 @@ INSTANTIATE_TEST_SUITE_P(
                 {{QStringLiteral("stage"), QStringLiteral("request")},
                  {QStringLiteral("flood"), QStringLiteral("unknown")},
                  {QStringLiteral("size"), 16384}}}),
-    nameOf);
+    hostileName);
 
 } // namespace
 } // namespace skylet::test

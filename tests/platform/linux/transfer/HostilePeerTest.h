@@ -17,8 +17,14 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace skylet::test {
+
+/// What a test is called after.
+inline std::string hostileName(const testing::TestParamInfo<Hostile>& hostile) {
+    return hostile.param.name;
+}
 
 /// How a request ended, and after how long.
 struct Ended {

@@ -9,9 +9,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-using Answer = Hostile::Answer;
-using End = BulkTransferResult::End;
-
 /// Takes what has a status of success, as the speed test does.
 class Delegate final : public BulkTransferDelegate {
   public:
@@ -80,7 +77,7 @@ class HostileSpeedServerTest : public HostilePeerTest {
     void expectTransfer(bool isUpload) {
         const auto task = start(isUpload, wellBehavedBytes);
         ASSERT_TRUE(ends(task));
-        EXPECT_EQ(delegate.results.at(task->taskIdentifier()).end, End::finished);
+        EXPECT_EQ(delegate.results.at(task->taskIdentifier()).end, BulkTransferResult::End::finished);
     }
 
     /// A transfer to the one, a request to the other.
@@ -89,8 +86,8 @@ class HostileSpeedServerTest : public HostilePeerTest {
         expectAnswer(*probes, *good);
         ASSERT_TRUE(ends(task)) << "it does not end at its limit";
         const auto end = delegate.results.at(task->taskIdentifier()).end;
-        if (GetParam().answer == Answer::never) {
-            EXPECT_NE(end, End::finished);
+        if (GetParam().answer == Hostile::Answer::never) {
+            EXPECT_NE(end, BulkTransferResult::End::finished);
         }
         RecordProperty("outcome", std::to_string(static_cast<int>(end)));
     }
@@ -117,7 +114,7 @@ class HostileSpeedServerTest : public HostilePeerTest {
         for (int i = 0; i < attempts; ++i) {
             const auto task = start(isUpload, wellBehavedBytes);
             ASSERT_TRUE(ends(task));
-            if (delegate.results.at(task->taskIdentifier()).end == End::finished) {
+            if (delegate.results.at(task->taskIdentifier()).end == BulkTransferResult::End::finished) {
                 return;
             }
         }
@@ -137,44 +134,40 @@ TEST_P(HostileSpeedServerTest, AnUploadEndsAtItsLimitAtLittleCostAndHarmsNothing
     run(true);
 }
 
-std::string nameOf(const testing::TestParamInfo<Hostile>& hostile) {
-    return hostile.param.name;
-}
-
-const char* const protocol = "http/1.1";
-
 INSTANTIATE_TEST_SUITE_P(Stalls, HostileSpeedServerTest,
-                         testing::ValuesIn(deeds(protocol, {"accept", "handshake", "request", "head", "body", "answer"},
+                         testing::ValuesIn(deeds("http/1.1",
+                                                 {"accept", "handshake", "request", "head", "body", "answer"},
                                                  {"stall", "drip"})),
-                         nameOf);
+                         hostileName);
 INSTANTIATE_TEST_SUITE_P(Breaks, HostileSpeedServerTest,
-                         testing::ValuesIn(deeds(protocol,
+                         testing::ValuesIn(deeds("http/1.1",
                                                  {"accept", "handshake", "open", "request", "head", "body", "answer"},
                                                  {"close", "fin", "reset", "alert", "garbage", "noise"})),
-                         nameOf);
+                         hostileName);
 INSTANTIATE_TEST_SUITE_P(FirstRecords, HostileSpeedServerTest,
-                         testing::ValuesIn(floods(protocol, "open",
+                         testing::ValuesIn(floods("http/1.1", "open",
                                                   {"ticket", "largeTicket", "keyUpdate", "keyUpdateRequest"})),
-                         nameOf);
+                         hostileName);
 INSTANTIATE_TEST_SUITE_P(InPlaceOfAnAnswer, HostileSpeedServerTest,
-                         testing::ValuesIn(floods(protocol, "request",
+                         testing::ValuesIn(floods("http/1.1", "request",
                                                   {"interim", "fields", "shortFields", "foldedField", "field",
                                                    "emptyLines", "chunkExtension", "trailers", "ticket", "largeTicket",
                                                    "keyUpdate", "keyUpdateRequest"})),
-                         nameOf);
+                         hostileName);
 INSTANTIATE_TEST_SUITE_P(ForAnAnswer, HostileSpeedServerTest,
-                         testing::ValuesIn(floods(protocol, "request", {"bodyAfter204", "answers"}, Answer::possible)),
-                         nameOf);
+                         testing::ValuesIn(floods("http/1.1", "request", {"bodyAfter204", "answers"},
+                                                  Hostile::Answer::possible)),
+                         hostileName);
 INSTANTIATE_TEST_SUITE_P(InTheBody, HostileSpeedServerTest,
-                         testing::ValuesIn(floods(protocol, "body",
+                         testing::ValuesIn(floods("http/1.1", "body",
                                                   {"ticket", "largeTicket", "keyUpdate", "keyUpdateRequest"})),
-                         nameOf);
+                         hostileName);
 INSTANTIATE_TEST_SUITE_P(WhileIdle, HostileSpeedServerTest,
-                         testing::ValuesIn(floods(protocol, "answer",
+                         testing::ValuesIn(floods("http/1.1", "answer",
                                                   {"interim", "fields", "answers", "ticket", "largeTicket", "keyUpdate",
                                                    "keyUpdateRequest"},
-                                                  Answer::possible)),
-                         nameOf);
+                                                  Hostile::Answer::possible)),
+                         hostileName);
 
 } // namespace
 } // namespace skylet::test

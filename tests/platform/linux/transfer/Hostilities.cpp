@@ -31,7 +31,9 @@ std::vector<Hostile> deeds(const char* protocol, const std::vector<const char*>&
     for (const auto* stage : stages) {
         for (const auto* deed : deeds) {
             const std::string when = stage;
-            const bool mayAnswer = when == "body" || when == "answer";
+            // of HTTP/1.1, what is no HTTP in the midst of a field is the field's value
+            const bool isValue = when == "head" && std::string(deed) == "garbage" && std::string(protocol) != "h2";
+            const bool mayAnswer = when == "body" || when == "answer" || isValue;
             all.push_back({nameOf(protocol, stage, deed),
                            protocol,
                            {{QStringLiteral("stage"), QString::fromUtf8(stage)},
