@@ -101,8 +101,8 @@ void resetOnClose(curl_socket_t socket) {
     ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
 }
 
-/// libcurl would read, and throw away, the whole body of such an answer in one go, even one without end. No other answer
-/// can follow it: what there is of credentials was in the question.
+/// libcurl would read, and throw away, the whole body of such an answer in one go, even one without end. No other
+/// answer can follow it: what there is of credentials was in the question.
 bool isRefusedByProxy(CURL* handle) {
     constexpr long credentialsWanted = 407;
     long status = 0;

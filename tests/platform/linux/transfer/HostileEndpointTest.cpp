@@ -131,6 +131,14 @@ INSTANTIATE_TEST_SUITE_P(InHttp1WhileIdle, HostileEndpointTest,
                                                   Answer::possible)),
                          hostileName);
 
+INSTANTIATE_TEST_SUITE_P(OverTls12, HostileEndpointTest,
+                         testing::ValuesIn(floods("h2", "request", {"renegotiation", "ping", "unknown"}, Answer::never,
+                                                  "1.2")),
+                         hostileName);
+INSTANTIATE_TEST_SUITE_P(OverTls12WhileIdle, HostileEndpointTest,
+                         testing::ValuesIn(floods("h2", "answer", {"renegotiation"}, Answer::possible, "1.2")),
+                         hostileName);
+
 QJsonObject once(const char* kind, int code, bool thenServe) {
     return {{QStringLiteral("stage"), QStringLiteral("request")},
             {QStringLiteral("flood"), QString::fromUtf8(kind)},

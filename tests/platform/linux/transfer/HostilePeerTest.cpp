@@ -19,6 +19,7 @@ void HostilePeerTest::SetUp() {
     hostile = std::make_unique<SpeedServer>();
     good = SpeedServer::beside(*hostile);
     hostile->speak(QString::fromUtf8(GetParam().protocol));
+    hostile->speakTls(QString::fromUtf8(GetParam().tls));
     // half of a head is to be more than its status line
     const QJsonArray padding{QStringLiteral("x-padding"), QString(200, u'x')};
     for (const auto& way : {QStringLiteral("down"), QStringLiteral("up"), QStringLiteral("head")}) {

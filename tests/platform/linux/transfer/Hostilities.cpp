@@ -45,14 +45,15 @@ std::vector<Hostile> deeds(const char* protocol, const std::vector<const char*>&
 }
 
 std::vector<Hostile> floods(const char* protocol, const char* stage, const std::vector<const char*>& kinds,
-                            Hostile::Answer answer) {
+                            Hostile::Answer answer, const char* tls) {
     std::vector<Hostile> all;
     for (const auto* kind : kinds) {
         all.push_back(
             {nameOf(protocol, stage, kind),
              protocol,
              {{QStringLiteral("stage"), QString::fromUtf8(stage)}, {QStringLiteral("flood"), QString::fromUtf8(kind)}},
-             answer});
+             answer,
+             tls});
     }
     return all;
 }

@@ -20,6 +20,8 @@ struct Hostile {
     QJsonObject hostility;
     /// Whether a request that meets it may have an answer all the same, or must.
     enum class Answer { never, possible, certain } answer = Answer::never;
+    /// Its version of TLS.
+    const char* tls = "1.3";
 
     bool isFlood() const { return hostility.contains(QStringLiteral("flood")); }
     bool isEndless() const { return isFlood() && !hostility.contains(QStringLiteral("count")); }
@@ -35,6 +37,6 @@ std::vector<Hostile> deeds(const char* protocol, const std::vector<const char*>&
                            const std::vector<const char*>& deeds);
 /// Floods of these kinds that begin at a stage.
 std::vector<Hostile> floods(const char* protocol, const char* stage, const std::vector<const char*>& kinds,
-                            Hostile::Answer answer = Hostile::Answer::never);
+                            Hostile::Answer answer = Hostile::Answer::never, const char* tls = "1.3");
 
 } // namespace skylet::test

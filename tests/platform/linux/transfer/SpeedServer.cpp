@@ -90,6 +90,10 @@ void SpeedServer::speak(const QString& protocol) {
     EXPECT_EQ(ask({QStringLiteral("protocols"), QJsonArray{protocol}}), "ok");
 }
 
+void SpeedServer::speakTls(const QString& version) {
+    EXPECT_EQ(ask({QStringLiteral("tls"), version}), "ok");
+}
+
 void SpeedServer::acceptSilently() {
     EXPECT_EQ(ask({QStringLiteral("accept"), QStringLiteral("silent")}), "ok");
 }

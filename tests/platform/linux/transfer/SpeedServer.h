@@ -36,6 +36,8 @@ class SpeedServer {
     /// more of them do.
     void turnHostile(const QJsonObject& hostility);
     void speak(const QString& protocol);
+    /// On new connections no version above this: "1.2" or "1.3".
+    void speakTls(const QString& version);
     void acceptSilently();
     void drop(const QString& how);
     /// Of all requests so far.
