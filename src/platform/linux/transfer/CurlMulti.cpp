@@ -344,9 +344,10 @@ int CurlMulti::debug(CURL* handle, curl_infotype type, char* /*data*/, std::size
     auto& concerned = *static_cast<Transfer*>(transfer);
     if (type == CURLINFO_SSL_DATA_OUT && concerned.isReachingThroughProxy && !concerned.proxyPassed) {
         concerned.proxyPassed = SteadyClock::now();
-    } else if (type == CURLINFO_SSL_DATA_IN && concerned.owner.guard_.recordArrived()) {
-        concerned.owner.cutConnections();
-    } else if (type == CURLINFO_HEADER_IN && isRefusedByProxy(handle)) {
+    }
+    const bool isTooMuch = type == CURLINFO_SSL_DATA_IN && concerned.owner.guard_.recordArrived();
+    const bool isRefused = type == CURLINFO_HEADER_IN && isRefusedByProxy(handle);
+    if (isTooMuch || isRefused) {
         concerned.owner.cutConnections();
     }
     return 0;

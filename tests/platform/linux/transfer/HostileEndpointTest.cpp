@@ -151,6 +151,7 @@ QJsonObject once(const char* kind, int code, bool thenServe) {
 std::vector<Hostile> resets() {
     constexpr int codes = 14;
     std::vector<Hostile> all;
+    all.reserve(codes);
     for (int code = 0; code < codes; ++code) {
         all.push_back({"ResetWithCode" + std::to_string(code), "h2", once("reset", code, false)});
     }

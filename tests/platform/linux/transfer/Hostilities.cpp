@@ -47,6 +47,7 @@ std::vector<Hostile> deeds(const char* protocol, const std::vector<const char*>&
 std::vector<Hostile> floods(const char* protocol, const char* stage, const std::vector<const char*>& kinds,
                             Hostile::Answer answer, const char* tls) {
     std::vector<Hostile> all;
+    all.reserve(kinds.size());
     for (const auto* kind : kinds) {
         all.push_back(
             {nameOf(protocol, stage, kind),
