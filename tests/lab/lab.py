@@ -121,6 +121,10 @@ class SpeedServer:
         """Of "h2" and "http/1.1", on new connections."""
         self._order("protocols", protocols)
 
+    def speak_tls(self, version):
+        """No version above "1.2" or "1.3", on new connections."""
+        self._order("tls", version)
+
     def accept(self, how):
         """ "serve" or "silent" (no handshake)."""
         self._order("accept", how)

@@ -34,7 +34,7 @@ const std::string wrongRecord = std::string("\x17\x03\x03\0\x20", 5) + std::stri
 
 using AskTls = std::function<void(SSL*, std::size_t)>;
 
-/// What TLS 1.3 may say after its handshake, as often as it likes.
+/// What TLS may say after its handshake, as often as it likes.
 const std::map<std::string, AskTls>& floodsOfTls() {
     static const std::map<std::string, AskTls> floods{
         {"ticket", [](SSL* ssl, std::size_t /*size*/) { SSL_new_session_ticket(ssl); }},
@@ -46,6 +46,8 @@ const std::map<std::string, AskTls>& floodsOfTls() {
              SSL_new_session_ticket(ssl);
          }},
         {"keyUpdate", [](SSL* ssl, std::size_t /*size*/) { SSL_key_update(ssl, SSL_KEY_UPDATE_NOT_REQUESTED); }},
+        // TLS 1.2: the client has to shake hands anew
+        {"renegotiation", [](SSL* ssl, std::size_t /*size*/) { SSL_renegotiate(ssl); }},
         // the client has to answer each with one of its own
         {"keyUpdateRequest", [](SSL* ssl, std::size_t /*size*/) { SSL_key_update(ssl, SSL_KEY_UPDATE_REQUESTED); }},
     };

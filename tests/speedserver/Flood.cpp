@@ -33,7 +33,7 @@ constexpr std::uint8_t acknowledgement = 1;
 constexpr std::uint8_t endStream = 1;
 constexpr std::uint8_t endHeaders = 4;
 
-std::string number(std::uint32_t value, int bytes) {
+std::string number(std::uint64_t value, int bytes) {
     std::string text;
     for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
         text += static_cast<char>(value >> static_cast<unsigned>(shift));

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <ctime>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 namespace skylet {
@@ -75,6 +76,8 @@ class ConnectionPool::Exchange {
     CURL* handle() const { return easy_.get(); }
     const Request& request() const { return request_; }
     QTimer& limit() const { return *limit_; }
+    /// For libcurl a head is also over when the connection is, with whatever has come of it.
+    bool isHeadWhole() const { return isHeadWhole_; }
     bool isSeen() const { return static_cast<bool>(completion_); }
 
     /// Whether its connection is new, and the next step of the handshake or the answer may still be on its way: since
@@ -99,6 +102,9 @@ class ConnectionPool::Exchange {
     bool isWaitingForProxy() const { return pool_.multi_.isWaitingForProxy(easy_.get()); }
 
     QString errorText(CURLcode result) const {
+        if (result == CURLE_OK) {
+            return QStringLiteral("the head of the answer breaks off");
+        }
         return QString::fromUtf8(errorText_.front() != '\0' ? errorText_.data() : curl_easy_strerror(result));
     }
 
@@ -151,10 +157,13 @@ class ConnectionPool::Exchange {
         return CURL_PREREQFUNC_OK;
     }
 
-    static std::size_t headReceived(const char* /*data*/, std::size_t size, std::size_t count, void* self) {
+    /// Called with a line at a time.
+    static std::size_t headReceived(const char* data, std::size_t size, std::size_t count, void* self) {
         auto& exchange = *static_cast<Exchange*>(self);
-        exchange.headBytes_ += size * count;
-        return exchange.headBytes_ > headLimitBytes ? 0 : size * count;
+        const std::string_view line(data, size * count);
+        exchange.headBytes_ += line.size();
+        exchange.isHeadWhole_ = line == "\r\n" || line == "\n";
+        return exchange.headBytes_ > headLimitBytes ? 0 : line.size();
     }
 
     static std::size_t bodyReceived(const char* /*data*/, std::size_t /*size*/, std::size_t /*count*/, void* /*self*/) {
@@ -172,6 +181,7 @@ class ConnectionPool::Exchange {
     /// May end inside its own signal.
     std::unique_ptr<QTimer, void (*)(QTimer*)> limit_{new QTimer, [](QTimer* timer) { timer->deleteLater(); }};
     std::size_t headBytes_ = 0;
+    bool isHeadWhole_ = false;
 };
 
 /// The caller's handle. The caller is told of the end from the event loop, never from inside `cancel`.
@@ -264,7 +274,7 @@ void ConnectionPool::done(CURL* handle, CURLcode result) {
     exchanges_.erase(place);
     exchange->limit().stop();
     settle();
-    if (result == CURLE_OK) {
+    if (result == CURLE_OK && exchange->isHeadWhole()) {
         answered_ = true;
         behindSlowProxy_ = false;
         auto response = exchange->response();

@@ -111,7 +111,8 @@ class CurlBulkTransferSession::Transfer : public std::enable_shared_from_this<Tr
             countSent(handedOver_);
         }
         // An answer that came in whole counts, even if the connection is then lost over the rest of the request.
-        end_ = result == CURLE_OK || isAnswerWhole() ? End::finished : End::failed;
+        // For libcurl a head is also over when the connection is, with whatever has come of it.
+        end_ = status_ && (result == CURLE_OK || isAnswerWhole()) ? End::finished : End::failed;
     }
 
     /// The last chance to ask.

@@ -115,6 +115,15 @@ std::optional<std::chrono::microseconds> establishedRoundTrip(curl_socket_t sock
     return std::chrono::microseconds(info.tcpi_rtt);
 }
 
+/// libcurl would read, and throw away, the whole body of such an answer in one go, even one without end. No other
+/// answer can follow it: what there is of credentials was in the question.
+bool isRefusedByProxy(CURL* handle) {
+    constexpr long credentialsWanted = 407;
+    long status = 0;
+    curl_easy_getinfo(handle, CURLINFO_HTTP_CONNECTCODE, &status);
+    return status == credentialsWanted;
+}
+
 std::uint16_t localPort(curl_socket_t socket) {
     sockaddr_storage address{};
     socklen_t size = sizeof address;
@@ -359,11 +368,14 @@ int CurlMulti::closeSocket(void* self, curl_socket_t socket) {
 }
 
 /// libcurl tells of each TLS record, also in the midst of what it does at one go.
-int CurlMulti::debug(CURL* /*handle*/, curl_infotype type, char* /*data*/, std::size_t /*size*/, void* transfer) {
+int CurlMulti::debug(CURL* handle, curl_infotype type, char* /*data*/, std::size_t /*size*/, void* transfer) {
     auto& concerned = *static_cast<Transfer*>(transfer);
     if (type == CURLINFO_SSL_DATA_OUT && concerned.isReachingThroughProxy && !concerned.proxyPassed) {
         concerned.proxyPassed = SteadyClock::now();
-    } else if (type == CURLINFO_SSL_DATA_IN && concerned.owner.guard_.recordArrived()) {
+    }
+    const bool isTooMuch = type == CURLINFO_SSL_DATA_IN && concerned.owner.guard_.recordArrived();
+    const bool isRefused = type == CURLINFO_HEADER_IN && isRefusedByProxy(handle);
+    if (isTooMuch || isRefused) {
         concerned.owner.cutConnections();
     }
     return 0;

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <string>
 #include <string_view>
 
 namespace skylet::test {
@@ -75,6 +76,16 @@ void Proxy::serve(int client, Manner manner) {
         sendAll(client, "HTTP/1.1 403 No\r\ncontent-length: 0\r\n\r\n");
         return;
     }
+    if (manner == Manner::demandingWithoutEnd) {
+        sendAll(client, "HTTP/1.1 407 No\r\ncontent-length: 999999999999\r\n\r\n");
+        repeat(client, "x");
+        return;
+    }
+    if (manner == Manner::talkingWithoutEnd) {
+        sendAll(client, "HTTP/1.1 200 Connected\r\n");
+        repeat(client, "x: y\r\n");
+        return;
+    }
     const int server = loopbackSocket();
     const auto address = loopback(443);
     if (::connect(server, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
@@ -82,6 +93,22 @@ void Proxy::serve(int client, Manner manner) {
         carry(client, server);
     }
     ::close(server);
+}
+
+void Proxy::repeat(int client, std::string_view text) const {
+    constexpr int times = 10'000;
+    std::string piece;
+    for (int i = 0; i < times; ++i) {
+        piece += text;
+    }
+    while (!ended_) {
+        pollfd end{.fd = client, .events = POLLOUT, .revents = 0};
+        ::poll(&end, 1, beatMs);
+        if ((end.revents & (POLLERR | POLLHUP)) != 0) {
+            return;
+        }
+        ::send(client, piece.data(), piece.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    }
 }
 
 void Proxy::carry(int client, int server) const {

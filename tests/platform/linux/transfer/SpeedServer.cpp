@@ -8,12 +8,15 @@
 #include <sys/prctl.h>
 
 #include <csignal>
+#include <utility>
 
 namespace skylet::test {
 
 namespace {
 
+const auto firstAddress = QStringLiteral("127.0.0.1");
 constexpr int patienceMs = 20'000;
+const auto certificateName = QStringLiteral("certificate.pem");
 
 QByteArray openssl(const QStringList& arguments) {
     QProcess process;
@@ -32,27 +35,38 @@ void append(const QString& from, const QString& to) {
 
 } // namespace
 
-SpeedServer::SpeedServer() {
-    const auto certificate = folder_.filePath(QStringLiteral("certificate.pem"));
+SpeedServer::SpeedServer() : address_(firstAddress), certificate_(folder_.filePath(certificateName)) {
     const auto key = folder_.filePath(QStringLiteral("key.pem"));
     openssl({QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"), QStringLiteral("ec"),
              QStringLiteral("-pkeyopt"), QStringLiteral("ec_paramgen_curve:P-256"), QStringLiteral("-nodes"),
              QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"), QStringLiteral("/CN=speed test"),
-             QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1,IP:::1"), QStringLiteral("-keyout"),
-             key, QStringLiteral("-out"), certificate});
+             QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1,IP:127.0.0.2,IP:::1"),
+             QStringLiteral("-keyout"), key, QStringLiteral("-out"), certificate_});
     const auto hash = openssl({QStringLiteral("x509"), QStringLiteral("-noout"), QStringLiteral("-subject_hash"),
-                               QStringLiteral("-in"), certificate});
+                               QStringLiteral("-in"), certificate_});
     QDir(folder_.path()).mkdir(QStringLiteral("trusted"));
-    QFile::copy(certificate, folder_.filePath(QStringLiteral("trusted/%1.0").arg(QString::fromUtf8(hash))));
+    QFile::copy(certificate_, folder_.filePath(QStringLiteral("trusted/%1.0").arg(QString::fromUtf8(hash))));
     trust_ =
         std::make_unique<Replacement>(QStringLiteral("/etc/ssl/certs"), folder_.filePath(QStringLiteral("trusted")));
     EXPECT_TRUE(trust_->isInPlace());
-    append(key, certificate);
+    append(key, certificate_);
+    start();
+}
 
+SpeedServer::SpeedServer(QString address, QString certificate)
+    : address_(std::move(address)), certificate_(std::move(certificate)) {
+    start();
+}
+
+std::unique_ptr<SpeedServer> SpeedServer::beside(const SpeedServer& first) {
+    return std::unique_ptr<SpeedServer>(new SpeedServer(QStringLiteral("127.0.0.2"), first.certificate_));
+}
+
+void SpeedServer::start() {
     process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process_.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
-    process_.start(QStringLiteral(SKYLET_SPEED_SERVER),
-                   {certificate, QStringLiteral("127.0.0.1,::1"), QStringLiteral("443")});
+    const auto addresses = address_ == firstAddress ? firstAddress + QStringLiteral(",::1") : address_;
+    process_.start(QStringLiteral(SKYLET_SPEED_SERVER), {certificate_, addresses, QStringLiteral("443")});
     EXPECT_TRUE(process_.waitForReadyRead(patienceMs));
     EXPECT_EQ(process_.readLine(), "ready\n");
 }
@@ -76,6 +90,10 @@ void SpeedServer::turnHostile(const QJsonObject& hostility) {
 
 void SpeedServer::speak(const QString& protocol) {
     EXPECT_EQ(ask({QStringLiteral("protocols"), QJsonArray{protocol}}), "ok");
+}
+
+void SpeedServer::speakTls(const QString& version) {
+    EXPECT_EQ(ask({QStringLiteral("tls"), version}), "ok");
 }
 
 void SpeedServer::acceptSilently() {

@@ -17,12 +17,16 @@ namespace skylet::test {
 class SpeedServer {
   public:
     SpeedServer();
+    /// Another one with the same certificate, at 127.0.0.2; must not outlive the first.
+    static std::unique_ptr<SpeedServer> beside(const SpeedServer& first);
     ~SpeedServer();
     SpeedServer(const SpeedServer&) = delete;
     SpeedServer& operator=(const SpeedServer&) = delete;
     SpeedServer(SpeedServer&&) = delete;
     SpeedServer& operator=(SpeedServer&&) = delete;
 
+    /// Answers HEAD with 204.
+    QUrl endpoint() const { return QUrl(QStringLiteral("https://%1/generate_204").arg(address_)); }
     static QUrl down(std::int64_t bytes);
     static QUrl up() { return QUrl(QStringLiteral("https://127.0.0.1/__up")); }
 
@@ -32,6 +36,8 @@ class SpeedServer {
     /// more of them do.
     void turnHostile(const QJsonObject& hostility);
     void speak(const QString& protocol);
+    /// On new connections no version above this: "1.2" or "1.3".
+    void speakTls(const QString& version);
     void acceptSilently();
     /// Of the connections from now on (SO_RCVBUF).
     void limitReceiveBuffers(int bytes);
@@ -43,10 +49,16 @@ class SpeedServer {
     std::int64_t flooded();
 
   private:
+    SpeedServer(QString address, QString certificate);
+    void start();
+
     QByteArray ask(const QJsonArray& command);
     QJsonObject records();
 
     QTemporaryDir folder_;
+    const QString address_;
+    /// The file with certificate and key.
+    const QString certificate_;
     std::unique_ptr<Replacement> trust_;
     QProcess process_;
 };
