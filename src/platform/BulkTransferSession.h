@@ -49,8 +49,9 @@ class BulkTransferDelegate {
     /// The final head of the answer has come (a redirect's too: none is followed).
     /// `statusCode`: absent when the answer is not HTTP.
     virtual ResponseDisposition responseReceived(TaskIdentifier task, std::optional<int> statusCode) = 0;
-    /// `count` more bytes of the answer's body have arrived; they are thrown away. A slow link may bring the first of them
-    /// before the head can be read. The count is an estimate within some hundred bytes until the answer has come in whole.
+    /// `count` more bytes of the answer's body have arrived; they are thrown away. A slow link may bring the first of
+    /// them before the head can be read. The count is an estimate within some hundred bytes until the answer has come
+    /// in whole.
     virtual void dataReceived(TaskIdentifier task, std::int64_t count) = 0;
     /// The network has taken `count` more bytes of the request's body: the other end has acknowledged them.
     virtual void bodySent(TaskIdentifier task, std::int64_t count) = 0;

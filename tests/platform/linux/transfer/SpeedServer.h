@@ -12,8 +12,8 @@
 
 namespace skylet::test {
 
-/// A real speed-test service (tests/speedserver) at 127.0.0.1 and ::1, whose certificate this process trusts while it lives.
-/// Wants a PrivateSystem.
+/// A real speed-test service (tests/speedserver) at 127.0.0.1 and ::1, whose certificate this process trusts while it
+/// lives. Wants a PrivateSystem.
 class SpeedServer {
   public:
     SpeedServer();
