@@ -255,7 +255,7 @@ class Lab:
     def replace_endpoint(self, endpoint):
         """From now on the endpoint is served by tests/speedserver: as fast or as badly as it is told to."""
         endpoint.die()
-        return SpeedServer(self.network, self._authority, self._stack, endpoint.name, endpoint.address)
+        return SpeedServer(self.network, self._authority, self._stack, endpoint.name, [endpoint.address])
 
     def run_speed_test(self, *words, **options):
         """What lab_speedtest, the program's speed test without its window, prints on the client's side."""
