@@ -59,7 +59,7 @@ class HostileSpeedServerTest : public HostilePeerTest {
         // each session counts from the beginning
         delegate.results.clear();
         return std::make_unique<CurlBulkTransferSession>(SessionConfiguration{limit, transferLimit}, epoch,
-                                                         systemNames(epoch), delegate);
+                                                         systemNames(epoch), delegate, nullptr);
     }
 
     std::shared_ptr<BulkTransferTask> start(bool isUpload, std::int64_t bytes) {
