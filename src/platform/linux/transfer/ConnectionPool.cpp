@@ -131,6 +131,10 @@ class ConnectionPool::Exchange {
         setCurlOption(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(pool_.version_));
         // Rather share a connection that is still being made than make a second one.
         setCurlOption(easy_, CURLOPT_PIPEWAIT, 1L);
+        if (!request_.mayRunOn) {
+            // Nobody waits for this one: what it says may go out in fewer and larger packets.
+            setCurlOption(easy_, CURLOPT_TCP_NODELAY, 0L);
+        }
         setCurlOption(easy_, CURLOPT_SHARE, pool_.share_);
         setCurlOption(easy_, CURLOPT_PREREQFUNCTION, &Exchange::requestGoes);
         setCurlOption(easy_, CURLOPT_PREREQDATA, this);
@@ -211,6 +215,7 @@ ConnectionPool::ConnectionPool(NameResolver& names, CURLSH* share, HttpVersion v
       multi_(names,
              {.receiveBufferBytes = socketBufferBytes,
               .progress = {},
+              .closesByReset = true,
               .opening = [this] { connectionBegins(); },
               .closing = {}},
              [this](CURL* handle, CURLcode result) { done(handle, result); }) {}

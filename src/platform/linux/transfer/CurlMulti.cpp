@@ -340,6 +340,9 @@ curl_socket_t CurlMulti::openSocket(void* transfer, curlsocktype /*purpose*/, cu
     if (socket < 0) {
         return CURL_SOCKET_BAD;
     }
+    // What the peer sends is acknowledged together with our next step of the handshake, which follows at once (tcp(7)).
+    constexpr int off = 0;
+    ::setsockopt(socket, IPPROTO_TCP, TCP_QUICKACK, &off, sizeof off);
     if (const auto bytes = multi.settings_.receiveBufferBytes) {
         ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &*bytes, sizeof *bytes);
     }
