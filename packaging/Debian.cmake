@@ -12,7 +12,7 @@ time. It is made for people who work over a phone hotspot, where the network
 interface is up and nothing gets through.
 .
 Its menu shows the state in words and the live traffic of the network
-interfaces, and runs a speed test when asked to. The checks use 0.4 MB an
+interfaces, and runs a speed test when asked to. The checks use 0.5 MB an
 hour, a speed test up to 63 MB.
 .
 On GNOME it needs gnome-shell-extension-appindicator.")
