@@ -1,5 +1,7 @@
 """The response time, its word and its colour follow the link and the servers."""
 
+import os
+import signal
 import time
 
 import pytest
@@ -51,3 +53,24 @@ def test_a_link_on_which_no_new_connection_answers_in_time_is_slow_and_not_offli
     time.sleep(15)
     assert {state.dot for state in lab.area.since(state.time)} == {"yellow"}
     assert all(1200 <= state.milliseconds <= 1300 for state in lab.area.since(state.time))
+
+
+def test_the_time_for_which_the_program_itself_stood_still_is_no_delay(lab):
+    lab.link.set(rtt_ms=200)
+    lab.start()
+    stood_still = 0.4
+    shown = []
+    for _ in range(PROBES):
+        asked = time.monotonic()
+        lab.area.click("Check Connection Now")
+        while not lab.servers.requests(asked):
+            time.sleep(0.005)
+        # the answer comes half a round trip from now
+        os.kill(lab.program.pid, signal.SIGSTOP)
+        time.sleep(stood_still)
+        os.kill(lab.program.pid, signal.SIGCONT)
+        shown.append(lab.area.wait_for(lambda state: state.milliseconds, 3, since=time.monotonic() - 0.01).milliseconds)
+    print(f"shown {shown}")
+    assert min(shown) >= 200
+    # by the clock it was half a round trip and all the time of standing still, 500 ms
+    assert sorted(shown)[PROBES // 2] < 300
