@@ -28,9 +28,19 @@ Deed deedOfRequest(const std::string& name) {
 
 } // namespace
 
+void setFields(const QJsonObject& fields, const FieldSetters& setters) {
+    for (const auto& name : fields.keys()) {
+        const auto setter = setters.find(name);
+        if (setter == setters.end()) {
+            throw std::invalid_argument("no such field: " + name.toStdString());
+        }
+        setter->second(fields.value(name));
+    }
+}
+
 Behaviour Behaviour::from(const QJsonObject& fields) {
     Behaviour result;
-    const std::map<QString, std::function<void(const QJsonValue&)>> setters{
+    const FieldSetters setters{
         {QStringLiteral("status"), [&](const auto& value) { result.status = value.toInt(); }},
         {QStringLiteral("headers"),
          [&](const auto& value) {
@@ -49,13 +59,7 @@ Behaviour Behaviour::from(const QJsonObject& fields) {
         {QStringLiteral("answerAt"), [&](const auto& value) { result.answerAt = value.toInteger(); }},
         {QStringLiteral("afterwards"), [&](const auto& value) { result.afterwards = value.toString().toStdString(); }},
     };
-    for (const auto& name : fields.keys()) {
-        const auto setter = setters.find(name);
-        if (setter == setters.end()) {
-            throw std::invalid_argument("no such field: " + name.toStdString());
-        }
-        setter->second(fields.value(name));
-    }
+    setFields(fields, setters);
     return result;
 }
 

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <QJsonObject>
+#include <QJsonValue>
 #include <QString>
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -36,6 +39,10 @@ enum class Deed : std::uint8_t {
     /// All goes on, a byte each 200 ms. Of a connection (Hostility.h) alone.
     drip,
 };
+using FieldSetters = std::map<QString, std::function<void(const QJsonValue&)>>;
+/// Sets each of `fields`; one that is unknown throws std::invalid_argument.
+void setFields(const QJsonObject& fields, const FieldSetters& setters);
+
 /// Throws std::out_of_range where there is none of this name.
 Deed deedNamed(const std::string& name);
 

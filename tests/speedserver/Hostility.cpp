@@ -29,7 +29,7 @@ Deed deedOfConnection(const std::string& name) {
 Hostility Hostility::from(const QJsonObject& fields) {
     Hostility result;
     const auto text = [](const QJsonValue& value) { return value.toString().toStdString(); };
-    const std::map<QString, std::function<void(const QJsonValue&)>> setters{
+    const FieldSetters setters{
         {QStringLiteral("stage"), [&](const auto& value) { result.stage = stageNamed(text(value)); }},
         {QStringLiteral("deed"), [&](const auto& value) { result.deed = deedOfConnection(text(value)); }},
         {QStringLiteral("flood"), [&](const auto& value) { result.flood = text(value); }},
@@ -42,13 +42,7 @@ Hostility Hostility::from(const QJsonObject& fields) {
         {QStringLiteral("acknowledge"), [&](const auto& value) { result.acknowledge = value.toBool(); }},
         {QStringLiteral("window"), [&](const auto& value) { result.window = value.toInt(); }},
     };
-    for (const auto& name : fields.keys()) {
-        const auto setter = setters.find(name);
-        if (setter == setters.end()) {
-            throw std::invalid_argument("no such field: " + name.toStdString());
-        }
-        setter->second(fields.value(name));
-    }
+    setFields(fields, setters);
     return result;
 }
 

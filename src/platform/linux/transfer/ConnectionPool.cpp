@@ -1,10 +1,7 @@
 #include "platform/linux/transfer/ConnectionPool.h"
 
 #include "platform/linux/transfer/CurlOptions.h"
-
-#include <linux/tcp.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
+#include "platform/linux/transfer/TcpInfo.h"
 
 #include <algorithm>
 #include <array>
@@ -41,22 +38,10 @@ std::chrono::nanoseconds kernelTick() {
     return std::chrono::seconds(resolution.tv_sec) + std::chrono::nanoseconds(resolution.tv_nsec);
 }
 
-/// TCP_ESTABLISHED of <netinet/tcp.h>, which does not go together with <linux/tcp.h>.
-constexpr int establishedState = 1;
-
-std::optional<tcp_info> tcpInfo(curl_socket_t socket) {
-    tcp_info info{};
-    socklen_t size = sizeof info;
-    return socket != CURL_SOCKET_BAD && ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0
-               ? std::optional(info)
-               : std::nullopt;
-}
-
-/// How long ago the connection last received anything, at the least (tcp(7), tcpi_last_data_recv). Zero when nothing is
-/// known.
+/// How long ago the connection last received anything, at the least. Zero when nothing is known.
 std::chrono::nanoseconds sinceLastData(curl_socket_t socket) {
-    const auto info = tcpInfo(socket);
-    const std::chrono::nanoseconds told = std::chrono::milliseconds(info ? info->tcpi_last_data_recv : 0);
+    const auto info = TcpInfo::of(socket);
+    const std::chrono::nanoseconds told = info ? info->sinceLastData() : std::chrono::milliseconds(0);
     return std::max(told - kernelTick(), std::chrono::nanoseconds(0));
 }
 
@@ -242,8 +227,8 @@ std::shared_ptr<TransferTask> ConnectionPool::head(Request request, TransferSess
 bool ConnectionPool::isClosedByPeer() const {
     const auto sockets = multi_.openSockets();
     return answered_ && std::any_of(sockets.begin(), sockets.end(), [](curl_socket_t socket) {
-               const auto info = tcpInfo(socket);
-               return !info || info->tcpi_state != establishedState;
+               const auto info = TcpInfo::of(socket);
+               return !info || !info->isEstablished();
            });
 }
 

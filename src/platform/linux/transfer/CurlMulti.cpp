@@ -3,8 +3,9 @@
 #include "platform/linux/system/FileDescriptor.h"
 #include "platform/linux/transfer/CurlOptions.h"
 #include "platform/linux/transfer/ProxySettings.h"
+#include "platform/linux/transfer/TcpInfo.h"
+#include "platform/linux/transfer/TransferNames.h"
 
-#include <arpa/inet.h>
 #include <linux/tcp.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -20,59 +21,14 @@ namespace skylet {
 
 namespace {
 
-/// A notifier may be dropped from inside its own signal.
-void dropNotifier(QSocketNotifier* notifier) {
-    notifier->setEnabled(false);
-    notifier->deleteLater();
-}
-
-struct HostAndPort {
-    QString host;
-    int port = 0;
-};
-
-bool isAddress(const QString& host) {
-    in6_addr buffer{};
-    const auto text = host.toUtf8();
-    return ::inet_pton(AF_INET, text.constData(), &buffer) == 1 ||
-           ::inet_pton(AF_INET6, text.constData(), &buffer) == 1;
-}
-
-/// The names that a connection for `target` cannot be opened without, in the order in which libcurl wants them.
-std::vector<HostAndPort> namesFor(const QUrl& target, const std::optional<Proxy>& proxy) {
-    constexpr int httpsPort = 443;
-    std::vector<HostAndPort> names;
-    const auto add = [&](const QString& host, int port) {
-        if (!host.isEmpty() && !isAddress(host)) {
-            names.push_back({host, port});
-        }
-    };
-    if (proxy) {
-        add(proxy->host, proxy->port);
-    }
-    if (!proxy || proxy->wantsAddress) {
-        add(target.host(QUrl::FullyEncoded), target.port(httpsPort));
-    }
-    return names;
-}
-
 std::optional<Proxy> proxyOfEnvironment(const QUrl& target) {
     return proxyFor(target, [](const char* variable) { return qgetenv(variable); });
 }
 
-/// As CURLOPT_RESOLVE wants it; "+": it ages like an answer of libcurl's own.
-QByteArray resolveEntry(const HostAndPort& name, const NameResolver::Addresses& addresses) {
-    QByteArray entry = '+' + name.host.toUtf8() + ':' + QByteArray::number(name.port);
-    char separator = ':';
-    for (const auto& address : addresses) {
-        entry += std::exchange(separator, ',') + (address.contains(':') ? '[' + address + ']' : address);
-    }
-    return entry;
-}
-
-/// Has libcurl forget what it was told.
-QByteArray removalEntry(const HostAndPort& name) {
-    return '-' + name.host.toUtf8() + ':' + QByteArray::number(name.port);
+/// A notifier may be dropped from inside its own signal.
+void dropNotifier(QSocketNotifier* notifier) {
+    notifier->setEnabled(false);
+    notifier->deleteLater();
 }
 
 /// Two ends of a connection that leads nowhere.
@@ -100,19 +56,6 @@ std::optional<ino_t> identityOf(curl_socket_t socket) {
 void resetOnClose(curl_socket_t socket) {
     const linger atOnce{.l_onoff = 1, .l_linger = 0};
     ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
-}
-
-/// TCP_ESTABLISHED of <netinet/tcp.h>, which does not go together with <linux/tcp.h>.
-constexpr std::uint8_t acceptedState = 1;
-
-/// Absent: nobody has accepted the connection, or it has ended.
-std::optional<std::chrono::microseconds> establishedRoundTrip(curl_socket_t socket) {
-    tcp_info info{};
-    socklen_t size = sizeof info;
-    if (::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0 || info.tcpi_state != acceptedState) {
-        return std::nullopt;
-    }
-    return std::chrono::microseconds(info.tcpi_rtt);
 }
 
 /// libcurl would read, and throw away, the whole body of such an answer in one go, even one without end. No other
@@ -285,8 +228,9 @@ std::optional<std::chrono::microseconds> CurlMulti::roundTrip(CURL* handle) cons
         return std::nullopt;
     }
     for (const auto& [socket, identity] : place->second->opened) {
-        if (const auto time = identityOf(socket) == identity ? establishedRoundTrip(socket) : std::nullopt) {
-            return time;
+        const auto info = identityOf(socket) == identity ? TcpInfo::of(socket) : std::nullopt;
+        if (info && info->isEstablished()) {
+            return info->roundTrip();
         }
     }
     return std::nullopt;

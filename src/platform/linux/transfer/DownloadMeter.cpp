@@ -1,26 +1,21 @@
 #include "platform/linux/transfer/DownloadMeter.h"
 
+#include "platform/linux/transfer/TcpInfo.h"
+
 #include <linux/sockios.h>
-#include <linux/tcp.h>
-#include <netinet/in.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
 
 #include <algorithm>
-#include <cstddef>
 
 namespace skylet {
 
 std::optional<ReceiveProgress> ReceiveProgress::of(int socket) {
     // In this order: what comes in between is taken to be read, so that nothing is counted that has not arrived.
     int unread = 0;
-    tcp_info info{};
-    socklen_t size = sizeof info;
-    if (::ioctl(socket, SIOCINQ, &unread) != 0 || ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0 ||
-        size < offsetof(tcp_info, tcpi_bytes_received) + sizeof info.tcpi_bytes_received) {
-        return std::nullopt;
-    }
-    return ReceiveProgress{static_cast<std::int64_t>(info.tcpi_bytes_received), unread};
+    const bool isKnown = ::ioctl(socket, SIOCINQ, &unread) == 0;
+    const auto info = TcpInfo::of(socket);
+    const auto received = info ? info->bytesReceived() : std::nullopt;
+    return isKnown && received ? std::optional(ReceiveProgress{*received, unread}) : std::nullopt;
 }
 
 DownloadMeter::Mark DownloadMeter::mark(const ReceiveProgress& progress, std::int64_t delivered) {

@@ -1,39 +1,23 @@
 #include "platform/linux/transfer/UploadMeter.h"
 
+#include "platform/linux/transfer/TcpInfo.h"
+
 #include <linux/sockios.h>
-#include <linux/tcp.h>
-#include <netinet/in.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
 
 #include <algorithm>
-#include <cstddef>
 
 namespace skylet {
 
-namespace {
-
-/// Before the first one has been measured.
-constexpr std::uint32_t unknownRoundTrip = 0xffffffff;
-
-} // namespace
-
 std::optional<SendProgress> SendProgress::of(int socket) {
     int pending = 0;
-    tcp_info info{};
-    socklen_t size = sizeof info;
-    if (::ioctl(socket, SIOCOUTQ, &pending) != 0 || ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) {
+    const bool isKnown = ::ioctl(socket, SIOCOUTQ, &pending) == 0;
+    const auto info = TcpInfo::of(socket);
+    if (!isKnown || !info) {
         return std::nullopt;
     }
-    SendProgress progress{.acknowledged = {}, .pending = pending};
-    if (size >= offsetof(tcp_info, tcpi_bytes_acked) + sizeof info.tcpi_bytes_acked) {
-        progress.acknowledged = static_cast<std::int64_t>(info.tcpi_bytes_acked);
-    }
-    const bool isTimed = size >= offsetof(tcp_info, tcpi_min_rtt) + sizeof info.tcpi_min_rtt;
-    if (isTimed && info.tcpi_min_rtt != unknownRoundTrip) {
-        progress.roundTrip = std::chrono::microseconds(info.tcpi_min_rtt);
-    }
-    return progress;
+    return SendProgress{
+        .acknowledged = info->bytesAcknowledged(), .pending = pending, .roundTrip = info->smallestRoundTrip()};
 }
 
 void UploadMeter::begin(const std::optional<SendProgress>& progress) {
