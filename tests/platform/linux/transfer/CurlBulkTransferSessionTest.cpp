@@ -423,6 +423,18 @@ TEST_F(CurlBulkTransferSessionTest, AConnectionThatTheServerHasClosedIsReplacedW
     EXPECT_EQ(told(task).sent, 1'000'000);
 }
 
+TEST_F(CurlBulkTransferSessionTest, AnUploadThatLosesAKeptConnectionStartsAnewWithItsWholeBody) {
+    finish(session->download(test::SpeedServer::down(1000)));
+    server->set(QStringLiteral("up"), {{QStringLiteral("rate"), 2'000'000}});
+    const auto task = upload(1'000'000);
+    ASSERT_TRUE(runUntil([&] { return told(task).sent > 0; }));
+    server->drop(QStringLiteral("reset"));
+    EXPECT_EQ(finish(task).end, End::finished);
+    EXPECT_EQ(told(task).sent, 1'000'000);
+    EXPECT_EQ(lastSeriesValue(server->requests().last().toObject()), 1'000'000);
+    EXPECT_EQ(server->connections(), 2);
+}
+
 TEST_F(CurlBulkTransferSessionTest, AKeptConnectionIsClosedWhenNothingFollows) {
     finish(session->download(test::SpeedServer::down(1000)));
     EXPECT_EQ(tcpSockets(), 1);
