@@ -88,6 +88,15 @@ struct CurlMulti::Transfer {
         Q_CHECK_PTR(entries.get());
     }
 
+    /// A line of `size` bytes has come in a head. True: the proxy's is longer than any that is meant well. libcurl 7.88
+    /// reads on for as long as lines arrive, byte by byte, and tells nobody where its heads are not asked for.
+    bool proxyTalksOn(std::size_t size) {
+        if (isReachingThroughProxy && !proxyPassed) {
+            proxyHeadBytes += size;
+        }
+        return proxyHeadBytes > headLimitBytes;
+    }
+
     CurlMulti& owner;
     const NameResolver::Freshness freshness;
     const std::optional<Proxy> proxy;
@@ -102,6 +111,8 @@ struct CurlMulti::Transfer {
     std::map<curl_socket_t, ino_t> opened;
     std::optional<SteadyClock::time_point> begun;
     std::optional<SteadyClock::time_point> proxyPassed;
+    /// Of the head with which the proxy answers.
+    std::size_t proxyHeadBytes = 0;
 };
 
 CurlMulti::CurlMulti(NameResolver& names, Settings settings, DoneHandler done)
@@ -314,15 +325,16 @@ int CurlMulti::closeSocket(void* self, curl_socket_t socket) {
     return 0;
 }
 
-/// libcurl tells of each TLS record, also in the midst of what it does at one go.
-int CurlMulti::debug(CURL* handle, curl_infotype type, char* /*data*/, std::size_t /*size*/, void* transfer) {
+/// libcurl tells of each TLS record and each line of a head, also in the midst of what it does at one go.
+int CurlMulti::debug(CURL* handle, curl_infotype type, char* /*data*/, std::size_t size, void* transfer) {
     auto& concerned = *static_cast<Transfer*>(transfer);
     if (type == CURLINFO_SSL_DATA_OUT && concerned.isReachingThroughProxy && !concerned.proxyPassed) {
         concerned.proxyPassed = SteadyClock::now();
     }
     const bool isTooMuch = type == CURLINFO_SSL_DATA_IN && concerned.owner.guard_.recordArrived();
     const bool isRefused = type == CURLINFO_HEADER_IN && isRefusedByProxy(handle);
-    if (isTooMuch || isRefused) {
+    const bool isEndless = type == CURLINFO_HEADER_IN && concerned.proxyTalksOn(size);
+    if (isTooMuch || isRefused || isEndless) {
         concerned.owner.cutConnections();
     }
     return 0;

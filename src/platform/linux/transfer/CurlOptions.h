@@ -9,7 +9,8 @@
 
 namespace skylet {
 
-/// Bytes of response head, all interim responses included, after which a transfer is to fail.
+/// Bytes of response head, all interim responses included, after which a transfer is to fail. So it is with what a
+/// proxy says before.
 inline constexpr std::size_t headLimitBytes = std::size_t{64} * 1024;
 
 /// Sets one option; stops the program where libcurl does not know it.

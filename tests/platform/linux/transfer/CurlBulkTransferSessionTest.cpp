@@ -1,6 +1,7 @@
 #include "platform/linux/transfer/CurlBulkTransferSession.h"
 
 #include "DeadNames.h"
+#include "LoopWatch.h"
 #include "PrivateSystem.h"
 #include "Proxy.h"
 #include "SpeedServer.h"
@@ -889,6 +890,19 @@ TEST_F(CurlBulkTransferSessionTest, AProxyThatRefusesGivesNoStatus) {
     EXPECT_EQ(result.end, End::failed);
     EXPECT_EQ(result.statusCode, std::nullopt);
     EXPECT_TRUE(told(task).heads.empty());
+}
+
+TEST_F(CurlBulkTransferSessionTest, AProxyWhoseAnswerHasNoEndIsLeftBeforeItHoldsUpTheProgram) {
+    const test::Proxy proxy(test::Proxy::Manner::talkingWithoutEnd);
+    qputenv("https_proxy", proxy.url());
+    makeSession({1s, 1s});
+    const test::LoopWatch watch;
+    const auto result = finish(session->download(test::SpeedServer::down(1'000'000)));
+    qunsetenv("https_proxy");
+    EXPECT_EQ(result.end, End::failed);
+    if (!test::isSanitized) {
+        EXPECT_LT(watch.longestTurn() / 1ms, 100) << "ms of the processor at one go";
+    }
 }
 
 /// The machine itself acknowledges what is sent, as a proxy on it would.
