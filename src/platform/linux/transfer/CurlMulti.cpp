@@ -58,13 +58,23 @@ void resetOnClose(curl_socket_t socket) {
     ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
 }
 
+/// With which an HTTP proxy answered to CONNECT; 0: not yet.
+long statusOfProxy(CURL* handle) {
+    long status = 0;
+    curl_easy_getinfo(handle, CURLINFO_HTTP_CONNECTCODE, &status);
+    return status;
+}
+
 /// libcurl would read, and throw away, the whole body of such an answer in one go, even one without end. No other
 /// answer can follow it: what there is of credentials was in the question.
 bool isRefusedByProxy(CURL* handle) {
     constexpr long credentialsWanted = 407;
-    long status = 0;
-    curl_easy_getinfo(handle, CURLINFO_HTTP_CONNECTCODE, &status);
-    return status == credentialsWanted;
+    return statusOfProxy(handle) == credentialsWanted;
+}
+
+/// What comes before, in TLS, is said to the proxy itself.
+bool hasProxyConnected(CURL* handle) {
+    return statusOfProxy(handle) / 100 == 2;
 }
 
 std::uint16_t localPort(curl_socket_t socket) {
@@ -328,7 +338,8 @@ int CurlMulti::closeSocket(void* self, curl_socket_t socket) {
 /// libcurl tells of each TLS record and each line of a head, also in the midst of what it does at one go.
 int CurlMulti::debug(CURL* handle, curl_infotype type, char* /*data*/, std::size_t size, void* transfer) {
     auto& concerned = *static_cast<Transfer*>(transfer);
-    if (type == CURLINFO_SSL_DATA_OUT && concerned.isReachingThroughProxy && !concerned.proxyPassed) {
+    const bool isReaching = concerned.isReachingThroughProxy && !concerned.proxyPassed;
+    if (type == CURLINFO_SSL_DATA_OUT && isReaching && (!concerned.proxy->isOverTls || hasProxyConnected(handle))) {
         concerned.proxyPassed = SteadyClock::now();
     }
     const bool isTooMuch = type == CURLINFO_SSL_DATA_IN && concerned.owner.guard_.recordArrived();

@@ -24,13 +24,15 @@ bool holdsHashedCertificates(const QString& folder) {
 }
 
 /// Where the system keeps its certificates both as one bundle and as hashed files, libcurl would read the whole bundle
-/// for every connection; the hashed files are opened as needed.
+/// for every connection, also for one to a proxy over TLS; the hashed files are opened as needed.
 void useHashedCertificates(const CurlEasy& handle) {
     const char* folder = curl_version_info(CURLVERSION_NOW)->capath;
     static const bool areHashed = folder != nullptr && holdsHashedCertificates(QString::fromUtf8(folder));
     if (areHashed) {
         setCurlOption(handle, CURLOPT_CAPATH, folder);
         setCurlOption<const char*>(handle, CURLOPT_CAINFO, nullptr);
+        setCurlOption(handle, CURLOPT_PROXY_CAPATH, folder);
+        setCurlOption<const char*>(handle, CURLOPT_PROXY_CAINFO, nullptr);
     }
 }
 

@@ -60,7 +60,8 @@ std::optional<Proxy> proxyFor(const QUrl& target, const Environment& environment
     Proxy proxy;
     proxy.url = text;
     proxy.host = url.host(QUrl::FullyEncoded);
-    proxy.port = url.port(scheme == QStringLiteral("https") ? defaultTlsPort : defaultPort);
+    proxy.isOverTls = scheme == QStringLiteral("https");
+    proxy.port = url.port(proxy.isOverTls ? defaultTlsPort : defaultPort);
     proxy.wantsAddress =
         scheme == QStringLiteral("socks") || scheme == QStringLiteral("socks4") || scheme == QStringLiteral("socks5");
     return proxy;

@@ -18,6 +18,8 @@ struct Proxy {
     int port = 0;
     /// SOCKS4 and SOCKS5 are told the address of the target, which is looked up here; all others are told its name.
     bool wantsAddress = false;
+    /// TLS is spoken with the proxy itself too.
+    bool isOverTls = false;
 };
 
 /// Value of an environment variable; empty when it is not set.

@@ -1,3 +1,4 @@
+#include "LoopWatch.h"
 #include "PrivateSystem.h"
 #include "SpeedServer.h"
 #include "SystemNames.h"
@@ -144,6 +145,18 @@ TEST_P(EndpointTest, WhereNoFreshConnectionCanBeMadeTheKeptOneIsNotAskedAgain) {
     EXPECT_EQ(status(), std::nullopt) << "and stays so for as long as no new one can be made";
     server->turnHostile({});
     EXPECT_EQ(status(), 204);
+}
+
+TEST_P(EndpointTest, AProxyOverTlsThatIsSlowToConnectIsWaitedFor) {
+    qputenv("https_proxy", "https://127.0.0.1");
+    session = std::make_unique<CurlTransferSession>(SessionConfiguration{Seconds(1), Seconds(1)}, epoch, names);
+    server->turnHostile(
+        {{QStringLiteral("stage"), QStringLiteral("request")}, {QStringLiteral("deed"), QStringLiteral("stall")}});
+    const auto before = test::Holdings::now().descriptors;
+    EXPECT_EQ(status(), std::nullopt);
+    test::runFor(100ms);
+    qunsetenv("https_proxy");
+    EXPECT_GT(test::Holdings::now().descriptors, before) << "its connection is there still";
 }
 
 TEST_P(EndpointTest, ARequestThatThisProgramIsLateToSendIsNotLate) {

@@ -52,6 +52,12 @@ TEST(ProxySettings, OneOverTlsListensAt443) {
     EXPECT_EQ(proxy({{"https_proxy", "https://proxy.example"}})->port, 443);
 }
 
+TEST(ProxySettings, TlsWithTheProxyIsWantedByItsSchemeAlone) {
+    EXPECT_TRUE(proxy({{"https_proxy", "https://proxy.example"}})->isOverTls);
+    EXPECT_FALSE(proxy({{"https_proxy", "http://proxy.example:443"}})->isOverTls);
+    EXPECT_FALSE(proxy({{"https_proxy", "proxy.example:443"}})->isOverTls);
+}
+
 TEST(ProxySettings, SocksWithoutNamesIsToldTheAddress) {
     EXPECT_TRUE(proxy({{"all_proxy", "socks4://proxy.example"}})->wantsAddress);
     EXPECT_TRUE(proxy({{"all_proxy", "socks5://proxy.example"}})->wantsAddress);
