@@ -39,12 +39,11 @@ std::shared_ptr<TransferTask> CurlTransferSession::head(const QUrl& url, Accepts
 }
 
 void CurlTransferSession::invalidateAndCancel() {
-    for (const auto& [key, host] : hosts_) {
-        if (host.current) {
-            host.current->cancelAll();
-        }
-    }
     retireAll();
+    for (const auto& pool : retired_) {
+        pool->cancelAll();
+        pool->retire();
+    }
 }
 
 CurlTransferSession::Host& CurlTransferSession::hostFor(const QString& key) {

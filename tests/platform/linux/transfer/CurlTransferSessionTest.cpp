@@ -195,6 +195,19 @@ TEST_F(CurlTransferSessionTest, InvalidateEndsEveryTransferOnceWithAnError) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
+TEST_F(CurlTransferSessionTest, InvalidateEndsTransfersOfAnEarlierNetworkToo) {
+    const test::SilentSocket silent(SOCK_STREAM);
+    silent.listen();
+    makeSession(60s);
+    head(silent.url());
+    runFor(20ms);
+    epoch->advance();
+    head(silent.url());
+    session->invalidateAndCancel();
+    runUntil(2);
+    EXPECT_EQ(results.size(), 2U);
+}
+
 TEST_F(CurlTransferSessionTest, ManyFailuresLeaveNothingBehind) {
     const test::SilentSocket closed(SOCK_STREAM);
     const test::SilentSocket silent(SOCK_STREAM);
