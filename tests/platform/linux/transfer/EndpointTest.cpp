@@ -113,6 +113,16 @@ TEST_P(EndpointTest, AKeptConnectionIsReplacedByAFreshOneWithoutALoss) {
     }
 }
 
+TEST_P(EndpointTest, AHostThatIsDeadDoesNotKeepAnothersConnectionFromBeingReplaced) {
+    makeSession(100ms);
+    const QUrl dead(QStringLiteral("https://127.0.0.3/generate_204"));
+    EXPECT_TRUE(askUntil([&] {
+        session->head(
+            dead, [](const auto&) { return true; }, [](const auto&, const auto&) {});
+        return server->connections() >= 3;
+    }));
+}
+
 TEST_P(EndpointTest, AConnectionThatWasNotUsedForLongIsNotUsedAgain) {
     makeSession(50ms);
     EXPECT_EQ(status(), 204);
