@@ -12,9 +12,10 @@ namespace {
 
 constexpr int httpsPort = 443;
 
+/// Also one of IPv6 that means something on one link only ("fe80::1%25eth0" in a URL, RFC 6874).
 bool isAddress(const QString& host) {
     in6_addr buffer{};
-    const auto text = host.toUtf8();
+    const auto text = host.section(u'%', 0, 0).toUtf8();
     return ::inet_pton(AF_INET, text.constData(), &buffer) == 1 ||
            ::inet_pton(AF_INET6, text.constData(), &buffer) == 1;
 }

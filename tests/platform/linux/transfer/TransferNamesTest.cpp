@@ -38,6 +38,13 @@ TEST(TransferNames, AddressesAreNoNames) {
     EXPECT_THAT(namesFor(endpoint, madeProxy(true, QStringLiteral("::1"))), ElementsAre(endpointName));
 }
 
+TEST(TransferNames, AnAddressOfOneLinkIsNoNameEither) {
+    const auto neighbour = proxyFor(endpoint, [](const char* variable) {
+        return QByteArray(variable) == "https_proxy" ? QByteArray("http://[fe80::1%25eth0]:3128") : QByteArray();
+    });
+    EXPECT_THAT(namesFor(endpoint, neighbour), IsEmpty());
+}
+
 TEST(TransferNames, AProxyWithoutAHostNeedsNone) {
     EXPECT_THAT(namesFor(endpoint, madeProxy(false, {})), IsEmpty());
 }
