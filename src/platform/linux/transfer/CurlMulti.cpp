@@ -290,11 +290,12 @@ std::vector<curl_socket_t> CurlMulti::openSockets() const {
 
 int CurlMulti::resolverStarts(void* /*state*/, void* /*reserved*/, void* transfer) {
     auto& asking = *static_cast<Transfer*>(transfer);
-    if (asking.areNamesKnown) {
+    const bool isUnreachable = asking.proxy && asking.proxy->host.isEmpty();
+    if (asking.areNamesKnown && !isUnreachable) {
         // What is left to resolve are addresses, which takes libcurl no look-up.
         return 0;
     }
-    asking.isNameWanted = true;
+    asking.isNameWanted = !asking.areNamesKnown;
     return 1;
 }
 

@@ -84,11 +84,18 @@ void CurlTransferSession::renewIfDue(const QString& key, const QUrl& url, const 
     const auto isOlder = [&](const auto& entry) {
         return isProven(entry.second) && entry.second.current->newestConnection() < host.current->newestConnection();
     };
-    if (host.successor || !isProven(host) || SteadyClock::now() - lastRenewal_ < renewalInterval_ ||
-        std::any_of(hosts_.begin(), hosts_.end(), isOlder)) {
+    if (host.successor || !isProven(host)) {
         return;
     }
-    lastRenewal_ = SteadyClock::now();
+    const auto now = SteadyClock::now();
+    const bool isItsTurn =
+        now - lastRenewal_ >= renewalInterval_ && std::none_of(hosts_.begin(), hosts_.end(), isOlder);
+    // Where answers are slow a turn may come a whole cycle late; twice that would be too late for the last one.
+    const bool isOld = now - host.current->newestConnection() >= 2 * renewalInterval_;
+    if (!isItsTurn && !isOld) {
+        return;
+    }
+    lastRenewal_ = now;
     host.successor = makePool(host);
     host.successor->head({url, accepts, std::max<std::chrono::milliseconds>(renewalLimit, limit_),
                           NameResolver::Freshness::fresh, false},

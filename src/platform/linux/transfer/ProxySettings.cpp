@@ -58,7 +58,8 @@ std::optional<Proxy> proxyFor(const QUrl& target, const Environment& environment
     const QUrl url(full);
     const auto scheme = url.scheme();
     Proxy proxy;
-    proxy.url = text;
+    // As it is understood here, lest libcurl understands it otherwise and looks up another name.
+    proxy.url = url.adjusted(QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment).toEncoded();
     proxy.host = url.host(QUrl::FullyEncoded);
     proxy.isOverTls = scheme == QStringLiteral("https");
     proxy.port = url.port(proxy.isOverTls ? defaultTlsPort : defaultPort);

@@ -13,7 +13,7 @@ namespace skylet {
 struct Proxy {
     /// For CURLOPT_PROXY.
     QByteArray url;
-    /// Where it is.
+    /// Where it is; empty where the environment's text names no host, and nothing can be reached.
     QString host;
     int port = 0;
     /// SOCKS4 and SOCKS5 are told the address of the target, which is looked up here; all others are told its name.
