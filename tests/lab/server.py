@@ -44,7 +44,8 @@ FLOOD_INTERVAL = 0.01
 class Behaviour:
     """How an endpoint meets its clients."""
 
-    accept: str = "serve"  # or "refuse" (nobody listens), "silent" (no handshake), "reset" (RST after the accept)
+    accept: str = "serve"  # or "refuse" (nobody listens), "silent" (no handshake), "reset" (RST after the accept),
+    # "one" (reset while there is a connection already)
     certificate: str = "good"  # or another kind that the authority makes
     protocols: list = field(default_factory=lambda: ["h2", "http/1.1"])
     answer: str = "whole"  # or "never", "drip" (a byte per second), "endless" (headers without end)
@@ -257,7 +258,7 @@ class Endpoint:
             record = self.records.connection(self._name, address, client.getsockname()[0])
             if self.behaviour.accept == "silent":
                 self._held.append(client)
-            elif self.behaviour.accept == "reset":
+            elif self.behaviour.accept == "reset" or (self.behaviour.accept == "one" and self.connected):
                 client.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, RESET_ON_CLOSE)
                 client.close()
             else:

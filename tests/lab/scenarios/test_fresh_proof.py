@@ -123,3 +123,18 @@ def test_connections_are_renewed_in_turn_unseen_and_at_little_cost(lab):
     print(f"renewals of {prices} bytes each {interval:.0f} s, {an_hour:.0f} bytes an hour; "
           f"{lab.link.bytes()} bytes in all, {dict(requests)} requests")
     assert an_hour <= MOST_BYTES_AN_HOUR
+
+
+@pytest.mark.xfail(strict=True, reason="a connection made in place of a kept one does not count as fresh: turns never end")
+def test_servers_that_take_one_connection_at_a_time_are_not_asked_ever_more_often(lab):
+    lab.link.set(rtt_ms=20)
+    for endpoint in lab.servers.both:
+        endpoint.set(accept="one")
+    green = lab.start()
+    sleep_until(lab.program.started + 140)  # each endpoint has refused a renewal
+    watched = time.monotonic()
+    time.sleep(60)
+    assert {state.dot for state in lab.area.since(green.time)} == {"green"}
+    connections = [record for endpoint in lab.servers.both for record in endpoint.connections(watched)]
+    print(f"{len(connections)} new connections in a minute")
+    assert len(connections) <= 4

@@ -145,6 +145,45 @@ def test_a_rule_that_sends_packets_another_way_makes_new_connections(lab):
     lab.area.wait_for("green", 1, since=lab.area.wait_for("yellow", 0.5, since=moved).time)
 
 
+@pytest.mark.xfail(strict=True, reason="the kernel is not told that the question is about HTTPS")
+def test_a_rule_for_https_alone_is_a_way_out(lab):
+    lab.link.remove_default_route()
+    lab.network.client.ip(f"route add default via {lab.link.gateway} dev wlan0 table 100")
+    lab.network.client.ip("rule add ipproto tcp dport 443 lookup 100")
+    lab.start(within=3)
+
+
+def test_rules_as_wireguard_sets_them_lead_into_the_tunnel_and_out_again(lab):
+    tunnel = lab.network.add_tunnel()
+    slow_enough_to_be_seen(lab.link, tunnel)
+    lab.start()
+    time.sleep(0.5)
+    begun = time.monotonic()
+    lab.network.client.ip(f"route add default via {tunnel.gateway} dev tun0 table 51820")
+    lab.network.client.ip("rule add not fwmark 51820 table 51820")
+    lab.network.client.ip("rule add table main suppress_prefixlength 0")
+    assert source(lab, requested_within(lab, begun, 1))["address"] == tunnel.near
+    lab.area.wait_for("green", 1, since=lab.area.wait_for("yellow", 1, since=begun).time)
+    time.sleep(0.5)
+    ended = time.monotonic()
+    lab.network.client.ip("rule delete not fwmark 51820 table 51820")
+    assert source(lab, requested_within(lab, ended, 1))["address"] == lab.link.near
+    lab.area.wait_for("green", 1, since=lab.area.wait_for("yellow", 1, since=ended).time)
+    assert "red" not in [colour for _, colour in lab.area.dots(begun)]
+
+
+def test_a_lease_that_is_renewed_is_not_seen(lab):
+    lab.start()
+    time.sleep(0.5)
+    began = time.monotonic()
+    for _ in range(10):
+        lab.network.client.ip(f"address change {lab.link.near}/29 dev wlan0 valid_lft 3600 preferred_lft 3600")
+        lab.network.client.ip(f"route replace default via {lab.link.gateway} dev wlan0 metric 100")
+        time.sleep(0.2)
+    assert [colour for _, colour in lab.area.dots(began)] == ["green"]
+    assert not [connection for endpoint in lab.servers.both for connection in endpoint.connections(began)]
+
+
 @pytest.mark.parametrize("kind", ["unreachable", "blackhole", "prohibit"])
 def test_a_default_route_that_refuses_is_red_at_once(lab, kind):
     lab.start()

@@ -5,7 +5,7 @@ import time
 import network
 import pytest
 
-OFFLINE_WAIT, LIMIT, RETRY = 3, 3, 0.5
+CYCLE, OFFLINE_WAIT, LIMIT, RETRY = 5, 3, 3, 0.5
 SYN, ACK = 0x02, 0x10
 UNUSED_ADDRESS = "203.0.113.99"
 
@@ -84,6 +84,36 @@ def test_an_answer_that_is_under_way_when_the_network_changes_is_neither_waited_
     time.sleep(6)
     assert [colour for _, colour in lab.area.dots(green.time)] == ["green"]
     assert_only_asked(usb0, network.OTHER_ENDPOINT_ADDRESSES)
+
+
+@pytest.mark.xfail(strict=True, reason="the first look-up asks the name server of the network before and is waited for")
+def test_a_resolv_conf_that_follows_the_route_a_moment_later_is_not_waited_for(lab):
+    """As network managers write it: the route first, the name servers half a second later."""
+    usb0 = lab.network.add_usb0()
+    usb0.mute(network.DNS_ADDRESS)
+    lab.network.names_from_dns()
+    lab.start()
+    lab.link.remove_default_route()
+    lab.area.wait_for("red", 1)
+    usb0.add_default_route()
+    time.sleep(0.5)
+    lab.network.names_from_dns(servers=[network.SECOND_DNS_ADDRESS])
+    written = time.monotonic()
+    lab.area.wait_for("green", LIMIT + RETRY + 1, since=written)
+
+
+@pytest.mark.xfail(strict=True, reason="the connection that replaces the dead one goes to the kept answer")
+def test_servers_that_move_are_found_at_the_second_probe(lab):
+    lab.network.names_from_dns()
+    lab.link.set(rtt_ms=20)
+    lab.start()
+    time.sleep(6)
+    set_addresses(lab, network.OTHER_ENDPOINT_ADDRESSES)
+    lab.link.mute(*network.ENDPOINT_ADDRESSES)
+    moved = time.monotonic()
+    yellow = lab.area.wait_for("yellow", CYCLE + LIMIT + 1, since=moved)
+    lab.area.wait_for("green", RETRY + 1, since=yellow.time)
+    assert "red" not in {state.dot for state in lab.area.since(moved)}
 
 
 def assert_only_asked(link, addresses):
