@@ -125,7 +125,6 @@ def test_connections_are_renewed_in_turn_unseen_and_at_little_cost(lab):
     assert an_hour <= MOST_BYTES_AN_HOUR
 
 
-@pytest.mark.xfail(strict=True, reason="a connection made in place of a kept one does not count as fresh: turns never end")
 def test_servers_that_take_one_connection_at_a_time_are_not_asked_ever_more_often(lab):
     lab.link.set(rtt_ms=20)
     for endpoint in lab.servers.both:

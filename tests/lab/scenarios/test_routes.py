@@ -145,7 +145,6 @@ def test_a_rule_that_sends_packets_another_way_makes_new_connections(lab):
     lab.area.wait_for("green", 1, since=lab.area.wait_for("yellow", 0.5, since=moved).time)
 
 
-@pytest.mark.xfail(strict=True, reason="the kernel is not told that the question is about HTTPS")
 def test_a_rule_for_https_alone_is_a_way_out(lab):
     lab.link.remove_default_route()
     lab.network.client.ip(f"route add default via {lab.link.gateway} dev wlan0 table 100")

@@ -86,7 +86,6 @@ def test_an_answer_that_is_under_way_when_the_network_changes_is_neither_waited_
     assert_only_asked(usb0, network.OTHER_ENDPOINT_ADDRESSES)
 
 
-@pytest.mark.xfail(strict=True, reason="the first look-up asks the name server of the network before and is waited for")
 def test_a_resolv_conf_that_follows_the_route_a_moment_later_is_not_waited_for(lab):
     """As network managers write it: the route first, the name servers half a second later."""
     usb0 = lab.network.add_usb0()
@@ -102,7 +101,6 @@ def test_a_resolv_conf_that_follows_the_route_a_moment_later_is_not_waited_for(l
     lab.area.wait_for("green", LIMIT + RETRY + 1, since=written)
 
 
-@pytest.mark.xfail(strict=True, reason="the connection that replaces the dead one goes to the kept answer")
 def test_servers_that_move_are_found_at_the_second_probe(lab):
     lab.network.names_from_dns()
     lab.link.set(rtt_ms=20)

@@ -1,6 +1,8 @@
 #include "platform/linux/system/NetlinkSocket.h"
 
+#include <arpa/inet.h>
 #include <linux/if_link.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -13,8 +15,9 @@ namespace {
 
 // The kernel answers while it takes the request in; whoever has to wait this long will not get an answer at all.
 constexpr timeval patience{.tv_sec = 0, .tv_usec = 200'000};
+constexpr std::uint16_t httpsPort = 443;
 // Room for a header, the largest fixed part and an address.
-constexpr std::size_t requestSize = 64;
+constexpr std::size_t requestSize = 96;
 
 nlmsghdr* beginRequest(std::span<char> buffer, std::uint16_t type, std::uint16_t flags) {
     nlmsghdr* header = mnl_nlmsg_put_header(buffer.data());
@@ -57,8 +60,10 @@ bool NetlinkSocket::requestRoute(std::uint8_t family, std::span<const std::uint8
     route->rtm_family = family;
     route->rtm_dst_len = static_cast<std::uint8_t>(destination.size() * 8);
     route->rtm_flags = flags;
+    // Rules may be about protocols and ports.
     return mnl_attr_put_check(header, buffer.size(), RTA_DST, destination.size(), destination.data()) &&
-           request(buffer);
+           mnl_attr_put_u8_check(header, buffer.size(), RTA_IP_PROTO, IPPROTO_TCP) &&
+           mnl_attr_put_u16_check(header, buffer.size(), RTA_DPORT, htons(httpsPort)) && request(buffer);
 }
 
 bool NetlinkSocket::request(std::span<char> message) {

@@ -92,10 +92,12 @@ void CurlTransferSession::renewIfDue(const QString& key, const QUrl& url, const 
         now - lastRenewal_ >= renewalInterval_ && std::none_of(hosts_.begin(), hosts_.end(), isOlder);
     // Where answers are slow a turn may come a whole cycle late; twice that would be too late for the last one.
     const bool isOld = now - host.current->newestConnection() >= 2 * renewalInterval_;
-    if (!isItsTurn && !isOld) {
+    const bool isInDoubt = host.current->newestConnection() < lastFailure_;
+    if (!isItsTurn && !isOld && !isInDoubt) {
         return;
     }
     lastRenewal_ = now;
+    host.isBeforeTurn = isInDoubt;
     host.successor = makePool(host);
     host.successor->head({url, accepts, std::max<std::chrono::milliseconds>(renewalLimit, limit_),
                           NameResolver::Freshness::fresh, false},
@@ -112,8 +114,11 @@ void CurlTransferSession::succeed(Host& host) {
     } else if (isInUse && !isOutdone) {
         host.version = successor->successorVersion();
         host.current->distrust();
-        // If no new connection can be made here, then perhaps nowhere: the next host's turn comes at once.
-        lastRenewal_ = SteadyClock::now() - renewalInterval_;
+        // If no new connection can be made here, then perhaps nowhere. This goes round once: a server that takes one
+        // connection at a time refuses each fresh one beside the kept one.
+        if (!host.isBeforeTurn) {
+            lastFailure_ = SteadyClock::now();
+        }
     }
     retire(std::move(successor));
 }

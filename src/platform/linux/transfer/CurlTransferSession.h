@@ -47,6 +47,8 @@ class CurlTransferSession final : public TransferSession {
         /// Makes the connection that is to replace the current one, or waits for a slow proxy while the current one
         /// tries anew.
         Pool successor;
+        /// The successor was begun before its turn, since another host's had failed.
+        bool isBeforeTurn = false;
     };
 
     /// With a current pool that is fit for use.
@@ -67,6 +69,8 @@ class CurlTransferSession final : public TransferSession {
     std::uint64_t epochOfHosts_;
     /// When a renewal last began, or the network did.
     SteadyClock::time_point lastRenewal_ = SteadyClock::now();
+    /// When a renewal that had its turn last failed: connections that are older are in doubt too.
+    SteadyClock::time_point lastFailure_ = SteadyClock::time_point::min();
     /// TLS sessions, so that a new connection to a known host need not carry the certificates again. Outlives the
     /// pools.
     const CurlShare share_;

@@ -8,6 +8,7 @@
 #include <netdb.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -43,9 +44,9 @@ void askOnThread(const std::shared_ptr<Answer>& answer, const NameResolver::Syst
 class NameResolver::Question {
   public:
     /// `answered` is called from the event loop and may destroy the question.
-    Question(QString host, std::uint64_t epoch, const SystemLookUp& systemLookUp,
+    Question(QString host, std::uint64_t generation, const SystemLookUp& systemLookUp,
              std::function<void(const Question&)> answered)
-        : host_(std::move(host)), epoch_(epoch), answered_(std::move(answered)) {
+        : host_(std::move(host)), generation_(generation), answered_(std::move(answered)) {
         if (!answer_->done.isValid()) {
             failSoon();
             return;
@@ -65,7 +66,7 @@ class NameResolver::Question {
     }
 
     const QString& host() const { return host_; }
-    std::uint64_t epoch() const { return epoch_; }
+    std::uint64_t generation() const { return generation_; }
     const Addresses& addresses() const { return answer_->addresses; }
 
   private:
@@ -74,7 +75,7 @@ class NameResolver::Question {
     }
 
     const QString host_;
-    const std::uint64_t epoch_;
+    const std::uint64_t generation_;
     const std::function<void(const Question&)> answered_;
     /// Outlives this where the thread is still at it.
     const std::shared_ptr<Answer> answer_ = std::make_shared<Answer>();
@@ -88,20 +89,27 @@ class NameResolver::Question {
 };
 
 NameResolver::NameResolver(std::shared_ptr<const Clock> clock, std::shared_ptr<const NetworkEpoch> epoch,
-                           SystemLookUp systemLookUp)
+                           SystemLookUp systemLookUp, Configuration configuration)
     : clock_(std::move(clock)), epoch_(std::move(epoch)), systemLookUp_(std::move(systemLookUp)),
+      configuration_(std::move(configuration)), configurationOfQuestions_(configuration_()),
       epochOfNames_(epoch_->current()) {}
 
 NameResolver::~NameResolver() = default;
 
 void NameResolver::lookUp(const QString& host, Freshness freshness, Completion completion) {
     followNetwork();
+    followConfiguration();
     auto& name = names_[host];
     const auto age = clock_->systemUptime() - name.answered;
     const bool isKept = !name.addresses.empty() && age < keepFor;
     if (isKept && freshness == Freshness::kept) {
         const auto addresses = name.addresses;
-        if (age >= refreshAfter || name.isDoubted) {
+        if (name.isDoubted) {
+            waitOrUse(name, addresses, std::move(completion));
+            ask(host);
+            return;
+        }
+        if (age >= refreshAfter) {
             ask(host);
         }
         completion(addresses);
@@ -109,6 +117,18 @@ void NameResolver::lookUp(const QString& host, Freshness freshness, Completion c
     }
     name.waiting.push_back(std::move(completion));
     ask(host);
+}
+
+void NameResolver::waitOrUse(Name& name, const Addresses& kept, Completion completion) {
+    const auto pending = std::make_shared<Completion>(std::move(completion));
+    const auto complete = [pending](const Addresses& addresses) {
+        if (const auto waiting = std::exchange(*pending, nullptr)) {
+            waiting(addresses);
+        }
+    };
+    name.waiting.push_back(
+        [complete, kept](const Addresses& addresses) { complete(addresses.empty() ? kept : addresses); });
+    QTimer::singleShot(doubtPatience, lifetime_.guard([complete, kept] { complete(kept); }));
 }
 
 void NameResolver::doubt(const QString& host) {
@@ -122,9 +142,25 @@ void NameResolver::followNetwork() {
         return;
     }
     epochOfNames_ = epoch_->current();
+    ++generation_;
     queue_.clear();
     for (auto& [host, name] : std::exchange(names_, {})) {
         QTimer::singleShot(0, lifetime_.guard([waiting = std::move(name.waiting)] { complete(waiting, {}); }));
+    }
+}
+
+void NameResolver::followConfiguration() {
+    const auto configuration = configuration_();
+    if (std::exchange(configurationOfQuestions_, configuration) == configuration) {
+        return;
+    }
+    ++generation_;
+    queue_.clear();
+    for (auto& [host, name] : names_) {
+        name.isDoubted = true;
+        if (std::exchange(name.isAsked, false)) {
+            ask(host);
+        }
     }
 }
 
@@ -142,7 +178,7 @@ void NameResolver::ask(const QString& host) {
 }
 
 void NameResolver::begin(const QString& host) {
-    questions_.push_back(std::make_unique<Question>(host, epochOfNames_, systemLookUp_,
+    questions_.push_back(std::make_unique<Question>(host, generation_, systemLookUp_,
                                                     [this](const Question& question) { answered(question); }));
 }
 
@@ -150,7 +186,7 @@ void NameResolver::answered(const Question& question) {
     followNetwork();
     const auto host = question.host();
     const auto addresses = question.addresses();
-    const bool isOfThisNetwork = question.epoch() == epochOfNames_;
+    const bool isOfUse = question.generation() == generation_;
     const auto place =
         std::find_if(questions_.begin(), questions_.end(), [&](const auto& other) { return other.get() == &question; });
     // It is in the midst of its own signal and has to live until that is over.
@@ -161,7 +197,7 @@ void NameResolver::answered(const Question& question) {
         queue_.pop_front();
         begin(next);
     }
-    if (!isOfThisNetwork) {
+    if (!isOfUse) {
         return;
     }
     auto& name = names_[host];
@@ -202,6 +238,20 @@ NameResolver::Addresses NameResolver::askSystem(const QByteArray& host) {
         }
     }
     return addresses;
+}
+
+QByteArray NameResolver::systemConfiguration() {
+    struct stat status {};
+    if (::stat("/etc/resolv.conf", &status) != 0) {
+        return {};
+    }
+    QByteArray stamp;
+    for (const auto value :
+         {static_cast<qint64>(status.st_dev), static_cast<qint64>(status.st_ino), static_cast<qint64>(status.st_size),
+          static_cast<qint64>(status.st_mtim.tv_sec), static_cast<qint64>(status.st_mtim.tv_nsec)}) {
+        stamp += QByteArray::number(value) + ' ';
+    }
+    return stamp;
 }
 
 } // namespace skylet

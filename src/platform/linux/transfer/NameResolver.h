@@ -7,6 +7,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -41,12 +42,18 @@ class NameResolver {
     /// A kept answer that is used when it is older than this is looked up again meanwhile, so that a name in constant
     /// use is never waited for again.
     static constexpr Seconds refreshAfter{30.0};
+    /// How long a new answer is waited for by whoever would have to use one that is doubted.
+    static constexpr std::chrono::milliseconds doubtPatience{500};
     /// Threads that may wait for the system at once: look-ups of earlier networks cannot be ended and count on. One
     /// more look-up than this begins when one of them ends.
     static constexpr std::size_t threadLimit = 24;
 
+    /// Changes when the system's list of name servers does.
+    using Configuration = std::function<QByteArray()>;
+
     NameResolver(std::shared_ptr<const Clock> clock, std::shared_ptr<const NetworkEpoch> epoch,
-                 SystemLookUp systemLookUp = &NameResolver::askSystem);
+                 SystemLookUp systemLookUp = &NameResolver::askSystem,
+                 Configuration configuration = &NameResolver::systemConfiguration);
     ~NameResolver();
     NameResolver(const NameResolver&) = delete;
     NameResolver& operator=(const NameResolver&) = delete;
@@ -54,15 +61,18 @@ class NameResolver {
     NameResolver& operator=(NameResolver&&) = delete;
 
     /// Calls `completion` once: at once from inside the call with an answer that is kept, else from the event loop. A
-    /// change of network ends all that wait with an empty answer. It is not called any more once the resolver is gone.
+    /// change of network ends all that wait with an empty answer; where only the name servers are others now, they are
+    /// asked in the place of the earlier ones. It is not called any more once the resolver is gone.
     void lookUp(const QString& host, Freshness freshness, Completion completion);
 
-    /// The answer that is kept for `host` may be wrong: a request to it failed. Whoever uses it next has it looked up
-    /// again meanwhile.
+    /// The answer that is kept for `host` may be wrong: a request to it failed. It is looked up again for whoever wants
+    /// it next, and used only if no other comes soon. The doubt ends with an answer that differs.
     void doubt(const QString& host);
 
     /// getaddrinfo(3) for TCP over any family that this machine has. Blocks.
     static Addresses askSystem(const QByteArray& host);
+    /// Of /etc/resolv.conf: network managers write it a moment after the route, and the C library reads it anew then.
+    static QByteArray systemConfiguration();
 
   private:
     /// A thread that asks the system, and where its answer arrives.
@@ -77,6 +87,9 @@ class NameResolver {
     };
 
     void followNetwork();
+    void followConfiguration();
+    /// `completion` is called with an answer that comes within `doubtPatience`, else with `kept`.
+    void waitOrUse(Name& name, const Addresses& kept, Completion completion);
     void ask(const QString& host);
     void begin(const QString& host);
     void answered(const Question& question);
@@ -85,6 +98,10 @@ class NameResolver {
     const std::shared_ptr<const Clock> clock_;
     const std::shared_ptr<const NetworkEpoch> epoch_;
     const SystemLookUp systemLookUp_;
+    const Configuration configuration_;
+    QByteArray configurationOfQuestions_;
+    /// Grows with each change of network or configuration: tells which questions are still of use.
+    std::uint64_t generation_ = 0;
     /// Of the network that `names_` are from.
     std::uint64_t epochOfNames_;
     std::map<QString, Name> names_;

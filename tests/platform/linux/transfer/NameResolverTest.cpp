@@ -98,7 +98,9 @@ class NameResolverTest : public testing::Test {
     FakeSystem system;
     std::shared_ptr<test::FakeClock> clock = std::make_shared<test::FakeClock>();
     std::shared_ptr<NetworkEpoch> epoch = std::make_shared<NetworkEpoch>();
-    std::unique_ptr<NameResolver> resolver = std::make_unique<NameResolver>(clock, epoch, system.lookUp());
+    QByteArray configuration = "one";
+    std::unique_ptr<NameResolver> resolver =
+        std::make_unique<NameResolver>(clock, epoch, system.lookUp(), [this] { return configuration; });
     std::vector<Addresses> results;
 };
 
@@ -164,21 +166,44 @@ TEST_F(NameResolverTest, AnAgeingAnswerStillServesAndIsLookedUpAgainMeanwhile) {
     EXPECT_THAT(results, ElementsAre(first, first, second)) << "the newer answer, 35 s old";
 }
 
-TEST_F(NameResolverTest, ADoubtedAnswerStillServesAndIsLookedUpAgainMeanwhile) {
+TEST_F(NameResolverTest, ADoubtedAnswerGivesWayToANewOneThatComesSoon) {
     lookUp();
     answer(0, first);
     resolver->doubt(host);
     settle();
-    EXPECT_EQ(system.calls().size(), 1U) << "only for those who use it";
+    EXPECT_EQ(system.calls().size(), 1U) << "only for those who want it";
     lookUp();
+    EXPECT_EQ(results.size(), 1U);
+    answer(1, second);
+    EXPECT_THAT(results, ElementsAre(first, second));
+    lookUp();
+    settle();
+    EXPECT_THAT(results, ElementsAre(first, second, second));
+    EXPECT_EQ(system.calls().size(), 2U) << "the new answer is not in doubt";
+}
+
+TEST_F(NameResolverTest, ADoubtedAnswerServesWhereNoOtherComesSoon) {
+    lookUp();
+    answer(0, first);
+    resolver->doubt(host);
+    lookUp();
+    ASSERT_TRUE(runUntilResults(2));
     EXPECT_THAT(results, ElementsAre(first, first));
     ASSERT_TRUE(runUntilCalls(2));
     system.answer(1, second);
     settle();
+    EXPECT_EQ(results.size(), 2U) << "told once";
     lookUp();
-    settle();
     EXPECT_THAT(results, ElementsAre(first, first, second));
-    EXPECT_EQ(system.calls().size(), 2U) << "the new answer is not in doubt";
+}
+
+TEST_F(NameResolverTest, ADoubtedAnswerServesWhereThereIsNoOther) {
+    lookUp();
+    answer(0, first);
+    resolver->doubt(host);
+    lookUp();
+    answer(1, {});
+    EXPECT_THAT(results, ElementsAre(first, first));
 }
 
 TEST_F(NameResolverTest, TheSameAnswerAgainStaysInDoubt) {
@@ -186,11 +211,30 @@ TEST_F(NameResolverTest, TheSameAnswerAgainStaysInDoubt) {
     answer(0, first);
     resolver->doubt(host);
     lookUp();
-    ASSERT_TRUE(runUntilCalls(2));
-    system.answer(1, first);
-    settle();
+    answer(1, first);
     lookUp();
     EXPECT_TRUE(runUntilCalls(3));
+}
+
+TEST_F(NameResolverTest, OtherNameServersAreAskedAtOnceForThoseWhoWait) {
+    lookUp();
+    ASSERT_TRUE(runUntilCalls(1));
+    configuration = "two";
+    lookUp();
+    answer(1, second);
+    EXPECT_THAT(results, ElementsAre(second, second));
+    system.answer(0, first);
+    settle();
+    EXPECT_EQ(results.size(), 2U) << "what the earlier ones say is of no use any more";
+}
+
+TEST_F(NameResolverTest, OtherNameServersPutWhatIsKeptInDoubt) {
+    lookUp();
+    answer(0, first);
+    configuration = "two";
+    lookUp();
+    answer(1, second);
+    EXPECT_THAT(results, ElementsAre(first, second));
 }
 
 TEST_F(NameResolverTest, ToDoubtANameThatNobodyAskedForIsNothing) {
@@ -303,6 +347,10 @@ TEST(NameResolverSystemTest, TheSystemKnowsItself) {
     for (const auto& address : addresses) {
         EXPECT_TRUE(address.startsWith("127.") || address == "::1") << address.constData();
     }
+}
+
+TEST(NameResolverSystemTest, TheConfigurationIsTheSameUntilItChanges) {
+    EXPECT_EQ(NameResolver::systemConfiguration(), NameResolver::systemConfiguration());
 }
 
 TEST(NameResolverSystemTest, ANameThatCannotBeIsNoAnswer) {
