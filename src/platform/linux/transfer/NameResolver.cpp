@@ -190,8 +190,8 @@ void NameResolver::answered(const Question& question) {
     const auto place =
         std::find_if(questions_.begin(), questions_.end(), [&](const auto& other) { return other.get() == &question; });
     // It is in the midst of its own signal and has to live until that is over.
-    QTimer::singleShot(0, [ended = std::shared_ptr<Question>(std::move(*place))] {});
-    questions_.erase(place);
+    ended_.splice(ended_.end(), questions_, place);
+    QTimer::singleShot(0, lifetime_.guard([this] { ended_.clear(); }));
     if (!queue_.empty()) {
         const auto next = queue_.front();
         queue_.pop_front();

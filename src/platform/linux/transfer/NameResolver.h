@@ -109,6 +109,8 @@ class NameResolver {
     std::list<QString> queue_;
     /// Of this network and earlier ones.
     std::list<std::unique_ptr<Question>> questions_;
+    /// Answered, and about to go.
+    std::list<std::unique_ptr<Question>> ended_;
     Lifetime lifetime_;
 };
 
