@@ -13,8 +13,8 @@ const QUrl endpoint(QStringLiteral("https://probe.example/generate_204"));
 const HostAndPort endpointName{QStringLiteral("probe.example"), 443};
 const HostAndPort proxyName{QStringLiteral("proxy.example"), 3128};
 
-Proxy madeProxy(bool wantsAddress, const QString& host = proxyName.host) {
-    return {.url = {}, .host = host, .port = proxyName.port, .wantsAddress = wantsAddress};
+Proxy madeProxy(bool wantsAddress, const QString& proxyHost = proxyName.host) {
+    return {.url = {}, .host = proxyHost, .port = proxyName.port, .wantsAddress = wantsAddress};
 }
 
 TEST(TransferNames, DirectlyOnlyTheTargetsIsNeeded) {
