@@ -268,7 +268,9 @@ void ConnectionPool::done(CURL* handle, CURLcode result) {
         answered_ = true;
         behindSlowProxy_ = false;
         auto response = exchange->response();
-        if (!exchange->request().accepts(response)) {
+        if (exchange->request().accepts(response)) {
+            multi_.confirmNames(exchange->request().url);
+        } else {
             disappointed(*exchange);
         }
         exchange->finish(std::move(response), {});

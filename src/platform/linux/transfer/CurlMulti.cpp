@@ -257,6 +257,12 @@ std::optional<std::chrono::microseconds> CurlMulti::roundTrip(CURL* handle) cons
     return std::nullopt;
 }
 
+void CurlMulti::confirmNames(const QUrl& target) {
+    for (const auto& name : namesFor(target, proxyOfEnvironment(target))) {
+        names_.confirm(name.host);
+    }
+}
+
 bool CurlMulti::isWaitingForProxy(CURL* handle) const {
     const auto place = transfers_.find(handle);
     return place != transfers_.end() && place->second->isReachingThroughProxy && !place->second->proxyPassed &&

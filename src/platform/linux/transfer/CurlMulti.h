@@ -60,6 +60,8 @@ class CurlMulti {
 
     /// A request for `target` failed, perhaps because the addresses are wrong that its names are said to have.
     void doubtNames(const QUrl& target);
+    /// A request for `target` succeeded.
+    void confirmNames(const QUrl& target);
 
     /// When libcurl began to work on it; absent while names are being looked up.
     std::optional<SteadyClock::time_point> beginning(CURL* handle) const;

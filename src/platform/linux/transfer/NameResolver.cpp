@@ -137,6 +137,12 @@ void NameResolver::doubt(const QString& host) {
     }
 }
 
+void NameResolver::confirm(const QString& host) {
+    if (const auto place = names_.find(host); place != names_.end()) {
+        place->second.isDoubted = false;
+    }
+}
+
 void NameResolver::followNetwork() {
     if (epochOfNames_ == epoch_->current()) {
         return;

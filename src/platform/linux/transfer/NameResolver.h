@@ -66,8 +66,10 @@ class NameResolver {
     void lookUp(const QString& host, Freshness freshness, Completion completion);
 
     /// The answer that is kept for `host` may be wrong: a request to it failed. It is looked up again for whoever wants
-    /// it next, and used only if no other comes soon. The doubt ends with an answer that differs.
+    /// it next, and used only if no other comes soon. The doubt ends with an answer that differs, or with `confirm`.
     void doubt(const QString& host);
+    /// A request to `host` succeeded.
+    void confirm(const QString& host);
 
     /// getaddrinfo(3) for TCP over any family that this machine has. Blocks.
     static Addresses askSystem(const QByteArray& host);

@@ -216,6 +216,17 @@ TEST_F(NameResolverTest, TheSameAnswerAgainStaysInDoubt) {
     EXPECT_TRUE(runUntilCalls(3));
 }
 
+TEST_F(NameResolverTest, AnAnswerThatProvedRightIsInDoubtNoMore) {
+    lookUp();
+    answer(0, first);
+    resolver->doubt(host);
+    resolver->confirm(host);
+    lookUp();
+    EXPECT_THAT(results, ElementsAre(first, first));
+    settle();
+    EXPECT_EQ(system.calls().size(), 1U);
+}
+
 TEST_F(NameResolverTest, OtherNameServersAreAskedAtOnceForThoseWhoWait) {
     lookUp();
     ASSERT_TRUE(runUntilCalls(1));
