@@ -126,7 +126,7 @@ void NameResolver::waitOrUse(Name& name, const Addresses& kept, Completion compl
             waiting(addresses);
         }
     };
-    name.waiting.push_back(
+    name.waiting.emplace_back(
         [complete, kept](const Addresses& addresses) { complete(addresses.empty() ? kept : addresses); });
     QTimer::singleShot(doubtPatience, lifetime_.guard([complete, kept] { complete(kept); }));
 }
