@@ -22,7 +22,7 @@ def test_no_cookie_is_ever_sent_back(lab):
 @pytest.mark.parametrize("flood", [{"padding": 70_000}, {"answer": "endless"}], ids=["large", "endless"])
 def test_a_flood_of_headers_is_a_failure_and_takes_no_memory(lab, flood, protocol):
     lab.start()
-    before = lab.program.private_kb()
+    before = lab.program.anonymous_kb()
     for endpoint in lab.servers.both:
         endpoint.set(protocols=[protocol], **flood)
         endpoint.drop("close")
@@ -31,7 +31,7 @@ def test_a_flood_of_headers_is_a_failure_and_takes_no_memory(lab, flood, protoco
     assert "green" not in [colour for _, colour in lab.area.dots(time.monotonic() - 8)]
     if lab.program.sanitized:
         pytest.skip("it failed as it should; the sanitizer's memory hides whether the program's has grown")
-    grown = lab.program.private_kb() - before
+    grown = lab.program.anonymous_kb() - before
     print(f"grown by {grown} KB")
     assert grown < 2048
 
