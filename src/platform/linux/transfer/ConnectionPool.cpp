@@ -200,7 +200,6 @@ ConnectionPool::ConnectionPool(NameResolver& names, CURLSH* share, HttpVersion v
       multi_(names,
              {.receiveBufferBytes = socketBufferBytes,
               .progress = {},
-              .closesByReset = true,
               .opening = [this] { connectionBegins(); },
               .closing = {}},
              [this](CURL* handle, CURLcode result) { done(handle, result); }) {}

@@ -433,7 +433,6 @@ std::unique_ptr<CurlMulti> CurlBulkTransferSession::makeMulti() {
         *names_,
         CurlMulti::Settings{.receiveBufferBytes = {},
                             .progress = [this] { return moved(); },
-                            .closesByReset = true,
                             .opening = {},
                             .closing = [this](curl_socket_t socket) { closing(socket); }},
         [this](CURL* handle, CURLcode result) { done(handle, result); });

@@ -146,9 +146,7 @@ CurlMulti::~CurlMulti() {
     const DeadEnds ends;
     if (ends.near.isValid()) {
         for (const auto socket : openSockets()) {
-            if (settings_.closesByReset) {
-                resetOnClose(socket);
-            }
+            resetOnClose(socket);
             ::dup2(ends.near.get(), socket);
         }
     }
@@ -335,9 +333,7 @@ int CurlMulti::closeSocket(void* self, curl_socket_t socket) {
     if (multi.settings_.closing) {
         multi.settings_.closing(socket);
     }
-    if (multi.settings_.closesByReset) {
-        resetOnClose(socket);
-    }
+    resetOnClose(socket);
     ::close(socket);
     return 0;
 }

@@ -23,8 +23,8 @@ namespace skylet {
 
 /// Runs libcurl transfers, and keeps their connections, on the Qt event loop through the multi-socket interface: no
 /// polling, no wake-up while nothing is to be done. Names are looked up by the resolver it is given, never by libcurl;
-/// proxies are those of the environment. A peer that keeps it busy to no purpose loses its connection. The handles
-/// added belong to the caller.
+/// proxies are those of the environment. A peer that keeps it busy to no purpose loses its connection. Connections are
+/// closed by a reset: what the kernel still holds of them is not sent any more. The handles added belong to the caller.
 class CurlMulti {
   public:
     /// Called from the event loop, never from inside libcurl or `add`: the handler may add and remove handles, but must
@@ -37,8 +37,6 @@ class CurlMulti {
         std::optional<int> receiveBufferBytes;
         /// Grows whenever a transfer gets anywhere; asked at each TLS record that arrives. Absent: whenever one ends.
         std::function<std::int64_t()> progress;
-        /// Connections are closed by a reset: what the kernel still holds of them is not sent any more.
-        bool closesByReset = false;
         /// A connection is about to be opened.
         std::function<void()> opening;
         /// The connection of this socket is about to be closed.
