@@ -139,7 +139,7 @@ def test_the_manual_tells_what_decides_over_the_program_and_what_it_leaves(manua
 def test_manual_and_description_tell_of_the_data_that_it_uses(manual):
     for text in (manual, re.sub(r"\s+", " ", field("Description"))):
         assert "speed test" in text
-        assert "0.4 MB an hour" in text
+        assert "0.5 MB an hour" in text
         assert "63 MB" in text
 
 
