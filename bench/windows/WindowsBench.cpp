@@ -1,4 +1,4 @@
-#include "platform/linux/statusitem/ApplicationIcon.h"
+#include "platform/linux/desktop/ApplicationIcon.h"
 #include "speedtest/SpeedTest.h"
 #include "support/FakeBulkTransfers.h"
 #include "support/FakeClock.h"

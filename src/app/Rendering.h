@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/StatusTitle.h"
+#include "platform/desktop/StatusTitle.h"
 #include "ui/Strings.h"
 
 #include <QString>

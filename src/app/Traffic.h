@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Clock.h"
-#include "platform/InterfaceCounters.h"
+#include "platform/network/InterfaceCounters.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/InterfaceCounters.h"
+#include "platform/network/InterfaceCounters.h"
 
 #include <QString>
 

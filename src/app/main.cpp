@@ -1,22 +1,22 @@
-#include "app/RepeatingTimer.h"
 #include "app/Skylet.h"
 #include "app/WaysOut.h"
 #include "connectivity/ConnectivityEngine.h"
 #include "connectivity/HTTPConnectivityProbe.h"
-#include "platform/NetworkEpoch.h"
-#include "platform/linux/statusitem/DesktopApplication.h"
+#include "platform/Timers.h"
+#include "platform/linux/desktop/DesktopApplication.h"
+#include "platform/linux/network/NetlinkInterfaceCounters.h"
+#include "platform/linux/network/NetlinkPathMonitor.h"
 #include "platform/linux/system/BusLoss.h"
 #include "platform/linux/system/FileDiagnosticLog.h"
 #include "platform/linux/system/IniUserDefaults.h"
 #include "platform/linux/system/LogindSleepMonitor.h"
-#include "platform/linux/system/NetlinkInterfaceCounters.h"
-#include "platform/linux/system/NetlinkPathMonitor.h"
 #include "platform/linux/system/SingleInstance.h"
 #include "platform/linux/system/SystemClock.h"
 #include "platform/linux/system/UnixSignals.h"
 #include "platform/linux/transfer/CurlBulkTransferSession.h"
 #include "platform/linux/transfer/CurlTransferSession.h"
-#include "platform/linux/transfer/NameResolver.h"
+#include "platform/linux/transfer/names/NameResolver.h"
+#include "platform/network/NetworkEpoch.h"
 #include "speedtest/SpeedTest.h"
 #include "ui/DesktopWindows.h"
 #include "ui/LaunchAgent.h"
@@ -99,7 +99,7 @@ int main(int argc, char** argv) {
                    .diagnosticLog = diagnosticLog,
                    .clock = *clock,
                    .repeatingTimer = repeatingTimer,
-                   .oneShotTimer = ConnectivityEngine::commonTimer,
+                   .oneShotTimer = commonTimer,
                    .makeSpeedTest = makeSpeedTest(clock, epoch, names, interfaceCounters),
                    .windows = windows},
                   makeEngine(clock, epoch, names), launchAgent());

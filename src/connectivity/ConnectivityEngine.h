@@ -1,10 +1,9 @@
 #pragma once
 
-#include "connectivity/Cancellation.h"
 #include "connectivity/ConnectionState.h"
 #include "connectivity/ConnectivityProbing.h"
-#include "platform/Clock.h"
 #include "platform/Lifetime.h"
+#include "platform/Timers.h"
 
 #include <QUrl>
 
@@ -15,9 +14,6 @@
 #include <vector>
 
 namespace skylet {
-
-/// Starts a one-shot delay of the given length, after which the action runs on the main thread.
-using Schedule = std::function<std::shared_ptr<Cancellation>(Seconds interval, std::function<void()> action)>;
 
 /// Decides what the dot shows: runs cycles of probes against a fixed list of endpoints, calls the connection online
 /// with the first success of a cycle and offline after two cycles in a row in which every endpoint failed. Path
@@ -38,10 +34,6 @@ class ConnectivityEngine {
 
     /// The endpoints of the build. A text that is no URL stops the program.
     static std::vector<QUrl> defaultEndpoints();
-
-    /// One-shot timer on the event loop, running also while a menu is open. Never fires early; may fire late by the
-    /// smaller of 10 % of `interval` and 0.2 s. The handle may be dropped, the timer then still fires.
-    static std::shared_ptr<Cancellation> commonTimer(Seconds interval, std::function<void()> action);
 
     /// The state last assigned.
     const ConnectionState& state() const { return state_; }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "connectivity/Cancellation.h"
+#include "platform/Cancellation.h"
 
 #include <QUrl>
 

@@ -3,7 +3,7 @@
 #include "connectivity/ConnectivityProbing.h"
 #include "platform/Clock.h"
 #include "platform/Lifetime.h"
-#include "platform/TransferSession.h"
+#include "platform/transfer/TransferSession.h"
 
 #include <QUrl>
 

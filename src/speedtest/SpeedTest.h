@@ -1,8 +1,8 @@
 #pragma once
 
-#include "connectivity/ConnectivityEngine.h"
-#include "platform/BulkTransferSession.h"
 #include "platform/Clock.h"
+#include "platform/Timers.h"
+#include "platform/transfer/BulkTransferSession.h"
 #include "speedtest/GaugeDrawing.h"
 #include "speedtest/SpeedTestDisplay.h"
 #include "speedtest/SpeedTestMeasurement.h"
@@ -87,8 +87,7 @@ class GaugeView final : public QWidget {
 class SpeedTestController final : public SpeedTesting, private SpeedTestDisplay {
   public:
     SpeedTestController(const BulkTransferSessionFactory& makeSession, const Clock& clock,
-                        Schedule schedule = ConnectivityEngine::commonTimer,
-                        const SessionConfiguration& configuration = {},
+                        Schedule schedule = commonTimer, const SessionConfiguration& configuration = {},
                         Seconds phaseSeconds = SpeedTestMeasurement::defaultPhaseSeconds);
     ~SpeedTestController() override;
     SpeedTestController(const SpeedTestController&) = delete;

@@ -1,10 +1,9 @@
 #pragma once
 
-#include "connectivity/Cancellation.h"
-#include "connectivity/ConnectivityEngine.h"
-#include "platform/BulkTransferSession.h"
 #include "platform/Clock.h"
 #include "platform/Lifetime.h"
+#include "platform/Timers.h"
+#include "platform/transfer/BulkTransferSession.h"
 #include "speedtest/SpeedTestDisplay.h"
 
 #include <QUrl>

@@ -1,6 +1,6 @@
 #include "ui/TextLabel.h"
 
-#include "platform/TextDirection.h"
+#include "platform/desktop/TextDirection.h"
 
 #include <QPainter>
 #include <QPalette>

@@ -3,11 +3,6 @@
 #include "support/FakeProbe.h"
 #include "support/FakeSchedule.h"
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
-#include <QEventLoop>
-#include <QTimer>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -447,79 +442,6 @@ TEST(ConnectivityEngineDefaults, TheEndpointsAreTwoHttpsAddressesThatAnswer204) 
         EXPECT_EQ(endpoint.path(), QStringLiteral("/generate_204"));
     }
     EXPECT_NE(endpoints[0].host(), endpoints[1].host());
-}
-
-/// Runs the event loop until `done` or for `longest`.
-template <typename Condition>
-void runLoop(Condition done, std::chrono::milliseconds longest) {
-    QElapsedTimer since;
-    since.start();
-    while (!done() && since.elapsed() < longest.count()) {
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
-    }
-}
-
-TEST(CommonTimer, FiresOnceAndNeverEarly) {
-    using Clock = std::chrono::steady_clock;
-    for (const auto interval : {Seconds(0.0), Seconds(0.0004), Seconds(0.0105), Seconds(0.03)}) {
-        int fired = 0;
-        const auto start = Clock::now();
-        Clock::time_point at;
-        const auto handle = ConnectivityEngine::commonTimer(interval, [&] {
-            ++fired;
-            at = Clock::now();
-        });
-        runLoop([&] { return fired > 0; }, 2000ms);
-        ASSERT_EQ(fired, 1);
-        EXPECT_GE(at - start, interval);
-        runLoop([] { return false; }, 5ms);
-        EXPECT_EQ(fired, 1);
-    }
-}
-
-TEST(CommonTimer, NeverFiresFromInsideTheCall) {
-    bool fired = false;
-    const auto handle = ConnectivityEngine::commonTimer(Seconds(0), [&] { fired = true; });
-    EXPECT_FALSE(fired);
-    runLoop([&] { return fired; }, 2000ms);
-    EXPECT_TRUE(fired);
-}
-
-TEST(CommonTimer, DoesNotFireOnceCancelledAndCancellingTwiceIsHarmless) {
-    bool fired = false;
-    const auto handle = ConnectivityEngine::commonTimer(Seconds(0.005), [&] { fired = true; });
-    handle->cancel();
-    handle->cancel();
-    runLoop([&] { return fired; }, 20ms);
-    EXPECT_FALSE(fired);
-}
-
-TEST(CommonTimer, CancellingAfterItFiredIsHarmless) {
-    bool fired = false;
-    const auto handle = ConnectivityEngine::commonTimer(Seconds(0.001), [&] { fired = true; });
-    runLoop([&] { return fired; }, 2000ms);
-    runLoop([] { return false; }, 5ms);
-    handle->cancel();
-    EXPECT_TRUE(fired);
-}
-
-TEST(CommonTimer, FiresAlsoWhenItsHandleWasDropped) {
-    bool fired = false;
-    ConnectivityEngine::commonTimer(Seconds(0.001), [&] { fired = true; });
-    runLoop([&] { return fired; }, 2000ms);
-    EXPECT_TRUE(fired);
-}
-
-TEST(CommonTimer, FiresInsideANestedEventLoopAsWhileAMenuIsOpen) {
-    bool fired = false;
-    QEventLoop menu;
-    ConnectivityEngine::commonTimer(Seconds(0.005), [&] {
-        fired = true;
-        menu.quit();
-    });
-    QTimer::singleShot(2000, &menu, &QEventLoop::quit);
-    menu.exec();
-    EXPECT_TRUE(fired);
 }
 
 } // namespace

@@ -7,7 +7,7 @@
 
 #include "app/WaysOut.h"
 #include "connectivity/ConnectivityEngine.h"
-#include "platform/linux/system/NetlinkInterfaceCounters.h"
+#include "platform/linux/network/NetlinkInterfaceCounters.h"
 #include "platform/linux/system/SystemClock.h"
 #include "platform/linux/transfer/CurlBulkTransferSession.h"
 #include "speedtest/SpeedTestMeasurement.h"
@@ -136,7 +136,7 @@ int main(int argc, char** argv) {
         return std::make_unique<Witness>(clock, phases, configuration, delegate);
     };
     TextDisplay display;
-    SpeedTestMeasurement measurement(makeSession, clock, ConnectivityEngine::commonTimer, {}, phaseSeconds);
+    SpeedTestMeasurement measurement(makeSession, clock, commonTimer, {}, phaseSeconds);
     measurement.setDisplay(&display);
     measurement.onFinished = [&](std::optional<double> down, std::optional<double> up) {
         print(phases, down, up);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/BulkTransferSession.h"
+#include "platform/transfer/BulkTransferSession.h"
 
 #include <QByteArray>
 #include <QUrl>

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "platform/Application.h"
-#include "platform/DiagnosticLog.h"
-#include "platform/InterfaceCounters.h"
-#include "platform/PathMonitor.h"
-#include "platform/SleepMonitor.h"
-#include "platform/UserDefaults.h"
+#include "platform/desktop/Application.h"
+#include "platform/network/InterfaceCounters.h"
+#include "platform/network/PathMonitor.h"
+#include "platform/system/DiagnosticLog.h"
+#include "platform/system/SleepMonitor.h"
+#include "platform/system/UserDefaults.h"
 
 #include <QMap>
 #include <QStringList>

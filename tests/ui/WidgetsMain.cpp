@@ -1,4 +1,4 @@
-#include "platform/linux/statusitem/ApplicationIcon.h"
+#include "platform/linux/desktop/ApplicationIcon.h"
 #include "support/RuntimeFolder.h"
 
 #include <QApplication>

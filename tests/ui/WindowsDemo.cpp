@@ -1,5 +1,5 @@
 #include "connectivity/ConnectivityEngine.h"
-#include "platform/linux/statusitem/ApplicationIcon.h"
+#include "platform/linux/desktop/ApplicationIcon.h"
 #include "platform/linux/system/SystemClock.h"
 #include "speedtest/SpeedTest.h"
 #include "support/FakeBulkTransfers.h"
@@ -122,7 +122,7 @@ class WindowsDemo {
     QJsonArray reports_;
     std::unique_ptr<WelcomeWindow> welcome_;
     std::unique_ptr<Window> about_;
-    SpeedTestController speedTest_{transfers_.factory(), clock_, ConnectivityEngine::commonTimer, {}, Seconds(3600)};
+    SpeedTestController speedTest_{transfers_.factory(), clock_, commonTimer, {}, Seconds(3600)};
 };
 
 } // namespace

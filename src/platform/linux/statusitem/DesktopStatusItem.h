@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/StatusItem.h"
-#include "platform/linux/statusitem/HostlessItem.h"
-#include "platform/linux/statusitem/SniStatusItem.h"
+#include "platform/desktop/StatusItem.h"
+#include "platform/linux/statusitem/host/SniStatusItem.h"
+#include "platform/linux/statusitem/hostless/HostlessItem.h"
 
 #include <QDBusConnection>
 #include <QObject>

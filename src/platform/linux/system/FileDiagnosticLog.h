@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/DiagnosticLog.h"
+#include "platform/system/DiagnosticLog.h"
 
 #include <string>
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "platform/Lifetime.h"
-#include "platform/NetworkEpoch.h"
-#include "platform/SleepMonitor.h"
 #include "platform/linux/system/BusLoss.h"
+#include "platform/network/NetworkEpoch.h"
+#include "platform/system/SleepMonitor.h"
 
 #include <QDBusConnection>
 #include <QDBusServiceWatcher>

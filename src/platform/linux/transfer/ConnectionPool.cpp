@@ -1,7 +1,7 @@
 #include "platform/linux/transfer/ConnectionPool.h"
 
-#include "platform/linux/transfer/CurlOptions.h"
-#include "platform/linux/transfer/TcpInfo.h"
+#include "platform/linux/transfer/curl/CurlOptions.h"
+#include "platform/linux/transfer/curl/TcpInfo.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/Lifetime.h"
-#include "platform/TransferSession.h"
-#include "platform/linux/transfer/CurlMulti.h"
+#include "platform/linux/transfer/curl/CurlMulti.h"
+#include "platform/transfer/TransferSession.h"
 
 #include <QTimer>
 #include <QUrl>

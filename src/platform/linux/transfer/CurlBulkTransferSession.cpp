@@ -1,8 +1,8 @@
 #include "platform/linux/transfer/CurlBulkTransferSession.h"
 
-#include "platform/linux/transfer/CurlOptions.h"
 #include "platform/linux/transfer/DownloadMeter.h"
 #include "platform/linux/transfer/UploadMeter.h"
+#include "platform/linux/transfer/curl/CurlOptions.h"
 
 #include <algorithm>
 #include <numeric>

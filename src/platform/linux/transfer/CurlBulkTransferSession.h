@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/BulkTransferSession.h"
-#include "platform/NetworkEpoch.h"
-#include "platform/linux/transfer/CurlMulti.h"
+#include "platform/linux/transfer/curl/CurlMulti.h"
+#include "platform/network/NetworkEpoch.h"
+#include "platform/transfer/BulkTransferSession.h"
 
 #include <QTimer>
 

@@ -1,6 +1,6 @@
 #include "platform/linux/transfer/CurlTransferSession.h"
 
-#include "platform/linux/transfer/CurlOptions.h"
+#include "platform/linux/transfer/curl/CurlOptions.h"
 
 #include <QTimer>
 

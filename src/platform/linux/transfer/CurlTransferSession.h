@@ -1,10 +1,10 @@
 #pragma once
 
 #include "platform/Lifetime.h"
-#include "platform/NetworkEpoch.h"
-#include "platform/TransferSession.h"
 #include "platform/linux/transfer/ConnectionPool.h"
-#include "platform/linux/transfer/CurlHandles.h"
+#include "platform/linux/transfer/curl/CurlHandles.h"
+#include "platform/network/NetworkEpoch.h"
+#include "platform/transfer/TransferSession.h"
 
 #include <QString>
 

@@ -1,6 +1,6 @@
 #include "platform/linux/transfer/UploadMeter.h"
 
-#include "platform/linux/transfer/TcpInfo.h"
+#include "platform/linux/transfer/curl/TcpInfo.h"
 
 #include <linux/sockios.h>
 #include <sys/ioctl.h>

@@ -1,7 +1,7 @@
 #include "platform/linux/statusitem/DesktopStatusItem.h"
 
-#include "platform/linux/statusitem/FakeStatusHost.h"
-#include "platform/linux/statusitem/SampleTitles.h"
+#include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "platform/linux/statusitem/host/FakeStatusHost.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
 

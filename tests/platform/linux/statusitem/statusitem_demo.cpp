@@ -1,6 +1,6 @@
-#include "platform/linux/statusitem/DesktopApplication.h"
-#include "platform/linux/statusitem/SampleTitles.h"
-#include "platform/linux/statusitem/TitleStyle.h"
+#include "platform/linux/desktop/DesktopApplication.h"
+#include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "platform/linux/statusitem/drawing/TitleStyle.h"
 
 #include <QApplication>
 #include <QFontDatabase>

@@ -5,8 +5,8 @@
 #include "PrivateSystem.h"
 #include "SpeedServer.h"
 #include "SystemNames.h"
-#include "platform/NetworkEpoch.h"
 #include "platform/linux/transfer/CurlTransferSession.h"
+#include "platform/network/NetworkEpoch.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/linux/system/SystemClock.h"
-#include "platform/linux/transfer/NameResolver.h"
+#include "platform/linux/transfer/names/NameResolver.h"
 
 #include <memory>
 

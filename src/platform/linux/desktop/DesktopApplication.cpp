@@ -1,0 +1,67 @@
+#include "platform/linux/desktop/DesktopApplication.h"
+
+#include "platform/linux/desktop/ApplicationIcon.h"
+
+#include <QApplication>
+#include <QDesktopServices>
+
+namespace skylet {
+
+namespace {
+
+// A connection of its own keeps the item's fixed object paths apart from whatever else Qt exports for the program.
+QString busName() {
+    return QStringLiteral("skylet-status-item");
+}
+
+} // namespace
+
+DesktopApplication::DesktopApplication() {
+    QGuiApplication::setDesktopFileName(QStringLiteral("com.vorn.skylet"));
+    QGuiApplication::setWindowIcon(applicationIcon());
+}
+
+DesktopApplication::~DesktopApplication() {
+    QDBusConnection::disconnectFromBus(busName());
+}
+
+void DesktopApplication::becomeAccessory() {
+    QGuiApplication::setQuitOnLastWindowClosed(false);
+    // Jobs of Qt's own, such as a file dialogue's, hold a lock whose release would end the program as well.
+    QCoreApplication::setQuitLockEnabled(false);
+}
+
+QDBusConnection DesktopApplication::statusItemBus() {
+    const QDBusConnection open(busName());
+    return open.isConnected() ? open : QDBusConnection::connectToBus(QDBusConnection::SessionBus, busName());
+}
+
+std::unique_ptr<StatusItem> DesktopApplication::makeStatusItem() {
+    auto item = std::make_unique<DesktopStatusItem>(statusItemBus());
+    statusItem_ = item.get();
+    return item;
+}
+
+bool DesktopApplication::hasApplicationIcon() const {
+    return !QGuiApplication::windowIcon().pixmap(QSize(16, 16)).isNull();
+}
+
+void DesktopApplication::openURL(const QUrl& url) {
+    QDesktopServices::openUrl(url);
+}
+
+void DesktopApplication::terminate() {
+    QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit, Qt::QueuedConnection);
+}
+
+bool DesktopApplication::sessionBusAvailable() {
+    return statusItemBus().isConnected();
+}
+
+void DesktopApplication::requestAttention() {
+    if (statusItem_) {
+        statusItem_->requestAttention();
+    }
+}
+
+} // namespace skylet

@@ -1,0 +1,38 @@
+#include "platform/linux/statusitem/drawing/StatusColors.h"
+
+namespace skylet {
+
+namespace {
+
+constexpr QColor white{255, 255, 255};
+constexpr QColor black{24, 24, 24};
+
+} // namespace
+
+// Each fill stands out from a dark panel and each rim from a light one by at least 3:1, the contrast that WCAG 2.1
+// (1.4.11) asks of graphics; the fills also differ in brightness, not in hue alone.
+DotShades dotShades(DotColor color) {
+    switch (color) {
+    case DotColor::systemGreen:
+        return {QColor(48, 196, 86), QColor(22, 122, 48), white};
+    case DotColor::systemYellow:
+        return {QColor(252, 190, 8), QColor(158, 104, 0), black};
+    case DotColor::systemRed:
+        return {QColor(242, 56, 46), QColor(150, 20, 14), white};
+    case DotColor::systemGray:
+        break;
+    }
+    return {QColor(146, 146, 150), QColor(88, 88, 92), white};
+}
+
+// Dark under white letters, not quite opaque so that it blends with dark panels. Letters with an outline were tried: at
+// 16 and 22 px the outline runs into the digits' own holes on a panel of the outline's opposite shade.
+QColor plateColor() {
+    return {28, 28, 28, 230};
+}
+
+QColor plateTextColor() {
+    return white;
+}
+
+} // namespace skylet

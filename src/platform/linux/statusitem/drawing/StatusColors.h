@@ -1,0 +1,25 @@
+#pragma once
+
+#include "platform/desktop/StatusTitle.h"
+
+#include <QColor>
+
+namespace skylet {
+
+/// How one dot colour looks on screen.
+struct DotShades {
+    QColor fill;
+    /// A darker edge, so that the dot keeps its outline on a light panel.
+    QColor rim;
+    /// For the small sign on a dot that stands without a number.
+    QColor sign;
+};
+
+/// The shades of a dot colour, the same on dark and on light panels: nothing tells a program which one it sits on.
+DotShades dotShades(DotColor color);
+
+/// The ground that text brings with it, and the text's colour on it: it reads the same on every panel.
+QColor plateColor();
+QColor plateTextColor();
+
+} // namespace skylet

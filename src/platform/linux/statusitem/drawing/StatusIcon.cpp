@@ -1,0 +1,137 @@
+#include "platform/linux/statusitem/drawing/StatusIcon.h"
+
+#include "platform/linux/statusitem/drawing/StatusColors.h"
+#include "platform/linux/statusitem/drawing/TitleLine.h"
+
+#include <QFontMetricsF>
+#include <QPainter>
+#include <QPainterPath>
+#include <QPen>
+
+#include <algorithm>
+#include <cmath>
+
+namespace skylet {
+
+namespace {
+
+// Shares of the icon's side. The text dot has the size of the character that it stands for beside 12 px text in 16 px.
+constexpr double textDotShare = 0.66;
+constexpr double loneDotShare = 0.78;
+constexpr double digitHeightShare = 0.45;
+constexpr double rimShare = 1.0 / 26;
+constexpr int maximumDigits = 3;
+
+/// Digits in cells of equal width, in units of a font of `referenceSize` pixels, the baseline at 0.
+struct DigitRun {
+    QPainterPath path;
+    double width = 0;
+    double cellWidth = 0;
+    double height = 0;
+};
+
+constexpr int referenceSize = 100;
+
+DigitRun layOutDigits(const QString& number, QFont font) {
+    font.setPixelSize(referenceSize);
+    // A weight above regular: a regular stem is thinner than a pixel in the small icons.
+    font.setWeight(QFont::DemiBold);
+    const QFontMetricsF metrics(font);
+    DigitRun run;
+    for (char16_t digit = u'0'; digit <= u'9'; ++digit) {
+        run.cellWidth = std::max(run.cellWidth, metrics.horizontalAdvance(QChar(digit)));
+        QPainterPath shape;
+        shape.addText(0, 0, font, QString(QChar(digit)));
+        run.height = std::max(run.height, -shape.boundingRect().top());
+    }
+    for (const QChar character : number) {
+        const double advance = metrics.horizontalAdvance(character);
+        const double cell = character.isDigit() ? run.cellWidth : advance;
+        run.path.addText(run.width + (cell - advance) / 2, 0, font, QString(character));
+        run.width += cell;
+    }
+    return run;
+}
+
+void paintDot(QPainter& painter, const QRectF& area, DotColor color) {
+    paintStatusDot(painter, area, std::max(0.75, painter.device()->width() * rimShare), color);
+}
+
+void paintSign(QPainter& painter, const QRectF& dot, const StatusIcon& icon) {
+    const QPointF centre = dot.center();
+    const double unit = dot.width() / 8;
+    const QColor color = dotShades(icon.color).sign;
+    painter.setBrush(color);
+    painter.setPen(Qt::NoPen);
+    switch (icon.sign) {
+    case DotSign::none:
+        break;
+    case DotSign::waiting:
+        for (const int place : {-1, 0, 1}) {
+            painter.drawEllipse(centre + QPointF(place * 1.9 * unit, 0), 0.65 * unit, 0.65 * unit);
+        }
+        break;
+    case DotSign::cross:
+        painter.setPen(QPen(color, 0.95 * unit, Qt::SolidLine, Qt::RoundCap));
+        painter.drawLine(centre + QPointF(-unit, -unit) * 1.2, centre + QPointF(unit, unit) * 1.2);
+        painter.drawLine(centre + QPointF(-unit, unit) * 1.2, centre + QPointF(unit, -unit) * 1.2);
+        break;
+    case DotSign::pause:
+        for (const int side : {-1, 1}) {
+            painter.drawRect(
+                QRectF(centre.x() + side * 1.1 * unit - 0.5 * unit, centre.y() - 1.6 * unit, unit, 3.2 * unit));
+        }
+        break;
+    }
+}
+
+void paintNumber(QPainter& painter, const QRectF& plate, double margin, const DigitRun& run) {
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(plateColor());
+    painter.drawRoundedRect(plate, 2 * margin, 2 * margin);
+    const double scaleY = (plate.height() - 2 * margin) / run.height;
+    const double room = plate.width() - 2 * margin;
+    // Sized for the widest number whatever the number is, so that it does not jump from one measurement to the next.
+    const double scaleX = std::min({scaleY, room / (run.cellWidth * maximumDigits), room / run.width});
+    QTransform place;
+    place.translate(plate.center().x(), plate.bottom() - margin);
+    place.scale(scaleX, scaleY);
+    place.translate(-run.width / 2, 0);
+    painter.setBrush(plateTextColor());
+    painter.drawPath(place.map(run.path));
+}
+
+/// The largest circle diameter up to `wanted` that leaves equal whole pixels on both sides.
+double evenDiameter(int size, double wanted) {
+    const int diameter = static_cast<int>(std::lround(wanted));
+    return (size - diameter) % 2 == 0 ? diameter : diameter - 1;
+}
+
+} // namespace
+
+QImage paintStatusIcon(const StatusIcon& icon, int size, const QFont& font) {
+    if (icon.form == StatusIcon::Form::wide) {
+        return paintTitlePlate(icon.title, size, font);
+    }
+    QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::Antialiasing);
+    if (icon.number.isEmpty()) {
+        const double diameter =
+            evenDiameter(size, size * (icon.form == StatusIcon::Form::textDot ? textDotShare : loneDotShare));
+        const QRectF dot((size - diameter) / 2, (size - diameter) / 2, diameter, diameter);
+        paintDot(painter, dot, icon.color);
+        paintSign(painter, dot, icon);
+        return image;
+    }
+    const double margin = std::max(1, size / 16);
+    const double plateHeight = std::round(size * digitHeightShare) + 2 * margin;
+    paintNumber(painter, QRectF(0, size - plateHeight, size, plateHeight), margin, layOutDigits(icon.number, font));
+    // It may lie over the plate's edge: in the small icons each pixel of its size counts.
+    const double diameter = evenDiameter(size, size - plateHeight + 1);
+    paintDot(painter, QRectF((size - diameter) / 2, 0, diameter, diameter), icon.color);
+    return image;
+}
+
+} // namespace skylet

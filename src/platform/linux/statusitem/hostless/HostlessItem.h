@@ -1,0 +1,79 @@
+#pragma once
+
+#include "platform/desktop/StatusTitle.h"
+#include "platform/linux/statusitem/hostless/TitleStrip.h"
+#include "platform/linux/statusitem/hostless/X11Connection.h"
+#include "platform/linux/statusitem/hostless/X11Tray.h"
+#include "platform/linux/statusitem/hostless/XembedIcon.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QPoint>
+#include <QRect>
+#include <QString>
+#include <QTimer>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+namespace skylet {
+
+/// The item on a desktop without a status host: an icon in the X11 tray while there is one that takes it, else a strip
+/// of our own. Changes between the two as the tray comes and goes; never shows both.
+class HostlessItem final : public QObject {
+    Q_OBJECT
+
+  public:
+    struct Options {
+        /// The X11 display whose tray is looked for; empty: none is.
+        QByteArray x11Display = usualDisplay();
+        /// How long a tray has to take the icon before the strip is shown instead.
+        std::chrono::milliseconds embedding{2000};
+
+        /// The one of the session, where windows are X11's at all: asking would wake an X server that nobody uses.
+        static QByteArray usualDisplay();
+    };
+    enum class Place { tray, strip };
+
+    /// `openMenu`: pops the menu up beside the item, whose place is in logical pixels of the desktop.
+    HostlessItem(Options options, std::function<void(QRect item)> openMenu);
+    ~HostlessItem() override;
+    HostlessItem(const HostlessItem&) = delete;
+    HostlessItem& operator=(const HostlessItem&) = delete;
+    HostlessItem(HostlessItem&&) = delete;
+    HostlessItem& operator=(HostlessItem&&) = delete;
+
+    void present(const StatusTitle& title, const QString& toolTip);
+    /// As if it had been clicked. Does nothing while it is not to be seen anywhere.
+    void openMenu();
+    Place place() const { return strip_ ? Place::strip : Place::tray; }
+    /// Null while the item is elsewhere.
+    QWidget* strip() const { return strip_.get(); }
+
+  private:
+    void connectToServer();
+    void followTray();
+    void giveTrayUp();
+    void showIcon();
+    void showStrip();
+    void openMenuAtIcon(QRect icon);
+    void showToolTip();
+
+    Options options_;
+    std::function<void(QRect item)> openMenu_;
+    StatusTitle title_;
+    QString toolTip_;
+    std::unique_ptr<X11Connection> server_;
+    std::unique_ptr<X11Tray> tray_;
+    std::unique_ptr<XembedIcon> icon_;
+    std::unique_ptr<TitleStrip> strip_;
+    QTimer embeddingTimer_;
+    QTimer toolTipTimer_;
+    QRect hovered_;
+};
+
+/// The logical place that Qt has for a place in device pixels of the X11 screen.
+QPoint logicalPlace(QPoint device);
+
+} // namespace skylet

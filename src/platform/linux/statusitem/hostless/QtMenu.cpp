@@ -1,0 +1,182 @@
+#include "platform/linux/statusitem/hostless/QtMenu.h"
+
+#include "platform/desktop/TextDirection.h"
+#include "platform/linux/desktop/ApplicationIcon.h"
+
+#include <QAction>
+#include <QGuiApplication>
+#include <QIcon>
+#include <QKeyEvent>
+#include <QKeySequence>
+#include <QPainter>
+#include <QPalette>
+#include <QPointer>
+#include <QScreen>
+
+#include <algorithm>
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+/// Nearer to the first, by so much that it stays readable on the second (4.5:1 for black on white).
+QColor mixed(const QColor& text, const QColor& behind) {
+    constexpr float share = 0.6F;
+    const auto mix = [](float one, float other) { return share * one + (1 - share) * other; };
+    return QColor::fromRgbF(mix(text.redF(), behind.redF()), mix(text.greenF(), behind.greenF()),
+                            mix(text.blueF(), behind.blueF()));
+}
+
+/// A menu that runs its entries' shortcuts while it is open. Qt looks a shortcut up among the active window's actions
+/// only, to which those of a popup without a parent never belong; so nothing is grabbed outside the open menu.
+class ShortcutMenu final : public QMenu {
+  public:
+    ShortcutMenu() { darkenDisabledText(); }
+
+  protected:
+    bool event(QEvent* event) override {
+        if (event->type() == QEvent::ApplicationPaletteChange) {
+            darkenDisabledText();
+        }
+        return QMenu::event(event);
+    }
+
+    /// Styles leave the direction of a text to the painter, and painters have the application's, not the menu's.
+    void initPainter(QPainter* painter) const override {
+        QMenu::initPainter(painter);
+        painter->setLayoutDirection(layoutDirection());
+    }
+
+    void keyPressEvent(QKeyEvent* event) override {
+        const QKeySequence pressed(event->keyCombination());
+        const QList<QAction*> entries = actions();
+        const auto entry = std::find_if(entries.cbegin(), entries.cend(), [&](const QAction* action) {
+            return !action->shortcut().isEmpty() && action->shortcut() == pressed;
+        });
+        if (entry == entries.cend()) {
+            QMenu::keyPressEvent(event);
+            return;
+        }
+        if ((*entry)->isEnabled()) {
+            const QPointer<QAction> action = *entry;
+            close();
+            if (action) {
+                action->trigger();
+            }
+        }
+    }
+
+  private:
+    // Lines that cannot be chosen are there to be read, and some styles all but hide them.
+    void darkenDisabledText() {
+        QPalette own;
+        for (const auto& [text, behind] :
+             {std::pair(QPalette::Text, QPalette::Base), std::pair(QPalette::WindowText, QPalette::Window),
+              std::pair(QPalette::ButtonText, QPalette::Button)}) {
+            const QPalette general = QGuiApplication::palette();
+            own.setColor(QPalette::Disabled, text,
+                         mixed(general.color(QPalette::Active, text), general.color(QPalette::Active, behind)));
+        }
+        setPalette(own);
+    }
+};
+
+QKeySequence shortcutFor(const QString& keyEquivalent) {
+    return keyEquivalent.isEmpty() ? QKeySequence()
+                                   : QKeySequence::fromString(QStringLiteral("Ctrl+") + keyEquivalent.toUpper(),
+                                                              QKeySequence::PortableText);
+}
+
+/// The application's icon at one size, and at twice that size for screens of scale 2.
+QIcon menuIcon(QSize size) {
+    QIcon icon;
+    if (!size.isEmpty()) {
+        icon.addPixmap(applicationIcon().pixmap(size, 1.0));
+        icon.addPixmap(applicationIcon().pixmap(size * 2, 1.0));
+    }
+    return icon;
+}
+
+void apply(const MenuItem& item, QAction& action) {
+    QString text = item.title();
+    action.setText(text.replace(QLatin1Char('&'), QStringLiteral("&&")));
+    action.setSeparator(item.isSeparator());
+    action.setEnabled(item.isEnabled());
+    action.setCheckable(item.isCheckable());
+    action.setChecked(item.isChecked());
+    const QSize iconSize(item.applicationIconSize(), item.applicationIconSize());
+    if (action.icon().availableSizes().value(0, QSize(0, 0)) != iconSize) {
+        action.setIcon(menuIcon(iconSize));
+    }
+}
+
+/// To what its entries need.
+void fixSize(QMenu& menu) {
+    menu.setMinimumSize(0, 0);
+    menu.setFixedSize(menu.sizeHint());
+}
+
+QPoint onto(const QRect& area, QPoint place) {
+    return {std::clamp(place.x(), area.left(), area.right()), std::clamp(place.y(), area.top(), area.bottom())};
+}
+
+} // namespace
+
+QtMenu::QtMenu(bool keepsSize) : widget_(std::make_unique<ShortcutMenu>()), keepsSize_(keepsSize) {}
+
+QtMenu::~QtMenu() = default;
+
+void QtMenu::setMenu(const Menu& menu) {
+    widget_->clear();
+    menu_ = menu;
+    for (const std::shared_ptr<MenuItem>& item : menu_) {
+        auto* action = new QAction(widget_.get());
+        action->setShortcut(shortcutFor(item->keyEquivalent()));
+        action->setShortcutVisibleInContextMenu(true);
+        action->setIconVisibleInMenu(true);
+        // Without it Qt moves "About", "Quit" and the like into an application menu where a platform has one.
+        action->setMenuRole(QAction::NoRole);
+        apply(*item, *action);
+        connect(item.get(), &MenuItem::changed, action, [this, item = item.get(), action] {
+            // A width that is fixed would count as one that the entries need.
+            widget_->setMinimumSize(0, 0);
+            apply(*item, *action);
+            followTexts();
+        });
+        connect(action, &QAction::triggered, this, [item, action = QPointer<QAction>(action)] {
+            item->trigger();
+            // Qt has flipped the check mark on its own; the item decides whether it stays so.
+            if (action) {
+                apply(*item, *action);
+            }
+        });
+        widget_->addAction(action);
+    }
+    followTexts();
+}
+
+void QtMenu::followTexts() {
+    const bool rightToLeft =
+        std::any_of(menu_.cbegin(), menu_.cend(), [](const auto& item) { return hasRightToLeft(item->title()); });
+    widget_->setLayoutDirection(rightToLeft ? Qt::RightToLeft : Qt::LeftToRight);
+    if (keepsSize_ && widget_->isVisible()) {
+        fixSize(*widget_);
+    }
+}
+
+void QtMenu::popUp(QRect anchor) {
+    const QScreen* screen = QGuiApplication::screenAt(anchor.center());
+    const QRect area = (screen != nullptr ? screen : QGuiApplication::primaryScreen())->geometry();
+    const QRect seen(onto(area, anchor.topLeft()), onto(area, anchor.bottomRight()));
+    if (keepsSize_) {
+        fixSize(*widget_);
+    }
+    const QSize size = widget_->sizeHint();
+    // Qt moves what does not fit onto the screen, but over the anchor, where a hand that is not quite still would
+    // choose an entry by the click that opens the menu.
+    widget_->popup({widget_->isRightToLeft() ? seen.right() + 1 - size.width() : seen.left(),
+                    seen.center().y() < area.center().y() ? seen.bottom() + 1 : seen.top() - size.height()});
+}
+
+} // namespace skylet

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "platform/desktop/Menu.h"
+#include "platform/linux/desktop/Wayland.h"
+
+#include <QMenu>
+#include <QObject>
+#include <QRect>
+
+#include <memory>
+
+namespace skylet {
+
+/// The program's menu as a QMenu: the one description from which a popup of our own and the menu on D-Bus are both
+/// shown. Follows every change of the items; decides nothing about them.
+class QtMenu : public QObject {
+    Q_OBJECT
+
+  public:
+    /// `keepsSize`: while open the menu can be made neither larger nor smaller. On Wayland one that has none of our
+    /// windows beneath it is a window like any other, and compositors that lay windows out as tiles leave those alone
+    /// that have a fixed size.
+    explicit QtMenu(bool keepsSize = isOnWayland());
+    ~QtMenu() override;
+    QtMenu(const QtMenu&) = delete;
+    QtMenu& operator=(const QtMenu&) = delete;
+    QtMenu(QtMenu&&) = delete;
+    QtMenu& operator=(QtMenu&&) = delete;
+
+    /// Replaces all entries.
+    void setMenu(const Menu& menu);
+    QMenu& widget() { return *widget_; }
+    /// Opens the menu beside `anchor`, in logical pixels of the whole desktop: beneath it, or above it in the lower
+    /// half of the screen. It lies on a screen whatever the anchor is, and never on the anchor where there is room for
+    /// both.
+    void popUp(QRect anchor);
+    void close() { widget_->close(); }
+
+  private:
+    void followTexts();
+
+    std::unique_ptr<QMenu> widget_;
+    Menu menu_;
+    const bool keepsSize_;
+};
+
+} // namespace skylet

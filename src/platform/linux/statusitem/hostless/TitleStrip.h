@@ -1,0 +1,52 @@
+#pragma once
+
+#include "platform/desktop/StatusTitle.h"
+
+#include <QPoint>
+#include <QString>
+#include <QWidget>
+
+#include <optional>
+
+namespace skylet {
+
+/// The title in a small window of its own at the top right of the screen, above other windows, for desktops that have
+/// no place for it. Never takes the focus; to a screen reader it is a button. Can be drawn elsewhere with the mouse;
+/// Wayland lets the compositor choose the place and the layer.
+class TitleStrip final : public QWidget {
+    Q_OBJECT
+
+  public:
+    TitleStrip();
+
+    void setTitle(const StatusTitle& title);
+    /// As if a mouse button had gone down and up on it.
+    void click();
+
+  Q_SIGNALS:
+    /// A mouse button went down and up on it. `place`: the strip, in logical pixels of the desktop.
+    void clicked(QRect place);
+
+  protected:
+    void paintEvent(QPaintEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+
+  private:
+    void place();
+    void followScreens();
+    /// Where the top right corner has to be for the whole strip to be seen, on the screen that is nearest.
+    QPoint cornerOnScreen(QPoint corner) const;
+
+    StatusTitle title_;
+    /// Where on the strip a button went down that may still become a click or a drag.
+    std::optional<QPoint> pressedAt_;
+    bool dragged_ = false;
+    /// The top left corner that was asked for last.
+    QPoint wantedPlace_;
+    /// The top right corner that the user has chosen. Its screen may be gone, and may come back.
+    std::optional<QPoint> chosenCorner_;
+};
+
+} // namespace skylet

@@ -1,0 +1,89 @@
+#include "platform/linux/statusitem/hostless/X11Connection.h"
+
+namespace skylet {
+
+namespace {
+
+/// Marks an event that another client sent (X protocol, "Event format").
+constexpr int sentByClient = 0x80;
+
+const xcb_screen_t* screenOf(xcb_connection_t* connection, int number) {
+    xcb_screen_iterator_t screens = xcb_setup_roots_iterator(xcb_get_setup(connection));
+    for (; number > 0 && screens.rem > 0; --number) {
+        xcb_screen_next(&screens);
+    }
+    return screens.rem > 0 ? screens.data : nullptr;
+}
+
+} // namespace
+
+std::unique_ptr<X11Connection> X11Connection::open(const QByteArray& display) {
+    if (display.isEmpty()) {
+        return nullptr;
+    }
+    int number = 0;
+    xcb_connection_t* connection = xcb_connect(display.constData(), &number);
+    if (xcb_connection_has_error(connection) != 0 || screenOf(connection, number) == nullptr) {
+        xcb_disconnect(connection);
+        return nullptr;
+    }
+    return std::unique_ptr<X11Connection>(new X11Connection(connection, number));
+}
+
+X11Connection::X11Connection(xcb_connection_t* connection, int screenNumber)
+    : connection_(connection), screenNumber_(screenNumber), screen_(screenOf(connection, screenNumber)),
+      notifier_(xcb_get_file_descriptor(connection), QSocketNotifier::Read) {
+    connect(&notifier_, &QSocketNotifier::activated, this, &X11Connection::read);
+}
+
+X11Connection::~X11Connection() {
+    xcb_disconnect(connection_);
+}
+
+xcb_atom_t X11Connection::atom(const QByteArray& name) {
+    const auto cookie = xcb_intern_atom(connection_, 0, static_cast<uint16_t>(name.size()), name.constData());
+    const XcbReply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(connection_, cookie, nullptr));
+    readSoon();
+    return reply ? reply->atom : xcb_atom_t{XCB_ATOM_NONE};
+}
+
+std::optional<quint32> X11Connection::property(xcb_window_t window, xcb_atom_t name, xcb_atom_t type) {
+    const auto cookie = xcb_get_property(connection_, 0, window, name, type, 0, 1);
+    const XcbReply<xcb_get_property_reply_t> reply(xcb_get_property_reply(connection_, cookie, nullptr));
+    readSoon();
+    const bool usable = reply && reply->format == 32 && xcb_get_property_value_length(reply.get()) >= 4;
+    if (!usable) {
+        return std::nullopt;
+    }
+    return *static_cast<const quint32*>(xcb_get_property_value(reply.get()));
+}
+
+void X11Connection::settle() {
+    // Requests are carried out in order, so an answer to the last one stands for all of them.
+    const XcbReply<xcb_get_input_focus_reply_t> reply(
+        xcb_get_input_focus_reply(connection_, xcb_get_input_focus(connection_), nullptr));
+    readSoon();
+}
+
+void X11Connection::readSoon() {
+    if (!readingScheduled_) {
+        readingScheduled_ = true;
+        QMetaObject::invokeMethod(this, &X11Connection::read, Qt::QueuedConnection);
+    }
+}
+
+void X11Connection::read() {
+    readingScheduled_ = false;
+    while (const XcbReply<xcb_generic_event_t> event{xcb_poll_for_event(connection_)}) {
+        event->response_type &= static_cast<uint8_t>(~sentByClient);
+        if (event->response_type != 0) {
+            Q_EMIT received(*event);
+        }
+    }
+    if (xcb_connection_has_error(connection_) != 0) {
+        notifier_.setEnabled(false);
+        Q_EMIT lost();
+    }
+}
+
+} // namespace skylet

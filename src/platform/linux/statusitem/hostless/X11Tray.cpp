@@ -1,0 +1,58 @@
+#include "platform/linux/statusitem/hostless/X11Tray.h"
+
+namespace skylet {
+
+namespace {
+
+void selectStructure(X11Connection& connection, xcb_window_t window) {
+    const uint32_t mask = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+    xcb_change_window_attributes(connection.get(), window, XCB_CW_EVENT_MASK, &mask);
+}
+
+} // namespace
+
+X11Tray::X11Tray(X11Connection& connection)
+    : connection_(connection), selection_(connection.atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_S") +
+                                                          QByteArray::number(connection.screenNumber()))),
+      manager_(connection.atom(QByteArrayLiteral("MANAGER"))) {
+    connect(&connection_, &X11Connection::received, this, &X11Tray::take);
+    // A new tray announces itself by a message to the root window.
+    selectStructure(connection_, connection_.screen().root);
+    look();
+}
+
+void X11Tray::look() {
+    // Held still, so that the tray cannot go unseen between the two questions.
+    xcb_grab_server(connection_.get());
+    const auto cookie = xcb_get_selection_owner(connection_.get(), selection_);
+    const XcbReply<xcb_get_selection_owner_reply_t> reply(
+        xcb_get_selection_owner_reply(connection_.get(), cookie, nullptr));
+    window_ = reply ? reply->owner : xcb_window_t{XCB_WINDOW_NONE};
+    if (window_ != XCB_WINDOW_NONE) {
+        selectStructure(connection_, window_);
+    }
+    xcb_ungrab_server(connection_.get());
+    connection_.flush();
+    connection_.readSoon();
+}
+
+void X11Tray::take(const xcb_generic_event_t& event) {
+    const xcb_window_t before = window_;
+    if (event.response_type == XCB_CLIENT_MESSAGE) {
+        const auto& message = reinterpret_cast<const xcb_client_message_event_t&>(event);
+        if (message.type == manager_ && message.format == 32 && message.data.data32[1] == selection_) {
+            look();
+        }
+    } else if (event.response_type == XCB_DESTROY_NOTIFY) {
+        const auto& destroyed = reinterpret_cast<const xcb_destroy_notify_event_t&>(event);
+        if (window_ != XCB_WINDOW_NONE && destroyed.window == window_) {
+            // Another one may have taken over already.
+            look();
+        }
+    }
+    if (window_ != before) {
+        Q_EMIT changed();
+    }
+}
+
+} // namespace skylet

@@ -1,0 +1,348 @@
+#include "platform/linux/statusitem/hostless/XembedIcon.h"
+
+#include <QCoreApplication>
+#include <QFontDatabase>
+#include <QPainter>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+namespace skylet {
+
+namespace {
+
+// From the System Tray Protocol and XEmbed specifications.
+constexpr uint32_t requestDock = 0;
+constexpr uint32_t uprightTray = 1;
+constexpr uint32_t xembedVersion = 0;
+constexpr uint32_t xembedMapped = 1;
+// From X11's WM_NORMAL_HINTS (ICCCM 4.1.2.3): the minimum size is given.
+constexpr uint32_t minimumSizeHint = 1U << 4;
+
+// What most trays give an icon, in logical pixels; they stretch or shrink the window as they like.
+constexpr double usualSide = 22;
+// More than a panel's icon ever has, even on a screen of scale 3.
+constexpr int largestSide = 128;
+constexpr uint8_t depthWithAlpha = 32;
+constexpr uint32_t eventMask = XCB_EVENT_MASK_EXPOSURE | XCB_EVENT_MASK_STRUCTURE_NOTIFY | XCB_EVENT_MASK_BUTTON_PRESS |
+                               XCB_EVENT_MASK_ENTER_WINDOW | XCB_EVENT_MASK_LEAVE_WINDOW;
+
+struct Visual {
+    uint8_t depth = 0;
+    const xcb_visualtype_t* type = nullptr;
+};
+
+Visual findVisual(const xcb_screen_t& screen, xcb_visualid_t wanted) {
+    for (auto depths = xcb_screen_allowed_depths_iterator(&screen); depths.rem > 0; xcb_depth_next(&depths)) {
+        for (auto visuals = xcb_depth_visuals_iterator(depths.data); visuals.rem > 0; xcb_visualtype_next(&visuals)) {
+            if (visuals.data->visual_id == wanted) {
+                return {depths.data->depth, visuals.data};
+            }
+        }
+    }
+    return {};
+}
+
+int bitsPerPixel(const xcb_setup_t* setup, uint8_t depth) {
+    for (auto formats = xcb_setup_pixmap_formats_iterator(setup); formats.rem > 0; xcb_format_next(&formats)) {
+        if (formats.data->depth == depth) {
+            return formats.data->bits_per_pixel;
+        }
+    }
+    return 0;
+}
+
+/// Qt's name for the layout of a visual's pixels; invalid where it has none.
+QImage::Format formatOf(const xcb_setup_t* setup, const Visual& visual) {
+    struct Layout {
+        int bits;
+        uint32_t red, green, blue;
+        QImage::Format format;
+    };
+    static constexpr std::array layouts = {
+        Layout{32, 0xff0000, 0xff00, 0xff, QImage::Format_RGB32},
+        Layout{32, 0x3ff00000, 0xffc00, 0x3ff, QImage::Format_RGB30},
+        Layout{32, 0x3ff, 0xffc00, 0x3ff00000, QImage::Format_BGR30},
+        Layout{16, 0xf800, 0x7e0, 0x1f, QImage::Format_RGB16},
+        Layout{16, 0x7c00, 0x3e0, 0x1f, QImage::Format_RGB555},
+    };
+    if (visual.type == nullptr) {
+        return QImage::Format_Invalid;
+    }
+    const int bits = bitsPerPixel(setup, visual.depth);
+    const auto layout = std::find_if(layouts.cbegin(), layouts.cend(), [&](const Layout& known) {
+        return known.bits == bits && known.red == visual.type->red_mask && known.green == visual.type->green_mask &&
+               known.blue == visual.type->blue_mask;
+    });
+    if (layout == layouts.cend()) {
+        return QImage::Format_Invalid;
+    }
+    return visual.depth == depthWithAlpha ? QImage::Format_ARGB32_Premultiplied : layout->format;
+}
+
+} // namespace
+
+XembedIcon::XembedIcon(X11Connection& connection, xcb_window_t tray, StatusIcon icon, double scale)
+    : connection_(connection), icon_(std::move(icon)),
+      wantedSide_(static_cast<uint16_t>(std::lround(std::clamp(usualSide * scale, usualSide, double{largestSide})))),
+      size_(wantedSide_, wantedSide_) {
+    connect(&connection_, &X11Connection::received, this, &XembedIcon::take);
+    createWindow(tray);
+    describeWindow();
+    if (format_ != QImage::Format_Invalid) {
+        askForDock(tray);
+    }
+    connection_.flush();
+}
+
+XembedIcon::~XembedIcon() {
+    xcb_connection_t* const server = connection_.get();
+    xcb_free_gc(server, context_);
+    xcb_destroy_window(server, window_);
+    if (colormap_ != XCB_NONE) {
+        xcb_free_colormap(server, colormap_);
+    }
+    connection_.flush();
+}
+
+void XembedIcon::createWindow(xcb_window_t tray) {
+    xcb_connection_t* const server = connection_.get();
+    const xcb_screen_t& screen = connection_.screen();
+    // A tray that can show transparency names a visual for it.
+    const xcb_visualid_t wanted =
+        connection_.property(tray, connection_.atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_VISUAL")), XCB_ATOM_VISUALID)
+            .value_or(XCB_NONE);
+    Visual visual = findVisual(screen, wanted);
+    if (visual.depth != depthWithAlpha) {
+        visual = findVisual(screen, screen.root_visual);
+    }
+    depth_ = visual.depth;
+    format_ = formatOf(xcb_get_setup(server), visual);
+    const xcb_visualid_t id = depth_ == depthWithAlpha ? wanted : screen.root_visual;
+    colormap_ = xcb_generate_id(server);
+    xcb_create_colormap(server, XCB_COLORMAP_ALLOC_NONE, colormap_, screen.root, id);
+    window_ = xcb_generate_id(server);
+    const std::array<uint32_t, 4> values = {0, 0, eventMask, colormap_};
+    xcb_create_window(server, depth_, window_, screen.root, -1, -1, wantedSide_, wantedSide_, 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, id,
+                      XCB_CW_BACK_PIXEL | XCB_CW_BORDER_PIXEL | XCB_CW_EVENT_MASK | XCB_CW_COLORMAP, values.data());
+    if (const std::optional<quint32> orientation = connection_.property(
+            tray, connection_.atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_ORIENTATION")), XCB_ATOM_CARDINAL)) {
+        upright_ = *orientation == uprightTray;
+    }
+    context_ = xcb_generate_id(server);
+    xcb_create_gc(server, context_, window_, 0, nullptr);
+}
+
+void XembedIcon::describeWindow() {
+    xcb_connection_t* const server = connection_.get();
+    const auto setText = [&](xcb_atom_t property, xcb_atom_t type, const QByteArray& text) {
+        xcb_change_property(server, XCB_PROP_MODE_REPLACE, window_, property, type, 8,
+                            static_cast<uint32_t>(text.size()), text.constData());
+    };
+    const auto setNumbers = [&](xcb_atom_t property, xcb_atom_t type, const auto& numbers) {
+        xcb_change_property(server, XCB_PROP_MODE_REPLACE, window_, property, type, 32,
+                            static_cast<uint32_t>(numbers.size()), numbers.data());
+    };
+    setText(XCB_ATOM_WM_NAME, XCB_ATOM_STRING, QByteArrayLiteral("Skylet"));
+    setText(XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, QByteArrayLiteral("skylet\0skylet\0"));
+    const xcb_atom_t info = connection_.atom(QByteArrayLiteral("_XEMBED_INFO"));
+    setNumbers(info, info, std::array<uint32_t, 2>{xembedVersion, xembedMapped});
+    setNumbers(connection_.atom(QByteArrayLiteral("_NET_WM_PID")), XCB_ATOM_CARDINAL,
+               std::array<uint32_t, 1>{static_cast<uint32_t>(QCoreApplication::applicationPid())});
+    wantSide(wantedSide_);
+}
+
+void XembedIcon::wantSide(uint32_t side) {
+    std::array<uint32_t, 18> hints{};
+    hints[0] = minimumSizeHint;
+    hints[5] = side;
+    hints[6] = side;
+    xcb_change_property(connection_.get(), XCB_PROP_MODE_REPLACE, window_, XCB_ATOM_WM_NORMAL_HINTS,
+                        XCB_ATOM_WM_SIZE_HINTS, 32, static_cast<uint32_t>(hints.size()), hints.data());
+}
+
+void XembedIcon::askForDock(xcb_window_t tray) {
+    xcb_client_message_event_t message{};
+    message.response_type = XCB_CLIENT_MESSAGE;
+    message.format = 32;
+    message.window = tray;
+    message.type = connection_.atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_OPCODE"));
+    message.data.data32[0] = XCB_CURRENT_TIME;
+    message.data.data32[1] = requestDock;
+    message.data.data32[2] = window_;
+    xcb_send_event(connection_.get(), 0, tray, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&message));
+}
+
+void XembedIcon::setIcon(const StatusIcon& icon) {
+    if (icon != icon_) {
+        icon_ = icon;
+        paint();
+    }
+}
+
+QRect XembedIcon::place() const {
+    const auto cookie = xcb_translate_coordinates(connection_.get(), window_, connection_.screen().root, 0, 0);
+    const XcbReply<xcb_translate_coordinates_reply_t> reply(
+        xcb_translate_coordinates_reply(connection_.get(), cookie, nullptr));
+    connection_.readSoon();
+    return reply ? placeAround(reply->dst_x, reply->dst_y, 0, 0) : QRect();
+}
+
+QRect XembedIcon::placeAround(int rootX, int rootY, int eventX, int eventY) const {
+    return {QPoint(rootX - eventX, rootY - eventY), size_};
+}
+
+void XembedIcon::take(const xcb_generic_event_t& event) {
+    switch (event.response_type) {
+    case XCB_REPARENT_NOTIFY: {
+        const auto& reparented = reinterpret_cast<const xcb_reparent_notify_event_t&>(event);
+        if (reparented.window == window_) {
+            takeReparent(reparented);
+        }
+        break;
+    }
+    case XCB_CONFIGURE_NOTIFY: {
+        const auto& configured = reinterpret_cast<const xcb_configure_notify_event_t&>(event);
+        if (configured.window == window_ && QSize(configured.width, configured.height) != size_) {
+            takeSize(QSize(configured.width, configured.height));
+        }
+        break;
+    }
+    case XCB_EXPOSE: {
+        const auto& exposed = reinterpret_cast<const xcb_expose_event_t&>(event);
+        if (exposed.window == window_ && exposed.count == 0) {
+            paint();
+        }
+        break;
+    }
+    case XCB_DESTROY_NOTIFY:
+        if (reinterpret_cast<const xcb_destroy_notify_event_t&>(event).window == window_) {
+            embedded_ = false;
+            Q_EMIT expelled();
+        }
+        break;
+    case XCB_BUTTON_PRESS: {
+        const auto& press = reinterpret_cast<const xcb_button_press_event_t&>(event);
+        if (press.event == window_) {
+            takePress(press);
+        }
+        break;
+    }
+    case XCB_ENTER_NOTIFY: {
+        const auto& entry = reinterpret_cast<const xcb_enter_notify_event_t&>(event);
+        if (entry.event == window_) {
+            Q_EMIT entered(placeAround(entry.root_x, entry.root_y, entry.event_x, entry.event_y));
+        }
+        break;
+    }
+    case XCB_LEAVE_NOTIFY:
+        if (reinterpret_cast<const xcb_leave_notify_event_t&>(event).event == window_) {
+            Q_EMIT left();
+        }
+        break;
+    default:
+        break;
+    }
+}
+
+void XembedIcon::takeSize(QSize size) {
+    size_ = size;
+    // Many trays make an icon as thick as themselves, but only as long as it asks to be. Asked once: a tray that adds
+    // something of its own to what an icon wants would grow and grow.
+    const bool isWide = size.width() > size.height();
+    const int thickness = upright_.value_or(isWide) ? size.width() : size.height();
+    const int length = upright_.value_or(isWide) ? size.height() : size.width();
+    if (!hasAskedForMore_ && thickness > length) {
+        hasAskedForMore_ = true;
+        wantSide(static_cast<uint32_t>(std::min(thickness, largestSide)));
+        connection_.flush();
+    }
+    paint();
+}
+
+void XembedIcon::takeReparent(const xcb_reparent_notify_event_t& event) {
+    const bool inside = event.parent != connection_.screen().root;
+    if (inside && depth_ != depthWithAlpha) {
+        // Possible in a parent of the same depth alone; in another one the window keeps its plain ground.
+        const uint32_t parentRelative = XCB_BACK_PIXMAP_PARENT_RELATIVE;
+        xcb_change_window_attributes(connection_.get(), window_, XCB_CW_BACK_PIXMAP, &parentRelative);
+        connection_.flush();
+    }
+    if (inside == embedded_) {
+        return;
+    }
+    embedded_ = inside;
+    if (inside) {
+        Q_EMIT embedded();
+    } else {
+        // A tray that ends leaves its icons on the bare screen.
+        xcb_unmap_window(connection_.get(), window_);
+        connection_.flush();
+        Q_EMIT expelled();
+    }
+}
+
+void XembedIcon::takePress(const xcb_button_press_event_t& event) {
+    // The wheel comes as buttons, too.
+    if (event.detail != XCB_BUTTON_INDEX_1 && event.detail != XCB_BUTTON_INDEX_3) {
+        return;
+    }
+    // The press has given the mouse to this connection, but the menu opens on Qt's.
+    xcb_ungrab_pointer(connection_.get(), event.time);
+    connection_.settle();
+    Q_EMIT pressed(placeAround(event.root_x, event.root_y, event.event_x, event.event_y));
+}
+
+std::optional<QImage> XembedIcon::ground() {
+    const auto width = static_cast<uint16_t>(size_.width());
+    const auto height = static_cast<uint16_t>(size_.height());
+    xcb_clear_area(connection_.get(), 0, window_, 0, 0, width, height);
+    const auto cookie =
+        xcb_get_image(connection_.get(), XCB_IMAGE_FORMAT_Z_PIXMAP, window_, 0, 0, width, height, ~uint32_t{0});
+    xcb_generic_error_t* error = nullptr;
+    const XcbReply<xcb_get_image_reply_t> reply(xcb_get_image_reply(connection_.get(), cookie, &error));
+    const XcbReply<xcb_generic_error_t> refusal(error);
+    connection_.readSoon();
+    QImage image(size_, format_);
+    // Refused while the window is not on the screen.
+    if (!reply || xcb_get_image_data_length(reply.get()) != image.sizeInBytes()) {
+        return std::nullopt;
+    }
+    std::memcpy(image.bits(), xcb_get_image_data(reply.get()), static_cast<std::size_t>(image.sizeInBytes()));
+    if (format_ == QImage::Format_RGB30 || format_ == QImage::Format_BGR30) {
+        // Qt takes the two bits that the server does not use for an opacity.
+        for (int y = 0; y < image.height(); ++y) {
+            auto* const line = reinterpret_cast<uint32_t*>(image.scanLine(y));
+            std::for_each(line, line + image.width(), [](uint32_t& pixel) { pixel |= 0xc0000000; });
+        }
+    }
+    return image;
+}
+
+void XembedIcon::paint() {
+    if (!embedded_ || size_.isEmpty()) {
+        return;
+    }
+    const int side = std::min({size_.width(), size_.height(), largestSide});
+    const QImage picture = paintStatusIcon(icon_, side, QFontDatabase::systemFont(QFontDatabase::GeneralFont));
+    QImage image(size_, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    if (depth_ != depthWithAlpha) {
+        const std::optional<QImage> below = ground();
+        if (!below) {
+            return;
+        }
+        image = *below;
+    }
+    QPainter(&image).drawImage((size_.width() - side) / 2, (size_.height() - side) / 2, picture);
+    xcb_put_image(connection_.get(), XCB_IMAGE_FORMAT_Z_PIXMAP, window_, context_, static_cast<uint16_t>(size_.width()),
+                  static_cast<uint16_t>(size_.height()), 0, 0, 0, depth_, static_cast<uint32_t>(image.sizeInBytes()),
+                  image.constBits());
+    connection_.flush();
+}
+
+} // namespace skylet

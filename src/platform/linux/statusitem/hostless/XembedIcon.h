@@ -1,0 +1,76 @@
+#pragma once
+
+#include "platform/linux/statusitem/drawing/StatusIcon.h"
+#include "platform/linux/statusitem/hostless/X11Connection.h"
+
+#include <QImage>
+#include <QObject>
+#include <QRect>
+
+#include <optional>
+
+namespace skylet {
+
+/// An icon of ours inside an X11 system tray: a window that the tray takes into its own (freedesktop System Tray
+/// Protocol and XEmbed). Paints itself as large as the tray makes it and tells of clicks; knows neither menu nor
+/// tooltip.
+class XembedIcon final : public QObject {
+    Q_OBJECT
+
+  public:
+    /// Asks the tray to take the icon, unless the screen's pixels are of a kind that is not known here. `connection`
+    /// outlives the icon. `scale`: device pixels for each logical one.
+    XembedIcon(X11Connection& connection, xcb_window_t tray, StatusIcon icon, double scale);
+    ~XembedIcon() override;
+    XembedIcon(const XembedIcon&) = delete;
+    XembedIcon& operator=(const XembedIcon&) = delete;
+    XembedIcon(XembedIcon&&) = delete;
+    XembedIcon& operator=(XembedIcon&&) = delete;
+
+    void setIcon(const StatusIcon& icon);
+    bool isEmbedded() const { return embedded_; }
+    /// Where it is now, in device pixels of the screen. Asks the server.
+    QRect place() const;
+
+  Q_SIGNALS:
+    /// The tray has taken the icon.
+    void embedded();
+    /// The tray has put the icon out again, or the window is gone.
+    void expelled();
+    /// The left or the right mouse button went down on it; the mouse is free to be grabbed. `place`: the icon, in
+    /// device pixels of the screen.
+    void pressed(QRect place);
+    void entered(QRect place);
+    void left();
+
+  private:
+    void createWindow(xcb_window_t tray);
+    void describeWindow();
+    void wantSide(uint32_t side);
+    void askForDock(xcb_window_t tray);
+    void take(const xcb_generic_event_t& event);
+    void takeSize(QSize size);
+    void takeReparent(const xcb_reparent_notify_event_t& event);
+    void takePress(const xcb_button_press_event_t& event);
+    void paint();
+    /// What the tray shows where the icon will be; nothing while it cannot be had.
+    std::optional<QImage> ground();
+    QRect placeAround(int rootX, int rootY, int eventX, int eventY) const;
+
+    X11Connection& connection_;
+    StatusIcon icon_;
+    /// What the tray is asked for.
+    uint16_t wantedSide_;
+    xcb_window_t window_ = XCB_WINDOW_NONE;
+    xcb_gcontext_t context_ = 0;
+    xcb_colormap_t colormap_ = XCB_NONE;
+    uint8_t depth_ = 0;
+    QImage::Format format_ = QImage::Format_Invalid;
+    QSize size_;
+    /// Whether the tray stands upright; absent where it does not say.
+    std::optional<bool> upright_;
+    bool hasAskedForMore_ = false;
+    bool embedded_ = false;
+};
+
+} // namespace skylet

@@ -1,0 +1,71 @@
+#include "platform/linux/statusitem/drawing/IconFiles.h"
+
+#include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "platform/linux/statusitem/drawing/StatusColors.h"
+#include "support/QStringPrinting.h"
+#include "support/RuntimeFolder.h"
+
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace skylet {
+namespace {
+
+StatusIcon plainDot(DotColor color) {
+    return {StatusIcon::Form::textDot, color, QString(), DotSign::none};
+}
+
+class IconFilesTest : public testing::Test {
+  protected:
+    QTemporaryDir parent_;
+    QString folder_ = parent_.filePath(QStringLiteral("icons"));
+};
+
+TEST_F(IconFilesTest, HoldTheDotInEachColourUnderANameOfItsOwn) {
+    IconFiles files(folder_);
+    QStringList names;
+    for (const DotColor color : sample::allColors) {
+        const QString name = files.fileFor(plainDot(color));
+        EXPECT_FALSE(names.contains(name));
+        names.append(name);
+        const QImage image(name);
+        EXPECT_EQ(image.size(), QSize(48, 48));
+        EXPECT_EQ(image.pixelColor(24, 24), dotShades(color).fill);
+    }
+}
+
+TEST_F(IconFilesTest, AreWrittenOnceAndGoneAtTheEnd) {
+    QString name;
+    {
+        IconFiles files(folder_);
+        EXPECT_FALSE(QDir(folder_).exists());
+        name = files.fileFor(plainDot(DotColor::systemRed));
+        ASSERT_TRUE(QFile::remove(name));
+        EXPECT_EQ(files.fileFor(plainDot(DotColor::systemRed)), name);
+        EXPECT_FALSE(QFile::exists(name));
+        EXPECT_TRUE(QFile::exists(files.fileFor(plainDot(DotColor::systemGreen))));
+    }
+    EXPECT_FALSE(QDir(folder_).exists());
+}
+
+TEST_F(IconFilesTest, StandWhereADesktopOutsideTheSandboxSeesThem) {
+    const test::RuntimeFolder runtime;
+    EXPECT_EQ(IconFiles::usualFolder(), runtime.filePath(QStringLiteral("skylet")));
+    qputenv("FLATPAK_ID", "com.example.App");
+    EXPECT_EQ(IconFiles::usualFolder(), runtime.filePath(QStringLiteral("app/com.example.App/skylet")));
+    qunsetenv("FLATPAK_ID");
+}
+
+TEST_F(IconFilesTest, HaveNoNameWhereTheyCannotBeWritten) {
+    QFile file(folder_);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    EXPECT_TRUE(IconFiles(folder_).fileFor(plainDot(DotColor::systemRed)).isEmpty());
+    EXPECT_TRUE(IconFiles(QString()).fileFor(plainDot(DotColor::systemRed)).isEmpty());
+}
+
+} // namespace
+} // namespace skylet

@@ -1,0 +1,437 @@
+#include "platform/linux/statusitem/host/DBusMenuExporter.h"
+
+#include "platform/linux/statusitem/host/FakeStatusHost.h"
+#include "platform/linux/statusitem/hostless/QtMenu.h"
+#include "support/EventLoop.h"
+#include "support/PrivateBus.h"
+#include "support/QStringPrinting.h"
+
+#include <QAction>
+#include <QCoreApplication>
+#include <QDBusError>
+#include <QDBusPendingCall>
+#include <QImage>
+#include <QMenu>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <limits>
+
+namespace skylet {
+namespace {
+
+using test::callAndWait;
+using test::PrivateBus;
+using test::runFor;
+using test::waitUntil;
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class DBusMenuExporterTest : public testing::Test {
+  protected:
+    DBusMenuExporterTest() {
+        line_->setEnabled(false);
+        check_->setChecked(true);
+        about_->setApplicationIconSize(16);
+        menu_.setMenu({line_, MenuItem::separator(), run_, check_, about_});
+        EXPECT_TRUE(exporter_.exportOn(itemConnection_));
+        host_.takeItem(itemConnection_.baseService());
+        host_.settle();
+        host_.forgetSignals();
+    }
+
+    std::shared_ptr<MenuItem> command(const QString& title, const QString& key = {}) {
+        return std::make_shared<MenuItem>(
+            title, [this, title] { chosen_.append(title); }, key);
+    }
+
+    DBusMenuLayout layout(int parent = 0, int depth = -1, const QStringList& names = {}) {
+        const QDBusMessage answer = host_.callMenu(QStringLiteral("GetLayout"), {parent, depth, names});
+        EXPECT_EQ(answer.signature(), QStringLiteral("u(ia{sv}av)"));
+        return qdbus_cast<DBusMenuLayout>(answer.arguments().value(1));
+    }
+
+    int idOf(int index) { return layout().children.at(index).id; }
+
+    QVariant property(int index, const QString& name) { return layout().children.at(index).properties.value(name); }
+
+    QDBusMessage event(int id, const QString& eventId, const QVariant& data = 0) {
+        return host_.callMenu(QStringLiteral("Event"), {id, eventId, QVariant::fromValue(QDBusVariant(data)), 0U});
+    }
+
+    static QVariant list(const QList<int>& ids) { return QVariant::fromValue(ids); }
+
+    /// The property changes of the last ItemsPropertiesUpdated.
+    QList<DBusMenuProperties> updates() {
+        return qdbus_cast<QList<DBusMenuProperties>>(host_.last(QStringLiteral("ItemsPropertiesUpdated")).value(0));
+    }
+
+    QList<DBusMenuPropertyNames> removals() {
+        return qdbus_cast<QList<DBusMenuPropertyNames>>(host_.last(QStringLiteral("ItemsPropertiesUpdated")).value(1));
+    }
+
+    int propertySignals() const { return host_.count(QStringLiteral("ItemsPropertiesUpdated")); }
+    int layoutSignals() const { return host_.count(QStringLiteral("LayoutUpdated")); }
+
+    static constexpr std::chrono::milliseconds openTime_{80};
+    PrivateBus bus_;
+    QDBusConnection itemConnection_ = bus_.connect();
+    FakeStatusHost host_{bus_.connect()};
+    QStringList chosen_;
+    std::shared_ptr<MenuItem> line_ = command(QStringLiteral("Online — 87 ms"));
+    std::shared_ptr<MenuItem> run_ = command(QStringLiteral("Run_it & go"), QStringLiteral("t"));
+    std::shared_ptr<MenuItem> check_ = command(QStringLiteral("Live traffic"));
+    std::shared_ptr<MenuItem> about_ = command(QStringLiteral("About"));
+    QtMenu menu_;
+    DBusMenuExporter exporter_{QStringLiteral("/MenuBar"), menu_.widget(), openTime_};
+};
+
+TEST_F(DBusMenuExporterTest, ShowsTheMenuFromTopToBottom) {
+    const DBusMenuLayout root = layout();
+    EXPECT_EQ(root.id, 0);
+    EXPECT_EQ(root.properties.value(QStringLiteral("children-display")), QStringLiteral("submenu"));
+    ASSERT_EQ(root.children.size(), 5);
+    EXPECT_EQ(root.children.at(0).properties.value(QStringLiteral("label")), QStringLiteral("Online — 87 ms"));
+    EXPECT_EQ(root.children.at(0).properties.value(QStringLiteral("enabled")), false);
+    EXPECT_EQ(root.children.at(1).properties.value(QStringLiteral("type")), QStringLiteral("separator"));
+    EXPECT_EQ(root.children.at(2).properties.value(QStringLiteral("enabled")), true);
+    EXPECT_EQ(root.children.at(2).properties.value(QStringLiteral("visible")), true);
+    EXPECT_FALSE(root.children.at(2).properties.contains(QStringLiteral("toggle-type")));
+    EXPECT_EQ(root.children.at(3).properties.value(QStringLiteral("toggle-type")), QStringLiteral("checkmark"));
+    EXPECT_EQ(root.children.at(3).properties.value(QStringLiteral("toggle-state")), 1);
+}
+
+TEST_F(DBusMenuExporterTest, EscapesTheMarkOfAccessKeys) {
+    EXPECT_EQ(property(2, QStringLiteral("label")), QStringLiteral("Run__it & go"));
+}
+
+TEST_F(DBusMenuExporterTest, GivesTheShortcut) {
+    const auto keys = qdbus_cast<QList<QStringList>>(property(2, QStringLiteral("shortcut")));
+    EXPECT_THAT(keys, ElementsAre(QStringList{QStringLiteral("Control"), QStringLiteral("t")}));
+    EXPECT_FALSE(property(0, QStringLiteral("shortcut")).isValid());
+}
+
+TEST_F(DBusMenuExporterTest, GivesTheIconAsAPictureForScale2) {
+    const QImage image = QImage::fromData(property(4, QStringLiteral("icon-data")).toByteArray(), "PNG");
+    EXPECT_EQ(image.size(), QSize(32, 32));
+    EXPECT_GT(qGreen(image.pixel(16, 14)), 100);
+}
+
+TEST_F(DBusMenuExporterTest, AnswersWithTheWantedPropertiesAlone) {
+    const DBusMenuLayout root =
+        layout(0, -1, {QStringLiteral("type"), QStringLiteral("children-display"), QStringLiteral("nonsense")});
+    EXPECT_EQ(root.children.at(1).properties.keys(), QStringList{QStringLiteral("type")});
+    EXPECT_THAT(root.children.at(0).properties.keys(), IsEmpty());
+}
+
+TEST_F(DBusMenuExporterTest, KeepsToTheDepthAndTheParentThatAreAskedFor) {
+    EXPECT_TRUE(layout(0, 0).children.isEmpty());
+    EXPECT_EQ(layout(0, 1).children.size(), 5);
+    EXPECT_EQ(layout(0, std::numeric_limits<int>::max()).children.size(), 5);
+    const DBusMenuLayout entry = layout(idOf(2), -1);
+    EXPECT_EQ(entry.properties.value(QStringLiteral("label")), QStringLiteral("Run__it & go"));
+    EXPECT_TRUE(entry.children.isEmpty());
+}
+
+TEST_F(DBusMenuExporterTest, RefusesUnknownEntries) {
+    for (const int id : {-1, 4711, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
+        EXPECT_EQ(host_.callMenu(QStringLiteral("GetLayout"), {id, -1, QStringList()}).type(),
+                  QDBusMessage::ErrorMessage);
+        EXPECT_EQ(host_.callMenu(QStringLiteral("GetProperty"), {id, QStringLiteral("label")}).type(),
+                  QDBusMessage::ErrorMessage);
+        EXPECT_EQ(event(id, QStringLiteral("clicked")).type(), QDBusMessage::ErrorMessage);
+        EXPECT_EQ(host_.callMenu(QStringLiteral("AboutToShow"), {id}).type(), QDBusMessage::ErrorMessage);
+    }
+    EXPECT_TRUE(chosen_.isEmpty());
+}
+
+TEST_F(DBusMenuExporterTest, RefusesArgumentsOfTheWrongKind) {
+    const auto refused = [](const QDBusMessage& answer) {
+        return answer.type() == QDBusMessage::ErrorMessage &&
+               answer.errorName() == QDBusError::errorString(QDBusError::InvalidArgs);
+    };
+    const QString text = QStringLiteral("x");
+    EXPECT_TRUE(refused(host_.callMenu(QStringLiteral("GetLayout"))));
+    EXPECT_TRUE(refused(host_.callMenu(QStringLiteral("GetLayout"), {text, text, text})));
+    EXPECT_TRUE(refused(host_.callMenu(QStringLiteral("GetGroupProperties"), {QStringList{text}, QStringList()})));
+    EXPECT_TRUE(refused(host_.callMenu(QStringLiteral("GetProperty"), {0})));
+    EXPECT_TRUE(refused(host_.callMenu(QStringLiteral("Event"), {0, text})));
+    EXPECT_TRUE(refused(host_.callMenu(QStringLiteral("EventGroup"), {text})));
+    EXPECT_TRUE(refused(host_.callMenu(QStringLiteral("AboutToShow"), {text})));
+    EXPECT_TRUE(refused(host_.callMenu(QStringLiteral("AboutToShowGroup"), {0})));
+    EXPECT_EQ(host_.callMenu(QStringLiteral("NoSuchMethod")).errorName(),
+              QDBusError::errorString(QDBusError::UnknownMethod));
+}
+
+TEST_F(DBusMenuExporterTest, GivesThePropertiesOfSeveralEntries) {
+    const auto group = [this](const QList<int>& ids, const QStringList& names) {
+        const QDBusMessage answer = host_.callMenu(QStringLiteral("GetGroupProperties"), {list(ids), names});
+        EXPECT_EQ(answer.signature(), QStringLiteral("a(ia{sv})"));
+        return qdbus_cast<QList<DBusMenuProperties>>(answer.arguments().value(0));
+    };
+    const auto two = group({idOf(0), idOf(2)}, {QStringLiteral("label")});
+    ASSERT_EQ(two.size(), 2);
+    EXPECT_EQ(two.at(0).properties.size(), 1);
+    EXPECT_EQ(group({}, {}).size(), 6) << "no entries named: all, and the root";
+    EXPECT_TRUE(group({4711}, {}).isEmpty());
+    EXPECT_EQ(group(QList<int>(1000, idOf(0)), {}).size(), 1);
+}
+
+TEST_F(DBusMenuExporterTest, GivesSingleProperties) {
+    const QDBusMessage answer =
+        host_.callMenu(QStringLiteral("GetProperty"), {idOf(3), QStringLiteral("toggle-state")});
+    EXPECT_EQ(qdbus_cast<QDBusVariant>(answer.arguments().value(0)).variant(), 1);
+    EXPECT_EQ(host_.callMenu(QStringLiteral("GetProperty"), {idOf(0), QStringLiteral("toggle-state")}).type(),
+              QDBusMessage::ErrorMessage);
+}
+
+TEST_F(DBusMenuExporterTest, HasThePropertiesOfTheProtocol) {
+    const QDBusMessage answer =
+        host_.call(QStringLiteral("/MenuBar"), QStringLiteral("org.freedesktop.DBus.Properties"),
+                   QStringLiteral("GetAll"), {QStringLiteral("com.canonical.dbusmenu")});
+    const auto all = qdbus_cast<QVariantMap>(answer.arguments().value(0));
+    EXPECT_EQ(all.value(QStringLiteral("Version")), 3U);
+    EXPECT_EQ(all.value(QStringLiteral("Status")), QStringLiteral("normal"));
+    EXPECT_EQ(all.value(QStringLiteral("TextDirection")), QStringLiteral("ltr"));
+    EXPECT_TRUE(all.value(QStringLiteral("IconThemePath")).toStringList().isEmpty());
+    EXPECT_EQ(all.size(), 4);
+}
+
+TEST_F(DBusMenuExporterTest, TriggersAnEntryThatIsClicked) {
+    EXPECT_EQ(event(idOf(2), QStringLiteral("clicked")).type(), QDBusMessage::ReplyMessage);
+    host_.settle();
+    EXPECT_EQ(chosen_, QStringList{QStringLiteral("Run_it & go")});
+}
+
+TEST_F(DBusMenuExporterTest, TriggersNothingElse) {
+    EXPECT_EQ(event(idOf(0), QStringLiteral("clicked")).type(), QDBusMessage::ReplyMessage) << "disabled";
+    EXPECT_EQ(event(idOf(1), QStringLiteral("clicked")).type(), QDBusMessage::ReplyMessage) << "a separator";
+    EXPECT_EQ(event(idOf(2), QStringLiteral("hovered")).type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(event(idOf(2), QStringLiteral("")).type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(event(0, QStringLiteral("clicked"), QStringList{QStringLiteral("odd data")}).type(),
+              QDBusMessage::ReplyMessage);
+    host_.settle();
+    EXPECT_TRUE(chosen_.isEmpty());
+}
+
+TEST_F(DBusMenuExporterTest, DoesNotTriggerAnEntryThatWasDisabledSinceTheClick) {
+    QObject::connect(&exporter_, &DBusMenuExporter::openChanged, &menu_, [this] { run_->setEnabled(false); });
+    const QList<DBusMenuEvent> events = {
+        {idOf(2), QStringLiteral("clicked"), QDBusVariant(0), 0},
+        {0, QStringLiteral("opened"), QDBusVariant(0), 0},
+    };
+    host_.callMenu(QStringLiteral("EventGroup"), {QVariant::fromValue(events)});
+    host_.settle();
+    EXPECT_TRUE(chosen_.isEmpty());
+}
+
+TEST_F(DBusMenuExporterTest, TakesGroupsOfEventsAndNamesTheUnknownOnes) {
+    const QList<DBusMenuEvent> events = {
+        {idOf(2), QStringLiteral("clicked"), QDBusVariant(0), 0},
+        {4711, QStringLiteral("clicked"), QDBusVariant(QStringLiteral("odd data")), 0},
+    };
+    const QDBusMessage answer = host_.callMenu(QStringLiteral("EventGroup"), {QVariant::fromValue(events)});
+    EXPECT_THAT(qdbus_cast<QList<int>>(answer.arguments().value(0)), ElementsAre(4711));
+    host_.settle();
+    EXPECT_EQ(chosen_.size(), 1);
+    const QDBusMessage none = host_.callMenu(QStringLiteral("EventGroup"), {QVariant::fromValue(events.mid(1))});
+    EXPECT_EQ(none.type(), QDBusMessage::ErrorMessage);
+    const QDBusMessage nothing = host_.callMenu(QStringLiteral("EventGroup"), {QVariant::fromValue(events.mid(2))});
+    EXPECT_EQ(nothing.type(), QDBusMessage::ReplyMessage);
+}
+
+TEST_F(DBusMenuExporterTest, NeedsNoUpdateBeforeItIsShown) {
+    EXPECT_EQ(host_.callMenu(QStringLiteral("AboutToShow"), {0}).arguments().value(0), false);
+    const QDBusMessage answer = host_.callMenu(QStringLiteral("AboutToShowGroup"), {list({0, 4711})});
+    EXPECT_THAT(qdbus_cast<QList<int>>(answer.arguments().value(0)), IsEmpty());
+    EXPECT_THAT(qdbus_cast<QList<int>>(answer.arguments().value(1)), ElementsAre(4711));
+    EXPECT_EQ(host_.callMenu(QStringLiteral("AboutToShowGroup"), {list({4711})}).type(), QDBusMessage::ErrorMessage);
+}
+
+TEST_F(DBusMenuExporterTest, TellsTheChangesOfOneTurnAtOnce) {
+    const int lineId = idOf(0);
+    const int runId = idOf(2);
+    const int checkId = idOf(3);
+    line_->setTitle(QStringLiteral("Online — 90 ms"));
+    line_->setTitle(QStringLiteral("Online — 91 ms"));
+    run_->setEnabled(false);
+    check_->setChecked(false);
+    host_.settle();
+    EXPECT_EQ(propertySignals(), 1);
+    EXPECT_EQ(layoutSignals(), 0);
+    const QList<DBusMenuProperties> told = updates();
+    ASSERT_EQ(told.size(), 3);
+    EXPECT_EQ(told.at(0).id, lineId);
+    EXPECT_EQ(told.at(0).properties, (QVariantMap{{QStringLiteral("label"), QStringLiteral("Online — 91 ms")}}));
+    EXPECT_EQ(told.at(1).id, runId);
+    EXPECT_EQ(told.at(1).properties, (QVariantMap{{QStringLiteral("enabled"), false}}));
+    EXPECT_EQ(told.at(2).id, checkId);
+    EXPECT_EQ(told.at(2).properties, (QVariantMap{{QStringLiteral("toggle-state"), 0}}));
+    EXPECT_TRUE(removals().isEmpty());
+}
+
+TEST_F(DBusMenuExporterTest, TellsNothingThatIsAsItWasTold) {
+    line_->setTitle(QStringLiteral("something else"));
+    line_->setTitle(QStringLiteral("Online — 87 ms"));
+    check_->setChecked(false);
+    check_->setChecked(true);
+    host_.settle();
+    EXPECT_EQ(host_.countAll(), 0);
+}
+
+TEST_F(DBusMenuExporterTest, TellsNothingOfACheckMarkThatAClickLeftAsItWas) {
+    event(idOf(3), QStringLiteral("clicked"));
+    host_.settle();
+    EXPECT_EQ(chosen_.size(), 1);
+    EXPECT_EQ(host_.countAll(), 0);
+    EXPECT_EQ(property(3, QStringLiteral("toggle-state")), 1);
+}
+
+TEST_F(DBusMenuExporterTest, TellsWhenAnEntryLosesItsIcon) {
+    about_->setApplicationIconSize(0);
+    host_.settle();
+    EXPECT_EQ(propertySignals(), 1);
+    ASSERT_EQ(removals().size(), 1);
+    EXPECT_EQ(removals().at(0).names, QStringList{QStringLiteral("icon-data")});
+}
+
+TEST_F(DBusMenuExporterTest, TellsOfANewLayoutWhenTheEntriesAreOthers) {
+    const int highest = idOf(4);
+    const uint before =
+        host_.callMenu(QStringLiteral("GetLayout"), {0, 0, QStringList()}).arguments().value(0).toUInt();
+    menu_.setMenu({about_, run_});
+    host_.settle();
+    EXPECT_EQ(layoutSignals(), 1);
+    EXPECT_EQ(propertySignals(), 0);
+    EXPECT_GT(host_.last(QStringLiteral("LayoutUpdated")).value(0).toUInt(), before);
+    EXPECT_EQ(host_.last(QStringLiteral("LayoutUpdated")).value(1), 0);
+    const DBusMenuLayout root = layout();
+    ASSERT_EQ(root.children.size(), 2);
+    EXPECT_EQ(root.children.at(0).properties.value(QStringLiteral("label")), QStringLiteral("About"));
+    EXPECT_GT(root.children.at(0).id, highest) << "numbers are not used twice";
+}
+
+TEST_F(DBusMenuExporterTest, KeepsTheNumbersOfEntriesThatStay) {
+    const int first = idOf(0);
+    const int last = idOf(4);
+    QAction added(QStringLiteral("added"));
+    menu_.widget().insertAction(menu_.widget().actions().at(2), &added);
+    host_.settle();
+    EXPECT_EQ(layoutSignals(), 1);
+    EXPECT_EQ(idOf(0), first);
+    EXPECT_EQ(idOf(5), last);
+}
+
+TEST_F(DBusMenuExporterTest, AnswersWhileEntriesAreGone) {
+    const int id = idOf(2);
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(host_.item(), QStringLiteral("/MenuBar"),
+                                       QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("GetLayout"));
+    call.setArguments({0, -1, QStringList()});
+    const QDBusPendingCall answer = host_.connection().asyncCall(call);
+    // Once the bus has answered both, the call lies in the event queue, before whatever follows from the new menu.
+    const QDBusMessage question =
+        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+                                       QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId"));
+    host_.connection().call(question);
+    itemConnection_.call(question);
+    menu_.setMenu({});
+    ASSERT_TRUE(waitUntil([&answer] { return answer.isFinished(); }));
+    EXPECT_TRUE(qdbus_cast<DBusMenuLayout>(answer.reply().arguments().value(1)).children.isEmpty());
+    EXPECT_EQ(event(id, QStringLiteral("clicked")).type(), QDBusMessage::ErrorMessage);
+    EXPECT_TRUE(layout().children.isEmpty());
+}
+
+TEST_F(DBusMenuExporterTest, KnowsWhetherAHostHasTheMenuOpen) {
+    EXPECT_FALSE(exporter_.isOpen());
+    event(0, QStringLiteral("opened"));
+    EXPECT_TRUE(exporter_.isOpen());
+    event(0, QStringLiteral("opened"));
+    event(0, QStringLiteral("closed"));
+    EXPECT_FALSE(exporter_.isOpen());
+    event(0, QStringLiteral("closed"));
+    EXPECT_FALSE(exporter_.isOpen());
+}
+
+TEST_F(DBusMenuExporterTest, TakesTheMenuForClosedWhenTheHostThatHadItOpenIsGone) {
+    QDBusConnection other = bus_.connect();
+    QDBusMessage open =
+        QDBusMessage::createMethodCall(itemConnection_.baseService(), QStringLiteral("/MenuBar"),
+                                       QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("Event"));
+    open.setArguments({0, QStringLiteral("opened"), QVariant::fromValue(QDBusVariant(0)), 0U});
+    callAndWait(other, open);
+    event(0, QStringLiteral("opened"));
+    event(0, QStringLiteral("closed"));
+    EXPECT_TRUE(exporter_.isOpen()) << "the other host still has it open";
+    const QString name = other.name();
+    other = QDBusConnection(QString());
+    PrivateBus::disconnect(name);
+    EXPECT_TRUE(waitUntil([this] { return !exporter_.isOpen(); }));
+}
+
+TEST_F(DBusMenuExporterTest, TakesTheMenuForOpenForAWhileWhereTheHostOnlySaysThatItIsAboutToShowIt) {
+    host_.callMenu(QStringLiteral("AboutToShowGroup"), {list({0})});
+    EXPECT_TRUE(exporter_.isOpen());
+    EXPECT_TRUE(waitUntil([this] { return !exporter_.isOpen(); }));
+    host_.callMenu(QStringLiteral("AboutToShow"), {0});
+    EXPECT_TRUE(exporter_.isOpen());
+    EXPECT_TRUE(waitUntil([this] { return !exporter_.isOpen(); }));
+    host_.callMenu(QStringLiteral("AboutToShow"), {idOf(2)});
+    EXPECT_FALSE(exporter_.isOpen());
+}
+
+TEST_F(DBusMenuExporterTest, TakesTheMenuForClosedOnceSomethingIsChosen) {
+    host_.callMenu(QStringLiteral("AboutToShow"), {0});
+    event(idOf(2), QStringLiteral("clicked"));
+    EXPECT_FALSE(exporter_.isOpen());
+}
+
+TEST_F(DBusMenuExporterTest, BelievesAHostThatSaysWhenTheMenuOpensAndCloses) {
+    host_.callMenu(QStringLiteral("AboutToShow"), {0});
+    event(0, QStringLiteral("opened"));
+    host_.callMenu(QStringLiteral("AboutToShow"), {0});
+    runFor(2 * openTime_);
+    EXPECT_TRUE(exporter_.isOpen());
+    event(0, QStringLiteral("closed"));
+    EXPECT_FALSE(exporter_.isOpen());
+    host_.callMenu(QStringLiteral("AboutToShow"), {0});
+    event(0, QStringLiteral("closed"));
+    EXPECT_FALSE(exporter_.isOpen());
+}
+
+TEST_F(DBusMenuExporterTest, TellsThatItsLayoutWasRead) {
+    int read = 0;
+    QObject::connect(&exporter_, &DBusMenuExporter::layoutRequested, &menu_, [&read] { ++read; });
+    host_.callMenu(QStringLiteral("GetGroupProperties"), {list({}), QStringList()});
+    EXPECT_EQ(read, 0);
+    layout();
+    EXPECT_EQ(read, 1);
+}
+
+TEST_F(DBusMenuExporterTest, TellsTheDirectionOfItsTexts) {
+    const auto direction = [this] {
+        const QDBusMessage answer = host_.call(
+            QStringLiteral("/MenuBar"), QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"),
+            {QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("TextDirection")});
+        return qdbus_cast<QDBusVariant>(answer.arguments().value(0)).variant().toString();
+    };
+    EXPECT_EQ(direction(), QStringLiteral("ltr"));
+    line_->setTitle(QStringLiteral("מחובר"));
+    EXPECT_EQ(direction(), QStringLiteral("rtl"));
+}
+
+TEST_F(DBusMenuExporterTest, DescribesItself) {
+    const QDBusMessage answer =
+        host_.call(QStringLiteral("/MenuBar"), QStringLiteral("org.freedesktop.DBus.Introspectable"),
+                   QStringLiteral("Introspect"), {});
+    const QString xml = answer.arguments().value(0).toString();
+    for (const char* part : {"com.canonical.dbusmenu", "GetLayout", "EventGroup", "LayoutUpdated", "(ia{sv}av)"}) {
+        EXPECT_TRUE(xml.contains(QLatin1String(part))) << part;
+    }
+}
+
+} // namespace
+} // namespace skylet

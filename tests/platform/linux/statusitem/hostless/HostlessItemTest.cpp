@@ -1,0 +1,171 @@
+#include "platform/linux/statusitem/hostless/HostlessItem.h"
+
+#include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "platform/linux/statusitem/hostless/FakeTray.h"
+#include "support/EventLoop.h"
+#include "support/PrivateBus.h"
+#include "support/QStringPrinting.h"
+
+#include <QApplication>
+#include <QStyle>
+#include <QToolTip>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+
+namespace skylet {
+namespace {
+
+using test::waitUntil;
+
+using namespace std::chrono_literals;
+using Place = HostlessItem::Place;
+
+class HostlessItemTest : public testing::Test {
+  protected:
+    void show(const QByteArray& display) {
+        item_ = std::make_unique<HostlessItem>(HostlessItem::Options{display, 600ms},
+                                               [this](QRect item) { menuPlace_ = item; });
+        item_->present(sample::fast(), QStringLiteral("tip"));
+    }
+
+    bool isAt(Place place) {
+        return waitUntil([&] { return item_->place() == place; });
+    }
+
+    VirtualScreen screen_;
+    std::unique_ptr<HostlessItem> item_;
+    std::optional<QRect> menuPlace_;
+};
+
+TEST_F(HostlessItemTest, IsAStripWhereThereIsNoTray) {
+    show(screen_.display());
+    EXPECT_EQ(item_->place(), Place::strip);
+    ASSERT_NE(item_->strip(), nullptr);
+    EXPECT_TRUE(item_->strip()->isVisible());
+    EXPECT_EQ(item_->strip()->toolTip(), QStringLiteral("tip"));
+}
+
+TEST_F(HostlessItemTest, IsAStripWhereThereIsNoX11) {
+    show(QByteArray());
+    EXPECT_EQ(item_->place(), Place::strip);
+}
+
+TEST_F(HostlessItemTest, IsAnIconInTheTrayWithoutAStripBefore) {
+    FakeTray tray(screen_.display(), Qt::white);
+    show(screen_.display());
+    EXPECT_EQ(item_->strip(), nullptr);
+    EXPECT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
+    waitUntil([] { return false; }, 700ms);
+    EXPECT_EQ(item_->place(), Place::tray);
+    EXPECT_EQ(tray.requests(), 1);
+}
+
+TEST_F(HostlessItemTest, MovesWithTheTrayThatComesAndGoes) {
+    show(screen_.display());
+    for (int round = 0; round < 2; ++round) {
+        auto tray = std::make_unique<FakeTray>(screen_.display(), Qt::white);
+        ASSERT_TRUE(isAt(Place::tray));
+        tray.reset();
+        ASSERT_TRUE(isAt(Place::strip));
+        EXPECT_TRUE(item_->strip()->isVisible());
+    }
+}
+
+TEST_F(HostlessItemTest, IsAStripWhereTheTrayDoesNotTakeIt) {
+    const FakeTray tray(screen_.display(), Qt::white, FakeTray::Manner::ignoresThem);
+    show(screen_.display());
+    EXPECT_EQ(item_->strip(), nullptr);
+    EXPECT_TRUE(isAt(Place::strip));
+    EXPECT_EQ(tray.requests(), 1);
+}
+
+TEST_F(HostlessItemTest, IsAStripWhenTheTrayPutsItOut) {
+    FakeTray tray(screen_.display(), Qt::white);
+    show(screen_.display());
+    ASSERT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
+    tray.expel();
+    EXPECT_TRUE(isAt(Place::strip));
+}
+
+TEST_F(HostlessItemTest, OpensTheMenuBesideThePressedIcon) {
+    FakeTray tray(screen_.display(), Qt::white);
+    show(screen_.display());
+    ASSERT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
+    tray.press(QPoint(5, 7), QPoint(105, 57));
+    ASSERT_TRUE(waitUntil([this] { return menuPlace_.has_value(); }));
+    EXPECT_EQ(*menuPlace_, QRect(100, 50, 24, 24));
+}
+
+TEST_F(HostlessItemTest, OpensTheMenuOnRequestWhereverItIs) {
+    show(screen_.display());
+    item_->openMenu();
+    ASSERT_TRUE(menuPlace_.has_value());
+    EXPECT_EQ(*menuPlace_, item_->strip()->geometry());
+    menuPlace_.reset();
+    FakeTray tray(screen_.display(), Qt::white);
+    ASSERT_TRUE(isAt(Place::tray));
+    ASSERT_TRUE(waitUntil([&] {
+        item_->openMenu();
+        return menuPlace_ == QRect(8, 8, 24, 24);
+    }));
+}
+
+TEST_F(HostlessItemTest, OpensNoMenuWhileTheTrayHasNotTakenTheIcon) {
+    const FakeTray tray(screen_.display(), Qt::white, FakeTray::Manner::ignoresThem);
+    show(screen_.display());
+    ASSERT_TRUE(waitUntil([&] { return tray.requests() == 1; }));
+    ASSERT_EQ(item_->place(), Place::tray);
+    item_->openMenu();
+    EXPECT_FALSE(menuPlace_.has_value());
+}
+
+TEST_F(HostlessItemTest, ShowsTheTooltipWhileTheMouseRestsOnTheIcon) {
+    FakeTray tray(screen_.display(), Qt::white);
+    show(screen_.display());
+    ASSERT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
+    tray.enter(QPoint(5, 7), QPoint(105, 57));
+    ASSERT_TRUE(waitUntil([] { return QToolTip::isVisible(); }));
+    EXPECT_EQ(QToolTip::text(), QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K\ntip"));
+    tray.leave();
+    EXPECT_TRUE(waitUntil([] { return !QToolTip::isVisible(); }));
+    tray.enter(QPoint(5, 7), QPoint(105, 57));
+    ASSERT_TRUE(waitUntil([] { return QToolTip::isVisible(); }));
+    tray.press(QPoint(5, 7), QPoint(105, 57));
+    EXPECT_TRUE(waitUntil([] { return !QToolTip::isVisible(); })) << "it lies over the menu";
+}
+
+TEST_F(HostlessItemTest, ShowsNoTooltipOverTheMenuThatAPressHasOpened) {
+    FakeTray tray(screen_.display(), Qt::white);
+    show(screen_.display());
+    ASSERT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
+    tray.enter(QPoint(5, 7), QPoint(105, 57));
+    tray.press(QPoint(5, 7), QPoint(105, 57));
+    ASSERT_TRUE(waitUntil([this] { return menuPlace_.has_value(); }));
+    const std::chrono::milliseconds usualDelay(QApplication::style()->styleHint(QStyle::SH_ToolTip_WakeUpDelay));
+    EXPECT_FALSE(waitUntil([] { return QToolTip::isVisible(); }, usualDelay + 300ms));
+}
+
+TEST_F(HostlessItemTest, IsAStripWhenTheServerOfTheTrayEnds) {
+    const FakeTray tray(screen_.display(), Qt::white);
+    show(screen_.display());
+    screen_.kill();
+    EXPECT_TRUE(isAt(Place::strip));
+    item_->present(sample::offline(), {});
+    EXPECT_TRUE(item_->strip()->isVisible());
+}
+
+TEST(LogicalPlace, CountsFromTheCornerOfTheScreenInItsOwnPixels) {
+    EXPECT_EQ(logicalPlace(QPoint(105, 607)), QPoint(105, 607));
+    // The other screen begins at (0, 800) and has scale 2.
+    EXPECT_EQ(logicalPlace(QPoint(0, 800)), QPoint(0, 800));
+    EXPECT_EQ(logicalPlace(QPoint(200, 900)), QPoint(100, 850));
+    EXPECT_EQ(logicalPlace(QPoint(1198, 1598)), QPoint(599, 1199));
+    EXPECT_EQ(logicalPlace(QPoint(5000, 900)), QPoint(5000, 900)) << "on no screen";
+}
+
+} // namespace
+} // namespace skylet
