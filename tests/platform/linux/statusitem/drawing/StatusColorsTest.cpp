@@ -1,7 +1,7 @@
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 
-#include "platform/linux/statusitem/drawing/Contrast.h"
 #include "platform/linux/statusitem/drawing/SampleDisplays.h"
+#include "ui/SemanticColors.h"
 
 #include <gtest/gtest.h>
 
