@@ -1,6 +1,6 @@
 #include "platform/linux/desktop/DesktopApplication.h"
+#include "platform/linux/statusitem/drawing/ItemAppearance.h"
 #include "platform/linux/statusitem/drawing/SampleTitles.h"
-#include "platform/linux/statusitem/drawing/TitleStyle.h"
 
 #include <QApplication>
 #include <QFontDatabase>
@@ -91,10 +91,10 @@ bool paintSheet(const QString& file) {
         int y = 6;
         for (const State& state : all) {
             int x = panel * panelWidth + 4;
-            for (const TitleWay way : {TitleWay::badge, TitleWay::wide}) {
-                const StatusIcon icon = makeTitleStyle(way)->present(state.title, {}).icon;
-                for (const int size :
-                     way == TitleWay::badge ? std::vector<int>{16, 22, 24, 32, 44, 48, 64} : std::vector<int>{22, 44}) {
+            for (const Presentation presentation : {Presentation::badge, Presentation::wide}) {
+                const StatusIcon icon = appearance(presentation, state.title, {}).icon;
+                for (const int size : presentation == Presentation::badge ? std::vector<int>{16, 22, 24, 32, 44, 48, 64}
+                                                                          : std::vector<int>{22, 44}) {
                     const QImage image = paintStatusIcon(icon, size, font);
                     painter.drawImage(x, y, image);
                     x += image.width() + 4;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/linux/statusitem/drawing/IconFiles.h"
-#include "platform/linux/statusitem/drawing/TitleStyle.h"
+#include "platform/linux/statusitem/drawing/ItemAppearance.h"
 #include "platform/linux/statusitem/host/DBusTypes.h"
 #include "platform/linux/statusitem/host/ExportedObject.h"
 

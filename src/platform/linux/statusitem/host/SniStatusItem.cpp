@@ -25,7 +25,7 @@ void keepActivationToken(const QString& token) {
 SniStatusItem::SniStatusItem(const QDBusConnection& connection, SniOptions options)
     : connection_(connection), menuExporter_(menuPath(), menu_.widget()), item_(itemPath(), menuPath()),
       registration_(connection, options.registration), monitor_(connection, std::move(options.environment)),
-      way_(monitor_.titleWay()), style_(makeTitleStyle(way_)) {
+      presentation_(monitor_.presentation()) {
     attentionTimer_.setSingleShot(true);
     attentionTimer_.setInterval(options.attention);
     connect(&attentionTimer_, &QTimer::timeout, this, &SniStatusItem::updateStatus);
@@ -90,20 +90,19 @@ void SniStatusItem::requestAttention() {
 }
 
 void SniStatusItem::present() {
-    item_.setAppearance(style_->present(title_, toolTip_));
+    item_.setAppearance(appearance(presentation_, title_, toolTip_));
 }
 
 void SniStatusItem::followHost() {
-    if (way_ != monitor_.titleWay()) {
-        way_ = monitor_.titleWay();
-        style_ = makeTitleStyle(way_);
+    if (presentation_ != monitor_.presentation()) {
+        presentation_ = monitor_.presentation();
         present();
     }
     const QString owner = monitor_.watcherOwner();
     item_.setIconByName(monitor_.traitsOfConnection(owner).prefersIconName);
     // The hosts that set a label are those that are known to read the menu at once.
     registration_.setWatcher(
-        {owner, way_ == TitleWay::label, monitor_.traitsOfConnection(owner).prefersConnectionName});
+        {owner, presentation_ == Presentation::label, monitor_.traitsOfConnection(owner).prefersConnectionName});
     if (hadHost_ != hasHost()) {
         hadHost_ = hasHost();
         Q_EMIT hasHostChanged();

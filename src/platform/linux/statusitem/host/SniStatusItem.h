@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/desktop/StatusItem.h"
-#include "platform/linux/statusitem/drawing/TitleStyle.h"
+#include "platform/linux/statusitem/drawing/ItemAppearance.h"
 #include "platform/linux/statusitem/host/DBusMenuExporter.h"
 #include "platform/linux/statusitem/host/SniObject.h"
 #include "platform/linux/statusitem/host/SniRegistration.h"
@@ -13,7 +13,6 @@
 #include <QTimer>
 
 #include <chrono>
-#include <memory>
 
 namespace skylet {
 
@@ -74,8 +73,7 @@ class SniStatusItem final : public QObject, public StatusItem {
     SniObject item_;
     SniRegistration registration_;
     StatusHostMonitor monitor_;
-    TitleWay way_;
-    std::unique_ptr<TitleStyle> style_;
+    Presentation presentation_;
     StatusTitle title_;
     QString toolTip_;
     bool visible_ = true;

@@ -32,16 +32,16 @@ struct KnownProgram {
 // It paints each icon that is given in pixels anew and leaves them to its garbage collector (GNOME Shell 43 grew by 10
 // MB with 500 changes of the dot's colour); the icons that it has read from files it keeps.
 constexpr StatusHostTraits gnome{
-    .way = TitleWay::label, .opensMenu = true, .prefersConnectionName = true, .prefersIconName = true};
+    .presentation = Presentation::label, .opensMenu = true, .prefersConnectionName = true, .prefersIconName = true};
 // These look at the icon's name alone, never at its pixels.
-constexpr StatusHostTraits indicators{.way = TitleWay::label, .prefersIconName = true};
+constexpr StatusHostTraits indicators{.presentation = Presentation::label, .prefersIconName = true};
 // MATE's panel sets a label too, but hides the icon beside it where the desktop shows no images on buttons.
-constexpr StatusHostTraits wideHost{.way = TitleWay::wide};
+constexpr StatusHostTraits wideHost{.presentation = Presentation::wide};
 // Plasma 5 sends `Activate` on a left click, and opens the menu where that is refused.
-constexpr StatusHostTraits plasma{.way = TitleWay::badge, .opensMenu = true};
+constexpr StatusHostTraits plasma{.presentation = Presentation::badge, .opensMenu = true};
 // Plasma's watcher lives in its service daemon and outlives the shell, its host; it was seen (5.27) to speak of a host
 // when there was none. The shell has a host's name on the bus.
-constexpr StatusHostTraits plasmaWatcher{.way = TitleWay::badge, .opensMenu = true, .watchesOnly = true};
+constexpr StatusHostTraits plasmaWatcher{.presentation = Presentation::badge, .opensMenu = true, .watchesOnly = true};
 
 // The rest, among them xfce4-panel (whose plugin runs as "panel-N-systray") and lxqt-panel, show a square icon alone.
 constexpr std::array knownPrograms = {
@@ -100,7 +100,7 @@ StatusHostEnvironment StatusHostEnvironment::system() {
 
 StatusHostMonitor::StatusHostMonitor(QDBusConnection connection, StatusHostEnvironment environment)
     : connection_(std::move(connection)), environment_(std::move(environment)),
-      titleWay_(traitsOfDesktop(environment_.currentDesktop).way) {}
+      presentation_(traitsOfDesktop(environment_.currentDesktop).presentation) {}
 
 void StatusHostMonitor::start() {
     // Hosts bear their process id in their name, so their whole family is watched.
@@ -201,15 +201,16 @@ void StatusHostMonitor::finish(const std::shared_ptr<Look>& finished) {
     // Where hosts are known they decide, else the watcher, which then shows the items itself. Every host can show a
     // badge; so with several hosts another way is chosen only where it is that of all of them.
     const QSet<QString> deciding = look.hostOwners.isEmpty() ? QSet<QString>{look.watcherOwner} : look.hostOwners;
-    const TitleWay first = traitsOfConnection(*deciding.cbegin()).way;
-    const bool allAlike = std::all_of(deciding.cbegin(), deciding.cend(),
-                                      [&](const QString& owner) { return traitsOfConnection(owner).way == first; });
-    const TitleWay way = allAlike ? first : TitleWay::badge;
+    const Presentation first = traitsOfConnection(*deciding.cbegin()).presentation;
+    const bool allAlike = std::all_of(deciding.cbegin(), deciding.cend(), [&](const QString& owner) {
+        return traitsOfConnection(owner).presentation == first;
+    });
+    const Presentation presentation = allAlike ? first : Presentation::badge;
     const bool isWithoutHostNames = !look.watcherOwner.isEmpty() && look.hostOwners.isEmpty();
     const bool asksForHosts = isWithoutHostNames && !traitsOfConnection(look.watcherOwner).watchesOnly;
     const bool alone = isWithoutHostNames && (!asksForHosts || watcherIsAlone_);
-    const bool same = way == titleWay_ && look.watcherOwner == watcherOwner_ && alone == watcherIsAlone_;
-    titleWay_ = way;
+    const bool same = presentation == presentation_ && look.watcherOwner == watcherOwner_ && alone == watcherIsAlone_;
+    presentation_ = presentation;
     watcherOwner_ = look.watcherOwner;
     watcherIsAlone_ = alone;
     if (asksForHosts) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/linux/statusitem/drawing/TitleStyle.h"
+#include "platform/linux/statusitem/drawing/ItemAppearance.h"
 
 #include <QDBusConnection>
 #include <QDBusServiceWatcher>
@@ -17,7 +17,7 @@ namespace skylet {
 
 /// What a kind of status host can do.
 struct StatusHostTraits {
-    TitleWay way = TitleWay::badge;
+    Presentation presentation = Presentation::badge;
     /// The host opens the menu by itself, on a left click at the latest when `Activate` is refused.
     bool opensMenu = false;
     /// An item should give the watcher the name of its connection rather than one of its own.
@@ -60,7 +60,7 @@ class StatusHostMonitor final : public QObject {
     /// Somebody shows items. A watcher alone, as Plasma's service daemon is while the shell is away, does not; what it
     /// says of hosts counts unless it is known better.
     bool hasHost() const { return !watcherOwner_.isEmpty() && !watcherIsAlone_; }
-    TitleWay titleWay() const { return titleWay_; }
+    Presentation presentation() const { return presentation_; }
     /// Of the program behind a connection, which need not be a host.
     StatusHostTraits traitsOfConnection(const QString& connectionName) const;
 
@@ -96,7 +96,7 @@ class StatusHostMonitor final : public QObject {
     std::shared_ptr<Look> currentLook_;
     QString watcherOwner_;
     bool watcherIsAlone_ = false;
-    TitleWay titleWay_;
+    Presentation presentation_;
     QHash<QString, StatusHostTraits> traits_;
 };
 

@@ -1,6 +1,6 @@
 #include "platform/linux/statusitem/hostless/HostlessItem.h"
 
-#include "platform/linux/statusitem/drawing/TitleStyle.h"
+#include "platform/linux/statusitem/drawing/ItemAppearance.h"
 
 #include <QApplication>
 #include <QScreen>
@@ -14,7 +14,7 @@ namespace skylet {
 namespace {
 
 ItemAppearance badgeOf(const StatusTitle& title, const QString& toolTip) {
-    return makeTitleStyle(TitleWay::badge)->present(title, toolTip);
+    return appearance(Presentation::badge, title, toolTip);
 }
 
 } // namespace

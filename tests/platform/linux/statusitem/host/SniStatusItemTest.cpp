@@ -1,8 +1,8 @@
 #include "platform/linux/statusitem/host/SniStatusItem.h"
 
+#include "platform/linux/statusitem/drawing/ItemAppearance.h"
 #include "platform/linux/statusitem/drawing/SampleTitles.h"
 #include "platform/linux/statusitem/drawing/StatusColors.h"
-#include "platform/linux/statusitem/drawing/TitleStyle.h"
 #include "platform/linux/statusitem/host/FakeStatusHost.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
@@ -294,7 +294,7 @@ TEST_F(SniStatusItemTest, OffersBadgesToPanelsWithoutTheWidthForTheWholeTitle) {
         const QList<DBusPixmap> wide = all.first(6);
         const QList<DBusPixmap> badges = all.mid(wide.size());
         ASSERT_FALSE(badges.isEmpty());
-        const StatusIcon badge = makeTitleStyle(TitleWay::badge)->present(title, {}).icon;
+        const StatusIcon badge = appearance(Presentation::badge, title, {}).icon;
         for (const DBusPixmap& icon : badges) {
             EXPECT_EQ(icon.width, icon.height);
             EXPECT_EQ(icon.pixels, toDBusPixmap(paintStatusIcon(badge, icon.height,

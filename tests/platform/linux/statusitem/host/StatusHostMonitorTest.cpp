@@ -22,20 +22,20 @@ using test::waitUntil;
 
 TEST(StatusHostTraits, KnowTheHostsThatSetALabel) {
     for (const char* name : {"gnome-shell", "ayatana-indicat", "indicator-appli"}) {
-        EXPECT_EQ(traitsOfProcess(QString::fromLatin1(name)).way, TitleWay::label) << name;
+        EXPECT_EQ(traitsOfProcess(QString::fromLatin1(name)).presentation, Presentation::label) << name;
     }
 }
 
 TEST(StatusHostTraits, TakeEveryOtherHostForOneThatShowsAnIconAlone) {
     for (const char* name : {"panel-2-systray", "xfce4-panel", "lxqt-panel", "plasmashell", "kded5", "xapp-sn-watcher",
                              "gnome-shell-ext", "", "notification"}) {
-        EXPECT_EQ(traitsOfProcess(QString::fromLatin1(name)).way, TitleWay::badge) << name;
+        EXPECT_EQ(traitsOfProcess(QString::fromLatin1(name)).presentation, Presentation::badge) << name;
     }
 }
 
 TEST(StatusHostTraits, KnowTheHostsThatShowWideIcons) {
     for (const char* name : {"mate-panel", "notification-ar", "waybar"}) {
-        EXPECT_EQ(traitsOfProcess(QString::fromLatin1(name)).way, TitleWay::wide) << name;
+        EXPECT_EQ(traitsOfProcess(QString::fromLatin1(name)).presentation, Presentation::wide) << name;
     }
 }
 
@@ -63,7 +63,7 @@ TEST(StatusHostTraits, FallBackOnTheNamesOfTheDesktop) {
     EXPECT_EQ(traitsOfDesktop(QStringLiteral("ubuntu:GNOME")), traitsOfProcess(QStringLiteral("gnome-shell")));
     EXPECT_EQ(traitsOfDesktop(QStringLiteral("MATE")), traitsOfProcess(QStringLiteral("mate-panel")));
     EXPECT_EQ(traitsOfDesktop(QStringLiteral("KDE")), traitsOfProcess(QStringLiteral("plasmashell")));
-    EXPECT_EQ(traitsOfDesktop(QStringLiteral("X-Cinnamon")).way, TitleWay::wide);
+    EXPECT_EQ(traitsOfDesktop(QStringLiteral("X-Cinnamon")).presentation, Presentation::wide);
     EXPECT_EQ(traitsOfDesktop(QStringLiteral("Unity:Unity7:ubuntu")),
               traitsOfProcess(QStringLiteral("indicator-appli")));
     EXPECT_TRUE(traitsOfDesktop(QStringLiteral("Unity")).prefersIconName);
@@ -126,7 +126,7 @@ TEST_F(StatusHostMonitorTest, FindsTheWatcherThatIsThere) {
     start();
     ASSERT_TRUE(changesReach(1));
     EXPECT_EQ(monitor_->watcherOwner(), watcher.baseService());
-    EXPECT_EQ(monitor_->titleWay(), TitleWay::label);
+    EXPECT_EQ(monitor_->presentation(), Presentation::label);
     EXPECT_TRUE(monitor_->traitsOfConnection(watcher.baseService()).opensMenu);
 }
 
@@ -142,14 +142,14 @@ TEST_F(StatusHostMonitorTest, DecidesAnewForEachOwnerOfTheWatchersName) {
     start();
     QDBusConnection first = owning(watcherName_);
     ASSERT_TRUE(changesReach(1));
-    EXPECT_EQ(monitor_->titleWay(), TitleWay::badge);
+    EXPECT_EQ(monitor_->presentation(), Presentation::badge);
     first.unregisterService(watcherName_);
     ASSERT_TRUE(changesReach(2));
     EXPECT_TRUE(monitor_->watcherOwner().isEmpty());
     processName_ = QStringLiteral("gnome-shell");
     const QDBusConnection second = owning(watcherName_);
     ASSERT_TRUE(waitUntil([&] { return monitor_->watcherOwner() == second.baseService(); }));
-    EXPECT_EQ(monitor_->titleWay(), TitleWay::label);
+    EXPECT_EQ(monitor_->presentation(), Presentation::label);
 }
 
 TEST_F(StatusHostMonitorTest, LetsAHostDecideThatComesAfterTheWatcher) {
@@ -157,17 +157,17 @@ TEST_F(StatusHostMonitorTest, LetsAHostDecideThatComesAfterTheWatcher) {
     start();
     const QDBusConnection watcher = owning(watcherName_);
     ASSERT_TRUE(changesReach(1));
-    EXPECT_EQ(monitor_->titleWay(), TitleWay::badge);
+    EXPECT_EQ(monitor_->presentation(), Presentation::badge);
     // From now on both have this name; the watcher's own is not what counts.
     processName_ = QStringLiteral("gnome-shell");
     QDBusConnection host = owning(hostName_);
     ASSERT_TRUE(changesReach(2));
-    EXPECT_EQ(monitor_->titleWay(), TitleWay::label);
+    EXPECT_EQ(monitor_->presentation(), Presentation::label);
     EXPECT_EQ(monitor_->watcherOwner(), watcher.baseService());
     processName_ = QStringLiteral("kded5");
     host.unregisterService(hostName_);
     ASSERT_TRUE(changesReach(3));
-    EXPECT_EQ(monitor_->titleWay(), TitleWay::badge);
+    EXPECT_EQ(monitor_->presentation(), Presentation::badge);
 }
 
 TEST_F(StatusHostMonitorTest, GoesByTheHostAndNotByTheWatcherBesideIt) {
@@ -183,9 +183,9 @@ TEST_F(StatusHostMonitorTest, GoesByTheHostAndNotByTheWatcherBesideIt) {
         StatusHostMonitor monitor(bus_.connect(), environment);
         monitor.start();
         ASSERT_TRUE(waitUntil([&] { return !monitor.watcherOwner().isEmpty(); }));
-        const TitleWay hostsWay = monitor.traitsOfConnection(host.baseService()).way;
-        EXPECT_NE(hostsWay, monitor.traitsOfConnection(watcher.baseService()).way);
-        EXPECT_EQ(monitor.titleWay(), hostsWay);
+        const Presentation hostsPresentation = monitor.traitsOfConnection(host.baseService()).presentation;
+        EXPECT_NE(hostsPresentation, monitor.traitsOfConnection(watcher.baseService()).presentation);
+        EXPECT_EQ(monitor.presentation(), hostsPresentation);
     }
 }
 
@@ -217,18 +217,18 @@ TEST_F(StatusHostMonitorTest, ChoosesTheBadgeWhereSeveralHostsShowTheTitleInDiff
     };
     environment.currentDesktop = QStringLiteral("MATE");
     StatusHostMonitor monitor(bus_.connect(), environment);
-    EXPECT_EQ(monitor.titleWay(), TitleWay::wide);
+    EXPECT_EQ(monitor.presentation(), Presentation::wide);
     monitor.start();
     ASSERT_TRUE(waitUntil([&] { return !monitor.watcherOwner().isEmpty(); }));
     EXPECT_EQ(asked, 3);
-    EXPECT_EQ(monitor.titleWay(), TitleWay::badge);
+    EXPECT_EQ(monitor.presentation(), Presentation::badge);
 }
 
 TEST_F(StatusHostMonitorTest, GoesByTheDesktopWhereTheProcessCannotBeSeen) {
     const QDBusConnection watcher = owning(watcherName_);
     start(QStringLiteral("ubuntu:GNOME"));
     ASSERT_TRUE(changesReach(1));
-    EXPECT_EQ(monitor_->titleWay(), TitleWay::label);
+    EXPECT_EQ(monitor_->presentation(), Presentation::label);
 }
 
 TEST_F(StatusHostMonitorTest, LetsTheDesktopDecideWhereAGoBetweenTakesTheItems) {
@@ -236,10 +236,10 @@ TEST_F(StatusHostMonitorTest, LetsTheDesktopDecideWhereAGoBetweenTakesTheItems) 
     const QDBusConnection watcher = owning(watcherName_);
     start(QStringLiteral("X-Cinnamon"));
     ASSERT_TRUE(changesReach(1));
-    EXPECT_EQ(monitor_->titleWay(), TitleWay::wide);
+    EXPECT_EQ(monitor_->presentation(), Presentation::wide);
     start(QStringLiteral("XFCE"));
     ASSERT_TRUE(changesReach(2));
-    EXPECT_EQ(monitor_->titleWay(), TitleWay::badge);
+    EXPECT_EQ(monitor_->presentation(), Presentation::badge);
 }
 
 TEST_F(StatusHostMonitorTest, TakesAWatcherThatSaysNothingOfHostsForAHost) {

@@ -5,12 +5,10 @@
 
 #include <QString>
 
-#include <memory>
-
 namespace skylet {
 
 /// The ways in which a status host can be made to show the title.
-enum class TitleWay {
+enum class Presentation {
     /// The coloured dot as the icon, the rest as a text that the host sets beside it.
     label,
     /// The whole title drawn into an icon that is wider than high.
@@ -32,14 +30,7 @@ struct ItemAppearance {
     bool operator==(const ItemAppearance&) const = default;
 };
 
-/// Turns a title into what one kind of host can show. Pure: it paints nothing and remembers nothing.
-class TitleStyle {
-  public:
-    virtual ~TitleStyle() = default;
-    virtual ItemAppearance present(const StatusTitle& title, const QString& toolTip) const = 0;
-};
-
-/// Never null.
-std::unique_ptr<TitleStyle> makeTitleStyle(TitleWay way);
+/// What a title and a tooltip become in that presentation. Paints nothing.
+ItemAppearance appearance(Presentation presentation, const StatusTitle& title, const QString& toolTip);
 
 } // namespace skylet

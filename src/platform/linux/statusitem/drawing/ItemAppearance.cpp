@@ -1,4 +1,4 @@
-#include "platform/linux/statusitem/drawing/TitleStyle.h"
+#include "platform/linux/statusitem/drawing/ItemAppearance.h"
 
 #include "platform/desktop/TextDirection.h"
 
@@ -78,62 +78,38 @@ StatusIcon badgeIcon(const StatusTitle& title) {
     return icon;
 }
 
-class LabelStyle final : public TitleStyle {
-  public:
-    ItemAppearance present(const StatusTitle& title, const QString& toolTip) const override {
-        ItemAppearance appearance;
-        appearance.icon.form = StatusIcon::Form::textDot;
-        appearance.icon.color = dotColor(title);
-        appearance.label = textAfterDot(title);
-        appearance.labelGuide = appearance.label;
-        for (QChar& character : appearance.labelGuide) {
+} // namespace
+
+ItemAppearance appearance(Presentation presentation, const StatusTitle& title, const QString& toolTip) {
+    ItemAppearance result;
+    switch (presentation) {
+    case Presentation::label:
+        result.icon.color = dotColor(title);
+        result.label = textAfterDot(title);
+        result.labelGuide = result.label;
+        for (QChar& character : result.labelGuide) {
             if (character.isDigit()) {
                 character = u'0';
             }
         }
         // The text stands in the panel already; a tooltip that never changes costs no host anything.
-        appearance.toolTipTitle = toolTip;
-        return appearance;
-    }
-};
-
-class WideStyle final : public TitleStyle {
-  public:
-    ItemAppearance present(const StatusTitle& title, const QString& toolTip) const override {
-        ItemAppearance appearance;
+        result.toolTipTitle = toolTip;
+        break;
+    case Presentation::wide:
         // With what a badge needs as well: not every place of such a host has room for the whole title.
-        appearance.icon = badgeIcon(title);
-        appearance.icon.form = StatusIcon::Form::wide;
-        appearance.icon.title = title;
+        result.icon = badgeIcon(title);
+        result.icon.form = StatusIcon::Form::wide;
+        result.icon.title = title;
         // As for the label: the text stands in the panel already.
-        appearance.toolTipTitle = toolTip;
-        return appearance;
-    }
-};
-
-class BadgeStyle final : public TitleStyle {
-  public:
-    ItemAppearance present(const StatusTitle& title, const QString& toolTip) const override {
-        ItemAppearance appearance;
-        appearance.icon = badgeIcon(title);
-        appearance.toolTipTitle = textAfterDot(title);
-        appearance.toolTipText = toolTip;
-        return appearance;
-    }
-};
-
-} // namespace
-
-std::unique_ptr<TitleStyle> makeTitleStyle(TitleWay way) {
-    switch (way) {
-    case TitleWay::label:
-        return std::make_unique<LabelStyle>();
-    case TitleWay::wide:
-        return std::make_unique<WideStyle>();
-    case TitleWay::badge:
+        result.toolTipTitle = toolTip;
+        break;
+    case Presentation::badge:
+        result.icon = badgeIcon(title);
+        result.toolTipTitle = textAfterDot(title);
+        result.toolTipText = toolTip;
         break;
     }
-    return std::make_unique<BadgeStyle>();
+    return result;
 }
 
 } // namespace skylet

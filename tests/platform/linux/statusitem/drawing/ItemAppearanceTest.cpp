@@ -1,4 +1,4 @@
-#include "platform/linux/statusitem/drawing/TitleStyle.h"
+#include "platform/linux/statusitem/drawing/ItemAppearance.h"
 
 #include "platform/linux/statusitem/drawing/SampleTitles.h"
 #include "support/QStringPrinting.h"
@@ -9,19 +9,19 @@ namespace skylet {
 namespace {
 
 ItemAppearance label(const StatusTitle& title) {
-    return makeTitleStyle(TitleWay::label)->present(title, QStringLiteral("the tooltip"));
+    return appearance(Presentation::label, title, QStringLiteral("the tooltip"));
 }
 
 ItemAppearance badge(const StatusTitle& title) {
-    return makeTitleStyle(TitleWay::badge)->present(title, QStringLiteral("the tooltip"));
+    return appearance(Presentation::badge, title, QStringLiteral("the tooltip"));
 }
 
-TEST(LabelStyle, SetsAllThatFollowsTheDotWithoutTheGapAfterIt) {
+TEST(LabelAppearance, SetsAllThatFollowsTheDotWithoutTheGapAfterIt) {
     EXPECT_EQ(label(sample::fast()).label, QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
     EXPECT_EQ(label(sample::offline()).label, QStringLiteral("Offline"));
 }
 
-TEST(LabelStyle, LeavesTheDotAloneInTheIcon) {
+TEST(LabelAppearance, LeavesTheDotAloneInTheIcon) {
     const ItemAppearance slow = label(sample::slow());
     EXPECT_EQ(slow.icon.form, StatusIcon::Form::textDot);
     EXPECT_EQ(slow.icon.color, DotColor::systemYellow);
@@ -29,13 +29,13 @@ TEST(LabelStyle, LeavesTheDotAloneInTheIcon) {
     EXPECT_EQ(label(sample::offline()).icon.sign, DotSign::none);
 }
 
-TEST(LabelStyle, KeepsThePartsFromLeftToRightAroundHebrew) {
+TEST(LabelAppearance, KeepsThePartsFromLeftToRightAroundHebrew) {
     const StatusTitle title =
         sample::latency(DotColor::systemGreen, QStringLiteral("87"), QStringLiteral("ms"), QStringLiteral("מגיב מהר"));
     EXPECT_EQ(label(title).label, QStringLiteral("\u200E87 ms  מגיב מהר\u200E  ↓12.4M ↑210K"));
 }
 
-TEST(LabelStyle, HasAGuideAsWideForEveryNumberOfTheSameLength) {
+TEST(LabelAppearance, HasAGuideAsWideForEveryNumberOfTheSameLength) {
     const QString guide = label(sample::fast()).labelGuide;
     EXPECT_EQ(guide, QStringLiteral("00 ms  Responsive  ↓00.0M ↑000K"));
     const StatusTitle other = sample::latency(DotColor::systemGreen, QStringLiteral("61"), QStringLiteral("ms"),
@@ -43,7 +43,7 @@ TEST(LabelStyle, HasAGuideAsWideForEveryNumberOfTheSameLength) {
     EXPECT_EQ(label(other).labelGuide, guide);
 }
 
-TEST(LabelStyle, HasATooltipThatDoesNotChangeWithTheNumber) {
+TEST(LabelAppearance, HasATooltipThatDoesNotChangeWithTheNumber) {
     const ItemAppearance fast = label(sample::fast());
     const ItemAppearance slow = label(sample::slow());
     EXPECT_EQ(fast.toolTipTitle, QStringLiteral("the tooltip"));
@@ -51,8 +51,8 @@ TEST(LabelStyle, HasATooltipThatDoesNotChangeWithTheNumber) {
     EXPECT_EQ(fast.toolTipText, slow.toolTipText);
 }
 
-TEST(WideStyle, PutsTheWholeTitleIntoTheIconAndNoneIntoTheTooltip) {
-    const ItemAppearance wide = makeTitleStyle(TitleWay::wide)->present(sample::fast(), QStringLiteral("the tooltip"));
+TEST(WideAppearance, PutsTheWholeTitleIntoTheIconAndNoneIntoTheTooltip) {
+    const ItemAppearance wide = appearance(Presentation::wide, sample::fast(), QStringLiteral("the tooltip"));
     EXPECT_EQ(wide.icon.form, StatusIcon::Form::wide);
     EXPECT_EQ(wide.icon.title, sample::fast());
     EXPECT_TRUE(wide.label.isEmpty());
@@ -60,7 +60,7 @@ TEST(WideStyle, PutsTheWholeTitleIntoTheIconAndNoneIntoTheTooltip) {
     EXPECT_TRUE(wide.toolTipText.isEmpty());
 }
 
-TEST(BadgeStyle, TakesTheFigureAndNoTextBesideTheIcon) {
+TEST(BadgeAppearance, TakesTheFigureAndNoTextBesideTheIcon) {
     const ItemAppearance fast = badge(sample::fast());
     EXPECT_EQ(fast.icon.form, StatusIcon::Form::badge);
     EXPECT_EQ(fast.icon.color, DotColor::systemGreen);
@@ -70,7 +70,7 @@ TEST(BadgeStyle, TakesTheFigureAndNoTextBesideTheIcon) {
     EXPECT_EQ(badge(sample::slow()).icon.number, QStringLiteral("1.2"));
 }
 
-TEST(BadgeStyle, MarksTheStatesThatHaveNoNumber) {
+TEST(BadgeAppearance, MarksTheStatesThatHaveNoNumber) {
     EXPECT_EQ(badge(sample::checking()).icon.sign, DotSign::waiting);
     EXPECT_EQ(badge(sample::offline()).icon.sign, DotSign::cross);
     EXPECT_EQ(badge(sample::paused()).icon.sign, DotSign::pause);
@@ -79,7 +79,7 @@ TEST(BadgeStyle, MarksTheStatesThatHaveNoNumber) {
     EXPECT_EQ(badge(sample::slow()).icon.sign, DotSign::none);
 }
 
-TEST(BadgeStyle, ShowsThePlainDotWhileABannerStandsInThePlaceOfTheNumber) {
+TEST(BadgeAppearance, ShowsThePlainDotWhileABannerStandsInThePlaceOfTheNumber) {
     for (const DotColor color : {DotColor::systemGreen, DotColor::systemYellow}) {
         const ItemAppearance result = badge(sample::banner(color));
         EXPECT_EQ(result.icon.color, color);
@@ -89,18 +89,18 @@ TEST(BadgeStyle, ShowsThePlainDotWhileABannerStandsInThePlaceOfTheNumber) {
     }
 }
 
-TEST(BadgeStyle, PutsTheTitleAboveTheTooltip) {
+TEST(BadgeAppearance, PutsTheTitleAboveTheTooltip) {
     const ItemAppearance fast = badge(sample::fast());
     EXPECT_EQ(fast.toolTipTitle, QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
     EXPECT_EQ(fast.toolTipText, QStringLiteral("the tooltip"));
 }
 
-TEST(TitleStyle, TakesATitleThatIsEmptyOrOfTheDotAlone) {
-    for (const TitleWay way : {TitleWay::label, TitleWay::wide, TitleWay::badge}) {
-        const ItemAppearance nothing = makeTitleStyle(way)->present({}, {});
+TEST(ItemAppearance, TakesATitleThatIsEmptyOrOfTheDotAlone) {
+    for (const Presentation presentation : {Presentation::label, Presentation::wide, Presentation::badge}) {
+        const ItemAppearance nothing = appearance(presentation, {}, {});
         EXPECT_EQ(nothing.icon.color, DotColor::systemGray);
         EXPECT_TRUE(nothing.label.isEmpty());
-        const ItemAppearance dot = makeTitleStyle(way)->present({sample::dot(DotColor::systemRed)}, {});
+        const ItemAppearance dot = appearance(presentation, {sample::dot(DotColor::systemRed)}, {});
         EXPECT_EQ(dot.icon.color, DotColor::systemRed);
         EXPECT_TRUE(dot.icon.number.isEmpty());
     }
