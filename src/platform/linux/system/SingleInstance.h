@@ -23,19 +23,14 @@ class SingleInstance {
 
     static constexpr auto serviceName = "com.vorn.skylet";
     static constexpr auto objectPath = "/com/vorn/skylet";
-    static constexpr std::chrono::seconds defaultPatience{2};
+    static constexpr std::chrono::seconds defaultTimeout{2};
 
     /// `onActivated` runs from the event loop, for the first alone, each time another start is turned away.
     SingleInstance(QDBusConnection bus, std::function<void()> onActivated);
-    ~SingleInstance();
-    SingleInstance(const SingleInstance&) = delete;
-    SingleInstance& operator=(const SingleInstance&) = delete;
-    SingleInstance(SingleInstance&&) = delete;
-    SingleInstance& operator=(SingleInstance&&) = delete;
 
-    /// Waits for the answers of the bus and of the other process, for `patience` in all. To be called once, before the
+    /// Waits for the replies of the bus and of the other process, for `timeout` in all. To be called once, before the
     /// program begins to work.
-    Role claim(std::chrono::milliseconds patience = defaultPatience);
+    Role claim(std::chrono::milliseconds timeout = defaultTimeout);
 
   private:
     QDBusConnection bus_;
