@@ -23,9 +23,8 @@ void keepActivationToken(const QString& token) {
 } // namespace
 
 SniStatusItem::SniStatusItem(const QDBusConnection& connection, SniOptions options)
-    : connection_(connection), menuExporter_(menuPath(), menu_.widget()), item_(itemPath(), menuPath()),
-      registration_(connection, options.registration), monitor_(connection, std::move(options.environment)),
-      presentation_(monitor_.presentation()) {
+    : connection_(connection), item_(itemPath(), menuPath()), registration_(connection, options.registration),
+      monitor_(connection, std::move(options.environment)), presentation_(monitor_.presentation()) {
     attentionTimer_.setSingleShot(true);
     attentionTimer_.setInterval(options.attention);
     connect(&attentionTimer_, &QTimer::timeout, this, &SniStatusItem::updateStatus);
@@ -40,7 +39,7 @@ SniStatusItem::SniStatusItem(const QDBusConnection& connection, SniOptions optio
         return;
     }
     // Hosts look at the item as soon as they hear of it, so everything is in place before its name is.
-    menuExporter_.exportOn(connection_);
+    menuExporter_.exportOn(connection_, menuPath());
     item_.exportOn(connection_);
     monitor_.start();
 }
@@ -70,6 +69,7 @@ void SniStatusItem::setVisible(bool visible) {
 
 void SniStatusItem::setMenu(const Menu& menu) {
     menu_.setMenu(menu);
+    menuExporter_.setMenu(menu);
 }
 
 void SniStatusItem::setTitle(const StatusTitle& title) {
