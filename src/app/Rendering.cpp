@@ -6,106 +6,84 @@ namespace {
 
 /// From here on a connection that works is called slow, and its dot is yellow.
 constexpr std::int64_t slowLatencyMs = 400;
-constexpr double latencyTitleOffset = 0.5;
+constexpr double unitOffset = 0.5;
 
-/// The four pictures that the title, the colour and the status line choose between; pause goes before everything.
-enum class Shown { paused, checking, online, offline };
-
-Shown shown(const DisplayState& state) {
+Status statusOf(const DisplayState& state) {
     if (state.paused) {
-        return Shown::paused;
+        return Status::paused;
     }
     if (!state.online) {
-        return Shown::checking;
+        return Status::checking;
     }
-    return *state.online ? Shown::online : Shown::offline;
+    if (!*state.online) {
+        return Status::offline;
+    }
+    return state.latencyMs < slowLatencyMs ? Status::online : Status::slow;
 }
 
-DotColor dotColor(const DisplayState& state) {
-    switch (shown(state)) {
-    case Shown::paused:
-        return DotColor::systemGray;
-    case Shown::checking:
-        return DotColor::systemYellow;
-    case Shown::online:
-        return state.latencyMs >= slowLatencyMs ? DotColor::systemYellow : DotColor::systemGreen;
-    case Shown::offline:
-        return DotColor::systemRed;
+/// What the title and the menu's first line say of a status.
+struct StatusTexts {
+    QString word;
+    QString line;
+};
+
+StatusTexts statusTexts(const DisplayState& state, const Lookup& text) {
+    switch (statusOf(state)) {
+    case Status::paused:
+        return {text(QStringLiteral("Paused")), text(QStringLiteral("Automatic checks paused"))};
+    case Status::checking:
+        return {text(QStringLiteral("Checking…")), text(QStringLiteral("Checking connection..."))};
+    case Status::offline:
+        return {text(QStringLiteral("Offline")), text(QStringLiteral("No internet (hotspot without signal?)"))};
+    case Status::online:
+    case Status::slow:
+        break;
     }
-    Q_UNREACHABLE();
+    const QString latencyClass = label(state.latencyMs, text);
+    return {latencyClass,
+            formatted(text(QStringLiteral("Online — %d ms (%@)")), {QString::number(state.latencyMs), latencyClass})};
 }
 
-QString stateWord(const DisplayState& state, const Lookup& text) {
-    switch (shown(state)) {
-    case Shown::paused:
-        return text(QStringLiteral("Paused"));
-    case Shown::checking:
-        return text(QStringLiteral("Checking…"));
-    case Shown::online:
-        return {};
-    case Shown::offline:
-        return text(QStringLiteral("Offline"));
-    }
-    Q_UNREACHABLE();
+bool isOnline(const DisplayState& state) {
+    return !state.paused && state.online == true;
 }
 
-QString statusText(const DisplayState& state, const Lookup& text) {
-    switch (shown(state)) {
-    case Shown::paused:
-        return text(QStringLiteral("Automatic checks paused"));
-    case Shown::checking:
-        return text(QStringLiteral("Checking connection..."));
-    case Shown::online:
-        return formatted(text(QStringLiteral("Online — %d ms (%@)")),
-                         {QString::number(state.latencyMs), label(state.latencyMs, text)});
-    case Shown::offline:
-        return text(QStringLiteral("No internet (hotspot without signal?)"));
+StatusDisplay statusDisplay(const DisplayState& state, const Lookup& text) {
+    StatusDisplay display;
+    display.status = statusOf(state);
+    display.toolTip = text(QStringLiteral("HTTPS response time, not download speed"));
+    const QString gap = QStringLiteral("  ");
+    if (isOnline(state) && state.banner) {
+        display.title = {{gap + *state.banner, titlefont::banner}};
+        return display;
     }
-    Q_UNREACHABLE();
-}
-
-void appendLatency(StatusTitle& title, const DisplayState& state, const Lookup& text) {
-    const bool inSeconds = state.latencyMs > 999;
-    const QString number =
-        inSeconds ? fixed(static_cast<double>(state.latencyMs) / 1000.0, 1) : QString::number(state.latencyMs);
-    const QString unit = inSeconds ? QStringLiteral("s") : QStringLiteral("ms");
-    title.push_back({QStringLiteral("  ") + number, titlefont::number, 0, {}});
-    title.push_back({QStringLiteral(" ") + unit, titlefont::unit, latencyTitleOffset, {}});
-    title.push_back({QStringLiteral("  ") + label(state.latencyMs, text), titlefont::number, 0, {}});
-    if (state.showTraffic) {
-        title.push_back({QStringLiteral("  ↓") + fmtRate(state.downRate) + QStringLiteral(" ↑") + fmtRate(state.upRate),
-                         titlefont::number,
-                         0,
-                         {}});
+    if (isOnline(state)) {
+        const bool inSeconds = state.latencyMs > 999;
+        display.number =
+            inSeconds ? fixed(static_cast<double>(state.latencyMs) / 1000.0, 1) : QString::number(state.latencyMs);
+        display.title = {{gap + display.number, titlefont::number},
+                         {inSeconds ? QStringLiteral(" s") : QStringLiteral(" ms"), titlefont::unit, unitOffset}};
     }
-}
-
-StatusTitle titleOf(const DisplayState& state, const Lookup& text) {
-    StatusTitle title{{QStringLiteral("●"), titlefont::dot, 0, dotColor(state)}};
-    if (shown(state) != Shown::online) {
-        title.push_back({QStringLiteral("  ") + stateWord(state, text), titlefont::number, 0, {}});
-    } else if (state.banner) {
-        title.push_back({QStringLiteral("  ") + *state.banner, titlefont::banner, 0, {}});
-    } else {
-        appendLatency(title, state, text);
+    display.title.push_back({gap + statusTexts(state, text).word, titlefont::number});
+    if (isOnline(state) && state.showTraffic) {
+        display.title.push_back(
+            {gap + u'↓' + fmtRate(state.downRate) + QStringLiteral(" ↑") + fmtRate(state.upRate), titlefont::number});
     }
-    return title;
+    return display;
 }
 
 } // namespace
 
 Display renderDisplay(const DisplayState& state, const Lookup& text) {
-    const QString down = fmtRate(state.downRate);
-    const QString up = fmtRate(state.upRate);
     return {
-        .title = titleOf(state, text),
-        .toolTip = text(QStringLiteral("HTTPS response time, not download speed")),
-        .statusLine = statusText(state, text),
-        .rateLine = formatted(text(QStringLiteral("Live traffic:  ↓ %@b/s   ↑ %@b/s")), {down, up}),
+        .item = statusDisplay(state, text),
+        .statusLine = statusTexts(state, text).line,
+        .rateLine = formatted(text(QStringLiteral("Live traffic:  ↓ %@b/s   ↑ %@b/s")),
+                              {fmtRate(state.downRate), fmtRate(state.upRate)}),
         .speedLine = text(QStringLiteral("Last speed test:  ")) + state.lastSpeed,
         .pauseChecked = state.paused,
         .trafficChecked = state.showTraffic,
-        .testEnabled = !state.testing && shown(state) == Shown::online,
+        .testEnabled = !state.testing && isOnline(state),
         .checkEnabled = !state.paused,
     };
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/desktop/StatusTitle.h"
+#include "platform/desktop/StatusDisplay.h"
 #include "ui/Strings.h"
 
 #include <QString>
@@ -36,8 +36,7 @@ struct DisplayState {
 
 /// What the user sees of a DisplayState, the whole of it.
 struct Display {
-    StatusTitle title;
-    QString toolTip;
+    StatusDisplay item;
     QString statusLine;
     QString rateLine;
     QString speedLine;
@@ -47,9 +46,8 @@ struct Display {
     bool checkEnabled = false;
 };
 
-/// The fonts of the title.
+/// The fonts of the title after the dot.
 namespace titlefont {
-inline constexpr TitleFont dot{12, FontWeight::regular, false};
 inline constexpr TitleFont number{12, FontWeight::regular, true};
 inline constexpr TitleFont unit{9, FontWeight::medium, false};
 inline constexpr TitleFont banner{12, FontWeight::medium, false};

@@ -141,8 +141,7 @@ void Skylet::render() {
         qFatal("Skylet: render() before the start-up has built the menu");
     }
     const auto display = renderDisplay(state_);
-    item_->setTitle(display.title);
-    item_->setToolTip(display.toolTip);
+    item_->setDisplay(display.item);
     statusLine_->setTitle(display.statusLine);
     rateLine_->setTitle(display.rateLine);
     speedLine_->setTitle(display.speedLine);

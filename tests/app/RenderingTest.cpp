@@ -69,121 +69,118 @@ QString joined(const StatusTitle& title) {
     for (const auto& segment : title) {
         text += segment.text;
     }
-    return text;
+    // Without the gap after the dot.
+    return text.mid(2);
 }
 
 QString titleText(const DisplayState& state) {
-    return joined(display(state).title);
+    return joined(display(state).item.title);
 }
 
-DotColor dot(const DisplayState& state) {
-    return display(state).title.front().color.value();
+Status status(const DisplayState& state) {
+    return display(state).item.status;
 }
 
-TEST(Title, OfAFastConnectionIsDotNumberSmallRaisedUnitAndClass) {
-    EXPECT_THAT(
-        display(onlineAt(87)).title,
-        ElementsAre(TitleSegment{QStringLiteral("●"), {12, FontWeight::regular, false}, 0, DotColor::systemGreen},
-                    TitleSegment{QStringLiteral("  87"), {12, FontWeight::regular, true}, 0, {}},
-                    TitleSegment{QStringLiteral(" ms"), {9, FontWeight::medium, false}, 0.5, {}},
-                    TitleSegment{QStringLiteral("  Responsive"), {12, FontWeight::regular, true}, 0, {}}));
+TEST(Title, OfAFastConnectionIsNumberSmallRaisedUnitAndClass) {
+    EXPECT_THAT(display(onlineAt(87)).item.title,
+                ElementsAre(TitleSegment{QStringLiteral("  87"), {12, FontWeight::regular, true}, 0},
+                            TitleSegment{QStringLiteral(" ms"), {9, FontWeight::medium, false}, 0.5},
+                            TitleSegment{QStringLiteral("  Responsive"), {12, FontWeight::regular, true}, 0}));
 }
 
 TEST(Title, ShowsTrafficAsOneSegmentWithoutAUnit) {
-    const auto title = display(withTraffic(onlineAt(1234))).title;
-    EXPECT_EQ(joined(title), QStringLiteral("●  1.2 s  Very high delay  ↓12.4M ↑210K"));
-    ASSERT_EQ(title.size(), 5U);
-    EXPECT_EQ(title.back(), (TitleSegment{QStringLiteral("  ↓12.4M ↑210K"), {12, FontWeight::regular, true}, 0, {}}));
+    const auto title = display(withTraffic(onlineAt(1234))).item.title;
+    EXPECT_EQ(joined(title), QStringLiteral("1.2 s  Very high delay  ↓12.4M ↑210K"));
+    ASSERT_EQ(title.size(), 4U);
+    EXPECT_EQ(title.back(), (TitleSegment{QStringLiteral("  ↓12.4M ↑210K"), {12, FontWeight::regular, true}, 0}));
 }
 
 TEST(Title, ABannerWhileOnlineHidesLatencyClassAndTraffic) {
-    const auto title = display(withBanner(withTraffic(onlineAt(87)))).title;
-    ASSERT_EQ(title.size(), 2U);
-    EXPECT_EQ(title.front().color, DotColor::systemGreen);
-    EXPECT_EQ(title.back(),
-              (TitleSegment{QStringLiteral("  Speed test running…"), {12, FontWeight::medium, false}, 0, {}}));
+    const auto item = display(withBanner(withTraffic(onlineAt(87)))).item;
+    EXPECT_EQ(item.status, Status::online);
+    EXPECT_EQ(item.number, QString());
+    EXPECT_THAT(item.title,
+                ElementsAre(TitleSegment{QStringLiteral("  Speed test running…"), {12, FontWeight::medium, false}, 0}));
 }
 
 TEST(Title, ABannerIsNotShownWhileOfflineCheckingOrPaused) {
-    EXPECT_EQ(titleText(withBanner(offline())), QStringLiteral("●  Offline"));
-    EXPECT_EQ(titleText(withBanner(checking())), QStringLiteral("●  Checking…"));
-    EXPECT_EQ(titleText(withBanner(paused())), QStringLiteral("●  Paused"));
+    EXPECT_EQ(titleText(withBanner(offline())), QStringLiteral("Offline"));
+    EXPECT_EQ(titleText(withBanner(checking())), QStringLiteral("Checking…"));
+    EXPECT_EQ(titleText(withBanner(paused())), QStringLiteral("Paused"));
 }
 
 TEST(Title, OfOfflineCheckingAndPausedIsTheStateWordInTheNumberFont) {
     for (const auto& state : {offline(), checking(), paused()}) {
-        const auto title = display(state).title;
-        ASSERT_EQ(title.size(), 2U);
+        const auto title = display(state).item.title;
+        ASSERT_EQ(title.size(), 1U);
         EXPECT_EQ(title.back().font, (TitleFont{12, FontWeight::regular, true}));
         EXPECT_EQ(title.back().baselineOffset, 0);
     }
 }
 
 TEST(Title, ShowsNoTrafficWhileOfflineCheckingOrPaused) {
-    EXPECT_EQ(titleText(withTraffic(offline())), QStringLiteral("●  Offline"));
-    EXPECT_EQ(titleText(withTraffic(checking())), QStringLiteral("●  Checking…"));
-    EXPECT_EQ(titleText(withTraffic(paused())), QStringLiteral("●  Paused"));
+    EXPECT_EQ(titleText(withTraffic(offline())), QStringLiteral("Offline"));
+    EXPECT_EQ(titleText(withTraffic(checking())), QStringLiteral("Checking…"));
+    EXPECT_EQ(titleText(withTraffic(paused())), QStringLiteral("Paused"));
 }
 
 TEST(Title, WhileCheckingWithTrafficOnTheMenuLineIsStillFilled) {
     EXPECT_EQ(display(withTraffic(checking())).rateLine, QStringLiteral("Live traffic:  ↓ 12.4Mb/s   ↑ 210Kb/s"));
 }
 
-TEST(Title, OnlyTheDotCarriesAColour) {
-    for (const auto& state : {withTraffic(onlineAt(87)), withBanner(onlineAt(87)), offline(), checking(), paused()}) {
-        const auto title = display(state).title;
-        EXPECT_TRUE(title.front().color.has_value());
-        for (std::size_t i = 1; i < title.size(); ++i) {
-            EXPECT_FALSE(title[i].color.has_value());
-        }
-    }
-}
-
 TEST(Title, At999MillisecondsIsInMillisecondsAndAt1000InSeconds) {
-    EXPECT_EQ(titleText(onlineAt(999)), QStringLiteral("●  999 ms  High delay"));
-    EXPECT_EQ(titleText(onlineAt(1000)), QStringLiteral("●  1.0 s  Very high delay"));
-    EXPECT_EQ(titleText(onlineAt(2960)), QStringLiteral("●  3.0 s  Very high delay"));
+    EXPECT_EQ(titleText(onlineAt(999)), QStringLiteral("999 ms  High delay"));
+    EXPECT_EQ(titleText(onlineAt(1000)), QStringLiteral("1.0 s  Very high delay"));
+    EXPECT_EQ(titleText(onlineAt(2960)), QStringLiteral("3.0 s  Very high delay"));
 }
 
 TEST(Title, HalvesOfATenthOfASecondAreRoundedAsCDoes) {
-    EXPECT_EQ(titleText(onlineAt(1250)), QStringLiteral("●  1.2 s  Very high delay"));
-    EXPECT_EQ(titleText(onlineAt(1750)), QStringLiteral("●  1.8 s  Very high delay"));
-    EXPECT_EQ(titleText(onlineAt(2250)), QStringLiteral("●  2.2 s  Very high delay"));
+    EXPECT_EQ(titleText(onlineAt(1250)), QStringLiteral("1.2 s  Very high delay"));
+    EXPECT_EQ(titleText(onlineAt(1750)), QStringLiteral("1.8 s  Very high delay"));
+    EXPECT_EQ(titleText(onlineAt(2250)), QStringLiteral("2.2 s  Very high delay"));
 }
 
 TEST(Title, InHebrewUsesTheTranslatedClassAndStateWords) {
-    EXPECT_EQ(joined(inHebrew(onlineAt(87)).title), QStringLiteral("●  87 ms  מגיב מהר"));
-    EXPECT_EQ(joined(inHebrew(offline()).title), QStringLiteral("●  אין רשת"));
-    EXPECT_EQ(joined(inHebrew(checking()).title), QStringLiteral("●  בודק…"));
-    EXPECT_EQ(joined(inHebrew(paused()).title), QStringLiteral("●  מושהה"));
+    EXPECT_EQ(joined(inHebrew(onlineAt(87)).item.title), QStringLiteral("87 ms  מגיב מהר"));
+    EXPECT_EQ(joined(inHebrew(offline()).item.title), QStringLiteral("אין רשת"));
+    EXPECT_EQ(joined(inHebrew(checking()).item.title), QStringLiteral("בודק…"));
+    EXPECT_EQ(joined(inHebrew(paused()).item.title), QStringLiteral("מושהה"));
 }
 
-TEST(DotColour, IsGrayWhilePausedWhateverElse) {
-    EXPECT_EQ(dot(paused()), DotColor::systemGray);
+TEST(Number, IsThatOfTheTitleWithoutItsUnit) {
+    EXPECT_EQ(display(onlineAt(999)).item.number, QStringLiteral("999"));
+    EXPECT_EQ(display(onlineAt(1250)).item.number, QStringLiteral("1.2"));
+    for (const auto& state : {withBanner(onlineAt(87)), offline(), checking(), paused()}) {
+        EXPECT_EQ(display(state).item.number, QString());
+    }
+}
+
+TEST(StatusOfTheItem, IsPausedWhateverElse) {
+    EXPECT_EQ(status(paused()), Status::paused);
     auto pausedOffline = offline();
     pausedOffline.paused = true;
-    EXPECT_EQ(dot(pausedOffline), DotColor::systemGray);
+    EXPECT_EQ(status(pausedOffline), Status::paused);
 }
 
-TEST(DotColour, IsYellowWhileChecking) {
-    EXPECT_EQ(dot(checking()), DotColor::systemYellow);
+TEST(StatusOfTheItem, IsCheckingBeforeTheFirstAnswer) {
+    EXPECT_EQ(status(checking()), Status::checking);
 }
 
-TEST(DotColour, IsRedWhileOffline) {
-    EXPECT_EQ(dot(offline()), DotColor::systemRed);
+TEST(StatusOfTheItem, IsOffline) {
+    EXPECT_EQ(status(offline()), Status::offline);
 }
 
-TEST(DotColour, TurnsFromGreenToYellowBetween399And400Milliseconds) {
-    EXPECT_EQ(dot(onlineAt(399)), DotColor::systemGreen);
-    EXPECT_EQ(titleText(onlineAt(399)), QStringLiteral("●  399 ms  Moderate delay"));
-    EXPECT_EQ(dot(onlineAt(400)), DotColor::systemYellow);
-    EXPECT_EQ(titleText(onlineAt(400)), QStringLiteral("●  400 ms  High delay"));
+TEST(StatusOfTheItem, TurnsFromOnlineToSlowBetween399And400Milliseconds) {
+    EXPECT_EQ(status(onlineAt(399)), Status::online);
+    EXPECT_EQ(titleText(onlineAt(399)), QStringLiteral("399 ms  Moderate delay"));
+    EXPECT_EQ(status(onlineAt(400)), Status::slow);
+    EXPECT_EQ(titleText(onlineAt(400)), QStringLiteral("400 ms  High delay"));
 }
 
 TEST(ToolTip, IsTheSameInEveryState) {
     for (const auto& state : {onlineAt(87), offline(), checking(), paused(), withBanner(onlineAt(87))}) {
-        EXPECT_EQ(display(state).toolTip, QStringLiteral("HTTPS response time, not download speed"));
-        EXPECT_EQ(inHebrew(state).toolTip, QStringLiteral("זמן תגובת HTTPS, לא מהירות הורדה"));
+        EXPECT_EQ(display(state).item.toolTip, QStringLiteral("HTTPS response time, not download speed"));
+        EXPECT_EQ(inHebrew(state).item.toolTip, QStringLiteral("זמן תגובת HTTPS, לא מהירות הורדה"));
     }
 }
 
@@ -242,8 +239,8 @@ TEST(Items, CheckingIsEnabledUnlessPaused) {
 
 TEST(Items, PausedWhileOnlineIsGrayWithTheCommandsOffAndThePauseChecked) {
     const auto shown = display(paused());
-    EXPECT_EQ(joined(shown.title), QStringLiteral("●  Paused"));
-    EXPECT_EQ(shown.title.front().color, DotColor::systemGray);
+    EXPECT_EQ(joined(shown.item.title), QStringLiteral("Paused"));
+    EXPECT_EQ(shown.item.status, Status::paused);
     EXPECT_EQ(shown.statusLine, QStringLiteral("Automatic checks paused"));
     EXPECT_FALSE(shown.testEnabled);
     EXPECT_FALSE(shown.checkEnabled);

@@ -83,12 +83,13 @@ class SkyletTest : public testing::Test {
         rateTimers.pending().front()->action();
     }
 
+    /// Without the gap after the dot.
     QString title() const {
         QString text;
-        for (const auto& segment : application.shown->title) {
+        for (const auto& segment : application.shown->display.title) {
             text += segment.text;
         }
-        return text;
+        return text.mid(2);
     }
 
     std::shared_ptr<MenuItem> item(int index) const {

@@ -127,7 +127,7 @@ TEST_F(SkyletSpeedTestTest, AResultWhileOfflineIsShownForTheRestOfItsTimeOnceBac
     goOnlineAndTest();
     pathMonitor.report(false);
     speedTests.last->finish(48.2, 11);
-    EXPECT_EQ(title(), QStringLiteral("●  Offline"));
+    EXPECT_EQ(title(), QStringLiteral("Offline"));
     pathMonitor.report(true);
     goOnline();
     EXPECT_TRUE(title().contains(QStringLiteral("↓ 48.2 Mbps  ↑ 11.0 Mbps")));
@@ -139,7 +139,7 @@ TEST_F(SkyletSpeedTestTest, AResultWhilePausedIsKeptForTheTitleButNotShownYet) {
     goOnlineAndTest();
     item(pause)->trigger();
     speedTests.last->finish(48.2, 11);
-    EXPECT_EQ(title(), QStringLiteral("●  Paused"));
+    EXPECT_EQ(title(), QStringLiteral("Paused"));
     EXPECT_EQ(lastSpeed(), QStringLiteral("Last speed test:  Download 48.2 Mbps  ·  Upload 11.0 Mbps   (14:05)"));
     item(pause)->trigger();
     goOnline();

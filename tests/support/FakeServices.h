@@ -26,9 +26,7 @@ class FakeStatusItem final : public StatusItem {
   public:
     struct Shown {
         Menu menu;
-        StatusTitle title;
-        QString toolTip;
-        int titles = 0;
+        StatusDisplay display;
         bool visible = false;
         QString autosaveName;
     };
@@ -48,12 +46,10 @@ class FakeStatusItem final : public StatusItem {
         calls_ += QStringLiteral("item.setMenu");
         shown_->menu = menu;
     }
-    void setTitle(const StatusTitle& title) override {
-        calls_ += QStringLiteral("item.setTitle");
-        shown_->title = title;
-        ++shown_->titles;
+    void setDisplay(const StatusDisplay& display) override {
+        calls_ += QStringLiteral("item.setDisplay");
+        shown_->display = display;
     }
-    void setToolTip(const QString& toolTip) override { shown_->toolTip = toolTip; }
 
   private:
     CallLog& calls_;

@@ -6,46 +6,36 @@ namespace skylet {
 
 DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, SniOptions options,
                                      HostlessOptions hostlessOptions)
-    : onHost_(connection, std::move(options)), hostlessOptions_(std::move(hostlessOptions)) {
-    patienceTimer_.setSingleShot(true);
-    patienceTimer_.setInterval(hostlessOptions_.patience);
-    connect(&patienceTimer_, &QTimer::timeout, this, &DesktopStatusItem::showWithoutHost);
-    connect(&onHost_, &SniStatusItem::hasHostChanged, this, &DesktopStatusItem::followHost);
+    : onHost_(connection, display_, menu_, std::move(options)) {
+    hostlessTimer_.setSingleShot(true);
+    hostlessTimer_.setInterval(hostlessOptions.delay);
+    connect(&hostlessTimer_, &QTimer::timeout, this, [this, itemOptions = hostlessOptions.item] {
+        hostless_ =
+            std::make_unique<HostlessItem>(itemOptions, display_, [this](QRect anchor) { menu_.popUp(anchor); });
+    });
+    connect(&onHost_, &SniStatusItem::hostChanged, this, &DesktopStatusItem::followHost);
     followHost();
 }
 
-QString DesktopStatusItem::buttonDescription() const {
-    return onHost_.buttonDescription();
-}
-
-QString DesktopStatusItem::windowDescription() const {
-    return onHost_.windowDescription();
-}
-
-void DesktopStatusItem::setAutosaveName(const QString& name) {
-    onHost_.setAutosaveName(name);
-}
-
 void DesktopStatusItem::setVisible(bool visible) {
-    visible_ = visible;
     onHost_.setVisible(visible);
     followHost();
 }
 
 void DesktopStatusItem::setMenu(const Menu& menu) {
+    menu_.setMenu(menu);
     onHost_.setMenu(menu);
 }
 
-void DesktopStatusItem::setTitle(const StatusTitle& title) {
-    title_ = title;
-    onHost_.setTitle(title);
-    present();
-}
-
-void DesktopStatusItem::setToolTip(const QString& toolTip) {
-    toolTip_ = toolTip;
-    onHost_.setToolTip(toolTip);
-    present();
+void DesktopStatusItem::setDisplay(const StatusDisplay& display) {
+    if (display == display_) {
+        return;
+    }
+    display_ = display;
+    onHost_.update();
+    if (hostless_) {
+        hostless_->update();
+    }
 }
 
 void DesktopStatusItem::requestAttention() {
@@ -56,27 +46,15 @@ void DesktopStatusItem::requestAttention() {
 }
 
 void DesktopStatusItem::followHost() {
-    if (onHost_.hasHost() || !visible_) {
-        patienceTimer_.stop();
+    if (onHost_.hasHost() || !onHost_.isVisible()) {
+        hostlessTimer_.stop();
         if (hostless_) {
             // On Wayland the menu goes with the strip that it belongs to, and would count as open for ever.
-            onHost_.closeMenu();
+            menu_.close();
             hostless_.reset();
         }
-    } else if (!hostless_ && !patienceTimer_.isActive()) {
-        patienceTimer_.start();
-    }
-}
-
-void DesktopStatusItem::showWithoutHost() {
-    hostless_ =
-        std::make_unique<HostlessItem>(hostlessOptions_.item, [this](QRect anchor) { onHost_.popUpMenu(anchor); });
-    present();
-}
-
-void DesktopStatusItem::present() {
-    if (hostless_) {
-        hostless_->present(title_, toolTip_);
+    } else if (!hostless_ && !hostlessTimer_.isActive()) {
+        hostlessTimer_.start();
     }
 }
 

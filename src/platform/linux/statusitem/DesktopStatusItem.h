@@ -3,6 +3,7 @@
 #include "platform/desktop/StatusItem.h"
 #include "platform/linux/statusitem/host/SniStatusItem.h"
 #include "platform/linux/statusitem/hostless/HostlessItem.h"
+#include "platform/linux/statusitem/hostless/QtMenu.h"
 
 #include <QDBusConnection>
 #include <QObject>
@@ -17,7 +18,7 @@ namespace skylet {
 struct HostlessOptions {
     /// How long to wait for a host before showing the item without one: a panel that starts or restarts needs a moment,
     /// and an item that jumps into it from elsewhere would be a nuisance.
-    std::chrono::milliseconds patience{3000};
+    std::chrono::milliseconds delay{3000};
     HostlessItem::Options item;
 };
 
@@ -30,13 +31,12 @@ class DesktopStatusItem final : public QObject, public StatusItem {
     explicit DesktopStatusItem(const QDBusConnection& connection, SniOptions options = {},
                                HostlessOptions hostlessOptions = {});
 
-    QString buttonDescription() const override;
-    QString windowDescription() const override;
-    void setAutosaveName(const QString& name) override;
+    QString buttonDescription() const override { return onHost_.buttonDescription(); }
+    QString windowDescription() const override { return onHost_.windowDescription(); }
+    void setAutosaveName(const QString& name) override { onHost_.setAutosaveName(name); }
     void setVisible(bool visible) override;
     void setMenu(const Menu& menu) override;
-    void setTitle(const StatusTitle& title) override;
-    void setToolTip(const QString& toolTip) override;
+    void setDisplay(const StatusDisplay& display) override;
 
     /// Asks the user to look here: as far as the host has a way to, and without one by opening the menu. That is the
     /// way to the menu for those who do not use a mouse.
@@ -46,16 +46,12 @@ class DesktopStatusItem final : public QObject, public StatusItem {
 
   private:
     void followHost();
-    void showWithoutHost();
-    void present();
 
+    StatusDisplay display_;
+    QtMenu menu_;
     SniStatusItem onHost_;
-    HostlessOptions hostlessOptions_;
     std::unique_ptr<HostlessItem> hostless_;
-    QTimer patienceTimer_;
-    StatusTitle title_;
-    QString toolTip_;
-    bool visible_ = true;
+    QTimer hostlessTimer_;
 };
 
 } // namespace skylet

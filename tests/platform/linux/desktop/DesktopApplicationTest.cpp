@@ -1,6 +1,6 @@
 #include "platform/linux/desktop/DesktopApplication.h"
 
-#include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "platform/linux/statusitem/drawing/SampleDisplays.h"
 #include "support/QStringPrinting.h"
 
 #include <QApplication>
@@ -71,8 +71,7 @@ TEST(DesktopApplication, HasAHarmlessItemWhereThereIsNoSessionBus) {
     item->setAutosaveName(QStringLiteral("Skylet"));
     item->setVisible(true);
     item->setMenu({std::make_shared<MenuItem>(QStringLiteral("one"), nullptr, QString())});
-    item->setTitle(sample::fast());
-    item->setToolTip(QStringLiteral("tip"));
+    item->setDisplay(sample::fast());
     application.requestAttention();
     QCoreApplication::processEvents();
     item->setVisible(false);

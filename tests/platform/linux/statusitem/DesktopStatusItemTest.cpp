@@ -1,9 +1,10 @@
 #include "platform/linux/statusitem/DesktopStatusItem.h"
 
-#include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "platform/linux/statusitem/drawing/SampleDisplays.h"
 #include "platform/linux/statusitem/host/FakeStatusHost.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
+#include "support/QStringPrinting.h"
 
 #include <QApplication>
 #include <QMenu>
@@ -24,16 +25,16 @@ using namespace std::chrono_literals;
 
 class DesktopStatusItemTest : public testing::Test {
   protected:
-    static constexpr auto patience = 400ms;
+    static constexpr auto delay = 400ms;
 
     void makeItem() {
         SniOptions options;
         options.environment.processName = [](uint /*processId*/) { return QStringLiteral("panel-2-systray"); };
         options.environment.currentDesktop = QString();
         item_ = std::make_unique<DesktopStatusItem>(itemConnection_, options,
-                                                    HostlessOptions{patience, {QByteArray(), 100ms}});
+                                                    HostlessOptions{delay, {QByteArray(), 100ms}});
         item_->setMenu({std::make_shared<MenuItem>(QStringLiteral("line"), nullptr, QString())});
-        item_->setTitle(sample::fast());
+        item_->setDisplay(sample::fast());
     }
 
     static QMenu* openMenu() { return qobject_cast<QMenu*>(QApplication::activePopupWidget()); }
@@ -50,14 +51,14 @@ TEST_F(DesktopStatusItemTest, ShowsNothingOfItsOwnWhereAHostIs) {
     host_.appear();
     makeItem();
     ASSERT_TRUE(waitUntil([this] { return !host_.item().isEmpty(); }));
-    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, 2 * patience));
+    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, 2 * delay));
 }
 
 TEST_F(DesktopStatusItemTest, WaitsAMomentForAHostBeforeItShowsItselfWithoutOne) {
     const auto began = std::chrono::steady_clock::now();
     makeItem();
     ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
-    EXPECT_GE(std::chrono::steady_clock::now() - began, patience / 2);
+    EXPECT_GE(std::chrono::steady_clock::now() - began, delay / 2);
     EXPECT_TRUE(item_->hostless()->strip()->isVisible());
 }
 
@@ -78,10 +79,10 @@ TEST_F(DesktopStatusItemTest, StaysOutOfSightWhileAHostRestarts) {
     makeItem();
     ASSERT_TRUE(waitUntil([this] { return host_.registrations().size() == 1; }));
     host_.disappear();
-    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, patience / 2));
+    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, delay / 2));
     host_.appear();
     ASSERT_TRUE(waitUntil([this] { return host_.registrations().size() == 2; }));
-    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, 2 * patience));
+    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, 2 * delay));
 }
 
 TEST_F(DesktopStatusItemTest, ShowsItselfBesideAWatcherThatHasNoHost) {
@@ -106,12 +107,22 @@ TEST_F(DesktopStatusItemTest, MovesToAHostThatComesBesideAWatcherThatHadNone) {
     EXPECT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
 }
 
+TEST_F(DesktopStatusItemTest, TellsTheStripOfEachNewDisplay) {
+    makeItem();
+    item_->setDisplay(sample::slow());
+    ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+    const QWidget* strip = item_->hostless()->strip();
+    EXPECT_EQ(strip->accessibleName(), QStringLiteral("1.2 s  Very high delay  ↓12.4M ↑210K"));
+    item_->setDisplay(sample::offline());
+    EXPECT_EQ(strip->accessibleName(), QStringLiteral("Offline"));
+}
+
 TEST_F(DesktopStatusItemTest, IsNowhereWhileItIsHidden) {
     makeItem();
     ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
     item_->setVisible(false);
     EXPECT_FALSE(isShownWithoutHost());
-    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, 2 * patience));
+    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, 2 * delay));
     item_->setVisible(true);
     EXPECT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
 }

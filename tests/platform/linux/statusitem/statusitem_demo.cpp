@@ -1,6 +1,6 @@
 #include "platform/linux/desktop/DesktopApplication.h"
 #include "platform/linux/statusitem/drawing/ItemAppearance.h"
-#include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "platform/linux/statusitem/drawing/SampleDisplays.h"
 
 #include <QApplication>
 #include <QFontDatabase>
@@ -23,21 +23,18 @@ using namespace skylet;
 
 struct State {
     QString name;
-    StatusTitle title;
+    StatusDisplay display;
 };
 
 std::vector<State> states() {
-    const auto latency = [](const QString& word) {
-        return sample::latency(DotColor::systemGreen, QStringLiteral("128"), QStringLiteral("ms"), word);
-    };
     return {{QStringLiteral("fast"), sample::fast()},
-            {QStringLiteral("medium"), latency(QStringLiteral("Responsive"))},
+            {QStringLiteral("medium"), sample::responsive(QStringLiteral("128"))},
             {QStringLiteral("slow"), sample::slow()},
             {QStringLiteral("checking"), sample::checking()},
             {QStringLiteral("offline"), sample::offline()},
             {QStringLiteral("paused"), sample::paused()},
-            {QStringLiteral("banner"), sample::banner(DotColor::systemGreen)},
-            {QStringLiteral("hebrew"), latency(QStringLiteral("מגיב מהר"))}};
+            {QStringLiteral("banner"), sample::banner(Status::online)},
+            {QStringLiteral("hebrew"), sample::responsive(QStringLiteral("128"), QStringLiteral("מגיב מהר"))}};
 }
 
 std::shared_ptr<MenuItem> command(const QString& title, const QString& key = {}) {
@@ -92,7 +89,7 @@ bool paintSheet(const QString& file) {
         for (const State& state : all) {
             int x = panel * panelWidth + 4;
             for (const Presentation presentation : {Presentation::badge, Presentation::wide}) {
-                const StatusIcon icon = appearance(presentation, state.title, {}).icon;
+                const StatusIcon icon = appearance(presentation, state.display).icon;
                 for (const int size : presentation == Presentation::badge ? std::vector<int>{16, 22, 24, 32, 44, 48, 64}
                                                                           : std::vector<int>{22, 44}) {
                     const QImage image = paintStatusIcon(icon, size, font);
@@ -132,12 +129,11 @@ int main(int argc, char** argv) {
     item->setVisible(true);
     const Menu menu = demoMenu(application);
     item->setMenu(menu);
-    item->setToolTip(QStringLiteral("HTTPS response time, not download speed"));
     const std::vector<State> all = states();
-    item->setTitle(all.front().title);
+    item->setDisplay(all.front().display);
     for (const State& state : all) {
         if (state.name == wanted) {
-            item->setTitle(state.title);
+            item->setDisplay(state.display);
         }
     }
     QTimer timer;
@@ -145,7 +141,7 @@ int main(int argc, char** argv) {
     std::size_t steps = 0;
     if (wanted == QLatin1String("cycle")) {
         QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
-            item->setTitle(all[++step % all.size()].title);
+            item->setDisplay(all[++step % all.size()].display);
             menu.front()->setTitle(QStringLiteral("Step %1").arg(step));
         });
         timer.start(1s);
@@ -169,9 +165,9 @@ int main(int argc, char** argv) {
     if (wanted == QLatin1String("changes")) {
         QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
             const auto number = [&](std::size_t from) { return QString::number(from + step % 100); };
-            item->setTitle(step % 5 == 4 ? all[step / 5 % all.size()].title
-                                         : sample::latency(sample::allColors.at(step % 2), number(100),
-                                                           QStringLiteral("ms"), QStringLiteral("Responsive")));
+            item->setDisplay(step % 5 == 4 ? all[step / 5 % all.size()].display
+                                           : sample::latency(sample::allColors.at(step % 2), number(100),
+                                                             QStringLiteral("ms"), QStringLiteral("Responsive")));
             menu.front()->setTitle(QStringLiteral("Step ") + number(0));
             if (++step == steps) {
                 timer.stop();

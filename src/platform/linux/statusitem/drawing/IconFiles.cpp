@@ -1,5 +1,7 @@
 #include "platform/linux/statusitem/drawing/IconFiles.h"
 
+#include "platform/linux/statusitem/drawing/StatusColors.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFontDatabase>
@@ -13,20 +15,6 @@ namespace {
 
 // Hosts scale it down to their size: enough for 24 logical pixels on a screen of scale 2.
 constexpr int fileSide = 48;
-
-QString nameOf(DotColor color) {
-    switch (color) {
-    case DotColor::systemGreen:
-        return QStringLiteral("green");
-    case DotColor::systemYellow:
-        return QStringLiteral("yellow");
-    case DotColor::systemRed:
-        return QStringLiteral("red");
-    case DotColor::systemGray:
-        break;
-    }
-    return QStringLiteral("gray");
-}
 
 } // namespace
 
@@ -53,10 +41,11 @@ QString IconFiles::usualFolder() {
 
 QString IconFiles::fileFor(const StatusIcon& icon) {
     // The plain dot is all there is beside a label.
-    if (folder_.isEmpty() || icon.form != StatusIcon::Form::textDot) {
+    if (folder_.isEmpty() || icon.presentation != Presentation::label) {
         return {};
     }
-    QString file = QStringLiteral("%1/dot-%2.png").arg(folder_, nameOf(icon.color));
+    const QString color = dotShades(icon.status).fill.name().mid(1);
+    QString file = QStringLiteral("%1/dot-%2.png").arg(folder_, color);
     if (written_.contains(file)) {
         return file;
     }

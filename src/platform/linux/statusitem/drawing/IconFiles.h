@@ -14,10 +14,6 @@ class IconFiles {
     /// `folder`: made when it is needed.
     explicit IconFiles(QString folder);
     ~IconFiles();
-    IconFiles(const IconFiles&) = delete;
-    IconFiles& operator=(const IconFiles&) = delete;
-    IconFiles(IconFiles&&) = delete;
-    IconFiles& operator=(IconFiles&&) = delete;
 
     /// In the user's runtime folder, which nobody else can read and which ends with the session; in the part of it that
     /// the desktop sees as well when the program is shut in a sandbox of Flatpak's.
@@ -27,6 +23,8 @@ class IconFiles {
     QString fileFor(const StatusIcon& icon);
 
   private:
+    Q_DISABLE_COPY_MOVE(IconFiles)
+
     QString folder_;
     QStringList written_;
 };

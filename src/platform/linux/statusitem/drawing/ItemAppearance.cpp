@@ -12,15 +12,14 @@ namespace {
 
 constexpr char16_t leftToRightMark = u'\u200E';
 
-/// All that follows the dot, without the gap after it. A host lays the text out as a whole, in a direction of its own
-/// choice; where a part runs from right to left, marks keep the parts themselves in their order from left to right.
-QString textAfterDot(const StatusTitle& title) {
+/// The title without the gap before it. A host lays the text out as a whole, in a direction of its own choice; where a
+/// segment runs from right to left, marks keep the segments themselves in their order from left to right.
+QString titleText(const StatusTitle& title) {
     QString text;
     bool rightToLeft = false;
-    for (std::size_t index = 1; index < title.size(); ++index) {
-        const QString& part = title[index].text;
-        text += part;
-        if (hasRightToLeft(part)) {
+    for (const TitleSegment& segment : title) {
+        text += segment.text;
+        if (hasRightToLeft(segment.text)) {
             text += QChar(leftToRightMark);
             rightToLeft = true;
         }
@@ -31,82 +30,31 @@ QString textAfterDot(const StatusTitle& title) {
     return rightToLeft ? QChar(leftToRightMark) + text : text;
 }
 
-DotColor dotColor(const StatusTitle& title) {
-    return title.empty() ? DotColor::systemGray : title.front().color.value_or(DotColor::systemGray);
-}
-
-/// The figure in the second segment; empty when that is not a bare figure but a state word or a banner.
-QString numberIn(const StatusTitle& title) {
-    if (title.size() < 2) {
-        return {};
-    }
-    const QString text = title[1].text.trimmed();
-    const bool figure = std::all_of(text.cbegin(), text.cend(), [](QChar character) {
-        return (character >= u'0' && character <= u'9') || character == u'.';
-    });
-    return figure ? text : QString();
-}
-
-/// A banner stands in another font than the state words. It replaces the number for a while, but says nothing of the
-/// state, so its dot stays plain.
-bool hasStateWord(const StatusTitle& title) {
-    return title.size() == 2 && title[1].font.monospacedDigits;
-}
-
-DotSign signFor(DotColor color) {
-    switch (color) {
-    case DotColor::systemYellow:
-        return DotSign::waiting;
-    case DotColor::systemRed:
-        return DotSign::cross;
-    case DotColor::systemGray:
-        return DotSign::pause;
-    case DotColor::systemGreen:
-        break;
-    }
-    return DotSign::none;
-}
-
-StatusIcon badgeIcon(const StatusTitle& title) {
-    StatusIcon icon;
-    icon.form = StatusIcon::Form::badge;
-    icon.color = dotColor(title);
-    icon.number = numberIn(title);
-    if (icon.number.isEmpty() && hasStateWord(title)) {
-        icon.sign = signFor(icon.color);
-    }
-    return icon;
-}
-
 } // namespace
 
-ItemAppearance appearance(Presentation presentation, const StatusTitle& title, const QString& toolTip) {
+ItemAppearance appearance(Presentation presentation, const StatusDisplay& display) {
     ItemAppearance result;
+    result.icon.presentation = presentation;
+    result.icon.status = display.status;
+    // Where the text stands in the panel already, a tooltip that never changes costs no host anything.
+    result.toolTipTitle = display.toolTip;
     switch (presentation) {
     case Presentation::label:
-        result.icon.color = dotColor(title);
-        result.label = textAfterDot(title);
+        result.label = titleText(display.title);
         result.labelGuide = result.label;
-        for (QChar& character : result.labelGuide) {
-            if (character.isDigit()) {
-                character = u'0';
-            }
-        }
-        // The text stands in the panel already; a tooltip that never changes costs no host anything.
-        result.toolTipTitle = toolTip;
+        std::replace_if(
+            result.labelGuide.begin(), result.labelGuide.end(), [](QChar character) { return character.isDigit(); },
+            QChar(u'0'));
         break;
     case Presentation::wide:
-        // With what a badge needs as well: not every place of such a host has room for the whole title.
-        result.icon = badgeIcon(title);
-        result.icon.form = StatusIcon::Form::wide;
-        result.icon.title = title;
-        // As for the label: the text stands in the panel already.
-        result.toolTipTitle = toolTip;
+        // With the number as well: not every place of such a host has room for more than a badge.
+        result.icon.number = display.number;
+        result.icon.title = display.title;
         break;
     case Presentation::badge:
-        result.icon = badgeIcon(title);
-        result.toolTipTitle = textAfterDot(title);
-        result.toolTipText = toolTip;
+        result.icon.number = display.number;
+        result.toolTipTitle = titleText(display.title);
+        result.toolTipText = display.toolTip;
         break;
     }
     return result;

@@ -38,12 +38,10 @@ DigitRun layOutDigits(const QString& number, QFont font) {
     font.setWeight(QFont::DemiBold);
     const QFontMetricsF metrics(font);
     DigitRun run;
-    for (char16_t digit = u'0'; digit <= u'9'; ++digit) {
-        run.cellWidth = std::max(run.cellWidth, metrics.horizontalAdvance(QChar(digit)));
-        QPainterPath shape;
-        shape.addText(0, 0, font, QString(QChar(digit)));
-        run.height = std::max(run.height, -shape.boundingRect().top());
-    }
+    run.cellWidth = widestDigit(metrics);
+    QPainterPath allDigits;
+    allDigits.addText(0, 0, font, QStringLiteral("0123456789"));
+    run.height = -allDigits.boundingRect().top();
     for (const QChar character : number) {
         const double advance = metrics.horizontalAdvance(character);
         const double cell = character.isDigit() ? run.cellWidth : advance;
@@ -53,30 +51,28 @@ DigitRun layOutDigits(const QString& number, QFont font) {
     return run;
 }
 
-void paintDot(QPainter& painter, const QRectF& area, DotColor color) {
-    paintStatusDot(painter, area, std::max(0.75, painter.device()->width() * rimShare), color);
-}
-
-void paintSign(QPainter& painter, const QRectF& dot, const StatusIcon& icon) {
+/// Dots while an answer is awaited, a cross when nothing gets through, two bars as on a player.
+void paintSign(QPainter& painter, const QRectF& dot, Status status) {
     const QPointF centre = dot.center();
     const double unit = dot.width() / 8;
-    const QColor color = dotShades(icon.color).sign;
+    const QColor color = dotShades(status).sign;
     painter.setBrush(color);
     painter.setPen(Qt::NoPen);
-    switch (icon.sign) {
-    case DotSign::none:
+    switch (status) {
+    case Status::online:
+    case Status::slow:
         break;
-    case DotSign::waiting:
+    case Status::checking:
         for (const int place : {-1, 0, 1}) {
             painter.drawEllipse(centre + QPointF(place * 1.9 * unit, 0), 0.65 * unit, 0.65 * unit);
         }
         break;
-    case DotSign::cross:
+    case Status::offline:
         painter.setPen(QPen(color, 0.95 * unit, Qt::SolidLine, Qt::RoundCap));
         painter.drawLine(centre + QPointF(-unit, -unit) * 1.2, centre + QPointF(unit, unit) * 1.2);
         painter.drawLine(centre + QPointF(-unit, unit) * 1.2, centre + QPointF(unit, -unit) * 1.2);
         break;
-    case DotSign::pause:
+    case Status::paused:
         for (const int side : {-1, 1}) {
             painter.drawRect(
                 QRectF(centre.x() + side * 1.1 * unit - 0.5 * unit, centre.y() - 1.6 * unit, unit, 3.2 * unit));
@@ -109,20 +105,30 @@ double evenDiameter(int size, double wanted) {
 
 } // namespace
 
+bool StatusIcon::operator==(const StatusIcon& other) const {
+    // Beside a label the dot has no sign, and two states share a colour.
+    const bool sameDot =
+        presentation == Presentation::label ? dotShades(status) == dotShades(other.status) : status == other.status;
+    return sameDot && presentation == other.presentation && number == other.number && title == other.title;
+}
+
 QImage paintStatusIcon(const StatusIcon& icon, int size, const QFont& font) {
-    if (icon.form == StatusIcon::Form::wide) {
-        return paintTitlePlate(icon.title, size, font);
+    if (icon.presentation == Presentation::wide) {
+        return paintTitlePlate(icon.status, icon.title, size, font);
     }
     QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     QPainter painter(&image);
     painter.setRenderHint(QPainter::Antialiasing);
+    const double rim = std::max(0.75, size * rimShare);
+    const bool isBadge = icon.presentation == Presentation::badge;
     if (icon.number.isEmpty()) {
-        const double diameter =
-            evenDiameter(size, size * (icon.form == StatusIcon::Form::textDot ? textDotShare : loneDotShare));
+        const double diameter = evenDiameter(size, size * (isBadge ? loneDotShare : textDotShare));
         const QRectF dot((size - diameter) / 2, (size - diameter) / 2, diameter, diameter);
-        paintDot(painter, dot, icon.color);
-        paintSign(painter, dot, icon);
+        paintStatusDot(painter, dot, rim, icon.status);
+        if (isBadge) {
+            paintSign(painter, dot, icon.status);
+        }
         return image;
     }
     const double margin = std::max(1, size / 16);
@@ -130,7 +136,7 @@ QImage paintStatusIcon(const StatusIcon& icon, int size, const QFont& font) {
     paintNumber(painter, QRectF(0, size - plateHeight, size, plateHeight), margin, layOutDigits(icon.number, font));
     // It may lie over the plate's edge: in the small icons each pixel of its size counts.
     const double diameter = evenDiameter(size, size - plateHeight + 1);
-    paintDot(painter, QRectF((size - diameter) / 2, 0, diameter, diameter), icon.color);
+    paintStatusDot(painter, QRectF((size - diameter) / 2, 0, diameter, diameter), rim, icon.status);
     return image;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/desktop/StatusTitle.h"
+#include "platform/desktop/StatusDisplay.h"
 
 #include <QFont>
 #include <QImage>
@@ -8,40 +8,31 @@
 
 namespace skylet {
 
-/// A small mark on a dot that stands alone, so that the states can be told apart without seeing colours.
-enum class DotSign {
-    none,
-    /// Three points: an answer is awaited.
-    waiting,
-    /// A cross: nothing gets through.
-    cross,
-    /// Two bars, as on a player.
-    pause,
+/// How a status host can be made to show the title.
+enum class Presentation {
+    /// A dot of the size of a character as the icon, the title as a text that the host sets beside it.
+    label,
+    /// The dot and the title drawn into an icon that is wider than high, on a plate of its own.
+    wide,
+    /// A square icon: the dot with the number beneath it, or a large dot with a sign where there is no number, so that
+    /// the states can be told apart without seeing colours. The title is in the tooltip.
+    badge,
 };
 
-/// What the icon in the panel shows. Comparing two of them says whether it must be painted and sent anew.
+/// What the icon in the panel shows.
 struct StatusIcon {
-    enum class Form {
-        /// A dot of the size of a character, beside a text that the host sets.
-        textDot,
-        /// A dot with the number beneath it, or a large dot where there is no number.
-        badge,
-        /// The whole title in a line on a plate of its own, wider than it is high.
-        wide,
-    };
-
-    Form form = Form::textDot;
-    DotColor color = DotColor::systemGray;
-    /// At most three digits and a point; empty: no number.
-    QString number;
-    DotSign sign = DotSign::none;
-    /// Of the wide form alone.
+    Presentation presentation = Presentation::label;
+    Status status = Status::checking;
+    /// As in the display.
+    QString number = {};
+    /// Of the wide icon alone.
     StatusTitle title = {};
 
-    bool operator==(const StatusIcon&) const = default;
+    /// Whether they look the same, so that nothing need be painted and sent anew.
+    bool operator==(const StatusIcon& other) const;
 };
 
-/// Paints the icon `size` device pixels high, and as wide unless it is of the wide form. The dot alone carries colour.
+/// Paints the icon `size` device pixels high, and as wide unless it is a wide one. The dot alone carries colour.
 /// `font` gives the text its shapes; the number's size is chosen here, so that three digits of equal advance always
 /// fit.
 QImage paintStatusIcon(const StatusIcon& icon, int size, const QFont& font);

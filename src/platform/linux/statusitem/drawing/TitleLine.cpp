@@ -12,8 +12,8 @@ namespace skylet {
 
 namespace {
 
-// What the character for the dot covers of its font's size.
-constexpr double dotShare = 5.0 / 6;
+// What a dot covers that is set as a character of 12 pixels. Logical pixels.
+constexpr double dotDiameter = 10;
 constexpr double dotRimShare = 1.0 / 12;
 constexpr double plateRadius = 4;
 // Logical pixels. The longest title of the program is half as wide.
@@ -21,9 +21,7 @@ constexpr double widestPlate = 640;
 // What most panels give their icons on screens of scale 1.
 constexpr double usualHeight = 22;
 
-bool isDigit(QChar character) {
-    return character >= u'0' && character <= u'9';
-}
+} // namespace
 
 double widestDigit(const QFontMetricsF& metrics) {
     double widest = 0;
@@ -33,68 +31,42 @@ double widestDigit(const QFontMetricsF& metrics) {
     return widest;
 }
 
-} // namespace
-
-TitleLine::TitleLine(const StatusTitle& title, const QFont& font, double scale) : baseFont_(font), scale_(scale) {
+TitleLine::TitleLine(Status status, const StatusTitle& title, const QFont& font, double scale)
+    : status_(status), dotDiameter_(std::round(dotDiameter * scale)), width_(dotDiameter_) {
     for (const TitleSegment& segment : title) {
-        if (segment.color) {
-            addDot(segment);
-        } else {
-            addText(segment);
-        }
+        add(segment, font, scale);
     }
 }
 
-void TitleLine::addDot(const TitleSegment& segment) {
-    dotColor_ = *segment.color;
-    dotDiameter_ = std::round(segment.font.size * scale_ * dotShare);
-    width_ += dotDiameter_;
-}
-
-void TitleLine::addText(const TitleSegment& segment) {
+void TitleLine::add(const TitleSegment& segment, QFont font, double scale) {
     // Letters are set on whole pixels; so a segment looks the same whatever stands before it.
     width_ = std::ceil(width_);
-    QFont font = baseFont_;
-    font.setPixelSize(std::max(1, static_cast<int>(std::lround(segment.font.size * scale_))));
+    font.setPixelSize(std::max(1, static_cast<int>(std::lround(segment.font.size * scale))));
     font.setWeight(segment.font.weight == FontWeight::medium ? QFont::Medium : QFont::Normal);
-    drop_ = std::max(drop_, std::round(QFontMetricsF(font).capHeight() / 2));
-    if (!segment.font.monospacedDigits) {
-        addPiece(segment, font, segment.text);
-        return;
-    }
     const QFontMetricsF metrics(font);
+    drop_ = std::max(drop_, std::round(metrics.capHeight() / 2));
+    // Half a pixel up is made a whole one.
+    const double raise = std::round(segment.baselineOffset * scale);
     const double cell = widestDigit(metrics);
-    QString other;
-    const auto flush = [&] {
-        addPiece(segment, font, other);
-        other.clear();
+    const auto isInCell = [&](QChar character) {
+        return segment.font.monospacedDigits && character >= u'0' && character <= u'9';
     };
-    for (const QChar character : segment.text) {
-        if (!isDigit(character)) {
-            other += character;
-            continue;
-        }
-        flush();
-        const double slack = cell - metrics.horizontalAdvance(character);
-        width_ += slack / 2;
-        addPiece(segment, font, QString(character));
-        width_ += slack / 2;
-    }
-    flush();
-}
-
-void TitleLine::addPiece(const TitleSegment& segment, const QFont& font, const QString& text) {
-    if (!text.isEmpty()) {
-        // Half a pixel up is made a whole one.
-        pieces_.push_back({text, font, width_, std::round(segment.baselineOffset * scale_)});
-        width_ += QFontMetricsF(font).horizontalAdvance(text);
+    for (auto at = segment.text.cbegin(); at != segment.text.cend();) {
+        const bool digit = isInCell(*at);
+        const auto end = digit ? at + 1 : std::find_if(at, segment.text.cend(), isInCell);
+        const QString piece(at, end - at);
+        const double width = metrics.horizontalAdvance(piece);
+        const double room = digit ? cell : width;
+        pieces_.push_back({piece, font, width_ + (room - width) / 2, raise});
+        width_ += room;
+        at = end;
     }
 }
 
 void TitleLine::paint(QPainter& painter, double left, double middle) const {
     const double radius = dotDiameter_ / 2;
     paintStatusDot(painter, QRectF(left, middle - radius, dotDiameter_, dotDiameter_),
-                   std::max(0.75, dotDiameter_ * dotRimShare), dotColor_);
+                   std::max(0.75, dotDiameter_ * dotRimShare), status_);
     painter.setPen(plateTextColor());
     painter.setLayoutDirection(Qt::LeftToRight);
     const double baseline = std::round(middle + drop_);
@@ -104,8 +76,8 @@ void TitleLine::paint(QPainter& painter, double left, double middle) const {
     }
 }
 
-void paintStatusDot(QPainter& painter, const QRectF& area, double rim, DotColor color) {
-    const DotShades shades = dotShades(color);
+void paintStatusDot(QPainter& painter, const QRectF& area, double rim, Status status) {
+    const DotShades shades = dotShades(status);
     painter.setPen(Qt::NoPen);
     painter.setBrush(shades.rim);
     painter.drawEllipse(area);
@@ -119,9 +91,9 @@ void paintTitleGround(QPainter& painter, const QRectF& area, double scale) {
     painter.drawRoundedRect(area, plateRadius * scale, plateRadius * scale);
 }
 
-QImage paintTitlePlate(const StatusTitle& title, int height, const QFont& font) {
+QImage paintTitlePlate(Status status, const StatusTitle& title, int height, const QFont& font) {
     const double scale = std::max(1.0, std::floor(height / usualHeight));
-    const TitleLine line(title, font, scale);
+    const TitleLine line(status, title, font, scale);
     const double margin = titlePlateMargin * scale;
     const double width = std::min(std::ceil(line.width() + 2 * margin), widestPlate * scale);
     QImage image(static_cast<int>(width), height, QImage::Format_ARGB32_Premultiplied);

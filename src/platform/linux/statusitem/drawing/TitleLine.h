@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/desktop/StatusTitle.h"
+#include "platform/desktop/StatusDisplay.h"
 
 #include <QFont>
 #include <QImage>
@@ -8,18 +8,19 @@
 
 #include <vector>
 
+class QFontMetricsF;
 class QPainter;
 class QRectF;
 
 namespace skylet {
 
-/// A title set in one line, each segment in its own cut of a font and raised as it asks for. The segments stand from
-/// left to right whatever is written in them, and where a segment wants digits of equal advance, each digit gets a cell
-/// of its own, whatever the font's digits are like.
+/// The dot and the title set in one line, each segment in its own cut of a font and raised as it asks for. They stand
+/// from left to right whatever is written in them, and where a segment wants digits of equal advance, each digit gets a
+/// cell of its own, whatever the font's digits are like.
 class TitleLine {
   public:
     /// `font` gives the shapes, the segments the sizes; `scale` is device pixels per logical pixel.
-    TitleLine(const StatusTitle& title, const QFont& font, double scale);
+    TitleLine(Status status, const StatusTitle& title, const QFont& font, double scale);
 
     /// In device pixels.
     double width() const { return width_; }
@@ -34,22 +35,21 @@ class TitleLine {
         double raise = 0;
     };
 
-    void addDot(const TitleSegment& segment);
-    void addText(const TitleSegment& segment);
-    void addPiece(const TitleSegment& segment, const QFont& font, const QString& text);
+    void add(const TitleSegment& segment, QFont font, double scale);
 
-    QFont baseFont_;
-    double scale_;
+    Status status_;
+    double dotDiameter_;
+    double width_;
     std::vector<Piece> pieces_;
-    double width_ = 0;
-    double dotDiameter_ = 0;
-    DotColor dotColor_ = DotColor::systemGray;
     /// How far the line's baseline is below the middle of its digits.
     double drop_ = 0;
 };
 
+/// The room that each digit gets.
+double widestDigit(const QFontMetricsF& metrics);
+
 /// A dot with its darker edge, `rim` wide.
-void paintStatusDot(QPainter& painter, const QRectF& area, double rim, DotColor color);
+void paintStatusDot(QPainter& painter, const QRectF& area, double rim, Status status);
 
 /// Logical pixels between a title and the edges of its plate.
 inline constexpr double titlePlateMargin = 6;
@@ -59,6 +59,6 @@ void paintTitleGround(QPainter& painter, const QRectF& area, double scale);
 
 /// A title on its plate, `height` device pixels high and as wide as it needs; cut where it would be too wide for any
 /// panel. The fonts have their own sizes below 44 pixels of height, and there twice these, for screens of scale 2.
-QImage paintTitlePlate(const StatusTitle& title, int height, const QFont& font);
+QImage paintTitlePlate(Status status, const StatusTitle& title, int height, const QFont& font);
 
 } // namespace skylet

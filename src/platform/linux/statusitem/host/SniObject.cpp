@@ -175,10 +175,10 @@ const QList<DBusPixmap>& SniObject::pixmaps() {
                 pixmaps_.append(toDBusPixmap(paintStatusIcon(icon, size, font)));
             }
         };
-        if (appearance_.icon.form == StatusIcon::Form::wide) {
+        if (appearance_.icon.presentation == Presentation::wide) {
             addPixmaps(appearance_.icon, titleHeights);
             StatusIcon badge = appearance_.icon;
-            badge.form = StatusIcon::Form::badge;
+            badge.presentation = Presentation::badge;
             addPixmaps(badge, uprightSizes);
         } else {
             addPixmaps(appearance_.icon, iconSizes);

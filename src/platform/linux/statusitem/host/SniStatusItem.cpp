@@ -22,14 +22,15 @@ void keepActivationToken(const QString& token) {
 
 } // namespace
 
-SniStatusItem::SniStatusItem(const QDBusConnection& connection, SniOptions options)
-    : connection_(connection), item_(itemPath(), menuPath()), registration_(connection, options.registration),
-      monitor_(connection, std::move(options.environment)), presentation_(monitor_.presentation()) {
+SniStatusItem::SniStatusItem(const QDBusConnection& connection, const StatusDisplay& display, QtMenu& popup,
+                             SniOptions options)
+    : connection_(connection), display_(display), popup_(popup), item_(itemPath(), menuPath()),
+      registration_(connection, options.registration), monitor_(connection, std::move(options.environment)) {
     attentionTimer_.setSingleShot(true);
     attentionTimer_.setInterval(options.attention);
     connect(&attentionTimer_, &QTimer::timeout, this, &SniStatusItem::updateStatus);
-    connect(&menu_.widget(), &QMenu::aboutToShow, this, &SniStatusItem::updateMenuOpen, Qt::QueuedConnection);
-    connect(&menu_.widget(), &QMenu::aboutToHide, this, &SniStatusItem::updateMenuOpen, Qt::QueuedConnection);
+    connect(&popup_.widget(), &QMenu::aboutToShow, this, &SniStatusItem::updateMenuOpen, Qt::QueuedConnection);
+    connect(&popup_.widget(), &QMenu::aboutToHide, this, &SniStatusItem::updateMenuOpen, Qt::QueuedConnection);
     connect(&menuExporter_, &DBusMenuExporter::openChanged, this, &SniStatusItem::updateMenuOpen);
     connect(&menuExporter_, &DBusMenuExporter::layoutRequested, &registration_, &SniRegistration::layoutRead);
     connect(&monitor_, &StatusHostMonitor::changed, this, &SniStatusItem::followHost);
@@ -44,8 +45,6 @@ SniStatusItem::SniStatusItem(const QDBusConnection& connection, SniOptions optio
     monitor_.start();
 }
 
-SniStatusItem::~SniStatusItem() = default;
-
 QString SniStatusItem::buttonDescription() const {
     if (!connection_.isConnected()) {
         return QStringLiteral("none (no session bus)");
@@ -58,28 +57,13 @@ QString SniStatusItem::windowDescription() const {
                                                   : QStringLiteral("status host ") + registration_.watcherOwner();
 }
 
-void SniStatusItem::setAutosaveName(const QString& name) {
-    item_.setId(name.toLower());
-}
-
 void SniStatusItem::setVisible(bool visible) {
     visible_ = visible;
     updateStatus();
 }
 
-void SniStatusItem::setMenu(const Menu& menu) {
-    menu_.setMenu(menu);
-    menuExporter_.setMenu(menu);
-}
-
-void SniStatusItem::setTitle(const StatusTitle& title) {
-    title_ = title;
-    present();
-}
-
-void SniStatusItem::setToolTip(const QString& toolTip) {
-    toolTip_ = toolTip;
-    present();
+void SniStatusItem::update() {
+    item_.setAppearance(appearance(monitor_.presentation(), display_));
 }
 
 void SniStatusItem::requestAttention() {
@@ -89,43 +73,33 @@ void SniStatusItem::requestAttention() {
     }
 }
 
-void SniStatusItem::present() {
-    item_.setAppearance(appearance(presentation_, title_, toolTip_));
-}
-
 void SniStatusItem::followHost() {
-    if (presentation_ != monitor_.presentation()) {
-        presentation_ = monitor_.presentation();
-        present();
-    }
+    update();
     const QString owner = monitor_.watcherOwner();
-    item_.setIconByName(monitor_.traitsOfConnection(owner).prefersIconName);
+    const StatusHostTraits traits = monitor_.traitsOfConnection(owner);
+    item_.setIconByName(traits.prefersIconName);
     // The hosts that set a label are those that are known to read the menu at once.
-    registration_.setWatcher(
-        {owner, presentation_ == Presentation::label, monitor_.traitsOfConnection(owner).prefersConnectionName});
-    if (hadHost_ != hasHost()) {
-        hadHost_ = hasHost();
-        Q_EMIT hasHostChanged();
-    }
+    registration_.setWatcher({owner, monitor_.presentation() == Presentation::label, traits.prefersConnectionName});
+    Q_EMIT hostChanged();
 }
 
 void SniStatusItem::updateStatus() {
-    using Status = SniObject::Status;
-    item_.setStatus(!visible_ ? Status::passive : attentionTimer_.isActive() ? Status::needsAttention : Status::active);
+    using enum SniObject::Status;
+    item_.setStatus(!visible_ ? passive : attentionTimer_.isActive() ? needsAttention : active);
 }
 
 void SniStatusItem::updateMenuOpen() {
     using OpenMenu = SniObject::OpenMenu;
-    item_.setOpenMenu(menu_.widget().isVisible() ? OpenMenu::own
-                      : menuExporter_.isOpen()   ? OpenMenu::ofHost
-                                                 : OpenMenu::none);
+    item_.setOpenMenu(popup_.widget().isVisible() ? OpenMenu::own
+                      : menuExporter_.isOpen()    ? OpenMenu::ofHost
+                                                  : OpenMenu::none);
 }
 
 bool SniStatusItem::openMenu(const QString& host, QPoint place) {
     if (monitor_.traitsOfConnection(host).opensMenu) {
         return false;
     }
-    menu_.popUp(QRect(place, place));
+    popup_.popUp(QRect(place, place));
     return true;
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "platform/desktop/StatusItem.h"
-#include "platform/linux/statusitem/drawing/ItemAppearance.h"
+#include "platform/desktop/StatusDisplay.h"
 #include "platform/linux/statusitem/host/DBusMenuExporter.h"
 #include "platform/linux/statusitem/host/SniObject.h"
 #include "platform/linux/statusitem/host/SniRegistration.h"
@@ -24,60 +23,53 @@ struct SniOptions {
     std::chrono::milliseconds attention{8000};
 };
 
-/// The status item on hosts of the StatusNotifierItem protocol: exports the item and its menu, has them registered, and
-/// shows the title in the way that suits whoever is the host. Without a session bus it does nothing, harmlessly.
-class SniStatusItem final : public QObject, public StatusItem {
+/// The item on hosts of the StatusNotifierItem protocol: exports it and its menu, has them registered, and shows the
+/// display in the way that suits whoever is the host. Without a session bus it does nothing, harmlessly.
+class SniStatusItem final : public QObject {
     Q_OBJECT
 
   public:
-    /// `connection`: for this item alone, since its object paths are fixed.
-    explicit SniStatusItem(const QDBusConnection& connection, SniOptions options = {});
-    ~SniStatusItem() override;
-    SniStatusItem(const SniStatusItem&) = delete;
-    SniStatusItem& operator=(const SniStatusItem&) = delete;
-    SniStatusItem(SniStatusItem&&) = delete;
-    SniStatusItem& operator=(SniStatusItem&&) = delete;
+    /// `connection`: for this item alone, since its object paths are fixed. `display` outlives the item,
+    /// and so does `popup`, the menu where the host leaves it to the item to open it.
+    SniStatusItem(const QDBusConnection& connection, const StatusDisplay& display, QtMenu& popup,
+                  SniOptions options = {});
 
-    QString buttonDescription() const override;
-    QString windowDescription() const override;
+    /// As in StatusItem.
+    QString buttonDescription() const;
+    QString windowDescription() const;
     /// Becomes the item's `Id`, in small letters. To be set in the turn of the event loop in which the item is made.
-    void setAutosaveName(const QString& name) override;
-    void setVisible(bool visible) override;
-    void setMenu(const Menu& menu) override;
-    void setTitle(const StatusTitle& title) override;
-    void setToolTip(const QString& toolTip) override;
+    void setAutosaveName(const QString& name) { item_.setId(name.toLower()); }
+    /// To be called once, in that same turn.
+    void setMenu(const Menu& menu) { menuExporter_.setMenu(menu); }
+    void setVisible(bool visible);
+    bool isVisible() const { return visible_; }
+    /// To be called after the display has changed.
+    void update();
 
     /// Somebody shows status items in this session.
     bool hasHost() const { return monitor_.hasHost(); }
-    /// Opens the menu beside a place, in logical pixels of the whole desktop.
-    void popUpMenu(QRect anchor) { menu_.popUp(anchor); }
-    /// Closes what `popUpMenu` has opened.
-    void closeMenu() { menu_.close(); }
     /// Asks the user to look here: a host that keeps idle items out of sight shows this one for some seconds. Does
     /// nothing while the item is hidden.
     void requestAttention();
 
   Q_SIGNALS:
-    void hasHostChanged();
+    /// The host, or whether there is one.
+    void hostChanged();
 
   private:
-    void present();
     void followHost();
     void updateStatus();
     void updateMenuOpen();
     bool openMenu(const QString& host, QPoint place);
 
     QDBusConnection connection_;
-    QtMenu menu_;
+    const StatusDisplay& display_;
+    QtMenu& popup_;
     DBusMenuExporter menuExporter_;
     SniObject item_;
     SniRegistration registration_;
     StatusHostMonitor monitor_;
-    Presentation presentation_;
-    StatusTitle title_;
-    QString toolTip_;
     bool visible_ = true;
-    bool hadHost_ = false;
     QTimer attentionTimer_;
 };
 

@@ -11,89 +11,62 @@
 
 namespace skylet {
 
-namespace {
-
-ItemAppearance badgeOf(const StatusTitle& title, const QString& toolTip) {
-    return appearance(Presentation::badge, title, toolTip);
-}
-
-} // namespace
-
 QByteArray HostlessItem::Options::usualDisplay() {
     return QGuiApplication::platformName() == QLatin1String("xcb") ? qgetenv("DISPLAY") : QByteArray();
 }
 
-HostlessItem::HostlessItem(Options options, std::function<void(QRect item)> openMenu)
-    : options_(std::move(options)), openMenu_(std::move(openMenu)) {
+HostlessItem::HostlessItem(const Options& options, const StatusDisplay& display,
+                           std::function<void(QRect item)> openMenu)
+    : display_(display), openMenu_(std::move(openMenu)), server_(X11Connection::open(options.x11Display)) {
     embeddingTimer_.setSingleShot(true);
-    embeddingTimer_.setInterval(options_.embedding);
-    connect(&embeddingTimer_, &QTimer::timeout, this, &HostlessItem::giveTrayUp);
+    embeddingTimer_.setInterval(options.embedding);
+    connect(&embeddingTimer_, &QTimer::timeout, this, &HostlessItem::leaveTray);
     toolTipTimer_.setSingleShot(true);
     toolTipTimer_.setInterval(QApplication::style()->styleHint(QStyle::SH_ToolTip_WakeUpDelay));
     connect(&toolTipTimer_, &QTimer::timeout, this, &HostlessItem::showToolTip);
-    connectToServer();
-}
-
-HostlessItem::~HostlessItem() = default;
-
-void HostlessItem::connectToServer() {
-    server_ = X11Connection::open(options_.x11Display);
-    if (!server_) {
-        return;
+    if (server_) {
+        tray_ = std::make_unique<X11Tray>(*server_);
+        // Queued, since what follows destroys icons and connections in the middle of their own signals otherwise.
+        connect(tray_.get(), &X11Tray::changed, this, &HostlessItem::followTray, Qt::QueuedConnection);
+        connect(
+            server_.get(), &X11Connection::lost, this,
+            [this] {
+                leaveTray();
+                tray_.reset();
+                server_.reset();
+            },
+            Qt::QueuedConnection);
     }
-    tray_ = std::make_unique<X11Tray>(*server_);
-    // Queued, since what follows destroys icons and connections in the middle of their own signals otherwise.
-    connect(tray_.get(), &X11Tray::changed, this, &HostlessItem::followTray, Qt::QueuedConnection);
-    connect(
-        server_.get(), &X11Connection::lost, this,
-        [this] {
-            icon_.reset();
-            tray_.reset();
-            server_.reset();
-            followTray();
-        },
-        Qt::QueuedConnection);
+    followTray();
 }
 
-void HostlessItem::present(const StatusTitle& title, const QString& toolTip) {
-    const bool first = title_.empty();
-    title_ = title;
-    toolTip_ = toolTip;
+void HostlessItem::update() {
     if (icon_) {
-        icon_->setIcon(badgeOf(title_, toolTip_).icon);
+        icon_->setIcon(appearance(Presentation::badge, display_).icon);
     }
     if (strip_) {
-        strip_->setTitle(title_);
-        strip_->setToolTip(toolTip_);
-    }
-    if (first) {
-        followTray();
+        strip_->setDisplay(display_);
     }
 }
 
 void HostlessItem::followTray() {
-    icon_.reset();
-    embeddingTimer_.stop();
-    toolTipTimer_.stop();
-    if (title_.empty()) {
-        return;
-    }
     if (tray_ && tray_->window() != XCB_WINDOW_NONE) {
         showIcon();
     } else {
-        showStrip();
+        leaveTray();
     }
 }
 
 void HostlessItem::showIcon() {
+    toolTipTimer_.stop();
     const QScreen* screen = QGuiApplication::primaryScreen();
-    icon_ = std::make_unique<XembedIcon>(*server_, tray_->window(), badgeOf(title_, toolTip_).icon,
+    icon_ = std::make_unique<XembedIcon>(*server_, tray_->window(), appearance(Presentation::badge, display_).icon,
                                          screen != nullptr ? screen->devicePixelRatio() : 1);
     connect(icon_.get(), &XembedIcon::embedded, this, [this] {
         embeddingTimer_.stop();
         strip_.reset();
     });
-    connect(icon_.get(), &XembedIcon::expelled, this, &HostlessItem::giveTrayUp, Qt::QueuedConnection);
+    connect(icon_.get(), &XembedIcon::expelled, this, &HostlessItem::leaveTray, Qt::QueuedConnection);
     connect(icon_.get(), &XembedIcon::pressed, this, &HostlessItem::openMenuAtIcon);
     connect(icon_.get(), &XembedIcon::entered, this, [this](QRect place) {
         hovered_ = place;
@@ -106,22 +79,16 @@ void HostlessItem::showIcon() {
     embeddingTimer_.start();
 }
 
-void HostlessItem::giveTrayUp() {
+void HostlessItem::leaveTray() {
     // The next tray that comes is tried again.
     icon_.reset();
     embeddingTimer_.stop();
-    showStrip();
-}
-
-void HostlessItem::showStrip() {
-    if (strip_) {
-        return;
+    toolTipTimer_.stop();
+    if (!strip_) {
+        strip_ = std::make_unique<TitleStrip>(display_);
+        connect(strip_.get(), &TitleStrip::activated, this, openMenu_);
+        strip_->show();
     }
-    strip_ = std::make_unique<TitleStrip>();
-    connect(strip_.get(), &TitleStrip::clicked, this, [this](QRect place) { openMenu_(place); });
-    strip_->setTitle(title_);
-    strip_->setToolTip(toolTip_);
-    strip_->show();
 }
 
 void HostlessItem::openMenu() {
@@ -140,9 +107,9 @@ void HostlessItem::openMenuAtIcon(QRect icon) {
 }
 
 void HostlessItem::showToolTip() {
-    const ItemAppearance appearance = badgeOf(title_, toolTip_);
+    const ItemAppearance shown = appearance(Presentation::badge, display_);
     QToolTip::showText(logicalPlace(QPoint(hovered_.x(), hovered_.y() + hovered_.height())),
-                       appearance.toolTipTitle + u'\n' + appearance.toolTipText);
+                       shown.toolTipTitle + u'\n' + shown.toolTipText);
 }
 
 QPoint logicalPlace(QPoint device) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/desktop/StatusTitle.h"
+#include "platform/desktop/StatusDisplay.h"
 #include "platform/linux/statusitem/hostless/TitleStrip.h"
 #include "platform/linux/statusitem/hostless/X11Connection.h"
 #include "platform/linux/statusitem/hostless/X11Tray.h"
@@ -10,7 +10,6 @@
 #include <QObject>
 #include <QPoint>
 #include <QRect>
-#include <QString>
 #include <QTimer>
 
 #include <chrono>
@@ -36,15 +35,12 @@ class HostlessItem final : public QObject {
     };
     enum class Place { tray, strip };
 
-    /// `openMenu`: pops the menu up beside the item, whose place is in logical pixels of the desktop.
-    HostlessItem(Options options, std::function<void(QRect item)> openMenu);
-    ~HostlessItem() override;
-    HostlessItem(const HostlessItem&) = delete;
-    HostlessItem& operator=(const HostlessItem&) = delete;
-    HostlessItem(HostlessItem&&) = delete;
-    HostlessItem& operator=(HostlessItem&&) = delete;
+    /// `display` outlives the item. `openMenu`: pops the menu up beside the item, whose place is in logical pixels of
+    /// the desktop.
+    HostlessItem(const Options& options, const StatusDisplay& display, std::function<void(QRect item)> openMenu);
 
-    void present(const StatusTitle& title, const QString& toolTip);
+    /// To be called after the display has changed.
+    void update();
     /// As if it had been clicked. Does nothing while it is not to be seen anywhere.
     void openMenu();
     Place place() const { return strip_ ? Place::strip : Place::tray; }
@@ -52,18 +48,14 @@ class HostlessItem final : public QObject {
     QWidget* strip() const { return strip_.get(); }
 
   private:
-    void connectToServer();
     void followTray();
-    void giveTrayUp();
     void showIcon();
-    void showStrip();
+    void leaveTray();
     void openMenuAtIcon(QRect icon);
     void showToolTip();
 
-    Options options_;
+    const StatusDisplay& display_;
     std::function<void(QRect item)> openMenu_;
-    StatusTitle title_;
-    QString toolTip_;
     std::unique_ptr<X11Connection> server_;
     std::unique_ptr<X11Tray> tray_;
     std::unique_ptr<XembedIcon> icon_;

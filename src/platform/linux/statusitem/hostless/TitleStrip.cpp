@@ -1,10 +1,7 @@
 #include "platform/linux/statusitem/hostless/TitleStrip.h"
 
 #include "platform/linux/desktop/Wayland.h"
-#include "platform/linux/statusitem/drawing/TitleLine.h"
 
-#include <QAccessible>
-#include <QAccessibleWidget>
 #include <QApplication>
 #include <QFontDatabase>
 #include <QMouseEvent>
@@ -25,31 +22,14 @@ constexpr int gapToScreenEdge = 4;
 
 QString textOf(const StatusTitle& title) {
     QString text;
-    for (std::size_t index = 1; index < title.size(); ++index) {
-        text += title[index].text;
+    for (const TitleSegment& segment : title) {
+        text += segment.text;
     }
     return text.trimmed();
 }
 
-class AccessibleStrip final : public QAccessibleWidget {
-  public:
-    explicit AccessibleStrip(TitleStrip& strip) : QAccessibleWidget(&strip, QAccessible::Button), strip_(strip) {}
-
-    QStringList actionNames() const override { return {pressAction()}; }
-    void doAction(const QString& name) override {
-        if (name == pressAction()) {
-            strip_.click();
-        }
-    }
-
-  private:
-    TitleStrip& strip_;
-};
-
-QAccessibleInterface* accessibleStrip(const QString& /*className*/, QObject* object) {
-    auto* strip = qobject_cast<TitleStrip*>(object);
-    // Owned by Qt, which destroys it with the widget.
-    return strip != nullptr ? new AccessibleStrip(*strip) : nullptr;
+TitleLine lineOf(const StatusDisplay& display) {
+    return {display.status, display.title, QFontDatabase::systemFont(QFontDatabase::GeneralFont), 1};
 }
 
 int distance(const QRect& area, QPoint place) {
@@ -59,8 +39,9 @@ int distance(const QRect& area, QPoint place) {
 
 } // namespace
 
-TitleStrip::TitleStrip()
-    : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus) {
+TitleStrip::TitleStrip(const StatusDisplay& display) : line_(lineOf(display)) {
+    setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus);
+    setFocusPolicy(Qt::NoFocus);
     setObjectName(QStringLiteral("titleStrip"));
     setWindowTitle(QStringLiteral("Skylet"));
     setAttribute(Qt::WA_TranslucentBackground);
@@ -69,7 +50,10 @@ TitleStrip::TitleStrip()
     setAttribute(Qt::WA_X11NetWmWindowTypeDock);
     setAttribute(Qt::WA_AlwaysShowToolTips);
     setLayoutDirection(Qt::LeftToRight);
-    QAccessible::installFactory(accessibleStrip);
+    // Qt is not always right about where it is, see mouseReleaseEvent(); but Wayland's popups go by what Qt believes.
+    connect(this, &QAbstractButton::clicked, this,
+            [this] { Q_EMIT activated(QRect(isOnWayland() ? mapToGlobal(QPoint(0, 0)) : wantedPlace_, size())); });
+    setDisplay(display);
     followScreens();
     for (const auto change : {&QGuiApplication::primaryScreenChanged, &QGuiApplication::screenAdded}) {
         connect(qApp, change, this, &TitleStrip::followScreens);
@@ -85,19 +69,16 @@ void TitleStrip::followScreens() {
     place();
 }
 
-void TitleStrip::setTitle(const StatusTitle& title) {
-    if (title == title_) {
-        return;
-    }
-    title_ = title;
-    setAccessibleName(textOf(title));
+void TitleStrip::setDisplay(const StatusDisplay& display) {
+    line_ = lineOf(display);
+    setAccessibleName(textOf(display.title));
+    setToolTip(display.toolTip);
     place();
     update();
 }
 
 void TitleStrip::place() {
-    const TitleLine line(title_, QFontDatabase::systemFont(QFontDatabase::GeneralFont), 1);
-    setFixedSize(static_cast<int>(std::ceil(line.width() + 2 * titlePlateMargin)), stripHeight);
+    setFixedSize(static_cast<int>(std::ceil(line_.width() + 2 * titlePlateMargin)), stripHeight);
     const QScreen* screen = QGuiApplication::primaryScreen();
     if (screen == nullptr) {
         return;
@@ -106,11 +87,6 @@ void TitleStrip::place() {
     const QPoint usual(area.x() + area.width() - gapToScreenEdge, area.y() + gapToScreenEdge);
     wantedPlace_ = cornerOnScreen(chosenCorner_.value_or(usual)) - QPoint(width(), 0);
     move(wantedPlace_);
-}
-
-void TitleStrip::click() {
-    // Qt is not always right about where it is, see mouseReleaseEvent(); but Wayland's popups go by what Qt believes.
-    Q_EMIT clicked(QRect(isOnWayland() ? mapToGlobal(QPoint(0, 0)) : wantedPlace_, size()));
 }
 
 QPoint TitleStrip::cornerOnScreen(QPoint corner) const {
@@ -138,8 +114,7 @@ void TitleStrip::paintEvent(QPaintEvent* /*event*/) {
     painter.fillRect(rect(), Qt::transparent);
     painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
     paintTitleGround(painter, rect(), 1);
-    TitleLine(title_, QFontDatabase::systemFont(QFontDatabase::GeneralFont), 1)
-        .paint(painter, titlePlateMargin, height() / 2.0);
+    line_.paint(painter, titlePlateMargin, height() / 2.0);
 }
 
 void TitleStrip::mousePressEvent(QMouseEvent* event) {
@@ -151,8 +126,8 @@ void TitleStrip::mouseMoveEvent(QMouseEvent* event) {
     if (!pressedAt_) {
         return;
     }
-    const QPoint way = event->position().toPoint() - *pressedAt_;
-    if (!dragged_ && way.manhattanLength() < QApplication::startDragDistance()) {
+    const QPoint moved = event->position().toPoint() - *pressedAt_;
+    if (!dragged_ && moved.manhattanLength() < QApplication::startDragDistance()) {
         return;
     }
     dragged_ = true;
@@ -169,7 +144,7 @@ void TitleStrip::mouseReleaseEvent(QMouseEvent* event) {
     if (pressedAt_ && !dragged_) {
         // Where the window is, the event knows best: Openbox was seen to leave Qt in the belief that it is at the
         // origin.
-        Q_EMIT clicked(QRect((event->globalPosition() - event->position()).toPoint(), size()));
+        Q_EMIT activated(QRect((event->globalPosition() - event->position()).toPoint(), size()));
     }
     pressedAt_.reset();
 }

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/desktop/StatusTitle.h"
+#include "platform/desktop/StatusDisplay.h"
+#include "platform/linux/statusitem/drawing/TitleLine.h"
 
+#include <QAbstractButton>
 #include <QPoint>
-#include <QString>
-#include <QWidget>
 
 #include <optional>
 
@@ -13,19 +13,16 @@ namespace skylet {
 /// The title in a small window of its own at the top right of the screen, above other windows, for desktops that have
 /// no place for it. Never takes the focus; to a screen reader it is a button. Can be drawn elsewhere with the mouse;
 /// Wayland lets the compositor choose the place and the layer.
-class TitleStrip final : public QWidget {
+class TitleStrip final : public QAbstractButton {
     Q_OBJECT
 
   public:
-    TitleStrip();
+    explicit TitleStrip(const StatusDisplay& display);
 
-    void setTitle(const StatusTitle& title);
-    /// As if a mouse button had gone down and up on it.
-    void click();
-
+    void setDisplay(const StatusDisplay& display);
   Q_SIGNALS:
-    /// A mouse button went down and up on it. `place`: the strip, in logical pixels of the desktop.
-    void clicked(QRect place);
+    /// It was clicked, by a mouse or by other means. `place`: the strip, in logical pixels of the desktop.
+    void activated(QRect place);
 
   protected:
     void paintEvent(QPaintEvent* event) override;
@@ -39,7 +36,7 @@ class TitleStrip final : public QWidget {
     /// Where the top right corner has to be for the whole strip to be seen, on the screen that is nearest.
     QPoint cornerOnScreen(QPoint corner) const;
 
-    StatusTitle title_;
+    TitleLine line_;
     /// Where on the strip a button went down that may still become a click or a drag.
     std::optional<QPoint> pressedAt_;
     bool dragged_ = false;

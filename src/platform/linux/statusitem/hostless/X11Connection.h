@@ -28,10 +28,6 @@ class X11Connection final : public QObject {
     /// `display`: as in DISPLAY. Null when there is no such server.
     static std::unique_ptr<X11Connection> open(const QByteArray& display);
     ~X11Connection() override;
-    X11Connection(const X11Connection&) = delete;
-    X11Connection& operator=(const X11Connection&) = delete;
-    X11Connection(X11Connection&&) = delete;
-    X11Connection& operator=(X11Connection&&) = delete;
 
     xcb_connection_t* get() const { return connection_; }
     const xcb_screen_t& screen() const { return *screen_; }
@@ -54,6 +50,8 @@ class X11Connection final : public QObject {
     void lost();
 
   private:
+    Q_DISABLE_COPY_MOVE(X11Connection)
+
     X11Connection(xcb_connection_t* connection, int screenNumber);
     void read();
 

@@ -1,6 +1,5 @@
 #include "platform/linux/statusitem/hostless/XembedIcon.h"
 
-#include <QCoreApplication>
 #include <QFontDatabase>
 #include <QPainter>
 
@@ -138,21 +137,10 @@ void XembedIcon::createWindow(xcb_window_t tray) {
 }
 
 void XembedIcon::describeWindow() {
-    xcb_connection_t* const server = connection_.get();
-    const auto setText = [&](xcb_atom_t property, xcb_atom_t type, const QByteArray& text) {
-        xcb_change_property(server, XCB_PROP_MODE_REPLACE, window_, property, type, 8,
-                            static_cast<uint32_t>(text.size()), text.constData());
-    };
-    const auto setNumbers = [&](xcb_atom_t property, xcb_atom_t type, const auto& numbers) {
-        xcb_change_property(server, XCB_PROP_MODE_REPLACE, window_, property, type, 32,
-                            static_cast<uint32_t>(numbers.size()), numbers.data());
-    };
-    setText(XCB_ATOM_WM_NAME, XCB_ATOM_STRING, QByteArrayLiteral("Skylet"));
-    setText(XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, QByteArrayLiteral("skylet\0skylet\0"));
+    setProperty(XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8, QByteArrayLiteral("Skylet"));
+    setProperty(XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8, QByteArrayLiteral("skylet\0skylet\0"));
     const xcb_atom_t info = connection_.atom(QByteArrayLiteral("_XEMBED_INFO"));
-    setNumbers(info, info, std::array<uint32_t, 2>{xembedVersion, xembedMapped});
-    setNumbers(connection_.atom(QByteArrayLiteral("_NET_WM_PID")), XCB_ATOM_CARDINAL,
-               std::array<uint32_t, 1>{static_cast<uint32_t>(QCoreApplication::applicationPid())});
+    setProperty(info, info, 32, std::array{xembedVersion, xembedMapped});
     wantSide(wantedSide_);
 }
 
@@ -161,8 +149,13 @@ void XembedIcon::wantSide(uint32_t side) {
     hints[0] = minimumSizeHint;
     hints[5] = side;
     hints[6] = side;
-    xcb_change_property(connection_.get(), XCB_PROP_MODE_REPLACE, window_, XCB_ATOM_WM_NORMAL_HINTS,
-                        XCB_ATOM_WM_SIZE_HINTS, 32, static_cast<uint32_t>(hints.size()), hints.data());
+    setProperty(XCB_ATOM_WM_NORMAL_HINTS, XCB_ATOM_WM_SIZE_HINTS, 32, hints);
+}
+
+template <typename Values>
+void XembedIcon::setProperty(xcb_atom_t property, xcb_atom_t type, uint8_t bits, const Values& values) {
+    xcb_change_property(connection_.get(), XCB_PROP_MODE_REPLACE, window_, property, type, bits,
+                        static_cast<uint32_t>(values.size()), values.data());
 }
 
 void XembedIcon::askForDock(xcb_window_t tray) {
@@ -197,50 +190,45 @@ QRect XembedIcon::placeAround(int rootX, int rootY, int eventX, int eventY) cons
 }
 
 void XembedIcon::take(const xcb_generic_event_t& event) {
+    // Null where the event, of whose type `window` is a field, is about another window.
+    const auto mine = [&]<typename Event>(xcb_window_t Event::*window) -> const Event* {
+        const auto& typed = reinterpret_cast<const Event&>(event);
+        return typed.*window == window_ ? &typed : nullptr;
+    };
     switch (event.response_type) {
-    case XCB_REPARENT_NOTIFY: {
-        const auto& reparented = reinterpret_cast<const xcb_reparent_notify_event_t&>(event);
-        if (reparented.window == window_) {
-            takeReparent(reparented);
+    case XCB_REPARENT_NOTIFY:
+        if (const auto* reparented = mine(&xcb_reparent_notify_event_t::window)) {
+            takeParent(reparented->parent);
         }
         break;
-    }
-    case XCB_CONFIGURE_NOTIFY: {
-        const auto& configured = reinterpret_cast<const xcb_configure_notify_event_t&>(event);
-        if (configured.window == window_ && QSize(configured.width, configured.height) != size_) {
-            takeSize(QSize(configured.width, configured.height));
+    case XCB_CONFIGURE_NOTIFY:
+        if (const auto* configured = mine(&xcb_configure_notify_event_t::window)) {
+            takeSize(QSize(configured->width, configured->height));
         }
         break;
-    }
-    case XCB_EXPOSE: {
-        const auto& exposed = reinterpret_cast<const xcb_expose_event_t&>(event);
-        if (exposed.window == window_ && exposed.count == 0) {
+    case XCB_EXPOSE:
+        if (const auto* exposed = mine(&xcb_expose_event_t::window); exposed != nullptr && exposed->count == 0) {
             paint();
         }
         break;
-    }
     case XCB_DESTROY_NOTIFY:
-        if (reinterpret_cast<const xcb_destroy_notify_event_t&>(event).window == window_) {
+        if (mine(&xcb_destroy_notify_event_t::window) != nullptr) {
             embedded_ = false;
             Q_EMIT expelled();
         }
         break;
-    case XCB_BUTTON_PRESS: {
-        const auto& press = reinterpret_cast<const xcb_button_press_event_t&>(event);
-        if (press.event == window_) {
-            takePress(press);
+    case XCB_BUTTON_PRESS:
+        if (const auto* press = mine(&xcb_button_press_event_t::event)) {
+            takePress(*press);
         }
         break;
-    }
-    case XCB_ENTER_NOTIFY: {
-        const auto& entry = reinterpret_cast<const xcb_enter_notify_event_t&>(event);
-        if (entry.event == window_) {
-            Q_EMIT entered(placeAround(entry.root_x, entry.root_y, entry.event_x, entry.event_y));
+    case XCB_ENTER_NOTIFY:
+        if (const auto* entry = mine(&xcb_enter_notify_event_t::event)) {
+            Q_EMIT entered(placeAround(entry->root_x, entry->root_y, entry->event_x, entry->event_y));
         }
         break;
-    }
     case XCB_LEAVE_NOTIFY:
-        if (reinterpret_cast<const xcb_leave_notify_event_t&>(event).event == window_) {
+        if (mine(&xcb_leave_notify_event_t::event) != nullptr) {
             Q_EMIT left();
         }
         break;
@@ -250,6 +238,9 @@ void XembedIcon::take(const xcb_generic_event_t& event) {
 }
 
 void XembedIcon::takeSize(QSize size) {
+    if (size == size_) {
+        return;
+    }
     size_ = size;
     // Many trays make an icon as thick as themselves, but only as long as it asks to be. Asked once: a tray that adds
     // something of its own to what an icon wants would grow and grow.
@@ -264,8 +255,8 @@ void XembedIcon::takeSize(QSize size) {
     paint();
 }
 
-void XembedIcon::takeReparent(const xcb_reparent_notify_event_t& event) {
-    const bool inside = event.parent != connection_.screen().root;
+void XembedIcon::takeParent(xcb_window_t parent) {
+    const bool inside = parent != connection_.screen().root;
     if (inside && depth_ != depthWithAlpha) {
         // Possible in a parent of the same depth alone; in another one the window keeps its plain ground.
         const uint32_t parentRelative = XCB_BACK_PIXMAP_PARENT_RELATIVE;
@@ -303,9 +294,7 @@ std::optional<QImage> XembedIcon::ground() {
     xcb_clear_area(connection_.get(), 0, window_, 0, 0, width, height);
     const auto cookie =
         xcb_get_image(connection_.get(), XCB_IMAGE_FORMAT_Z_PIXMAP, window_, 0, 0, width, height, ~uint32_t{0});
-    xcb_generic_error_t* error = nullptr;
-    const XcbReply<xcb_get_image_reply_t> reply(xcb_get_image_reply(connection_.get(), cookie, &error));
-    const XcbReply<xcb_generic_error_t> refusal(error);
+    const XcbReply<xcb_get_image_reply_t> reply(xcb_get_image_reply(connection_.get(), cookie, nullptr));
     connection_.readSoon();
     QImage image(size_, format_);
     // Refused while the window is not on the screen.

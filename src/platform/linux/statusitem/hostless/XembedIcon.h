@@ -22,10 +22,6 @@ class XembedIcon final : public QObject {
     /// outlives the icon. `scale`: device pixels for each logical one.
     XembedIcon(X11Connection& connection, xcb_window_t tray, StatusIcon icon, double scale);
     ~XembedIcon() override;
-    XembedIcon(const XembedIcon&) = delete;
-    XembedIcon& operator=(const XembedIcon&) = delete;
-    XembedIcon(XembedIcon&&) = delete;
-    XembedIcon& operator=(XembedIcon&&) = delete;
 
     void setIcon(const StatusIcon& icon);
     bool isEmbedded() const { return embedded_; }
@@ -44,13 +40,17 @@ class XembedIcon final : public QObject {
     void left();
 
   private:
+    Q_DISABLE_COPY_MOVE(XembedIcon)
+
     void createWindow(xcb_window_t tray);
     void describeWindow();
     void wantSide(uint32_t side);
+    template <typename Values>
+    void setProperty(xcb_atom_t property, xcb_atom_t type, uint8_t bits, const Values& values);
     void askForDock(xcb_window_t tray);
     void take(const xcb_generic_event_t& event);
     void takeSize(QSize size);
-    void takeReparent(const xcb_reparent_notify_event_t& event);
+    void takeParent(xcb_window_t parent);
     void takePress(const xcb_button_press_event_t& event);
     void paint();
     /// What the tray shows where the icon will be; nothing while it cannot be had.

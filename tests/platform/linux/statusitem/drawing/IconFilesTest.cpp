@@ -1,6 +1,6 @@
 #include "platform/linux/statusitem/drawing/IconFiles.h"
 
-#include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "platform/linux/statusitem/drawing/SampleDisplays.h"
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 #include "support/QStringPrinting.h"
 #include "support/RuntimeFolder.h"
@@ -15,8 +15,8 @@
 namespace skylet {
 namespace {
 
-StatusIcon plainDot(DotColor color) {
-    return {StatusIcon::Form::textDot, color, QString(), DotSign::none};
+StatusIcon plainDot(Status status) {
+    return {Presentation::label, status};
 }
 
 class IconFilesTest : public testing::Test {
@@ -28,13 +28,13 @@ class IconFilesTest : public testing::Test {
 TEST_F(IconFilesTest, HoldTheDotInEachColourUnderANameOfItsOwn) {
     IconFiles files(folder_);
     QStringList names;
-    for (const DotColor color : sample::allColors) {
-        const QString name = files.fileFor(plainDot(color));
+    for (const Status status : sample::allColors) {
+        const QString name = files.fileFor(plainDot(status));
         EXPECT_FALSE(names.contains(name));
         names.append(name);
         const QImage image(name);
         EXPECT_EQ(image.size(), QSize(48, 48));
-        EXPECT_EQ(image.pixelColor(24, 24), dotShades(color).fill);
+        EXPECT_EQ(image.pixelColor(24, 24), dotShades(status).fill);
     }
 }
 
@@ -43,11 +43,11 @@ TEST_F(IconFilesTest, AreWrittenOnceAndGoneAtTheEnd) {
     {
         IconFiles files(folder_);
         EXPECT_FALSE(QDir(folder_).exists());
-        name = files.fileFor(plainDot(DotColor::systemRed));
+        name = files.fileFor(plainDot(Status::offline));
         ASSERT_TRUE(QFile::remove(name));
-        EXPECT_EQ(files.fileFor(plainDot(DotColor::systemRed)), name);
+        EXPECT_EQ(files.fileFor(plainDot(Status::offline)), name);
         EXPECT_FALSE(QFile::exists(name));
-        EXPECT_TRUE(QFile::exists(files.fileFor(plainDot(DotColor::systemGreen))));
+        EXPECT_TRUE(QFile::exists(files.fileFor(plainDot(Status::online))));
     }
     EXPECT_FALSE(QDir(folder_).exists());
 }
@@ -63,8 +63,8 @@ TEST_F(IconFilesTest, StandWhereADesktopOutsideTheSandboxSeesThem) {
 TEST_F(IconFilesTest, HaveNoNameWhereTheyCannotBeWritten) {
     QFile file(folder_);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    EXPECT_TRUE(IconFiles(folder_).fileFor(plainDot(DotColor::systemRed)).isEmpty());
-    EXPECT_TRUE(IconFiles(QString()).fileFor(plainDot(DotColor::systemRed)).isEmpty());
+    EXPECT_TRUE(IconFiles(folder_).fileFor(plainDot(Status::offline)).isEmpty());
+    EXPECT_TRUE(IconFiles(QString()).fileFor(plainDot(Status::offline)).isEmpty());
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 
-#include "platform/linux/statusitem/drawing/Contrast.h"
-#include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "platform/linux/statusitem/drawing/SampleDisplays.h"
+#include "ui/SemanticColors.h"
 
 #include <gtest/gtest.h>
 
@@ -17,24 +17,24 @@ const std::array darkPanels = {QColor(0, 0, 0), QColor(0x35, 0x35, 0x35), QColor
 const std::array lightPanels = {QColor(0xeb, 0xeb, 0xeb), QColor(0xf5, 0xf4, 0xf2), QColor(255, 255, 255)};
 
 TEST(StatusColors, FillsStandOutFromDarkPanels) {
-    for (const DotColor color : allColors) {
+    for (const Status status : allColors) {
         for (const QColor& panel : darkPanels) {
-            EXPECT_GE(contrast(dotShades(color).fill, panel), 3.0) << qPrintable(panel.name());
+            EXPECT_GE(contrast(dotShades(status).fill, panel), 3.0) << qPrintable(panel.name());
         }
     }
 }
 
 TEST(StatusColors, RimsStandOutFromLightPanels) {
-    for (const DotColor color : allColors) {
+    for (const Status status : allColors) {
         for (const QColor& panel : lightPanels) {
-            EXPECT_GE(contrast(dotShades(color).rim, panel), 3.0) << qPrintable(panel.name());
+            EXPECT_GE(contrast(dotShades(status).rim, panel), 3.0) << qPrintable(panel.name());
         }
     }
 }
 
 TEST(StatusColors, SignsStandOutFromTheDotsThatBearThem) {
-    for (const DotColor color : {DotColor::systemYellow, DotColor::systemRed, DotColor::systemGray}) {
-        EXPECT_GE(contrast(dotShades(color).sign, dotShades(color).fill), 3.0);
+    for (const Status status : {Status::checking, Status::offline, Status::paused}) {
+        EXPECT_GE(contrast(dotShades(status).sign, dotShades(status).fill), 3.0);
     }
 }
 
@@ -46,10 +46,18 @@ TEST(StatusColors, DifferInBrightnessToo) {
     }
 }
 
+TEST(StatusColors, AreGreenYellowAndRed) {
+    const auto hue = [](Status status) { return dotShades(status).fill.hsvHue(); };
+    EXPECT_NEAR(hue(Status::online), 120, 30);
+    EXPECT_NEAR(hue(Status::checking), 45, 15);
+    EXPECT_EQ(dotShades(Status::slow), dotShades(Status::checking));
+    EXPECT_NEAR(hue(Status::offline), 0, 10);
+}
+
 TEST(StatusColors, GrayIsTheOnlyOneWithoutAHue) {
-    for (const DotColor color : allColors) {
-        const QColor fill = dotShades(color).fill;
-        EXPECT_EQ(fill.hsvSaturation() < 20, color == DotColor::systemGray);
+    for (const Status status : allColors) {
+        const QColor fill = dotShades(status).fill;
+        EXPECT_EQ(fill.hsvSaturation() < 20, status == Status::paused);
     }
 }
 

@@ -1,6 +1,6 @@
 #include "platform/linux/statusitem/drawing/StatusIcon.h"
 
-#include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "platform/linux/statusitem/drawing/SampleDisplays.h"
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 
 #include <QFontDatabase>
@@ -8,25 +8,28 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
+#include <cmath>
 #include <cstdlib>
+#include <functional>
+#include <numeric>
+#include <vector>
 
 namespace skylet {
 namespace {
 
-using sample::allColors;
+using sample::allStatuses;
 
 QImage paint(const StatusIcon& icon, int size) {
     return paintStatusIcon(icon, size, QFontDatabase::systemFont(QFontDatabase::GeneralFont))
         .convertToFormat(QImage::Format_ARGB32);
 }
 
-StatusIcon numbered(const char* number, DotColor color = DotColor::systemGreen) {
-    return {StatusIcon::Form::badge, color, QString::fromLatin1(number), DotSign::none};
+StatusIcon numbered(const char* number, Status status = Status::online) {
+    return {Presentation::badge, status, QString::fromLatin1(number)};
 }
 
-StatusIcon unnumbered(StatusIcon::Form form, DotColor color, DotSign sign = DotSign::none) {
-    return {form, color, QString(), sign};
+StatusIcon unnumbered(Presentation presentation, Status status) {
+    return {presentation, status};
 }
 
 bool isColoured(const QColor& pixel) {
@@ -58,17 +61,18 @@ INSTANTIATE_TEST_SUITE_P(PanelSizes, StatusIconAtSize, testing::Values(16, 22, 2
 
 TEST_P(StatusIconAtSize, PaintsTheDotInTheShadeOfTheTable) {
     const int size = GetParam();
-    for (const DotColor color : allColors) {
-        const QRgb fill = dotShades(color).fill.rgba();
-        EXPECT_EQ(paint(unnumbered(StatusIcon::Form::textDot, color), size).pixel(size / 2, size / 2), fill);
-        EXPECT_EQ(paint(unnumbered(StatusIcon::Form::badge, color), size).pixel(size / 2, size / 2), fill);
-        EXPECT_EQ(paint(numbered("87", color), size).pixel(size / 2, size / 5), fill);
+    for (const Status status : allStatuses) {
+        const QRgb fill = dotShades(status).fill.rgba();
+        EXPECT_EQ(paint(unnumbered(Presentation::label, status), size).pixel(size / 2, size / 2), fill);
+        // Above the signs.
+        EXPECT_EQ(paint(unnumbered(Presentation::badge, status), size).pixel(size / 2, size / 4), fill);
+        EXPECT_EQ(paint(numbered("87", status), size).pixel(size / 2, size / 5), fill);
     }
 }
 
 TEST_P(StatusIconAtSize, ColoursNothingButTheDot) {
     const int size = GetParam();
-    const QImage image = paint(numbered("87", DotColor::systemRed), size);
+    const QImage image = paint(numbered("87", Status::offline), size);
     const QRect coloured = extent(image, isColoured);
     EXPECT_LE(coloured.bottom(), size / 2);
     EXPECT_LE(std::abs(coloured.width() - coloured.height()), 1) << "not a round dot";
@@ -94,8 +98,8 @@ TEST_P(StatusIconAtSize, CutsNothingAtTheBorder) {
         EXPECT_TRUE(inside.contains(digits)) << number << " at " << size;
         EXPECT_FALSE(digits.isEmpty()) << number;
     }
-    for (const StatusIcon::Form form : {StatusIcon::Form::textDot, StatusIcon::Form::badge}) {
-        const QRect dot = extent(paint(unnumbered(form, DotColor::systemGreen), size),
+    for (const Presentation presentation : {Presentation::label, Presentation::badge}) {
+        const QRect dot = extent(paint(unnumbered(presentation, Status::online), size),
                                  [](const QColor& pixel) { return pixel.alpha() > 0; });
         EXPECT_TRUE(inside.contains(dot));
     }
@@ -135,28 +139,43 @@ TEST_P(StatusIconAtSize, CanBeReadOnEveryPanelBecauseTheDigitsBringTheirOwnGroun
     }
 }
 
+/// Which pixels in the middle of the dot, within its rim, differ from its colour in brightness.
+std::vector<bool> signOn(Status status, int size) {
+    const QImage image = paint(unnumbered(Presentation::badge, status), size);
+    const int ground = qGray(dotShades(status).fill.rgb());
+    std::vector<bool> sign;
+    for (int y = 0; y < size; ++y) {
+        for (int x = 0; x < size; ++x) {
+            const bool inside = std::hypot(x + 0.5 - size / 2.0, y + 0.5 - size / 2.0) < 0.29 * size;
+            sign.push_back(inside && std::abs(qGray(image.pixel(x, y)) - ground) > 30);
+        }
+    }
+    return sign;
+}
+
 TEST_P(StatusIconAtSize, TellsStatesApartWithoutColour) {
     const int size = GetParam();
-    const auto form = [size](DotSign sign) {
-        return paint(unnumbered(StatusIcon::Form::badge, DotColor::systemGray, sign), size);
-    };
-    const std::array forms = {form(DotSign::none), form(DotSign::waiting), form(DotSign::cross), form(DotSign::pause)};
-    for (std::size_t one = 0; one < forms.size(); ++one) {
-        for (std::size_t other = one + 1; other < forms.size(); ++other) {
-            int different = 0;
-            for (int y = 0; y < size; ++y) {
-                for (int x = 0; x < size; ++x) {
-                    different += std::abs(qGray(forms[one].pixel(x, y)) - qGray(forms[other].pixel(x, y))) > 30 ? 1 : 0;
-                }
-            }
-            EXPECT_GE(different, size / 4) << one << " and " << other;
+    for (const Status one : sample::allColors) {
+        for (const Status other : sample::allColors) {
+            const std::vector<bool> first = signOn(one, size);
+            const std::vector<bool> second = signOn(other, size);
+            const int different =
+                std::inner_product(first.begin(), first.end(), second.begin(), 0, std::plus<>(), std::not_equal_to<>());
+            EXPECT_TRUE(one == other || different >= size / 4) << different;
         }
     }
 }
 
+TEST_P(StatusIconAtSize, LeavesTheDotPlainWhereABannerStandsInThePlaceOfTheNumber) {
+    for (const Status status : {Status::online, Status::slow}) {
+        const std::vector<bool> sign = signOn(status, GetParam());
+        EXPECT_EQ(std::count(sign.begin(), sign.end(), true), 0);
+    }
+}
+
 TEST(StatusIcon, MakesTheDotLargerWhereThereIsNoNumber) {
-    EXPECT_GT(extent(paint(unnumbered(StatusIcon::Form::badge, DotColor::systemRed), 22), isColoured).width(),
-              extent(paint(numbered("87", DotColor::systemRed), 22), isColoured).width());
+    EXPECT_GT(extent(paint(unnumbered(Presentation::badge, Status::offline), 22), isColoured).width(),
+              extent(paint(numbered("87", Status::offline), 22), isColoured).width());
 }
 
 } // namespace

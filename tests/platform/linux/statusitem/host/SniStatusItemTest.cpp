@@ -1,7 +1,8 @@
 #include "platform/linux/statusitem/host/SniStatusItem.h"
 
+#include "platform/linux/statusitem/DesktopStatusItem.h"
 #include "platform/linux/statusitem/drawing/ItemAppearance.h"
-#include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "platform/linux/statusitem/drawing/SampleDisplays.h"
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 #include "platform/linux/statusitem/host/DBusReading.h"
 #include "platform/linux/statusitem/host/FakeStatusHost.h"
@@ -45,12 +46,12 @@ class SniStatusItemTest : public testing::Test {
         options.environment.currentDesktop = QString();
         options.registration = registration_;
         options.attention = attention_;
-        item_ = std::make_unique<SniStatusItem>(itemConnection_, options);
+        // Far from being shown anywhere else.
+        item_ = std::make_unique<DesktopStatusItem>(itemConnection_, options, HostlessOptions{1h, {}});
         item_->setAutosaveName(QStringLiteral("Skylet"));
         item_->setVisible(true);
         item_->setMenu({line_, command_});
-        item_->setTitle(sample::fast());
-        item_->setToolTip(QStringLiteral("response time"));
+        item_->setDisplay(sample::fast());
     }
 
     void show(const QString& processName) {
@@ -97,7 +98,7 @@ class SniStatusItemTest : public testing::Test {
     std::shared_ptr<MenuItem> line_ = std::make_shared<MenuItem>(QStringLiteral("line"), nullptr, QString());
     std::shared_ptr<MenuItem> command_ = std::make_shared<MenuItem>(
         QStringLiteral("Quit"), [this] { ++chosen_; }, QStringLiteral("q"));
-    std::unique_ptr<SniStatusItem> item_;
+    std::unique_ptr<DesktopStatusItem> item_;
 };
 
 // What the item is.
@@ -138,7 +139,7 @@ TEST_F(SniStatusItemTest, HasTheDotInSizesForEveryPanelWhenItHasNoFiles) {
         ASSERT_EQ(icon.pixels.size(), icon.width * icon.height * 4);
         // Network byte order: alpha, red, green, blue.
         const qsizetype centre = (qsizetype(icon.height / 2) * icon.width + icon.width / 2) * 4;
-        const QColor fill = dotShades(DotColor::systemGreen).fill;
+        const QColor fill = dotShades(Status::online).fill;
         EXPECT_EQ(quint8(icon.pixels.at(centre)), 255);
         EXPECT_EQ(quint8(icon.pixels.at(centre + 1)), fill.red());
         EXPECT_EQ(quint8(icon.pixels.at(centre + 2)), fill.green());
@@ -154,14 +155,14 @@ TEST_P(SniStatusItemByNameTest, NamesAFileWithTheDot) {
     const test::RuntimeFolder runtime;
     show(QString::fromLatin1(GetParam()));
     const QImage dot(property(QStringLiteral("IconName")).toString());
-    EXPECT_EQ(dot.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(DotColor::systemGreen).fill);
+    EXPECT_EQ(dot.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(Status::online).fill);
     EXPECT_EQ(property(QStringLiteral("AttentionIconName")), property(QStringLiteral("IconName")));
     // They would be read in vain.
     EXPECT_TRUE(pixmaps().isEmpty());
     EXPECT_TRUE(pixmaps(QStringLiteral("AttentionIconPixmap")).isEmpty());
-    item_->setTitle(sample::offline());
+    item_->setDisplay(sample::offline());
     const QImage red(property(QStringLiteral("IconName")).toString());
-    EXPECT_EQ(red.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(DotColor::systemRed).fill);
+    EXPECT_EQ(red.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(Status::offline).fill);
     item_.reset();
     EXPECT_TRUE(QDir(runtime.path()).isEmpty());
 }
@@ -180,7 +181,9 @@ TEST_F(SniStatusItemTest, HasNoLabelAtAllWhereTheHostSetsNone) {
 
 TEST_F(SniStatusItemTest, EscapesTheTextThatHostsReadAsMarkup) {
     showBadge();
-    item_->setToolTip(QStringLiteral("a < b & c"));
+    StatusDisplay display = sample::fast();
+    display.toolTip = QStringLiteral("a < b & c");
+    item_->setDisplay(display);
     EXPECT_EQ(toolTip().text, QStringLiteral("a &lt; b &amp; c"));
 }
 
@@ -288,14 +291,14 @@ TEST_F(SniStatusItemTest, DrawsTheTitleIntoTheIconWhereTheHostShowsWideOnes) {
 
 TEST_F(SniStatusItemTest, OffersBadgesToPanelsWithoutTheWidthForTheWholeTitle) {
     showWide();
-    for (const StatusTitle& title : {sample::fast(), sample::slow(), sample::paused()}) {
-        item_->setTitle(title);
+    for (const StatusDisplay& display : {sample::fast(), sample::slow(), sample::paused()}) {
+        item_->setDisplay(display);
         host_.settle();
         const QList<DBusPixmap> all = pixmaps();
         const QList<DBusPixmap> wide = all.first(6);
         const QList<DBusPixmap> badges = all.mid(wide.size());
         ASSERT_FALSE(badges.isEmpty());
-        const StatusIcon badge = appearance(Presentation::badge, title, {}).icon;
+        const StatusIcon badge = appearance(Presentation::badge, display).icon;
         for (const DBusPixmap& icon : badges) {
             EXPECT_EQ(icon.width, icon.height);
             EXPECT_EQ(icon.pixels, toDBusPixmap(paintStatusIcon(badge, icon.height,
@@ -327,11 +330,11 @@ TEST_F(SniStatusItemTest, HasAPictureOfEverySizeThatPanelsUse) {
 
 TEST_F(SniStatusItemTest, TellsOfANewTitleInAWideIconByTheIconAlone) {
     showWide();
-    item_->setTitle(sample::slow());
+    item_->setDisplay(sample::slow());
     host_.settle();
     EXPECT_EQ(count("NewIcon"), 1);
     EXPECT_EQ(host_.countAll(), 1);
-    item_->setTitle(sample::slow());
+    item_->setDisplay(sample::slow());
     host_.settle();
     EXPECT_EQ(host_.countAll(), 1);
 }
@@ -351,8 +354,7 @@ TEST_F(SniStatusItemTest, DescribesItselfForTheLog) {
 TEST_F(SniStatusItemTest, TellsNothingWhenNothingChanged) {
     showBadge();
     for (int round = 0; round < 3; ++round) {
-        item_->setTitle(sample::fast());
-        item_->setToolTip(QStringLiteral("response time"));
+        item_->setDisplay(sample::fast());
         item_->setVisible(true);
         line_->setTitle(QStringLiteral("line"));
         host_.settle();
@@ -362,8 +364,7 @@ TEST_F(SniStatusItemTest, TellsNothingWhenNothingChanged) {
 
 TEST_F(SniStatusItemTest, TellsOfANewNumberOnALabelHostByTheLabelAlone) {
     showLabel();
-    item_->setTitle(sample::latency(DotColor::systemGreen, QStringLiteral("91"), QStringLiteral("ms"),
-                                    QStringLiteral("Responsive")));
+    item_->setDisplay(sample::responsive(QStringLiteral("91")));
     host_.settle();
     EXPECT_EQ(count("XAyatanaNewLabel"), 1);
     EXPECT_EQ(host_.countAll(), 1);
@@ -374,7 +375,7 @@ TEST_F(SniStatusItemTest, TellsOfANewNumberOnALabelHostByTheLabelAlone) {
 
 TEST_F(SniStatusItemTest, TellsOfANewColourOnALabelHostByTheIconToo) {
     showLabel();
-    item_->setTitle(sample::offline());
+    item_->setDisplay(sample::offline());
     host_.settle();
     EXPECT_EQ(count("NewIcon"), 1);
     EXPECT_EQ(count("XAyatanaNewLabel"), 1);
@@ -383,18 +384,47 @@ TEST_F(SniStatusItemTest, TellsOfANewColourOnALabelHostByTheIconToo) {
 
 TEST_F(SniStatusItemTest, TellsOfANewNumberOnABadgeHostByIconAndTooltip) {
     showBadge();
-    item_->setTitle(sample::slow());
+    item_->setDisplay(sample::slow());
     host_.settle();
     EXPECT_EQ(count("NewIcon"), 1);
     EXPECT_EQ(count("NewToolTip"), 1);
     EXPECT_EQ(host_.countAll(), 2);
 }
 
+TEST_F(SniStatusItemTest, PaintsTheBadgeAnewWhenOnlyTheNumberChanges) {
+    showBadge();
+    const StatusIcon next = appearance(Presentation::badge, sample::responsive(QStringLiteral("91"))).icon;
+    const auto nextPixels = [&](int size) {
+        return toDBusPixmap(paintStatusIcon(next, size, QFontDatabase::systemFont(QFontDatabase::GeneralFont))).pixels;
+    };
+    for (const DBusPixmap& icon : pixmaps()) {
+        EXPECT_NE(icon.pixels, nextPixels(icon.height));
+    }
+    item_->setDisplay(sample::responsive(QStringLiteral("91")));
+    host_.settle();
+    EXPECT_EQ(count("NewIcon"), 1);
+    const QList<DBusPixmap> icons = pixmaps();
+    ASSERT_FALSE(icons.isEmpty());
+    for (const DBusPixmap& icon : icons) {
+        EXPECT_EQ(icon.pixels, nextPixels(icon.height));
+    }
+}
+
+TEST_F(SniStatusItemTest, TellsOfNoNewIconOnALabelHostWhereTheColourStays) {
+    showLabel();
+    item_->setDisplay(sample::checking());
+    host_.settle();
+    EXPECT_EQ(count("NewIcon"), 1);
+    item_->setDisplay(sample::slow());
+    host_.settle();
+    EXPECT_EQ(count("NewIcon"), 1);
+}
+
 TEST_F(SniStatusItemTest, TellsOfNewTrafficOnABadgeHostByTheTooltipAlone) {
     showBadge();
-    StatusTitle title = sample::fast();
-    title.back().text = QStringLiteral("  ↓1K ↑2K");
-    item_->setTitle(title);
+    StatusDisplay display = sample::fast();
+    display.title.back().text = QStringLiteral("  ↓1K ↑2K");
+    item_->setDisplay(display);
     host_.settle();
     EXPECT_EQ(count("NewToolTip"), 1);
     EXPECT_EQ(host_.countAll(), 1);
@@ -403,8 +433,8 @@ TEST_F(SniStatusItemTest, TellsOfNewTrafficOnABadgeHostByTheTooltipAlone) {
 TEST_F(SniStatusItemTest, TellsTheChangesOfOneTurnOnce) {
     showLabel();
     for (int number = 100; number < 200; ++number) {
-        item_->setTitle(sample::latency(DotColor::systemYellow, QString::number(number), QStringLiteral("ms"),
-                                        QStringLiteral("Responsive")));
+        item_->setDisplay(
+            sample::latency(Status::slow, QString::number(number), QStringLiteral("ms"), QStringLiteral("word")));
     }
     host_.settle();
     EXPECT_EQ(count("NewIcon"), 1);
@@ -414,8 +444,8 @@ TEST_F(SniStatusItemTest, TellsTheChangesOfOneTurnOnce) {
 
 TEST_F(SniStatusItemTest, TellsNothingOfAChangeThatWasTakenBackInTheSameTurn) {
     showBadge();
-    item_->setTitle(sample::offline());
-    item_->setTitle(sample::fast());
+    item_->setDisplay(sample::offline());
+    item_->setDisplay(sample::fast());
     host_.settle();
     EXPECT_EQ(host_.countAll(), 0);
 }
@@ -423,13 +453,13 @@ TEST_F(SniStatusItemTest, TellsNothingOfAChangeThatWasTakenBackInTheSameTurn) {
 TEST_F(SniStatusItemTest, TellsOfATooltipOnlyAfterTheMenuIsClosed) {
     showBadge();
     menuEvent(QStringLiteral("opened"));
-    item_->setTitle(sample::slow());
+    item_->setDisplay(sample::slow());
     host_.settle();
     EXPECT_EQ(count("NewIcon"), 1);
     EXPECT_EQ(count("NewToolTip"), 0);
     // xfce4-panel reads it with the icon, and would show it over the menu.
     EXPECT_EQ(toolTip().title, QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
-    item_->setTitle(sample::offline());
+    item_->setDisplay(sample::offline());
     host_.settle();
     EXPECT_EQ(count("NewToolTip"), 0);
     menuEvent(QStringLiteral("closed"));
@@ -441,9 +471,9 @@ TEST_F(SniStatusItemTest, TellsOfATooltipOnlyAfterTheMenuIsClosed) {
 TEST_F(SniStatusItemTest, TellsOfNoTooltipAfterTheMenuIsClosedWhenItIsAsBefore) {
     showBadge();
     menuEvent(QStringLiteral("opened"));
-    item_->setTitle(sample::slow());
+    item_->setDisplay(sample::slow());
     host_.settle();
-    item_->setTitle(sample::fast());
+    item_->setDisplay(sample::fast());
     menuEvent(QStringLiteral("closed"));
     host_.settle();
     EXPECT_EQ(count("NewToolTip"), 0);
@@ -490,10 +520,10 @@ TEST_F(SniStatusItemTest, KeepsTheDotRightWhileItNeedsAttention) {
     attention_ = 1min;
     showBadge();
     item_->requestAttention();
-    item_->setTitle(sample::offline());
+    item_->setDisplay(sample::offline());
     host_.settle();
     EXPECT_EQ(count("NewAttentionIcon"), 1);
-    item_->setTitle(sample::paused());
+    item_->setDisplay(sample::paused());
     host_.settle();
     EXPECT_EQ(count("NewAttentionIcon"), 2);
 }
@@ -541,7 +571,7 @@ TEST_F(SniStatusItemTest, HasNoTooltipWhileItsOwnPopupIsOpen) {
     host_.settle();
     EXPECT_EQ(count("NewToolTip"), 1);
     EXPECT_EQ(toolTip().title + toolTip().text, QString());
-    item_->setTitle(sample::offline());
+    item_->setDisplay(sample::offline());
     host_.settle();
     EXPECT_EQ(count("NewToolTip"), 1);
     EXPECT_EQ(toolTip().title + toolTip().text, QString());
@@ -634,7 +664,7 @@ TEST_F(SniStatusItemTest, SurvivesTheEndOfTheBus) {
     showBadge();
     bus_.kill();
     ASSERT_TRUE(waitUntil([this] { return !itemConnection_.isConnected(); }));
-    item_->setTitle(sample::offline());
+    item_->setDisplay(sample::offline());
     line_->setTitle(QStringLiteral("another line"));
     item_->setVisible(false);
     item_->setVisible(true);
@@ -655,7 +685,7 @@ TEST_F(SniStatusItemTest, SurvivesAHostThatGoesWithTheMenuOpen) {
     host_.appear();
     ASSERT_TRUE(waitUntil([this] { return !host_.item().isEmpty(); }));
     host_.forgetSignals();
-    item_->setTitle(sample::slow());
+    item_->setDisplay(sample::slow());
     ASSERT_TRUE(waitUntil([this] { return count("NewToolTip") == 1; }));
 }
 

@@ -1,6 +1,6 @@
 #include "platform/linux/statusitem/hostless/HostlessItem.h"
 
-#include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "platform/linux/statusitem/drawing/SampleDisplays.h"
 #include "platform/linux/statusitem/hostless/FakeTray.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
@@ -27,9 +27,8 @@ using Place = HostlessItem::Place;
 class HostlessItemTest : public testing::Test {
   protected:
     void show(const QByteArray& display) {
-        item_ = std::make_unique<HostlessItem>(HostlessItem::Options{display, 600ms},
+        item_ = std::make_unique<HostlessItem>(HostlessItem::Options{display, 600ms}, display_,
                                                [this](QRect item) { menuPlace_ = item; });
-        item_->present(sample::fast(), QStringLiteral("tip"));
     }
 
     bool isAt(Place place) {
@@ -37,6 +36,7 @@ class HostlessItemTest : public testing::Test {
     }
 
     VirtualScreen screen_;
+    StatusDisplay display_ = sample::fast();
     std::unique_ptr<HostlessItem> item_;
     std::optional<QRect> menuPlace_;
 };
@@ -46,7 +46,7 @@ TEST_F(HostlessItemTest, IsAStripWhereThereIsNoTray) {
     EXPECT_EQ(item_->place(), Place::strip);
     ASSERT_NE(item_->strip(), nullptr);
     EXPECT_TRUE(item_->strip()->isVisible());
-    EXPECT_EQ(item_->strip()->toolTip(), QStringLiteral("tip"));
+    EXPECT_EQ(item_->strip()->toolTip(), sample::toolTip);
 }
 
 TEST_F(HostlessItemTest, IsAStripWhereThereIsNoX11) {
@@ -129,7 +129,7 @@ TEST_F(HostlessItemTest, ShowsTheTooltipWhileTheMouseRestsOnTheIcon) {
     ASSERT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
     tray.enter(QPoint(5, 7), QPoint(105, 57));
     ASSERT_TRUE(waitUntil([] { return QToolTip::isVisible(); }));
-    EXPECT_EQ(QToolTip::text(), QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K\ntip"));
+    EXPECT_EQ(QToolTip::text(), QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K\nresponse time"));
     tray.leave();
     EXPECT_TRUE(waitUntil([] { return !QToolTip::isVisible(); }));
     tray.enter(QPoint(5, 7), QPoint(105, 57));
@@ -154,7 +154,9 @@ TEST_F(HostlessItemTest, IsAStripWhenTheServerOfTheTrayEnds) {
     show(screen_.display());
     screen_.kill();
     EXPECT_TRUE(isAt(Place::strip));
-    item_->present(sample::offline(), {});
+    display_ = sample::offline();
+    item_->update();
+    EXPECT_EQ(item_->strip()->accessibleName(), QStringLiteral("Offline"));
     EXPECT_TRUE(item_->strip()->isVisible());
 }
 

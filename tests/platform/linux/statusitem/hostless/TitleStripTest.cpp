@@ -1,6 +1,6 @@
 #include "platform/linux/statusitem/hostless/TitleStrip.h"
 
-#include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "platform/linux/statusitem/drawing/SampleDisplays.h"
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 #include "support/EventLoop.h"
 #include "support/QStringPrinting.h"
@@ -22,11 +22,10 @@ using test::waitUntil;
 class TitleStripTest : public testing::Test {
   protected:
     TitleStripTest() {
-        QObject::connect(&strip_, &TitleStrip::clicked, &strip_, [this](QRect place) {
+        QObject::connect(&strip_, &TitleStrip::activated, &strip_, [this](QRect place) {
             ++clicks_;
             place_ = place;
         });
-        strip_.setTitle(sample::fast());
         strip_.show();
     }
 
@@ -53,7 +52,7 @@ class TitleStripTest : public testing::Test {
 
     static QRect screen() { return QGuiApplication::primaryScreen()->availableGeometry(); }
 
-    TitleStrip strip_;
+    TitleStrip strip_{sample::fast()};
     int clicks_ = 0;
     QRect place_;
 };
@@ -62,7 +61,7 @@ TEST_F(TitleStripTest, StandsAtTheTopRightAndGrowsToTheLeft) {
     EXPECT_EQ(strip_.geometry().right(), screen().right() - 4);
     EXPECT_EQ(strip_.y(), screen().y() + 4);
     const int width = strip_.width();
-    strip_.setTitle(sample::offline());
+    strip_.setDisplay(sample::offline());
     EXPECT_LT(strip_.width(), width);
     EXPECT_EQ(strip_.geometry().right(), screen().right() - 4);
 }
@@ -74,8 +73,8 @@ TEST_F(TitleStripTest, NeverTakesTheFocus) {
 }
 
 TEST_F(TitleStripTest, ShowsTheDotInItsColour) {
-    strip_.setTitle(sample::offline());
-    EXPECT_EQ(strip_.grab().toImage().pixelColor(11, strip_.height() / 2), dotShades(DotColor::systemRed).fill);
+    strip_.setDisplay(sample::offline());
+    EXPECT_EQ(strip_.grab().toImage().pixelColor(11, strip_.height() / 2), dotShades(Status::offline).fill);
 }
 
 TEST_F(TitleStripTest, IsReadOutByItsText) {
@@ -90,10 +89,8 @@ TEST_F(TitleStripTest, IsAButtonToAScreenReader) {
     QAccessibleActionInterface* const actions = seen->actionInterface();
     ASSERT_NE(actions, nullptr);
     ASSERT_EQ(actions->actionNames(), QStringList{QAccessibleActionInterface::pressAction()});
-    actions->doAction(QAccessibleActionInterface::showMenuAction());
-    EXPECT_EQ(clicks_, 0);
     actions->doAction(QAccessibleActionInterface::pressAction());
-    EXPECT_EQ(clicks_, 1);
+    EXPECT_TRUE(waitUntil([this] { return clicks_ == 1; }));
     EXPECT_EQ(place_, strip_.geometry());
 }
 
@@ -128,17 +125,17 @@ TEST_F(TitleStripTest, CanBeDrawnElsewhereAndStaysThereThoughItsWidthChanges) {
     mouse(QEvent::MouseButtonRelease, {10, 10});
     EXPECT_EQ(clicks_, 0);
     EXPECT_EQ(strip_.geometry().topRight(), before + QPoint(-100, 50));
-    strip_.setTitle(sample::offline());
+    strip_.setDisplay(sample::offline());
     EXPECT_EQ(strip_.geometry().topRight(), before + QPoint(-100, 50));
 }
 
 TEST_F(TitleStripTest, StaysOnTheScreenWhereverItIsDrawn) {
     const QPoint before = strip_.geometry().topRight();
     // From one screen to the other and beyond.
-    for (const QPoint way : {QPoint(2000, -500), QPoint(-3000, 3000)}) {
-        drag(way.x(), way.y());
-        for (const StatusTitle& title : {sample::fast(), sample::offline(), sample::fast()}) {
-            strip_.setTitle(title);
+    for (const QPoint distance : {QPoint(2000, -500), QPoint(-3000, 3000)}) {
+        drag(distance.x(), distance.y());
+        for (const StatusDisplay& display : {sample::fast(), sample::offline(), sample::fast()}) {
+            strip_.setDisplay(display);
             EXPECT_TRUE(isOnAScreen()) << strip_.x() << ' ' << strip_.y();
         }
         EXPECT_NE(strip_.geometry().topRight(), before);
@@ -149,7 +146,7 @@ TEST_F(TitleStripTest, KeepsItsChosenPlaceAtTheRightEdgeAsTheTitleGetsShorter) {
     // As far to the right as only its dot is still to be seen.
     drag(screen().right() - 15 - strip_.x(), 40);
     EXPECT_TRUE(screen().contains(strip_.geometry())) << strip_.x();
-    strip_.setTitle(sample::offline());
+    strip_.setDisplay(sample::offline());
     EXPECT_TRUE(screen().contains(strip_.geometry())) << strip_.x();
     EXPECT_EQ(strip_.geometry().right(), screen().right());
 }

@@ -26,8 +26,8 @@ using test::waitUntil;
 constexpr QColor lightTray{226, 226, 220};
 constexpr QColor darkTray{30, 34, 40};
 
-StatusIcon badgeWith(const char* number, DotColor color = DotColor::systemGreen) {
-    return {StatusIcon::Form::badge, color, QString::fromLatin1(number), DotSign::none};
+StatusIcon badgeWith(const char* number, Status status = Status::online) {
+    return {Presentation::badge, status, QString::fromLatin1(number)};
 }
 
 class XembedIconTest : public testing::Test {
@@ -104,8 +104,15 @@ TEST_F(XembedIconTest, ShowsTheBadgeOnTheTraysOwnGround) {
 
 TEST_F(XembedIconTest, PaintsEachNewBadge) {
     dock(darkTray);
-    icon_->setIcon(badgeWith("128", DotColor::systemYellow));
-    EXPECT_TRUE(shows(expected(badgeWith("128", DotColor::systemYellow), 24, darkTray)));
+    icon_->setIcon(badgeWith("128", Status::slow));
+    EXPECT_TRUE(shows(expected(badgeWith("128", Status::slow), 24, darkTray)));
+}
+
+TEST_F(XembedIconTest, PaintsANewNumberInTheSameColour) {
+    dock(darkTray);
+    ASSERT_TRUE(shows(expected(badgeWith("87"), 24, darkTray)));
+    icon_->setIcon(badgeWith("91"));
+    EXPECT_TRUE(shows(expected(badgeWith("91"), 24, darkTray)));
 }
 
 TEST_F(XembedIconTest, TakesTheSizeThatTheTrayGivesIt) {
@@ -174,7 +181,7 @@ TEST_P(XembedIconAtDepth, IsShownInItsColours) {
         return tray_->picture().convertToFormat(QImage::Format_RGB32) ==
                expected(icon, 24, darkTray).convertToFormat(QImage::Format_RGB32);
     }));
-    const QColor dot = dotShades(DotColor::systemGreen).fill;
+    const QColor dot = dotShades(Status::online).fill;
     const QColor seen = tray_->picture().pixelColor(12, 5);
     EXPECT_NEAR(seen.red(), dot.red(), 8);
     EXPECT_NEAR(seen.green(), dot.green(), 8);
