@@ -9,13 +9,13 @@
 namespace skylet {
 
 /// Sees to it that a user runs the program once per session bus: the first start owns a name there, a later one brings
-/// the first to attention and is told that it is not wanted. It ends no process itself.
+/// the first to attention and learns that it is the second. It ends no process itself.
 class SingleInstance {
   public:
     enum class Role {
         /// This process is the one that runs.
         first,
-        /// Another one runs and has been told, or does not answer.
+        /// Another one runs and has been activated, or does not answer.
         second,
         /// Nobody can tell: there is no bus, or it refuses the name.
         noBus,

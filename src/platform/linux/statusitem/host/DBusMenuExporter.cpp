@@ -70,9 +70,9 @@ QVariantMap restricted(QVariantMap properties, const QStringList& wanted) {
 
 DBusMenuExporter::DBusMenuExporter(std::chrono::milliseconds openTime) {
     registerDBusTypes();
-    assumptionTimer_.setSingleShot(true);
-    assumptionTimer_.setInterval(openTime);
-    connect(&assumptionTimer_, &QTimer::timeout, this, [this] { setOpenIn(assumedIn_, false); });
+    aboutToShowTimer_.setSingleShot(true);
+    aboutToShowTimer_.setInterval(openTime);
+    connect(&aboutToShowTimer_, &QTimer::timeout, this, [this] { setOpenIn(aboutToShowIn_, false); });
     hostWatcher_.setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
     connect(&hostWatcher_, &QDBusServiceWatcher::serviceUnregistered, this,
             [this](const QString& host) { setOpenIn(host, false); });
@@ -163,7 +163,7 @@ bool DBusMenuExporter::AboutToShow(int id) {
     if (!knows(id)) {
         refuse();
     } else if (id == rootId) {
-        assumeOpenIn(message().service());
+        setAboutToShowIn(message().service());
     }
     // What a host has read is kept right by signals; nothing is prepared only when the menu opens.
     return false;
@@ -174,7 +174,7 @@ QList<int> DBusMenuExporter::AboutToShowGroup(const QList<int>& ids, QList<int>&
     if (!ids.isEmpty() && unknown.size() == ids.size()) {
         refuse();
     } else if (ids.contains(rootId)) {
-        assumeOpenIn(message().service());
+        setAboutToShowIn(message().service());
     }
     return {};
 }
@@ -188,7 +188,7 @@ void DBusMenuExporter::handleEvent(const DBusMenuEvent& event) {
         return;
     }
     if (event.eventId == QLatin1String("clicked")) {
-        if (host == assumedIn_) {
+        if (host == aboutToShowIn_) {
             // A choice closes the menu.
             setOpenIn(host, false);
         }
@@ -203,9 +203,9 @@ void DBusMenuExporter::handleEvent(const DBusMenuEvent& event) {
 }
 
 void DBusMenuExporter::setOpenIn(const QString& host, bool open) {
-    if (host == assumedIn_) {
-        assumedIn_.clear();
-        assumptionTimer_.stop();
+    if (host == aboutToShowIn_) {
+        aboutToShowIn_.clear();
+        aboutToShowTimer_.stop();
     }
     if (open) {
         openIn_.insert(host);
@@ -215,18 +215,18 @@ void DBusMenuExporter::setOpenIn(const QString& host, bool open) {
     followHosts();
 }
 
-void DBusMenuExporter::assumeOpenIn(const QString& host) {
+void DBusMenuExporter::setAboutToShowIn(const QString& host) {
     if (!openIn_.contains(host)) {
-        assumedIn_ = host;
-        assumptionTimer_.start();
+        aboutToShowIn_ = host;
+        aboutToShowTimer_.start();
         followHosts();
     }
 }
 
 void DBusMenuExporter::followHosts() {
     QStringList hosts = openIn_.values();
-    if (!assumedIn_.isEmpty()) {
-        hosts.append(assumedIn_);
+    if (!aboutToShowIn_.isEmpty()) {
+        hosts.append(aboutToShowIn_);
     }
     hostWatcher_.setWatchedServices(hosts);
     if (isOpen() != wasOpen_) {

@@ -36,7 +36,7 @@ class DBusMenuExporter final : public QObject, protected QDBusContext {
     /// To be called once, in the turn of the event loop in which the exporter is made.
     void setMenu(const Menu& menu);
     /// Some host has the menu open, as far as hosts say. A host that disappears has closed it.
-    bool isOpen() const { return !openIn_.isEmpty() || !assumedIn_.isEmpty(); }
+    bool isOpen() const { return !openIn_.isEmpty() || !aboutToShowIn_.isEmpty(); }
 
   Q_SIGNALS:
     void openChanged(bool open);
@@ -62,10 +62,8 @@ class DBusMenuExporter final : public QObject, protected QDBusContext {
     bool knows(int id) const { return id >= rootId && id <= sent_.size(); }
     void refuse();
     void handleEvent(const DBusMenuEvent& event);
-    /// As the host itself has said.
     void setOpenIn(const QString& host, bool open);
-    /// The host is about to show the menu; it may say no more of it.
-    void assumeOpenIn(const QString& host);
+    void setAboutToShowIn(const QString& host);
     void followHosts();
     QVariantMap properties(int id) const;
     void scheduleUpdate();
@@ -78,14 +76,14 @@ class DBusMenuExporter final : public QObject, protected QDBusContext {
     const QString status_ = QStringLiteral("normal");
     const QStringList iconThemePath_;
     Menu menu_;
-    /// Each item's properties as hosts were last told, without the root's.
+    /// Each item's properties as hosts have them, without the root's.
     QList<QVariantMap> sent_;
     bool updateScheduled_ = false;
     QSet<QString> openIn_;
-    /// The host in which the menu is open by assumption; empty: none.
-    QString assumedIn_;
+    /// The host that has called AboutToShow and may say no more; the menu counts as open there for a while.
+    QString aboutToShowIn_;
     bool wasOpen_ = false;
-    QTimer assumptionTimer_;
+    QTimer aboutToShowTimer_;
     QDBusServiceWatcher hostWatcher_;
 };
 

@@ -23,7 +23,7 @@ struct KnownHost {
 // MB with 500 changes of the dot's colour); the icons that it has read from files it keeps.
 constexpr StatusHostTraits gnome{
     .presentation = Presentation::label, .opensMenu = true, .prefersConnectionName = true, .prefersIconName = true};
-// These look at the icon's name alone, never at its pixels.
+// These read the icon's name alone, never at its pixels.
 constexpr StatusHostTraits indicators{.presentation = Presentation::label, .prefersIconName = true};
 // MATE's panel sets a label too, but hides the icon beside it where the desktop shows no images on buttons.
 constexpr StatusHostTraits wide{.presentation = Presentation::wide};

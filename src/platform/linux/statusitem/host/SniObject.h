@@ -20,7 +20,7 @@ namespace skylet {
 class SniInterface;
 
 /// The item as hosts see it on the bus. A host answers every signal by reading properties, pixmaps included; so signals
-/// go out once per turn of the event loop, only for what differs from what was told last, and none about the tooltip
+/// go out once per turn of the event loop, only for what differs from what was sent last, and none about the tooltip
 /// while a host shows the menu, which would make some hosts close it.
 class SniObject final : public QObject {
     Q_OBJECT
@@ -60,7 +60,7 @@ class SniObject final : public QObject {
     QString iconName();
     QList<DBusPixmap> iconPixmap();
     QList<DBusPixmap> attentionIconPixmap();
-    /// As it was sent last: a host that is told of an icon may read the tooltip as well.
+    /// As it was sent last: a host that reads a new icon may read the tooltip as well.
     const DBusToolTip& toolTip() const { return sent_.toolTip; }
     void openMenu(QPoint place, const QDBusMessage& call);
     void takeActivationToken(const QString& token);
@@ -90,7 +90,7 @@ class SniObject final : public QObject {
     ItemAppearance appearance_;
     Status status_ = Status::active;
     OpenMenu openMenu_ = OpenMenu::none;
-    /// What hosts have been told last.
+    /// As hosts have it.
     Sent sent_;
     bool signalsScheduled_ = false;
     MenuOpener menuOpener_;

@@ -24,7 +24,7 @@ struct SniOptions {
 };
 
 /// The item on hosts of the StatusNotifierItem protocol: exports it and its menu, has them registered, and shows the
-/// display in the way that suits whoever is the host. Without a session bus it does nothing, harmlessly.
+/// display as suits whoever is the host. Without a session bus it does nothing, harmlessly.
 class SniStatusItem final : public QObject {
     Q_OBJECT
 
