@@ -29,12 +29,6 @@ QColor withAlpha(QColor color, int alpha) {
     return color;
 }
 
-QPainterPath tile(const QRectF& square) {
-    QPainterPath path;
-    path.addRoundedRect(square, square.width() * 0.225, square.width() * 0.225);
-    return path;
-}
-
 /// A gentle hill: the top edge of a circle much wider than the tile.
 QRectF horizonCircle(const QRectF& square) {
     const double side = square.width();
@@ -109,13 +103,8 @@ void paintLight(QPainter& painter, const QRectF& square, bool detailed) {
 
 class ApplicationIconEngine final : public QIconEngine {
   public:
-    void paint(QPainter* painter, const QRect& area, QIcon::Mode mode, QIcon::State /*state*/) override {
-        painter->save();
-        if (mode == QIcon::Disabled) {
-            painter->setOpacity(painter->opacity() * 0.5);
-        }
+    void paint(QPainter* painter, const QRect& area, QIcon::Mode /*mode*/, QIcon::State /*state*/) override {
         paintApplicationIcon(*painter, QRectF(area));
-        painter->restore();
     }
 
     QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
@@ -144,34 +133,29 @@ void paintApplicationIcon(QPainter& painter, const QRectF& area) {
     const double side = std::min(area.width(), area.height());
     const QRectF square(area.center() - QPointF(side / 2, side / 2), QSizeF(side, side));
     const bool detailed = side * painter.deviceTransform().m11() >= detailedSide;
-    painter.save();
-    painter.setRenderHint(QPainter::Antialiasing);
-    // A path as a clip has hard edges; a layer masked by the tile has smooth ones.
+    // A path as a clip has hard edges; one that is filled with a picture has smooth ones.
     const double scale = std::max(1.0, painter.deviceTransform().m11());
-    QImage layer((QSizeF(side, side) * scale).toSize().expandedTo(QSize(1, 1)), QImage::Format_ARGB32_Premultiplied);
-    layer.fill(Qt::transparent);
+    QImage picture((QSizeF(side, side) * scale).toSize().expandedTo(QSize(1, 1)), QImage::Format_ARGB32_Premultiplied);
+    picture.fill(Qt::transparent);
     {
-        QPainter inner(&layer);
+        QPainter inner(&picture);
         inner.setRenderHint(QPainter::Antialiasing);
-        const QRectF whole(layer.rect());
+        const QRectF whole(picture.rect());
         paintSky(inner, whole);
         if (detailed) {
             paintStars(inner, whole);
         }
         paintGround(inner, whole, detailed);
         paintLight(inner, whole, detailed);
-        inner.setCompositionMode(QPainter::CompositionMode_DestinationIn);
-        QImage mask(layer.size(), QImage::Format_ARGB32_Premultiplied);
-        mask.fill(Qt::transparent);
-        {
-            QPainter maskPainter(&mask);
-            maskPainter.setRenderHint(QPainter::Antialiasing);
-            maskPainter.fillPath(tile(whole), Qt::black);
-        }
-        inner.drawImage(0, 0, mask);
     }
-    painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    painter.drawImage(square, layer);
+    QPainterPath tile;
+    tile.addRoundedRect(square, side * 0.225, side * 0.225);
+    QBrush brush(picture);
+    brush.setTransform(
+        QTransform::fromTranslate(square.left(), square.top()).scale(side / picture.width(), side / picture.height()));
+    painter.save();
+    painter.setRenderHints(QPainter::Antialiasing | QPainter::SmoothPixmapTransform);
+    painter.fillPath(tile, brush);
     painter.restore();
 }
 

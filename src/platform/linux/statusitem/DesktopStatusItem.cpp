@@ -1,52 +1,115 @@
 #include "platform/linux/statusitem/DesktopStatusItem.h"
 
+#include "platform/linux/desktop/Wayland.h"
+#include "platform/linux/statusitem/drawing/ItemAppearance.h"
+
 #include <utility>
 
 namespace skylet {
 
-DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, SniOptions options,
-                                     HostlessOptions hostlessOptions)
-    : onHost_(connection, display_, menu_, std::move(options)) {
+namespace {
+
+// Where the StatusNotifierItem protocol wants the item, and where menus usually are.
+const auto itemPath = [] { return QStringLiteral("/StatusNotifierItem"); };
+const auto menuPath = [] { return QStringLiteral("/MenuBar"); };
+
+/// Puts the token where Qt's Wayland client looks for it when a window is to come to the front. Done there alone:
+/// nothing else reads it, and changing the environment of a running program is best avoided.
+void keepActivationToken(const QString& token) {
+    if (isOnWayland()) {
+        qputenv("XDG_ACTIVATION_TOKEN", token.toUtf8());
+    }
+}
+
+} // namespace
+
+DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusItemOptions options)
+    : connection_(connection), object_(itemPath(), menuPath()), registration_(connection, options.registration),
+      monitor_(connection, std::move(options.environment)) {
+    attentionTimer_.setSingleShot(true);
+    attentionTimer_.setInterval(options.attention);
+    connect(&attentionTimer_, &QTimer::timeout, this, &DesktopStatusItem::updateStatus);
     hostlessTimer_.setSingleShot(true);
-    hostlessTimer_.setInterval(hostlessOptions.delay);
-    connect(&hostlessTimer_, &QTimer::timeout, this, [this, itemOptions = hostlessOptions.item] {
-        hostless_ =
-            std::make_unique<HostlessItem>(itemOptions, display_, [this](QRect anchor) { menu_.popUp(anchor); });
+    hostlessTimer_.setInterval(options.hostlessDelay);
+    connect(&hostlessTimer_, &QTimer::timeout, this, [this, hostless = options.hostless] {
+        hostless_ = std::make_unique<HostlessItem>(hostless, display_, [this](QRect anchor) { menu_.popUp(anchor); });
     });
-    connect(&onHost_, &SniStatusItem::hostChanged, this, &DesktopStatusItem::followHost);
-    followHost();
+    connect(&menu_.widget(), &QMenu::aboutToShow, this, &DesktopStatusItem::updateMenuOpen, Qt::QueuedConnection);
+    connect(&menu_.widget(), &QMenu::aboutToHide, this, &DesktopStatusItem::updateMenuOpen, Qt::QueuedConnection);
+    connect(&menuExporter_, &DBusMenuExporter::openChanged, this, &DesktopStatusItem::updateMenuOpen);
+    connect(&menuExporter_, &DBusMenuExporter::layoutRequested, &registration_, &SniRegistration::layoutRead);
+    connect(&monitor_, &StatusHostMonitor::changed, this, &DesktopStatusItem::followHost);
+    object_.setActivationTokenTaker(keepActivationToken);
+    object_.setMenuOpener([this](const QString& host, QPoint place) { return openMenu(host, place); });
+    updateHostless();
+    if (!connection_.isConnected()) {
+        return;
+    }
+    // Hosts look at the item as soon as they hear of it, so everything is in place before its name is.
+    menuExporter_.exportOn(connection_, menuPath());
+    object_.exportOn(connection_);
+    monitor_.start();
+}
+
+QString DesktopStatusItem::buttonDescription() const {
+    if (!connection_.isConnected()) {
+        return QStringLiteral("none (no session bus)");
+    }
+    return QStringLiteral("StatusNotifierItem of %1 at %2").arg(registration_.serviceName(), itemPath());
+}
+
+QString DesktopStatusItem::windowDescription() const {
+    return registration_.watcherOwner().isEmpty() ? QStringLiteral("none (no status host yet)")
+                                                  : QStringLiteral("status host ") + registration_.watcherOwner();
 }
 
 void DesktopStatusItem::setVisible(bool visible) {
-    onHost_.setVisible(visible);
-    followHost();
+    visible_ = visible;
+    updateStatus();
+    updateHostless();
 }
 
 void DesktopStatusItem::setMenu(const Menu& menu) {
     menu_.setMenu(menu);
-    onHost_.setMenu(menu);
+    menuExporter_.setMenu(menu);
 }
 
 void DesktopStatusItem::setDisplay(const StatusDisplay& display) {
-    if (display == display_) {
-        return;
-    }
-    display_ = display;
-    onHost_.update();
-    if (hostless_) {
-        hostless_->update();
+    if (display != display_) {
+        display_ = display;
+        show();
     }
 }
 
 void DesktopStatusItem::requestAttention() {
-    onHost_.requestAttention();
+    if (visible_) {
+        attentionTimer_.start();
+        updateStatus();
+    }
     if (hostless_) {
         hostless_->openMenu();
     }
 }
 
+void DesktopStatusItem::show() {
+    object_.setAppearance(appearance(monitor_.presentation(), display_));
+    if (hostless_) {
+        hostless_->update();
+    }
+}
+
 void DesktopStatusItem::followHost() {
-    if (onHost_.hasHost() || !onHost_.isVisible()) {
+    show();
+    const QString owner = monitor_.watcherOwner();
+    const StatusHostTraits traits = monitor_.traitsOfConnection(owner);
+    object_.setIconByName(traits.prefersIconName);
+    // The hosts that set a label are those that are known to read the menu at once.
+    registration_.setWatcher({owner, monitor_.presentation() == Presentation::label, traits.prefersConnectionName});
+    updateHostless();
+}
+
+void DesktopStatusItem::updateHostless() {
+    if (monitor_.hasHost() || !visible_) {
         hostlessTimer_.stop();
         if (hostless_) {
             // On Wayland the menu goes with the strip that it belongs to, and would count as open for ever.
@@ -56,6 +119,26 @@ void DesktopStatusItem::followHost() {
     } else if (!hostless_ && !hostlessTimer_.isActive()) {
         hostlessTimer_.start();
     }
+}
+
+void DesktopStatusItem::updateStatus() {
+    using enum SniObject::Status;
+    object_.setStatus(!visible_ ? passive : attentionTimer_.isActive() ? needsAttention : active);
+}
+
+void DesktopStatusItem::updateMenuOpen() {
+    using OpenMenu = SniObject::OpenMenu;
+    object_.setOpenMenu(menu_.widget().isVisible() ? OpenMenu::own
+                        : menuExporter_.isOpen()   ? OpenMenu::ofHost
+                                                   : OpenMenu::none);
+}
+
+bool DesktopStatusItem::openMenu(const QString& host, QPoint place) {
+    if (monitor_.traitsOfConnection(host).opensMenu) {
+        return false;
+    }
+    menu_.popUp(QRect(place, place));
+    return true;
 }
 
 } // namespace skylet

@@ -1,7 +1,10 @@
 #pragma once
 
 #include "platform/desktop/StatusItem.h"
-#include "platform/linux/statusitem/host/SniStatusItem.h"
+#include "platform/linux/statusitem/host/DBusMenuExporter.h"
+#include "platform/linux/statusitem/host/SniObject.h"
+#include "platform/linux/statusitem/host/SniRegistration.h"
+#include "platform/linux/statusitem/host/StatusHostMonitor.h"
 #include "platform/linux/statusitem/hostless/HostlessItem.h"
 #include "platform/linux/statusitem/hostless/QtMenu.h"
 
@@ -14,42 +17,59 @@
 
 namespace skylet {
 
-/// What the item does where there is no status host.
-struct HostlessOptions {
+struct StatusItemOptions {
+    StatusHostEnvironment environment = StatusHostEnvironment::system();
+    SniRegistrationLimits registration;
+    /// How long a call for attention lasts on a host: time enough to look at the panel.
+    std::chrono::milliseconds attention{8000};
     /// How long to wait for a host before showing the item without one: a panel that starts or restarts needs a moment,
     /// and an item that jumps into it from elsewhere would be a nuisance.
-    std::chrono::milliseconds delay{3000};
-    HostlessItem::Options item;
+    std::chrono::milliseconds hostlessDelay{3000};
+    HostlessItem::Options hostless;
 };
 
-/// The status item wherever this desktop can show it: on a status host when there is one, else without. Moves as hosts
-/// come and go, so that there is one item to be seen at any time.
+/// The status item wherever this desktop can show it: on a host of the StatusNotifierItem protocol, with the display as
+/// it suits that host, or else without one. Moves as hosts come and go, so that there is one item to be seen at any
+/// time. Without a session bus there are no hosts, harmlessly.
 class DesktopStatusItem final : public QObject, public StatusItem {
     Q_OBJECT
 
   public:
-    explicit DesktopStatusItem(const QDBusConnection& connection, SniOptions options = {},
-                               HostlessOptions hostlessOptions = {});
+    /// `connection`: for this item alone, since its object paths are fixed.
+    explicit DesktopStatusItem(const QDBusConnection& connection, StatusItemOptions options = {});
 
-    QString buttonDescription() const override { return onHost_.buttonDescription(); }
-    QString windowDescription() const override { return onHost_.windowDescription(); }
-    void setAutosaveName(const QString& name) override { onHost_.setAutosaveName(name); }
+    QString buttonDescription() const override;
+    QString windowDescription() const override;
+    /// Becomes the item's `Id`, in small letters. To be set in the turn of the event loop in which the item is made.
+    void setAutosaveName(const QString& name) override { object_.setId(name.toLower()); }
     void setVisible(bool visible) override;
     void setMenu(const Menu& menu) override;
     void setDisplay(const StatusDisplay& display) override;
 
-    /// Asks the user to look here: as far as the host has a way to, and without one by opening the menu. That is the
-    /// way to the menu for those who do not use a mouse.
+    /// Asks the user to look here: a host that keeps idle items out of sight shows this one for some seconds; without a
+    /// host the menu opens, which is the way to it for those who do not use a mouse. Does nothing while the item is
+    /// hidden.
     void requestAttention();
     /// Null while the item is on a host, or neither there nor elsewhere yet.
     const HostlessItem* hostless() const { return hostless_.get(); }
 
   private:
+    void show();
     void followHost();
+    void updateHostless();
+    void updateStatus();
+    void updateMenuOpen();
+    bool openMenu(const QString& host, QPoint place);
 
+    QDBusConnection connection_;
     StatusDisplay display_;
+    bool visible_ = true;
     QtMenu menu_;
-    SniStatusItem onHost_;
+    DBusMenuExporter menuExporter_;
+    SniObject object_;
+    SniRegistration registration_;
+    StatusHostMonitor monitor_;
+    QTimer attentionTimer_;
     std::unique_ptr<HostlessItem> hostless_;
     QTimer hostlessTimer_;
 };

@@ -56,30 +56,23 @@ int bitsPerPixel(const xcb_setup_t* setup, uint8_t depth) {
 
 /// Qt's name for the layout of a visual's pixels; invalid where it has none.
 QImage::Format formatOf(const xcb_setup_t* setup, const Visual& visual) {
-    struct Layout {
-        int bits;
-        uint32_t red, green, blue;
-        QImage::Format format;
-    };
-    static constexpr std::array layouts = {
-        Layout{32, 0xff0000, 0xff00, 0xff, QImage::Format_RGB32},
-        Layout{32, 0x3ff00000, 0xffc00, 0x3ff, QImage::Format_RGB30},
-        Layout{32, 0x3ff, 0xffc00, 0x3ff00000, QImage::Format_BGR30},
-        Layout{16, 0xf800, 0x7e0, 0x1f, QImage::Format_RGB16},
-        Layout{16, 0x7c00, 0x3e0, 0x1f, QImage::Format_RGB555},
-    };
     if (visual.type == nullptr) {
         return QImage::Format_Invalid;
     }
-    const int bits = bitsPerPixel(setup, visual.depth);
-    const auto layout = std::find_if(layouts.cbegin(), layouts.cend(), [&](const Layout& known) {
-        return known.bits == bits && known.red == visual.type->red_mask && known.green == visual.type->green_mask &&
-               known.blue == visual.type->blue_mask;
-    });
-    if (layout == layouts.cend()) {
-        return QImage::Format_Invalid;
+    const auto looksLike = [&](int bits, uint32_t red, uint32_t green, uint32_t blue) {
+        return bitsPerPixel(setup, visual.depth) == bits && visual.type->red_mask == red &&
+               visual.type->green_mask == green && visual.type->blue_mask == blue;
+    };
+    if (looksLike(32, 0xff0000, 0xff00, 0xff)) {
+        return visual.depth == depthWithAlpha ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32;
     }
-    return visual.depth == depthWithAlpha ? QImage::Format_ARGB32_Premultiplied : layout->format;
+    if (looksLike(32, 0x3ff00000, 0xffc00, 0x3ff)) {
+        return QImage::Format_RGB30;
+    }
+    if (looksLike(32, 0x3ff, 0xffc00, 0x3ff00000)) {
+        return QImage::Format_BGR30;
+    }
+    return looksLike(16, 0xf800, 0x7e0, 0x1f) ? QImage::Format_RGB16 : QImage::Format_Invalid;
 }
 
 } // namespace

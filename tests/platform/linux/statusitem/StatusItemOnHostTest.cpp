@@ -1,5 +1,3 @@
-#include "platform/linux/statusitem/host/SniStatusItem.h"
-
 #include "platform/linux/statusitem/DesktopStatusItem.h"
 #include "platform/linux/statusitem/drawing/ItemAppearance.h"
 #include "platform/linux/statusitem/drawing/SampleDisplays.h"
@@ -36,18 +34,19 @@ using test::waitUntil;
 
 using namespace std::chrono_literals;
 
-class SniStatusItemTest : public testing::Test {
+class StatusItemOnHostTest : public testing::Test {
   protected:
     /// An item, set up in one turn as the program does, before hosts of programs called `processName`.
     void makeItem(const QString& processName) {
         processName_ = processName;
-        SniOptions options;
+        StatusItemOptions options;
         options.environment.processName = [this](uint /*processId*/) { return processName_; };
         options.environment.currentDesktop = QString();
         options.registration = registration_;
         options.attention = attention_;
         // Far from being shown anywhere else.
-        item_ = std::make_unique<DesktopStatusItem>(itemConnection_, options, HostlessOptions{1h, {}});
+        options.hostlessDelay = 1h;
+        item_ = std::make_unique<DesktopStatusItem>(itemConnection_, options);
         item_->setAutosaveName(QStringLiteral("Skylet"));
         item_->setVisible(true);
         item_->setMenu({line_, command_});
@@ -103,7 +102,7 @@ class SniStatusItemTest : public testing::Test {
 
 // What the item is.
 
-TEST_F(SniStatusItemTest, HasThePropertiesOfTheProtocol) {
+TEST_F(StatusItemOnHostTest, HasThePropertiesOfTheProtocol) {
     showBadge();
     const QVariantMap all = host_.itemProperties();
     EXPECT_EQ(all.value(QStringLiteral("Category")), QStringLiteral("ApplicationStatus"));
@@ -120,13 +119,13 @@ TEST_F(SniStatusItemTest, HasThePropertiesOfTheProtocol) {
     EXPECT_TRUE(all.contains(QStringLiteral("ToolTip")));
 }
 
-TEST_F(SniStatusItemTest, ShowsALabelBesideTheDotWhereTheHostSetsOne) {
+TEST_F(StatusItemOnHostTest, ShowsALabelBesideTheDotWhereTheHostSetsOne) {
     showLabel();
     EXPECT_EQ(property(QStringLiteral("XAyatanaLabel")), QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
     EXPECT_EQ(property(QStringLiteral("XAyatanaLabelGuide")), QStringLiteral("00 ms  Responsive  ↓00.0M ↑000K"));
 }
 
-TEST_F(SniStatusItemTest, HasTheDotInSizesForEveryPanelWhenItHasNoFiles) {
+TEST_F(StatusItemOnHostTest, HasTheDotInSizesForEveryPanelWhenItHasNoFiles) {
     const test::RuntimeFolder runtime;
     QFile inTheWay(runtime.filePath(QStringLiteral("skylet")));
     ASSERT_TRUE(inTheWay.open(QIODevice::WriteOnly));
@@ -149,9 +148,9 @@ TEST_F(SniStatusItemTest, HasTheDotInSizesForEveryPanelWhenItHasNoFiles) {
     EXPECT_EQ(icons.last().width, 64);
 }
 
-class SniStatusItemByNameTest : public SniStatusItemTest, public testing::WithParamInterface<const char*> {};
+class StatusItemByNameTest : public StatusItemOnHostTest, public testing::WithParamInterface<const char*> {};
 
-TEST_P(SniStatusItemByNameTest, NamesAFileWithTheDot) {
+TEST_P(StatusItemByNameTest, NamesAFileWithTheDot) {
     const test::RuntimeFolder runtime;
     show(QString::fromLatin1(GetParam()));
     const QImage dot(property(QStringLiteral("IconName")).toString());
@@ -167,9 +166,9 @@ TEST_P(SniStatusItemByNameTest, NamesAFileWithTheDot) {
     EXPECT_TRUE(QDir(runtime.path()).isEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Hosts, SniStatusItemByNameTest, testing::Values("ayatana-indicat", "gnome-shell"));
+INSTANTIATE_TEST_SUITE_P(Hosts, StatusItemByNameTest, testing::Values("ayatana-indicat", "gnome-shell"));
 
-TEST_F(SniStatusItemTest, HasNoLabelAtAllWhereTheHostSetsNone) {
+TEST_F(StatusItemOnHostTest, HasNoLabelAtAllWhereTheHostSetsNone) {
     showBadge();
     const QVariantMap all = host_.itemProperties();
     EXPECT_FALSE(all.contains(QStringLiteral("XAyatanaLabel")));
@@ -179,7 +178,7 @@ TEST_F(SniStatusItemTest, HasNoLabelAtAllWhereTheHostSetsNone) {
     EXPECT_EQ(toolTip().text, QStringLiteral("response time"));
 }
 
-TEST_F(SniStatusItemTest, EscapesTheTextThatHostsReadAsMarkup) {
+TEST_F(StatusItemOnHostTest, EscapesTheTextThatHostsReadAsMarkup) {
     showBadge();
     StatusDisplay display = sample::fast();
     display.toolTip = QStringLiteral("a < b & c");
@@ -189,7 +188,7 @@ TEST_F(SniStatusItemTest, EscapesTheTextThatHostsReadAsMarkup) {
 
 // How hosts come to know it.
 
-TEST_F(SniStatusItemTest, IsCompleteBeforeAnybodyHearsOfIt) {
+TEST_F(StatusItemOnHostTest, IsCompleteBeforeAnybodyHearsOfIt) {
     for (const QString& processName : {QStringLiteral("gnome-shell"), QStringLiteral("panel-2-systray")}) {
         QVariantMap seen;
         host_.onRegistration = [&] {
@@ -208,7 +207,7 @@ TEST_F(SniStatusItemTest, IsCompleteBeforeAnybodyHearsOfIt) {
     }
 }
 
-TEST_F(SniStatusItemTest, RegistersWithAWatcherThatComesLaterAndWithEachThatFollows) {
+TEST_F(StatusItemOnHostTest, RegistersWithAWatcherThatComesLaterAndWithEachThatFollows) {
     makeItem(QStringLiteral("panel-2-systray"));
     host_.appear();
     ASSERT_TRUE(waitUntil([this] { return host_.registrations().size() == 1; }));
@@ -219,7 +218,7 @@ TEST_F(SniStatusItemTest, RegistersWithAWatcherThatComesLaterAndWithEachThatFoll
     EXPECT_EQ(host_.registrations().size(), 1);
 }
 
-TEST_F(SniStatusItemTest, RegistersWithAWatcherThatDiesAndComesBack) {
+TEST_F(StatusItemOnHostTest, RegistersWithAWatcherThatDiesAndComesBack) {
     auto first = std::make_unique<FakeStatusHost>(bus_.connect());
     first->appear();
     makeItem(QStringLiteral("panel-2-systray"));
@@ -233,7 +232,7 @@ TEST_F(SniStatusItemTest, RegistersWithAWatcherThatDiesAndComesBack) {
     EXPECT_TRUE(waitUntil([&] { return second.registrations().size() == 1; }));
 }
 
-TEST_F(SniStatusItemTest, RegistersWithAWatcherThatTakesItsNameAgainAtOnce) {
+TEST_F(StatusItemOnHostTest, RegistersWithAWatcherThatTakesItsNameAgainAtOnce) {
     host_.appear();
     makeItem(QStringLiteral("panel-2-systray"));
     ASSERT_TRUE(waitUntil([this] { return host_.registrations().size() == 1; }));
@@ -242,7 +241,7 @@ TEST_F(SniStatusItemTest, RegistersWithAWatcherThatTakesItsNameAgainAtOnce) {
     EXPECT_TRUE(waitUntil([this] { return host_.registrations().size() == 2; }));
 }
 
-TEST_F(SniStatusItemTest, RegistersAgainWhereALabelHostDoesNotReadTheMenu) {
+TEST_F(StatusItemOnHostTest, RegistersAgainWhereALabelHostDoesNotReadTheMenu) {
     registration_ = {30ms, 1000};
     host_.appear();
     makeItem(QStringLiteral("gnome-shell"));
@@ -254,7 +253,7 @@ TEST_F(SniStatusItemTest, RegistersAgainWhereALabelHostDoesNotReadTheMenu) {
     EXPECT_EQ(host_.registrations().size(), before);
 }
 
-TEST_F(SniStatusItemTest, GivesGnomeTheNameOfItsConnectionAndOthersOneOfItsOwn) {
+TEST_F(StatusItemOnHostTest, GivesGnomeTheNameOfItsConnectionAndOthersOneOfItsOwn) {
     showLabel();
     EXPECT_EQ(host_.item(), itemConnection_.baseService());
     item_.reset();
@@ -263,7 +262,7 @@ TEST_F(SniStatusItemTest, GivesGnomeTheNameOfItsConnectionAndOthersOneOfItsOwn) 
     EXPECT_EQ(host_.item(), QStringLiteral("org.kde.StatusNotifierItem-%1-1").arg(QCoreApplication::applicationPid()));
 }
 
-TEST_F(SniStatusItemTest, ShowsTheTitleInAnotherWayOnAnotherHost) {
+TEST_F(StatusItemOnHostTest, ShowsTheTitleInAnotherWayOnAnotherHost) {
     showBadge();
     EXPECT_FALSE(host_.itemProperties().contains(QStringLiteral("XAyatanaLabel")));
     host_.disappear();
@@ -275,7 +274,7 @@ TEST_F(SniStatusItemTest, ShowsTheTitleInAnotherWayOnAnotherHost) {
               QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
 }
 
-TEST_F(SniStatusItemTest, DrawsTheTitleIntoTheIconWhereTheHostShowsWideOnes) {
+TEST_F(StatusItemOnHostTest, DrawsTheTitleIntoTheIconWhereTheHostShowsWideOnes) {
     showWide();
     const QVariantMap all = host_.itemProperties();
     EXPECT_FALSE(all.contains(QStringLiteral("XAyatanaLabel")));
@@ -289,7 +288,7 @@ TEST_F(SniStatusItemTest, DrawsTheTitleIntoTheIconWhereTheHostShowsWideOnes) {
     EXPECT_EQ(toolTip().title, QStringLiteral("response time"));
 }
 
-TEST_F(SniStatusItemTest, OffersBadgesToPanelsWithoutTheWidthForTheWholeTitle) {
+TEST_F(StatusItemOnHostTest, OffersBadgesToPanelsWithoutTheWidthForTheWholeTitle) {
     showWide();
     for (const StatusDisplay& display : {sample::fast(), sample::slow(), sample::paused()}) {
         item_->setDisplay(display);
@@ -310,7 +309,7 @@ TEST_F(SniStatusItemTest, OffersBadgesToPanelsWithoutTheWidthForTheWholeTitle) {
     }
 }
 
-TEST_F(SniStatusItemTest, HasAPictureOfEverySizeThatPanelsUse) {
+TEST_F(StatusItemOnHostTest, HasAPictureOfEverySizeThatPanelsUse) {
     const auto hasHeights = [this](std::initializer_list<int> heights, bool wide) {
         const QList<DBusPixmap> all = pixmaps();
         for (const int height : heights) {
@@ -328,7 +327,7 @@ TEST_F(SniStatusItemTest, HasAPictureOfEverySizeThatPanelsUse) {
     hasHeights({16, 22, 24, 28, 32, 44}, true);
 }
 
-TEST_F(SniStatusItemTest, TellsOfANewTitleInAWideIconByTheIconAlone) {
+TEST_F(StatusItemOnHostTest, TellsOfANewTitleInAWideIconByTheIconAlone) {
     showWide();
     item_->setDisplay(sample::slow());
     host_.settle();
@@ -339,7 +338,7 @@ TEST_F(SniStatusItemTest, TellsOfANewTitleInAWideIconByTheIconAlone) {
     EXPECT_EQ(host_.countAll(), 1);
 }
 
-TEST_F(SniStatusItemTest, DescribesItselfForTheLog) {
+TEST_F(StatusItemOnHostTest, DescribesItselfForTheLog) {
     makeItem(QStringLiteral("panel-2-systray"));
     EXPECT_EQ(item_->windowDescription(), QStringLiteral("none (no status host yet)"));
     EXPECT_EQ(item_->buttonDescription(),
@@ -351,7 +350,7 @@ TEST_F(SniStatusItemTest, DescribesItselfForTheLog) {
 
 // What it tells.
 
-TEST_F(SniStatusItemTest, TellsNothingWhenNothingChanged) {
+TEST_F(StatusItemOnHostTest, TellsNothingWhenNothingChanged) {
     showBadge();
     for (int round = 0; round < 3; ++round) {
         item_->setDisplay(sample::fast());
@@ -362,7 +361,7 @@ TEST_F(SniStatusItemTest, TellsNothingWhenNothingChanged) {
     EXPECT_EQ(host_.countAll(), 0);
 }
 
-TEST_F(SniStatusItemTest, TellsOfANewNumberOnALabelHostByTheLabelAlone) {
+TEST_F(StatusItemOnHostTest, TellsOfANewNumberOnALabelHostByTheLabelAlone) {
     showLabel();
     item_->setDisplay(sample::responsive(QStringLiteral("91")));
     host_.settle();
@@ -373,7 +372,7 @@ TEST_F(SniStatusItemTest, TellsOfANewNumberOnALabelHostByTheLabelAlone) {
                             QStringLiteral("00 ms  Responsive  ↓00.0M ↑000K")}));
 }
 
-TEST_F(SniStatusItemTest, TellsOfANewColourOnALabelHostByTheIconToo) {
+TEST_F(StatusItemOnHostTest, TellsOfANewColourOnALabelHostByTheIconToo) {
     showLabel();
     item_->setDisplay(sample::offline());
     host_.settle();
@@ -382,7 +381,7 @@ TEST_F(SniStatusItemTest, TellsOfANewColourOnALabelHostByTheIconToo) {
     EXPECT_EQ(host_.countAll(), 2);
 }
 
-TEST_F(SniStatusItemTest, TellsOfANewNumberOnABadgeHostByIconAndTooltip) {
+TEST_F(StatusItemOnHostTest, TellsOfANewNumberOnABadgeHostByIconAndTooltip) {
     showBadge();
     item_->setDisplay(sample::slow());
     host_.settle();
@@ -391,7 +390,7 @@ TEST_F(SniStatusItemTest, TellsOfANewNumberOnABadgeHostByIconAndTooltip) {
     EXPECT_EQ(host_.countAll(), 2);
 }
 
-TEST_F(SniStatusItemTest, PaintsTheBadgeAnewWhenOnlyTheNumberChanges) {
+TEST_F(StatusItemOnHostTest, PaintsTheBadgeAnewWhenOnlyTheNumberChanges) {
     showBadge();
     const StatusIcon next = appearance(Presentation::badge, sample::responsive(QStringLiteral("91"))).icon;
     const auto nextPixels = [&](int size) {
@@ -410,7 +409,7 @@ TEST_F(SniStatusItemTest, PaintsTheBadgeAnewWhenOnlyTheNumberChanges) {
     }
 }
 
-TEST_F(SniStatusItemTest, TellsOfNoNewIconOnALabelHostWhereTheColourStays) {
+TEST_F(StatusItemOnHostTest, TellsOfNoNewIconOnALabelHostWhereTheColourStays) {
     showLabel();
     item_->setDisplay(sample::checking());
     host_.settle();
@@ -420,7 +419,7 @@ TEST_F(SniStatusItemTest, TellsOfNoNewIconOnALabelHostWhereTheColourStays) {
     EXPECT_EQ(count("NewIcon"), 1);
 }
 
-TEST_F(SniStatusItemTest, TellsOfNewTrafficOnABadgeHostByTheTooltipAlone) {
+TEST_F(StatusItemOnHostTest, TellsOfNewTrafficOnABadgeHostByTheTooltipAlone) {
     showBadge();
     StatusDisplay display = sample::fast();
     display.title.back().text = QStringLiteral("  ↓1K ↑2K");
@@ -430,7 +429,7 @@ TEST_F(SniStatusItemTest, TellsOfNewTrafficOnABadgeHostByTheTooltipAlone) {
     EXPECT_EQ(host_.countAll(), 1);
 }
 
-TEST_F(SniStatusItemTest, TellsTheChangesOfOneTurnOnce) {
+TEST_F(StatusItemOnHostTest, TellsTheChangesOfOneTurnOnce) {
     showLabel();
     for (int number = 100; number < 200; ++number) {
         item_->setDisplay(
@@ -442,7 +441,7 @@ TEST_F(SniStatusItemTest, TellsTheChangesOfOneTurnOnce) {
     EXPECT_EQ(host_.countAll(), 2);
 }
 
-TEST_F(SniStatusItemTest, TellsNothingOfAChangeThatWasTakenBackInTheSameTurn) {
+TEST_F(StatusItemOnHostTest, TellsNothingOfAChangeThatWasTakenBackInTheSameTurn) {
     showBadge();
     item_->setDisplay(sample::offline());
     item_->setDisplay(sample::fast());
@@ -450,7 +449,7 @@ TEST_F(SniStatusItemTest, TellsNothingOfAChangeThatWasTakenBackInTheSameTurn) {
     EXPECT_EQ(host_.countAll(), 0);
 }
 
-TEST_F(SniStatusItemTest, TellsOfATooltipOnlyAfterTheMenuIsClosed) {
+TEST_F(StatusItemOnHostTest, TellsOfATooltipOnlyAfterTheMenuIsClosed) {
     showBadge();
     menuEvent(QStringLiteral("opened"));
     item_->setDisplay(sample::slow());
@@ -468,7 +467,7 @@ TEST_F(SniStatusItemTest, TellsOfATooltipOnlyAfterTheMenuIsClosed) {
     EXPECT_EQ(toolTip().title, QStringLiteral("Offline"));
 }
 
-TEST_F(SniStatusItemTest, TellsOfNoTooltipAfterTheMenuIsClosedWhenItIsAsBefore) {
+TEST_F(StatusItemOnHostTest, TellsOfNoTooltipAfterTheMenuIsClosedWhenItIsAsBefore) {
     showBadge();
     menuEvent(QStringLiteral("opened"));
     item_->setDisplay(sample::slow());
@@ -479,7 +478,7 @@ TEST_F(SniStatusItemTest, TellsOfNoTooltipAfterTheMenuIsClosedWhenItIsAsBefore) 
     EXPECT_EQ(count("NewToolTip"), 0);
 }
 
-TEST_F(SniStatusItemTest, NeverTellsOfANewLayoutForANewText) {
+TEST_F(StatusItemOnHostTest, NeverTellsOfANewLayoutForANewText) {
     showLabel();
     line_->setTitle(QStringLiteral("another line"));
     host_.settle();
@@ -487,7 +486,7 @@ TEST_F(SniStatusItemTest, NeverTellsOfANewLayoutForANewText) {
     EXPECT_EQ(count("LayoutUpdated"), 0);
 }
 
-TEST_F(SniStatusItemTest, IsPassiveWhileItIsHidden) {
+TEST_F(StatusItemOnHostTest, IsPassiveWhileItIsHidden) {
     showBadge();
     item_->setVisible(false);
     host_.settle();
@@ -499,7 +498,7 @@ TEST_F(SniStatusItemTest, IsPassiveWhileItIsHidden) {
     EXPECT_EQ(host_.last(QStringLiteral("NewStatus")), QVariantList{QStringLiteral("Active")});
 }
 
-TEST_F(SniStatusItemTest, NeedsAttentionForAWhileWithTheSameDot) {
+TEST_F(StatusItemOnHostTest, NeedsAttentionForAWhileWithTheSameDot) {
     attention_ = 1s;
     showBadge();
     // Not on show yet: not in every size.
@@ -516,7 +515,7 @@ TEST_F(SniStatusItemTest, NeedsAttentionForAWhileWithTheSameDot) {
     EXPECT_EQ(host_.last(QStringLiteral("NewStatus")), QVariantList{QStringLiteral("Active")});
 }
 
-TEST_F(SniStatusItemTest, KeepsTheDotRightWhileItNeedsAttention) {
+TEST_F(StatusItemOnHostTest, KeepsTheDotRightWhileItNeedsAttention) {
     attention_ = 1min;
     showBadge();
     item_->requestAttention();
@@ -528,7 +527,7 @@ TEST_F(SniStatusItemTest, KeepsTheDotRightWhileItNeedsAttention) {
     EXPECT_EQ(count("NewAttentionIcon"), 2);
 }
 
-TEST_F(SniStatusItemTest, DoesNotAskForAttentionWhileItIsHidden) {
+TEST_F(StatusItemOnHostTest, DoesNotAskForAttentionWhileItIsHidden) {
     showBadge();
     item_->setVisible(false);
     item_->requestAttention();
@@ -539,7 +538,7 @@ TEST_F(SniStatusItemTest, DoesNotAskForAttentionWhileItIsHidden) {
 
 // What hosts ask of it.
 
-TEST_F(SniStatusItemTest, OpensItsMenuWhereTheHostLeavesThatToIt) {
+TEST_F(StatusItemOnHostTest, OpensItsMenuWhereTheHostLeavesThatToIt) {
     for (const char* processName : {"lxqt-panel", "mate-panel", "panel-2-systray"}) {
         show(QString::fromLatin1(processName));
         for (const char* method : {"Activate", "ContextMenu"}) {
@@ -554,7 +553,7 @@ TEST_F(SniStatusItemTest, OpensItsMenuWhereTheHostLeavesThatToIt) {
     }
 }
 
-TEST_F(SniStatusItemTest, RefusesToBeActivatedWhereTheHostThenOpensTheMenu) {
+TEST_F(StatusItemOnHostTest, RefusesToBeActivatedWhereTheHostThenOpensTheMenu) {
     for (const char* processName : {"plasmashell", "gnome-shell"}) {
         show(QString::fromLatin1(processName));
         EXPECT_EQ(host_.callItem(QStringLiteral("Activate"), {40, 50}).errorName(),
@@ -565,7 +564,7 @@ TEST_F(SniStatusItemTest, RefusesToBeActivatedWhereTheHostThenOpensTheMenu) {
     }
 }
 
-TEST_F(SniStatusItemTest, HasNoTooltipWhileItsOwnPopupIsOpen) {
+TEST_F(StatusItemOnHostTest, HasNoTooltipWhileItsOwnPopupIsOpen) {
     showBadge();
     host_.callItem(QStringLiteral("Activate"), {40, 50});
     host_.settle();
@@ -582,7 +581,7 @@ TEST_F(SniStatusItemTest, HasNoTooltipWhileItsOwnPopupIsOpen) {
     EXPECT_EQ(toolTip().title, QStringLiteral("Offline"));
 }
 
-TEST_F(SniStatusItemTest, TakesEveryPlaceThatAHostMayName) {
+TEST_F(StatusItemOnHostTest, TakesEveryPlaceThatAHostMayName) {
     showBadge();
     constexpr int most = std::numeric_limits<int>::max();
     for (const int place : {most, -most, 0}) {
@@ -592,7 +591,7 @@ TEST_F(SniStatusItemTest, TakesEveryPlaceThatAHostMayName) {
     }
 }
 
-TEST_F(SniStatusItemTest, TakesTheOtherCallsOfTheProtocolAndDoesNothing) {
+TEST_F(StatusItemOnHostTest, TakesTheOtherCallsOfTheProtocolAndDoesNothing) {
     showBadge();
     for (const QDBusMessage& answer : {host_.callItem(QStringLiteral("SecondaryActivate"), {1, 2}),
                                        host_.callItem(QStringLiteral("XAyatanaSecondaryActivate"), {1U}),
@@ -605,7 +604,7 @@ TEST_F(SniStatusItemTest, TakesTheOtherCallsOfTheProtocolAndDoesNothing) {
     EXPECT_EQ(chosen_, 0);
 }
 
-TEST_F(SniStatusItemTest, PassesOnTokensForWindowsButNoTextsThatAreNone) {
+TEST_F(StatusItemOnHostTest, PassesOnTokensForWindowsButNoTextsThatAreNone) {
     QStringList taken;
     SniObject object(QStringLiteral("/Other"), QStringLiteral("/Menu"));
     object.setActivationTokenTaker([&taken](const QString& token) { taken.append(token); });
@@ -619,13 +618,13 @@ TEST_F(SniStatusItemTest, PassesOnTokensForWindowsButNoTextsThatAreNone) {
     EXPECT_EQ(taken, QStringList{QStringLiteral("token-1")});
 }
 
-TEST_F(SniStatusItemTest, LeavesTheEnvironmentAloneWhereNothingReadsTheToken) {
+TEST_F(StatusItemOnHostTest, LeavesTheEnvironmentAloneWhereNothingReadsTheToken) {
     showBadge();
     host_.callItem(QStringLiteral("ProvideXdgActivationToken"), {QStringLiteral("token-1")});
     EXPECT_FALSE(qEnvironmentVariableIsSet("XDG_ACTIVATION_TOKEN"));
 }
 
-TEST_F(SniStatusItemTest, RefusesWhatIsNotOfTheProtocol) {
+TEST_F(StatusItemOnHostTest, RefusesWhatIsNotOfTheProtocol) {
     showBadge();
     const QString text = QStringLiteral("x");
     EXPECT_EQ(host_.callItem(QStringLiteral("Activate"), {text, text}).errorName(),
@@ -646,7 +645,7 @@ TEST_F(SniStatusItemTest, RefusesWhatIsNotOfTheProtocol) {
     EXPECT_EQ(property(QStringLiteral("Id")), QStringLiteral("skylet"));
 }
 
-TEST_F(SniStatusItemTest, DescribesItselfToHosts) {
+TEST_F(StatusItemOnHostTest, DescribesItselfToHosts) {
     showBadge();
     const QDBusMessage answer =
         host_.call(QStringLiteral("/StatusNotifierItem"), QStringLiteral("org.freedesktop.DBus.Introspectable"),
@@ -660,7 +659,7 @@ TEST_F(SniStatusItemTest, DescribesItselfToHosts) {
 
 // What it survives.
 
-TEST_F(SniStatusItemTest, SurvivesTheEndOfTheBus) {
+TEST_F(StatusItemOnHostTest, SurvivesTheEndOfTheBus) {
     showBadge();
     bus_.kill();
     ASSERT_TRUE(waitUntil([this] { return !itemConnection_.isConnected(); }));
@@ -673,7 +672,7 @@ TEST_F(SniStatusItemTest, SurvivesTheEndOfTheBus) {
     EXPECT_EQ(item_->buttonDescription(), QStringLiteral("none (no session bus)"));
 }
 
-TEST_F(SniStatusItemTest, SurvivesAHostThatGoesWithTheMenuOpen) {
+TEST_F(StatusItemOnHostTest, SurvivesAHostThatGoesWithTheMenuOpen) {
     auto host = std::make_unique<FakeStatusHost>(bus_.connect());
     host->appear();
     makeItem(QStringLiteral("panel-2-systray"));
@@ -689,7 +688,7 @@ TEST_F(SniStatusItemTest, SurvivesAHostThatGoesWithTheMenuOpen) {
     ASSERT_TRUE(waitUntil([this] { return count("NewToolTip") == 1; }));
 }
 
-TEST_F(SniStatusItemTest, GoesQuietlyWithAnswersUnderWay) {
+TEST_F(StatusItemOnHostTest, GoesQuietlyWithAnswersUnderWay) {
     host_.appear();
     makeItem(QStringLiteral("gnome-shell"));
     item_.reset();

@@ -1,5 +1,4 @@
 #include "platform/linux/statusitem/DesktopStatusItem.h"
-
 #include "platform/linux/statusitem/drawing/SampleDisplays.h"
 #include "platform/linux/statusitem/host/FakeStatusHost.h"
 #include "support/EventLoop.h"
@@ -23,16 +22,17 @@ using test::waitUntil;
 
 using namespace std::chrono_literals;
 
-class DesktopStatusItemTest : public testing::Test {
+class StatusItemMovesTest : public testing::Test {
   protected:
     static constexpr auto delay = 400ms;
 
     void makeItem() {
-        SniOptions options;
+        StatusItemOptions options;
         options.environment.processName = [](uint /*processId*/) { return QStringLiteral("panel-2-systray"); };
         options.environment.currentDesktop = QString();
-        item_ = std::make_unique<DesktopStatusItem>(itemConnection_, options,
-                                                    HostlessOptions{delay, {QByteArray(), 100ms}});
+        options.hostlessDelay = delay;
+        options.hostless = {QByteArray(), 100ms};
+        item_ = std::make_unique<DesktopStatusItem>(itemConnection_, options);
         item_->setMenu({std::make_shared<MenuItem>(QStringLiteral("line"), nullptr, QString())});
         item_->setDisplay(sample::fast());
     }
@@ -47,14 +47,14 @@ class DesktopStatusItemTest : public testing::Test {
     std::unique_ptr<DesktopStatusItem> item_;
 };
 
-TEST_F(DesktopStatusItemTest, ShowsNothingOfItsOwnWhereAHostIs) {
+TEST_F(StatusItemMovesTest, ShowsNothingOfItsOwnWhereAHostIs) {
     host_.appear();
     makeItem();
     ASSERT_TRUE(waitUntil([this] { return !host_.item().isEmpty(); }));
     EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, 2 * delay));
 }
 
-TEST_F(DesktopStatusItemTest, WaitsAMomentForAHostBeforeItShowsItselfWithoutOne) {
+TEST_F(StatusItemMovesTest, WaitsAMomentForAHostBeforeItShowsItselfWithoutOne) {
     const auto began = std::chrono::steady_clock::now();
     makeItem();
     ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
@@ -62,7 +62,7 @@ TEST_F(DesktopStatusItemTest, WaitsAMomentForAHostBeforeItShowsItselfWithoutOne)
     EXPECT_TRUE(item_->hostless()->strip()->isVisible());
 }
 
-TEST_F(DesktopStatusItemTest, MovesToAHostThatComesAndBackWhenItGoes) {
+TEST_F(StatusItemMovesTest, MovesToAHostThatComesAndBackWhenItGoes) {
     makeItem();
     for (int round = 1; round <= 2; ++round) {
         ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
@@ -74,7 +74,7 @@ TEST_F(DesktopStatusItemTest, MovesToAHostThatComesAndBackWhenItGoes) {
     EXPECT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
 }
 
-TEST_F(DesktopStatusItemTest, StaysOutOfSightWhileAHostRestarts) {
+TEST_F(StatusItemMovesTest, StaysOutOfSightWhileAHostRestarts) {
     host_.appear();
     makeItem();
     ASSERT_TRUE(waitUntil([this] { return host_.registrations().size() == 1; }));
@@ -85,7 +85,7 @@ TEST_F(DesktopStatusItemTest, StaysOutOfSightWhileAHostRestarts) {
     EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, 2 * delay));
 }
 
-TEST_F(DesktopStatusItemTest, ShowsItselfBesideAWatcherThatHasNoHost) {
+TEST_F(StatusItemMovesTest, ShowsItselfBesideAWatcherThatHasNoHost) {
     host_.saysHostIsRegistered = false;
     host_.appear();
     makeItem();
@@ -95,7 +95,7 @@ TEST_F(DesktopStatusItemTest, ShowsItselfBesideAWatcherThatHasNoHost) {
     EXPECT_TRUE(waitUntil([this] { return !isShownWithoutHost(); }));
 }
 
-TEST_F(DesktopStatusItemTest, MovesToAHostThatComesBesideAWatcherThatHadNone) {
+TEST_F(StatusItemMovesTest, MovesToAHostThatComesBesideAWatcherThatHadNone) {
     host_.saysHostIsRegistered = false;
     host_.appear();
     makeItem();
@@ -107,7 +107,7 @@ TEST_F(DesktopStatusItemTest, MovesToAHostThatComesBesideAWatcherThatHadNone) {
     EXPECT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
 }
 
-TEST_F(DesktopStatusItemTest, TellsTheStripOfEachNewDisplay) {
+TEST_F(StatusItemMovesTest, TellsTheStripOfEachNewDisplay) {
     makeItem();
     item_->setDisplay(sample::slow());
     ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
@@ -117,7 +117,7 @@ TEST_F(DesktopStatusItemTest, TellsTheStripOfEachNewDisplay) {
     EXPECT_EQ(strip->accessibleName(), QStringLiteral("Offline"));
 }
 
-TEST_F(DesktopStatusItemTest, IsNowhereWhileItIsHidden) {
+TEST_F(StatusItemMovesTest, IsNowhereWhileItIsHidden) {
     makeItem();
     ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
     item_->setVisible(false);
@@ -127,7 +127,7 @@ TEST_F(DesktopStatusItemTest, IsNowhereWhileItIsHidden) {
     EXPECT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
 }
 
-TEST_F(DesktopStatusItemTest, OpensTheSameMenuFromTheStrip) {
+TEST_F(StatusItemMovesTest, OpensTheSameMenuFromTheStrip) {
     makeItem();
     ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
     QWidget* strip = item_->hostless()->strip();
@@ -141,7 +141,7 @@ TEST_F(DesktopStatusItemTest, OpensTheSameMenuFromTheStrip) {
     item_.reset();
 }
 
-TEST_F(DesktopStatusItemTest, OpensItsMenuToAskForAttentionWithoutAHost) {
+TEST_F(StatusItemMovesTest, OpensItsMenuToAskForAttentionWithoutAHost) {
     makeItem();
     item_->requestAttention();
     EXPECT_EQ(openMenu(), nullptr) << "before there is an item to be seen";
@@ -153,7 +153,7 @@ TEST_F(DesktopStatusItemTest, OpensItsMenuToAskForAttentionWithoutAHost) {
     openMenu()->close();
 }
 
-TEST_F(DesktopStatusItemTest, LeavesTheMenuClosedWhenAHostAsksForAttention) {
+TEST_F(StatusItemMovesTest, LeavesTheMenuClosedWhenAHostAsksForAttention) {
     host_.appear();
     makeItem();
     ASSERT_TRUE(waitUntil([this] { return !host_.item().isEmpty(); }));
@@ -161,7 +161,7 @@ TEST_F(DesktopStatusItemTest, LeavesTheMenuClosedWhenAHostAsksForAttention) {
     EXPECT_EQ(openMenu(), nullptr);
 }
 
-TEST_F(DesktopStatusItemTest, ClosesTheMenuOfTheStripThatAHostReplaces) {
+TEST_F(StatusItemMovesTest, ClosesTheMenuOfTheStripThatAHostReplaces) {
     makeItem();
     ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
     item_->requestAttention();
@@ -171,7 +171,7 @@ TEST_F(DesktopStatusItemTest, ClosesTheMenuOfTheStripThatAHostReplaces) {
     EXPECT_EQ(openMenu(), nullptr);
 }
 
-TEST_F(DesktopStatusItemTest, BringsTheStripToTheFrontWhenItAsksForAttention) {
+TEST_F(StatusItemMovesTest, BringsTheStripToTheFrontWhenItAsksForAttention) {
     class Watch : public QObject {
       public:
         int raised = 0;
