@@ -1,5 +1,8 @@
 #include "platform/desktop/Menu.h"
 
+#include "platform/desktop/TextDirection.h"
+
+#include <algorithm>
 #include <utility>
 
 namespace skylet {
@@ -35,17 +38,14 @@ void MenuItem::setChecked(bool checked) {
     }
 }
 
-void MenuItem::setApplicationIconSize(int size) {
-    if (applicationIconSize_ != size) {
-        applicationIconSize_ = size;
-        Q_EMIT changed();
-    }
-}
-
 void MenuItem::trigger() const {
     if (action_) {
         action_();
     }
+}
+
+bool isRightToLeft(const Menu& menu) {
+    return std::any_of(menu.cbegin(), menu.cend(), [](const auto& item) { return hasRightToLeft(item->title()); });
 }
 
 } // namespace skylet

@@ -30,7 +30,8 @@ class MenuItem : public QObject {
     void setChecked(bool checked);
     /// Side length in logical pixels of the application's icon shown beside the title; 0: no image.
     int applicationIconSize() const { return applicationIconSize_; }
-    void setApplicationIconSize(int size);
+    /// Before the menu is given to a status item.
+    void setApplicationIconSize(int size) { applicationIconSize_ = size; }
     /// Runs the action, enabled or not. Hosts check `isEnabled` before.
     void trigger() const;
 
@@ -50,5 +51,8 @@ class MenuItem : public QObject {
 
 /// The entries in order. Fixed once it is given to a status item; only the entries' properties change after that.
 using Menu = std::vector<std::shared_ptr<MenuItem>>;
+
+/// Some title has letters that run from right to left, so the whole menu is laid out that way.
+bool isRightToLeft(const Menu& menu);
 
 } // namespace skylet

@@ -20,6 +20,7 @@ class StatusItem {
     /// The name under which the desktop remembers the item's place.
     virtual void setAutosaveName(const QString& name) = 0;
     virtual void setVisible(bool visible) = 0;
+    /// To be called once, in the turn of the event loop in which the item is made.
     virtual void setMenu(const Menu& menu) = 0;
     virtual void setDisplay(const StatusDisplay& display) = 0;
 };

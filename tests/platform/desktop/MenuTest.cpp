@@ -1,5 +1,7 @@
 #include "platform/desktop/Menu.h"
 
+#include "support/QStringPrinting.h"
+
 #include <gtest/gtest.h>
 
 namespace skylet {
@@ -30,12 +32,10 @@ TEST_F(MenuItemTest, RunsItsAction) {
 TEST_F(MenuItemTest, TellsOfEachRealChangeAndOfNothingElse) {
     item.setTitle(QStringLiteral("Check"));
     item.setEnabled(true);
-    item.setApplicationIconSize(0);
     EXPECT_EQ(changes, 0);
     item.setTitle(QStringLiteral("Check Now"));
     item.setEnabled(false);
-    item.setApplicationIconSize(16);
-    EXPECT_EQ(changes, 3);
+    EXPECT_EQ(changes, 2);
 }
 
 TEST_F(MenuItemTest, AnItemThatWasGivenACheckMarkOffIsACheckItem) {
@@ -47,10 +47,18 @@ TEST_F(MenuItemTest, AnItemThatWasGivenACheckMarkOffIsACheckItem) {
     EXPECT_EQ(changes, 1);
 }
 
-TEST_F(MenuItemTest, ASeparatorDoesNothing) {
+TEST(SeparatorTest, HasNoTitleAndDoesNothing) {
     const auto separator = MenuItem::separator();
     EXPECT_TRUE(separator->isSeparator());
-    separator->trigger();
+    EXPECT_EQ(separator->title(), QString());
+    EXPECT_NO_THROW(separator->trigger());
+}
+
+TEST(MenuTest, RunsFromRightToLeftOnceOneOfItsTitlesDoes) {
+    const Menu menu = {MenuItem::separator(), std::make_shared<MenuItem>(QStringLiteral("Quit"), nullptr, QString())};
+    EXPECT_FALSE(isRightToLeft(menu));
+    menu.back()->setTitle(QStringLiteral("87 ms מחובר"));
+    EXPECT_TRUE(isRightToLeft(menu));
 }
 
 } // namespace

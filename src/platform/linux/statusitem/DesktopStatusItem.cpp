@@ -24,8 +24,8 @@ void keepActivationToken(const QString& token) {
 } // namespace
 
 DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusItemOptions options)
-    : connection_(connection), menuExporter_(menuPath(), menu_.widget()), object_(itemPath(), menuPath()),
-      registration_(connection, options.registration), monitor_(connection, std::move(options.environment)) {
+    : connection_(connection), object_(itemPath(), menuPath()), registration_(connection, options.registration),
+      monitor_(connection, std::move(options.environment)) {
     attentionTimer_.setSingleShot(true);
     attentionTimer_.setInterval(options.attention);
     connect(&attentionTimer_, &QTimer::timeout, this, &DesktopStatusItem::updateStatus);
@@ -46,7 +46,7 @@ DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusIt
         return;
     }
     // Hosts look at the item as soon as they hear of it, so everything is in place before its name is.
-    menuExporter_.exportOn(connection_);
+    menuExporter_.exportOn(connection_, menuPath());
     object_.exportOn(connection_);
     monitor_.start();
 }
@@ -67,6 +67,11 @@ void DesktopStatusItem::setVisible(bool visible) {
     visible_ = visible;
     updateStatus();
     updateHostless();
+}
+
+void DesktopStatusItem::setMenu(const Menu& menu) {
+    menu_.setMenu(menu);
+    menuExporter_.setMenu(menu);
 }
 
 void DesktopStatusItem::setDisplay(const StatusDisplay& display) {

@@ -43,7 +43,7 @@ class DesktopStatusItem final : public QObject, public StatusItem {
     /// Becomes the item's `Id`, in small letters. To be set in the turn of the event loop in which the item is made.
     void setAutosaveName(const QString& name) override { object_.setId(name.toLower()); }
     void setVisible(bool visible) override;
-    void setMenu(const Menu& menu) override { menu_.setMenu(menu); }
+    void setMenu(const Menu& menu) override;
     void setDisplay(const StatusDisplay& display) override;
 
     /// Asks the user to look here: a host that keeps idle items out of sight shows this one for some seconds; without a

@@ -4,6 +4,7 @@
 #include <QObject>
 
 #include <functional>
+#include <utility>
 
 namespace skylet {
 
@@ -14,10 +15,15 @@ class BusLoss : public QObject {
 
   public:
     /// `onLost` runs once, from the event loop. It never does for a connection that never was.
-    BusLoss(QDBusConnection bus, std::function<void()> onLost);
+    BusLoss(QDBusConnection bus, std::function<void()> onLost) : onLost_(std::move(onLost)) {
+        // What the D-Bus library itself says, in the manner of a signal from the bus.
+        bus.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
+                    QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
+                    SLOT(disconnected()));
+    }
 
   private Q_SLOTS:
-    void disconnected();
+    void disconnected() { onLost_(); }
 
   private: // NOLINT(readability-redundant-access-specifiers): the one above is moc's
     const std::function<void()> onLost_;

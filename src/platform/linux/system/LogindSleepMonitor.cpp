@@ -1,8 +1,7 @@
 #include "platform/linux/system/LogindSleepMonitor.h"
 
-#include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
-#include <QDBusPendingReply>
+#include "platform/linux/system/BusCall.h"
+
 #include <QDBusVariant>
 
 #include <utility>
@@ -15,18 +14,6 @@ constexpr QLatin1StringView logindService("org.freedesktop.login1");
 constexpr QLatin1StringView logindPath("/org/freedesktop/login1");
 constexpr QLatin1StringView managerInterface("org.freedesktop.login1.Manager");
 constexpr QLatin1StringView sleepSignal("PrepareForSleep");
-
-/// Sends `message` and calls `consume` with the answer, from the event loop. The answer, and a descriptor in it, is
-/// gone soon after whether or not anybody still wants it.
-template <typename Reply, typename Consumer>
-void ask(const QDBusConnection& bus, QObject& owner, const QDBusMessage& message, Consumer consume) {
-    auto* call = new QDBusPendingCallWatcher(bus.asyncCall(message), &owner);
-    QObject::connect(call, &QDBusPendingCallWatcher::finished, call,
-                     [consume = std::move(consume)](QDBusPendingCallWatcher* finished) mutable {
-                         consume(Reply(*finished));
-                         finished->deleteLater();
-                     });
-}
 
 } // namespace
 
@@ -61,16 +48,8 @@ void LogindSleepMonitor::stop() {
 
 // Asks who is there without starting it: logind runs where the system uses it.
 void LogindSleepMonitor::findOwner() {
-    auto message =
-        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-                                       QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetNameOwner"));
-    message << QString(logindService);
-    ask<QDBusPendingReply<QString>>(bus_, *this, message,
-                                    questions_.guard([this](const QDBusPendingReply<QString>& reply) {
-                                        if (!reply.isError()) {
-                                            followOwner(reply.value());
-                                        }
-                                    }));
+    callAsync(bus_, busCall(QStringLiteral("GetNameOwner"), {QString(logindService)}), this,
+              questions_.guard([this](const QDBusMessage& reply) { followOwner(QDBusReply<QString>(reply).value()); }));
 }
 
 // The signal is taken from the owner's unique name: to match the well-known one Qt would ask the bus and wait.
@@ -95,33 +74,25 @@ void LogindSleepMonitor::followOwner(const QString& owner) {
 
 // Signals sent before this owner was listened to are lost; its property tells what they said.
 void LogindSleepMonitor::askWhetherPreparing() {
-    auto message = QDBusMessage::createMethodCall(owner_, logindPath, QStringLiteral("org.freedesktop.DBus.Properties"),
-                                                  QStringLiteral("Get"));
-    message << QString(managerInterface) << QStringLiteral("PreparingForSleep");
-    ask<QDBusPendingReply<QDBusVariant>>(
-        bus_, *this, message, questions_.guard([this](const QDBusPendingReply<QDBusVariant>& reply) {
-            const bool preparing = !reply.isError() && reply.value().variant().toBool();
-            if (preparing == asleep_) {
-                if (!asleep_) {
-                    requestInhibitor();
-                }
-                return;
-            }
+    const auto call = propertyCall(owner_, logindPath, QString(managerInterface), QStringLiteral("PreparingForSleep"));
+    callAsync(bus_, call, this, questions_.guard([this](const QDBusMessage& reply) {
+        const bool preparing = QDBusReply<QDBusVariant>(reply).value().variant().toBool();
+        if (preparing || asleep_) {
             prepareForSleep(preparing);
-        }));
+        } else {
+            requestInhibitor();
+        }
+    }));
 }
 
 void LogindSleepMonitor::requestInhibitor() {
-    auto message = QDBusMessage::createMethodCall(owner_, logindPath, managerInterface, QStringLiteral("Inhibit"));
-    message << QStringLiteral("sleep") << QStringLiteral("Skylet")
-            << QStringLiteral("Stops its connection checks before the system is suspended") << QStringLiteral("delay");
-    ask<QDBusPendingReply<QDBusUnixFileDescriptor>>(
-        bus_, *this, message, inhibitorRequest_.guard([this](const QDBusPendingReply<QDBusUnixFileDescriptor>& reply) {
-            // Refused: the announcements come all the same, only the suspend does not wait.
-            if (!reply.isError()) {
-                inhibitor_ = reply.value();
-            }
-        }));
+    auto call = QDBusMessage::createMethodCall(owner_, logindPath, managerInterface, QStringLiteral("Inhibit"));
+    call << QStringLiteral("sleep") << QStringLiteral("Skylet")
+         << QStringLiteral("Stops its connection checks before the system is suspended") << QStringLiteral("delay");
+    callAsync(bus_, call, this, inhibitorRequest_.guard([this](const QDBusMessage& reply) {
+        // Refused: the announcements come all the same, only the suspend does not wait.
+        inhibitor_ = QDBusReply<QDBusUnixFileDescriptor>(reply).value();
+    }));
 }
 
 void LogindSleepMonitor::prepareForSleep(bool sleeping) {

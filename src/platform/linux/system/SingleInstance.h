@@ -9,13 +9,13 @@
 namespace skylet {
 
 /// Sees to it that a user runs the program once per session bus: the first start owns a name there, a later one brings
-/// the first to attention and is told that it is not wanted. It ends no process itself.
+/// the first to attention and learns that it is the second. It ends no process itself.
 class SingleInstance {
   public:
     enum class Role {
         /// This process is the one that runs.
         first,
-        /// Another one runs and has been told, or does not answer.
+        /// Another one runs and has been activated, or does not answer.
         second,
         /// Nobody can tell: there is no bus, or it refuses the name.
         noBus,
@@ -23,19 +23,14 @@ class SingleInstance {
 
     static constexpr auto serviceName = "com.vorn.skylet";
     static constexpr auto objectPath = "/com/vorn/skylet";
-    static constexpr std::chrono::seconds defaultPatience{2};
+    static constexpr std::chrono::seconds defaultTimeout{2};
 
     /// `onActivated` runs from the event loop, for the first alone, each time another start is turned away.
     SingleInstance(QDBusConnection bus, std::function<void()> onActivated);
-    ~SingleInstance();
-    SingleInstance(const SingleInstance&) = delete;
-    SingleInstance& operator=(const SingleInstance&) = delete;
-    SingleInstance(SingleInstance&&) = delete;
-    SingleInstance& operator=(SingleInstance&&) = delete;
 
-    /// Waits for the answers of the bus and of the other process, for `patience` in all. To be called once, before the
+    /// Waits for the replies of the bus and of the other process, for `timeout` in all. To be called once, before the
     /// program begins to work.
-    Role claim(std::chrono::milliseconds patience = defaultPatience);
+    Role claim(std::chrono::milliseconds timeout = defaultTimeout);
 
   private:
     QDBusConnection bus_;

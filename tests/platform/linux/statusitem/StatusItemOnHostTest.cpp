@@ -2,6 +2,7 @@
 #include "platform/linux/statusitem/drawing/ItemAppearance.h"
 #include "platform/linux/statusitem/drawing/SampleDisplays.h"
 #include "platform/linux/statusitem/drawing/StatusColors.h"
+#include "platform/linux/statusitem/host/DBusReading.h"
 #include "platform/linux/statusitem/host/FakeStatusHost.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
@@ -627,8 +628,9 @@ TEST_F(StatusItemOnHostTest, RefusesWhatIsNotOfTheProtocol) {
     showBadge();
     const QString text = QStringLiteral("x");
     EXPECT_EQ(host_.callItem(QStringLiteral("Activate"), {text, text}).errorName(),
-              QDBusError::errorString(QDBusError::InvalidArgs));
-    EXPECT_EQ(host_.callItem(QStringLiteral("Scroll")).errorName(), QDBusError::errorString(QDBusError::InvalidArgs));
+              QDBusError::errorString(QDBusError::UnknownMethod));
+    EXPECT_EQ(openMenu(), nullptr);
+    EXPECT_EQ(host_.callItem(QStringLiteral("Scroll")).errorName(), QDBusError::errorString(QDBusError::UnknownMethod));
     EXPECT_EQ(host_.callItem(QStringLiteral("Nonsense")).type(), QDBusMessage::ErrorMessage);
     EXPECT_EQ(host_.itemProperty(text).type(), QDBusMessage::ErrorMessage);
     const QString path = QStringLiteral("/StatusNotifierItem");
@@ -649,7 +651,8 @@ TEST_F(StatusItemOnHostTest, DescribesItselfToHosts) {
         host_.call(QStringLiteral("/StatusNotifierItem"), QStringLiteral("org.freedesktop.DBus.Introspectable"),
                    QStringLiteral("Introspect"), {});
     const QString xml = answer.arguments().value(0).toString();
-    for (const char* part : {"org.kde.StatusNotifierItem", "IconPixmap", "a(iiay)", "Activate", "XAyatanaNewLabel"}) {
+    for (const char* part : {"org.kde.StatusNotifierItem", "IconPixmap", "a(iiay)", "\"ToolTip\"", "(sa(iiay)ss)",
+                             "Activate", "NewToolTip", "XAyatanaNewLabel"}) {
         EXPECT_TRUE(xml.contains(QLatin1String(part))) << part;
     }
 }
@@ -661,7 +664,7 @@ TEST_F(StatusItemOnHostTest, SurvivesTheEndOfTheBus) {
     bus_.kill();
     ASSERT_TRUE(waitUntil([this] { return !itemConnection_.isConnected(); }));
     item_->setDisplay(sample::offline());
-    item_->setMenu({command_});
+    line_->setTitle(QStringLiteral("another line"));
     item_->setVisible(false);
     item_->setVisible(true);
     item_->requestAttention();

@@ -1,430 +1,271 @@
 #include "platform/linux/statusitem/host/DBusMenuExporter.h"
 
-#include <QAction>
-#include <QActionEvent>
+#include "platform/linux/desktop/ApplicationIcon.h"
+
 #include <QBuffer>
-#include <QIcon>
+#include <QDBusError>
+#include <QDBusMessage>
 #include <QImage>
-#include <QKeySequence>
-#include <QMenu>
 #include <QPixmap>
-#include <QPointer>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace skylet {
 
 namespace {
 
-constexpr uint protocolVersion = 3;
+// The items are the same for good, so their layout is too.
+constexpr uint layoutRevision = 1;
 
-/// An action's text marks its access key with '&'; here '_' does that.
-QString menuLabel(const QString& text) {
-    QString label;
-    for (qsizetype index = 0; index < text.size(); ++index) {
-        const QChar character = text.at(index);
-        if (character == u'_') {
-            label += QStringLiteral("__");
-        } else if (character != u'&') {
-            label += character;
-        } else if (index + 1 < text.size() && text.at(index + 1) == u'&') {
-            label += character;
-            ++index;
-        } else if (index + 1 < text.size()) {
-            label += u'_';
-        }
-    }
-    return label;
-}
-
-/// The keys of a shortcut as hosts expect them: a list of presses, each a list of modifiers and the key.
-QList<QStringList> menuShortcut(const QKeySequence& sequence) {
-    QList<QStringList> presses;
-    for (int index = 0; index < sequence.count(); ++index) {
-        const QKeyCombination press = sequence[static_cast<uint>(index)];
-        const Qt::KeyboardModifiers modifiers = press.keyboardModifiers();
-        QStringList keys;
-        if (modifiers.testFlag(Qt::ControlModifier)) {
-            keys += QStringLiteral("Control");
-        }
-        if (modifiers.testFlag(Qt::AltModifier)) {
-            keys += QStringLiteral("Alt");
-        }
-        if (modifiers.testFlag(Qt::ShiftModifier)) {
-            keys += QStringLiteral("Shift");
-        }
-        if (modifiers.testFlag(Qt::MetaModifier)) {
-            keys += QStringLiteral("Super");
-        }
-        keys += QKeySequence(press.key()).toString(QKeySequence::PortableText).toLower();
-        presses += keys;
-    }
-    return presses;
-}
-
-QByteArray pngOf(const QIcon& icon) {
-    // The largest picture at hand: hosts scale down to the size of their menus, never up.
-    const QList<QSize> sizes = icon.availableSizes();
-    const auto largest = std::max_element(sizes.cbegin(), sizes.cend(),
-                                          [](QSize left, QSize right) { return left.width() < right.width(); });
+/// The application's icon for screens of scale 2: hosts scale down to the size of their menus, never up.
+QByteArray pngOfIcon(int side) {
     QByteArray data;
-    if (largest != sizes.cend()) {
-        QBuffer buffer(&data);
-        buffer.open(QIODevice::WriteOnly);
-        icon.pixmap(*largest, 1.0).toImage().save(&buffer, "PNG");
-    }
+    QBuffer buffer(&data);
+    buffer.open(QIODevice::WriteOnly);
+    applicationIcon().pixmap(QSize(2 * side, 2 * side), 1.0).toImage().save(&buffer, "PNG");
     return data;
 }
 
-/// `wanted` empty: all.
-QVariantMap restricted(const QVariantMap& properties, const QStringList& wanted) {
-    if (wanted.isEmpty()) {
-        return properties;
-    }
-    QVariantMap rest;
-    for (const QString& name : wanted) {
-        if (properties.contains(name)) {
-            rest.insert(name, properties.value(name));
-        }
-    }
-    return rest;
-}
-
-} // namespace
-
-DBusMenuExporter::DBusMenuExporter(const QString& path, QMenu& menu, std::chrono::milliseconds openTime)
-    : ExportedObject(path, QStringLiteral("com.canonical.dbusmenu"), nullptr), menu_(menu) {
-    registerDBusTypes();
-    addMenuMethods();
-    addProperty(QStringLiteral("Version"), QStringLiteral("u"), [] { return QVariant(protocolVersion); });
-    addProperty(QStringLiteral("TextDirection"), QStringLiteral("s"),
-                [this] { return QVariant(menu_.isRightToLeft() ? QStringLiteral("rtl") : QStringLiteral("ltr")); });
-    addProperty(QStringLiteral("Status"), QStringLiteral("s"), [] { return QVariant(QStringLiteral("normal")); });
-    addProperty(QStringLiteral("IconThemePath"), QStringLiteral("as"), [] { return QVariant(QStringList()); });
-    addSignal(QStringLiteral("ItemsPropertiesUpdated"), {QStringLiteral("a(ia{sv})"), QStringLiteral("a(ias)")});
-    addSignal(QStringLiteral("LayoutUpdated"), {QStringLiteral("u"), QStringLiteral("i")});
-    addSignal(QStringLiteral("ItemActivationRequested"), {QStringLiteral("i"), QStringLiteral("u")});
-    assumptionTimer_.setSingleShot(true);
-    assumptionTimer_.setInterval(openTime);
-    connect(&assumptionTimer_, &QTimer::timeout, this, &DBusMenuExporter::endAssumption);
-    menu_.installEventFilter(this);
-    renumber();
-    toldOrder_ = order_;
-}
-
-DBusMenuExporter::~DBusMenuExporter() = default;
-
-bool DBusMenuExporter::exportOn(const QDBusConnection& connection) {
-    hostWatcher_ = std::make_unique<QDBusServiceWatcher>();
-    hostWatcher_->setConnection(connection);
-    hostWatcher_->setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
-    connect(hostWatcher_.get(), &QDBusServiceWatcher::serviceUnregistered, this, [this](const QString& host) {
-        if (host == assumedIn_) {
-            endAssumption();
-        }
-        setOpenIn(host, false);
-    });
-    return ExportedObject::exportOn(connection);
-}
-
-void DBusMenuExporter::addMenuMethods() {
-    const QString integer = QStringLiteral("i");
-    const QString integers = QStringLiteral("ai");
-    const QString text = QStringLiteral("s");
-    const QString texts = QStringLiteral("as");
-    const QString variant = QStringLiteral("v");
-    const QString count = QStringLiteral("u");
-    addMethod(QStringLiteral("GetLayout"), {integer, integer, texts}, {count, QStringLiteral("(ia{sv}av)")},
-              [this](const QDBusMessage& call) { getLayout(call); });
-    addMethod(QStringLiteral("GetGroupProperties"), {integers, texts}, {QStringLiteral("a(ia{sv})")},
-              [this](const QDBusMessage& call) { getGroupProperties(call); });
-    addMethod(QStringLiteral("GetProperty"), {integer, text}, {variant},
-              [this](const QDBusMessage& call) { getProperty(call); });
-    addMethod(QStringLiteral("Event"), {integer, text, variant, count}, {},
-              [this](const QDBusMessage& call) { event(call); });
-    addMethod(QStringLiteral("EventGroup"), {QStringLiteral("a(isvu)")}, {integers},
-              [this](const QDBusMessage& call) { eventGroup(call); });
-    addMethod(QStringLiteral("AboutToShow"), {integer}, {QStringLiteral("b")},
-              [this](const QDBusMessage& call) { aboutToShow(call); });
-    addMethod(QStringLiteral("AboutToShowGroup"), {integers}, {integers, integers},
-              [this](const QDBusMessage& call) { aboutToShowGroup(call); });
-}
-
-void DBusMenuExporter::getLayout(const QDBusMessage& call) {
-    const QVariantList arguments = call.arguments();
-    const int parent = arguments.at(0).toInt();
-    const int depth = arguments.at(1).toInt();
-    const QStringList wanted = arguments.at(2).toStringList();
-    if (!knows(parent)) {
-        fail(call, invalidArgumentsError(), QStringLiteral("no such menu entry: %1").arg(parent));
-        return;
-    }
-    DBusMenuLayout layout{parent, restricted(properties(parent), wanted), {}};
-    if (parent == rootId && depth != 0) {
-        for (const int id : order_) {
-            layout.children.append({id, restricted(properties(id), wanted), {}});
-        }
-    }
-    reply(call, {revision_, QVariant::fromValue(layout)});
-    Q_EMIT layoutRequested();
-}
-
-void DBusMenuExporter::getGroupProperties(const QDBusMessage& call) {
-    const QVariantList arguments = call.arguments();
-    auto ids = qdbus_cast<QList<int>>(arguments.at(0));
-    const QStringList wanted = arguments.at(1).toStringList();
-    if (ids.isEmpty()) {
-        ids = QList<int>{rootId} + order_;
-    }
-    QList<DBusMenuProperties> group;
-    // Each entry once, however often it was asked for: a short request must not make a long answer.
-    for (const int id : QSet<int>(ids.cbegin(), ids.cend())) {
-        if (knows(id)) {
-            group.append({id, restricted(properties(id), wanted)});
-        }
-    }
-    reply(call, {QVariant::fromValue(group)});
-}
-
-void DBusMenuExporter::getProperty(const QDBusMessage& call) {
-    const int id = call.arguments().at(0).toInt();
-    const QString name = call.arguments().at(1).toString();
-    const QVariantMap all = knows(id) ? properties(id) : QVariantMap();
-    if (!all.contains(name)) {
-        fail(call, invalidArgumentsError(), QStringLiteral("menu entry %1 has no property %2").arg(id).arg(name));
-        return;
-    }
-    reply(call, {QVariant::fromValue(QDBusVariant(all.value(name)))});
-}
-
-void DBusMenuExporter::event(const QDBusMessage& call) {
-    const int id = call.arguments().at(0).toInt();
-    if (handleEvent(id, call.arguments().at(1).toString(), call.service())) {
-        reply(call);
-    } else {
-        fail(call, invalidArgumentsError(), QStringLiteral("no such menu entry: %1").arg(id));
-    }
-}
-
-void DBusMenuExporter::eventGroup(const QDBusMessage& call) {
-    const auto events = qdbus_cast<QList<DBusMenuEvent>>(call.arguments().at(0));
-    QList<int> unknown;
-    for (const DBusMenuEvent& event : events) {
-        if (!handleEvent(event.id, event.eventId, call.service())) {
-            unknown.append(event.id);
-        }
-    }
-    if (!events.isEmpty() && unknown.size() == events.size()) {
-        fail(call, invalidArgumentsError(), QStringLiteral("no such menu entries"));
-        return;
-    }
-    reply(call, {QVariant::fromValue(unknown)});
-}
-
-void DBusMenuExporter::aboutToShow(const QDBusMessage& call) {
-    const int id = call.arguments().at(0).toInt();
-    if (!knows(id)) {
-        fail(call, invalidArgumentsError(), QStringLiteral("no such menu entry: %1").arg(id));
-        return;
-    }
-    // What a host has read is kept right by signals; nothing is prepared only when the menu opens.
-    reply(call, {false});
-    if (id == rootId) {
-        assumeOpenIn(call.service());
-    }
-}
-
-void DBusMenuExporter::aboutToShowGroup(const QDBusMessage& call) {
-    const auto ids = qdbus_cast<QList<int>>(call.arguments().at(0));
-    QList<int> unknown;
-    std::copy_if(ids.cbegin(), ids.cend(), std::back_inserter(unknown), [this](int id) { return !knows(id); });
-    if (!ids.isEmpty() && unknown.size() == ids.size()) {
-        fail(call, invalidArgumentsError(), QStringLiteral("no such menu entries"));
-        return;
-    }
-    reply(call, {QVariant::fromValue(QList<int>()), QVariant::fromValue(unknown)});
-    if (ids.contains(rootId)) {
-        assumeOpenIn(call.service());
-    }
-}
-
-bool DBusMenuExporter::handleEvent(int id, const QString& eventId, const QString& host) {
-    if (!knows(id)) {
-        return false;
-    }
-    if (id == rootId) {
-        if (eventId == QLatin1String("opened") || eventId == QLatin1String("closed")) {
-            if (host == assumedIn_) {
-                endAssumption();
-            }
-            setOpenIn(host, eventId == QLatin1String("opened"));
-        }
-        return true;
-    }
-    if (eventId == QLatin1String("clicked")) {
-        if (host == assumedIn_) {
-            // A choice closes the menu.
-            endAssumption();
-        }
-        // Only after the answer is on its way: the action may open windows, change this menu or end the program. An
-        // action that is disabled by then takes no notice.
-        QMetaObject::invokeMethod(entries_.value(id).action, &QAction::trigger, Qt::QueuedConnection);
-    }
-    return true;
-}
-
-void DBusMenuExporter::setOpenIn(const QString& host, bool open) {
-    const bool wasOpen = isOpen();
-    if (open == openIn_.contains(host)) {
-        return;
-    }
-    if (open) {
-        openIn_.insert(host);
-        hostWatcher_->addWatchedService(host);
-    } else {
-        openIn_.remove(host);
-        hostWatcher_->removeWatchedService(host);
-    }
-    if (isOpen() != wasOpen) {
-        Q_EMIT openChanged(isOpen());
-    }
-}
-
-void DBusMenuExporter::assumeOpenIn(const QString& host) {
-    if (host != assumedIn_) {
-        endAssumption();
-        if (openIn_.contains(host)) {
-            return;
-        }
-        assumedIn_ = host;
-        setOpenIn(host, true);
-    }
-    assumptionTimer_.start();
-}
-
-void DBusMenuExporter::endAssumption() {
-    assumptionTimer_.stop();
-    if (!assumedIn_.isEmpty()) {
-        setOpenIn(std::exchange(assumedIn_, QString()), false);
-    }
-}
-
-QVariantMap DBusMenuExporter::properties(int id) {
-    if (id == rootId) {
-        return {{QStringLiteral("children-display"), QStringLiteral("submenu")}};
-    }
-    return propertiesOf(entries_[id]);
-}
-
-QVariantMap DBusMenuExporter::propertiesOf(Entry& entry) {
-    const QAction& action = *entry.action;
-    // Given even where they have the value that their absence would mean, so that a change is never a removal, which
-    // not every host follows.
-    QVariantMap properties = {{QStringLiteral("visible"), action.isVisible()},
-                              {QStringLiteral("enabled"), action.isEnabled()}};
-    if (action.isSeparator()) {
+/// Those that stay as they are.
+QVariantMap fixedProperties(const MenuItem& item) {
+    QVariantMap properties = {{QStringLiteral("visible"), true}};
+    if (item.isSeparator()) {
         properties.insert(QStringLiteral("type"), QStringLiteral("separator"));
-        return properties;
     }
-    properties.insert(QStringLiteral("label"), menuLabel(action.text()));
-    if (action.isCheckable()) {
-        properties.insert(QStringLiteral("toggle-type"), QStringLiteral("checkmark"));
-        properties.insert(QStringLiteral("toggle-state"), action.isChecked() ? 1 : 0);
+    if (!item.keyEquivalent().isEmpty()) {
+        const QList<QStringList> presses = {{QStringLiteral("Control"), item.keyEquivalent()}};
+        properties.insert(QStringLiteral("shortcut"), QVariant::fromValue(presses));
     }
-    if (!action.shortcut().isEmpty()) {
-        properties.insert(QStringLiteral("shortcut"), QVariant::fromValue(menuShortcut(action.shortcut())));
-    }
-    if (!action.icon().isNull()) {
-        properties.insert(QStringLiteral("icon-data"), iconData(entry));
+    if (item.applicationIconSize() > 0) {
+        properties.insert(QStringLiteral("icon-data"), pngOfIcon(item.applicationIconSize()));
     }
     return properties;
 }
 
-QByteArray DBusMenuExporter::iconData(Entry& entry) {
-    const QIcon icon = entry.action->icon();
-    if (entry.iconKey != icon.cacheKey()) {
-        entry.iconKey = icon.cacheKey();
-        entry.iconData = pngOf(icon);
+/// Sets those that can change. None is ever left out for having the value that its absence would mean: not every host
+/// follows the removal of a property.
+void setChangingProperties(QVariantMap& properties, const MenuItem& item) {
+    properties.insert(QStringLiteral("enabled"), item.isEnabled());
+    if (!item.isSeparator()) {
+        // A single '_' would mark the access key.
+        properties.insert(QStringLiteral("label"), QString(item.title()).replace(u'_', QStringLiteral("__")));
     }
-    return entry.iconData;
+    if (item.isCheckable()) {
+        properties.insert(QStringLiteral("toggle-type"), QStringLiteral("checkmark"));
+        properties.insert(QStringLiteral("toggle-state"), item.isChecked() ? 1 : 0);
+    }
 }
 
-bool DBusMenuExporter::eventFilter(QObject* watched, QEvent* event) {
-    if (event->type() == QEvent::ActionAdded || event->type() == QEvent::ActionChanged) {
-        scheduleUpdate();
-    } else if (event->type() == QEvent::ActionRemoved) {
-        // The action may be gone by the time of the update.
-        const QAction* removed = static_cast<QActionEvent*>(event)->action();
-        entries_.removeIf([removed](QHash<int, Entry>::iterator entry) { return entry->action == removed; });
-        order_.removeIf([this](int id) { return !entries_.contains(id); });
-        scheduleUpdate();
+/// `wanted` empty: all.
+QVariantMap restricted(QVariantMap properties, const QStringList& wanted) {
+    if (!wanted.isEmpty()) {
+        properties.removeIf([&](QVariantMap::iterator property) { return !wanted.contains(property.key()); });
     }
-    return ExportedObject::eventFilter(watched, event);
+    return properties;
+}
+
+} // namespace
+
+DBusMenuExporter::DBusMenuExporter(std::chrono::milliseconds openTime) {
+    registerDBusTypes();
+    aboutToShowTimer_.setSingleShot(true);
+    aboutToShowTimer_.setInterval(openTime);
+    connect(&aboutToShowTimer_, &QTimer::timeout, this, [this] { setOpenIn(aboutToShowIn_, false); });
+    hostWatcher_.setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
+    connect(&hostWatcher_, &QDBusServiceWatcher::serviceUnregistered, this,
+            [this](const QString& host) { setOpenIn(host, false); });
+}
+
+bool DBusMenuExporter::exportOn(QDBusConnection connection, const QString& path) {
+    hostWatcher_.setConnection(connection);
+    return connection.registerObject(path, this,
+                                     QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllProperties |
+                                         QDBusConnection::ExportScriptableSignals);
+}
+
+void DBusMenuExporter::setMenu(const Menu& menu) {
+    menu_ = menu;
+    for (const auto& item : menu_) {
+        QVariantMap& properties = sent_.emplaceBack(fixedProperties(*item));
+        setChangingProperties(properties, *item);
+        connect(item.get(), &MenuItem::changed, this, &DBusMenuExporter::scheduleUpdate);
+    }
+}
+
+QString DBusMenuExporter::textDirection() const {
+    return isRightToLeft(menu_) ? QStringLiteral("rtl") : QStringLiteral("ltr");
+}
+
+void DBusMenuExporter::refuse() {
+    sendErrorReply(QDBusError::InvalidArgs, QStringLiteral("no such menu entry"));
+}
+
+uint DBusMenuExporter::GetLayout(int parent, int depth, const QStringList& names, DBusMenuLayout& layout) {
+    if (!knows(parent)) {
+        refuse();
+        return 0;
+    }
+    layout = {parent, restricted(properties(parent), names), {}};
+    if (parent == rootId && depth != 0) {
+        for (int id = 1; knows(id); ++id) {
+            layout.children.append({id, restricted(properties(id), names), {}});
+        }
+    }
+    Q_EMIT layoutRequested();
+    return layoutRevision;
+}
+
+QList<DBusMenuProperties> DBusMenuExporter::GetGroupProperties(const QList<int>& ids, const QStringList& names) {
+    QList<DBusMenuProperties> group;
+    // Each entry once, however often it was asked for: a short request must not make a long answer.
+    for (int id = rootId; knows(id); ++id) {
+        if (ids.isEmpty() || ids.contains(id)) {
+            group.append({id, restricted(properties(id), names)});
+        }
+    }
+    return group;
+}
+
+QDBusVariant DBusMenuExporter::GetProperty(int id, const QString& name) {
+    const QVariant value = knows(id) ? properties(id).value(name) : QVariant();
+    if (!value.isValid()) {
+        refuse();
+    }
+    return QDBusVariant(value);
+}
+
+void DBusMenuExporter::Event(int id, const QString& eventId, const QDBusVariant& /*data*/, uint /*timestamp*/) {
+    if (knows(id)) {
+        handleEvent({id, eventId});
+    } else {
+        refuse();
+    }
+}
+
+QList<int> DBusMenuExporter::EventGroup(const QList<DBusMenuEvent>& events) {
+    QList<int> unknown;
+    for (const DBusMenuEvent& event : events) {
+        if (knows(event.id)) {
+            handleEvent(event);
+        } else {
+            unknown.append(event.id);
+        }
+    }
+    if (!events.isEmpty() && unknown.size() == events.size()) {
+        refuse();
+    }
+    return unknown;
+}
+
+bool DBusMenuExporter::AboutToShow(int id) {
+    if (!knows(id)) {
+        refuse();
+    } else if (id == rootId) {
+        setAboutToShowIn(message().service());
+    }
+    // What a host has read is kept right by signals; nothing is prepared only when the menu opens.
+    return false;
+}
+
+QList<int> DBusMenuExporter::AboutToShowGroup(const QList<int>& ids, QList<int>& unknown) {
+    std::copy_if(ids.cbegin(), ids.cend(), std::back_inserter(unknown), [this](int id) { return !knows(id); });
+    if (!ids.isEmpty() && unknown.size() == ids.size()) {
+        refuse();
+    } else if (ids.contains(rootId)) {
+        setAboutToShowIn(message().service());
+    }
+    return {};
+}
+
+void DBusMenuExporter::handleEvent(const DBusMenuEvent& event) {
+    const QString host = message().service();
+    if (event.id == rootId) {
+        if (event.eventId == QLatin1String("opened") || event.eventId == QLatin1String("closed")) {
+            setOpenIn(host, event.eventId == QLatin1String("opened"));
+        }
+        return;
+    }
+    if (event.eventId == QLatin1String("clicked")) {
+        if (host == aboutToShowIn_) {
+            // A choice closes the menu.
+            setOpenIn(host, false);
+        }
+        // Only after the answer is on its way: the action may open windows or end the program.
+        const auto trigger = [item = menu_.at(static_cast<std::size_t>(event.id) - 1)] {
+            if (item->isEnabled()) {
+                item->trigger();
+            }
+        };
+        QMetaObject::invokeMethod(this, trigger, Qt::QueuedConnection);
+    }
+}
+
+void DBusMenuExporter::setOpenIn(const QString& host, bool open) {
+    if (host == aboutToShowIn_) {
+        aboutToShowIn_.clear();
+        aboutToShowTimer_.stop();
+    }
+    if (open) {
+        openIn_.insert(host);
+    } else {
+        openIn_.remove(host);
+    }
+    followHosts();
+}
+
+void DBusMenuExporter::setAboutToShowIn(const QString& host) {
+    if (!openIn_.contains(host)) {
+        aboutToShowIn_ = host;
+        aboutToShowTimer_.start();
+        followHosts();
+    }
+}
+
+void DBusMenuExporter::followHosts() {
+    QStringList hosts = openIn_.values();
+    if (!aboutToShowIn_.isEmpty()) {
+        hosts.append(aboutToShowIn_);
+    }
+    hostWatcher_.setWatchedServices(hosts);
+    if (isOpen() != wasOpen_) {
+        wasOpen_ = isOpen();
+        Q_EMIT openChanged(wasOpen_);
+    }
+}
+
+QVariantMap DBusMenuExporter::properties(int id) const {
+    if (id == rootId) {
+        return {{QStringLiteral("children-display"), QStringLiteral("submenu")}};
+    }
+    QVariantMap properties = sent_.at(id - 1);
+    setChangingProperties(properties, *menu_.at(static_cast<std::size_t>(id) - 1));
+    return properties;
 }
 
 void DBusMenuExporter::scheduleUpdate() {
     if (!updateScheduled_) {
         updateScheduled_ = true;
-        QMetaObject::invokeMethod(this, &DBusMenuExporter::update, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, &DBusMenuExporter::sendChanges, Qt::QueuedConnection);
     }
 }
 
-void DBusMenuExporter::update() {
+void DBusMenuExporter::sendChanges() {
     updateScheduled_ = false;
-    renumber();
-    if (order_ != toldOrder_) {
-        toldOrder_ = order_;
-        ++revision_;
-        emitSignal(QStringLiteral("LayoutUpdated"), {revision_, rootId});
-    }
-    tellPropertyChanges();
-}
-
-void DBusMenuExporter::renumber() {
-    QHash<const QAction*, int> numbers;
-    for (auto entry = entries_.cbegin(); entry != entries_.cend(); ++entry) {
-        numbers.insert(entry->action, entry.key());
-    }
-    order_.clear();
-    for (QAction* action : menu_.actions()) {
-        int id = numbers.value(action, rootId);
-        if (id == rootId) {
-            id = ++lastId_;
-            Entry entry;
-            entry.action = action;
-            entry.told = propertiesOf(entry);
-            entries_.insert(id, entry);
+    QList<DBusMenuProperties> updated;
+    for (int id = 1; knows(id); ++id) {
+        const QVariantMap now = properties(id);
+        const QVariantMap before = std::exchange(sent_[id - 1], now);
+        QVariantMap changed = now;
+        changed.removeIf(
+            [&](QVariantMap::iterator property) { return before.value(property.key()) == property.value(); });
+        if (!changed.isEmpty()) {
+            updated.append({id, changed});
         }
-        order_.append(id);
     }
-}
-
-void DBusMenuExporter::tellPropertyChanges() {
-    QList<DBusMenuProperties> changed;
-    QList<DBusMenuPropertyNames> removed;
-    for (const int id : std::as_const(order_)) {
-        Entry& entry = entries_[id];
-        const QVariantMap now = propertiesOf(entry);
-        QVariantMap changedHere;
-        for (auto property = now.cbegin(); property != now.cend(); ++property) {
-            if (entry.told.value(property.key()) != *property) {
-                changedHere.insert(property.key(), *property);
-            }
-        }
-        QStringList removedHere = entry.told.keys();
-        removedHere.removeIf([&now](const QString& name) { return now.contains(name); });
-        if (!changedHere.isEmpty()) {
-            changed.append({id, changedHere});
-        }
-        if (!removedHere.isEmpty()) {
-            removed.append({id, removedHere});
-        }
-        entry.told = now;
-    }
-    if (!changed.isEmpty() || !removed.isEmpty()) {
-        emitSignal(QStringLiteral("ItemsPropertiesUpdated"),
-                   {QVariant::fromValue(changed), QVariant::fromValue(removed)});
+    if (!updated.isEmpty()) {
+        Q_EMIT ItemsPropertiesUpdated(updated, {});
     }
 }
 

@@ -1,103 +1,90 @@
 #pragma once
 
+#include "platform/desktop/Menu.h"
 #include "platform/linux/statusitem/host/DBusTypes.h"
-#include "platform/linux/statusitem/host/ExportedObject.h"
 
+#include <QDBusConnection>
+#include <QDBusContext>
 #include <QDBusServiceWatcher>
-#include <QHash>
+#include <QDBusVariant>
+#include <QObject>
 #include <QSet>
 #include <QTimer>
-#include <QVariantMap>
 
 #include <chrono>
-#include <memory>
-#include <optional>
-
-class QAction;
-class QMenu;
 
 namespace skylet {
 
-/// Shows a QMenu to hosts as com.canonical.dbusmenu (version 3): reads its actions, tells of their changes once per
-/// turn of the event loop, and triggers them when a host's user clicks. One level deep, as the menu is. It changes
-/// nothing in the menu itself.
-class DBusMenuExporter final : public ExportedObject {
+/// Shows the menu to hosts as com.canonical.dbusmenu (version 3): sends its changes once per turn of the event loop,
+/// and triggers its items when a host's user clicks. The root has the id 0, the items the ids from 1 on.
+class DBusMenuExporter final : public QObject, protected QDBusContext {
     Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.canonical.dbusmenu")
+    Q_PROPERTY(uint Version MEMBER version_ CONSTANT)
+    Q_PROPERTY(QString TextDirection READ textDirection)
+    Q_PROPERTY(QString Status MEMBER status_ CONSTANT)
+    Q_PROPERTY(QStringList IconThemePath MEMBER iconThemePath_ CONSTANT)
 
   public:
     /// How long a menu is taken for open in a host that tells when it opens but never when it closes, as
     /// xfce4-panel (libdbusmenu-gtk) does: as long as most people look at it.
     static constexpr std::chrono::milliseconds usualOpenTime{15000};
 
-    /// `menu` outlives the exporter.
-    DBusMenuExporter(const QString& path, QMenu& menu, std::chrono::milliseconds openTime = usualOpenTime);
-    ~DBusMenuExporter() override;
-    DBusMenuExporter(const DBusMenuExporter&) = delete;
-    DBusMenuExporter& operator=(const DBusMenuExporter&) = delete;
-    DBusMenuExporter(DBusMenuExporter&&) = delete;
-    DBusMenuExporter& operator=(DBusMenuExporter&&) = delete;
+    explicit DBusMenuExporter(std::chrono::milliseconds openTime = usualOpenTime);
 
-    bool exportOn(const QDBusConnection& connection);
+    bool exportOn(QDBusConnection connection, const QString& path);
+    /// To be called once, in the turn of the event loop in which the exporter is made.
+    void setMenu(const Menu& menu);
     /// Some host has the menu open, as far as hosts say. A host that disappears has closed it.
-    bool isOpen() const { return !openIn_.isEmpty(); }
-
-    bool eventFilter(QObject* watched, QEvent* event) override;
+    bool isOpen() const { return !openIn_.isEmpty() || !aboutToShowIn_.isEmpty(); }
 
   Q_SIGNALS:
     void openChanged(bool open);
     /// A host reads what is in the menu, so the status item has arrived there.
     void layoutRequested();
 
+    // The protocol.
+    Q_SCRIPTABLE void ItemsPropertiesUpdated(const QList<skylet::DBusMenuProperties>& updated,
+                                             const QList<skylet::DBusMenuPropertyNames>& removed);
+    Q_SCRIPTABLE void LayoutUpdated(uint revision, int parent);
+    Q_SCRIPTABLE void ItemActivationRequested(int id, uint timestamp);
+
+  public Q_SLOTS: // NOLINT(readability-redundant-access-specifiers): the protocol's
+    uint GetLayout(int parent, int depth, const QStringList& names, skylet::DBusMenuLayout& layout);
+    QList<skylet::DBusMenuProperties> GetGroupProperties(const QList<int>& ids, const QStringList& names);
+    QDBusVariant GetProperty(int id, const QString& name);
+    void Event(int id, const QString& eventId, const QDBusVariant& data, uint timestamp);
+    QList<int> EventGroup(const QList<skylet::DBusMenuEvent>& events);
+    bool AboutToShow(int id);
+    QList<int> AboutToShowGroup(const QList<int>& ids, QList<int>& unknown);
+
   private:
-    /// What a host sees of one action.
-    struct Entry {
-        QAction* action = nullptr;
-        QVariantMap told;
-        qint64 iconKey = 0;
-        QByteArray iconData;
-    };
-
-    void addMenuMethods();
-    void getLayout(const QDBusMessage& call);
-    void getGroupProperties(const QDBusMessage& call);
-    void getProperty(const QDBusMessage& call);
-    void event(const QDBusMessage& call);
-    void eventGroup(const QDBusMessage& call);
-    void aboutToShow(const QDBusMessage& call);
-    void aboutToShowGroup(const QDBusMessage& call);
-
-    bool knows(int id) const { return id == rootId || entries_.contains(id); }
-    /// Carries out what a user did; false when there is no such entry.
-    bool handleEvent(int id, const QString& eventId, const QString& host);
+    bool knows(int id) const { return id >= rootId && id <= sent_.size(); }
+    void refuse();
+    void handleEvent(const DBusMenuEvent& event);
     void setOpenIn(const QString& host, bool open);
-    /// The host is about to show the menu; whether it says more of it is not known yet.
-    void assumeOpenIn(const QString& host);
-    void endAssumption();
-    QVariantMap properties(int id);
-    QVariantMap propertiesOf(Entry& entry);
-    QByteArray iconData(Entry& entry);
-
+    void setAboutToShowIn(const QString& host);
+    void followHosts();
+    QVariantMap properties(int id) const;
     void scheduleUpdate();
-    void update();
-    /// Gives each action that has none yet a number of its own, never used before, and reads the order of all.
-    void renumber();
-    void tellPropertyChanges();
+    void sendChanges();
+    QString textDirection() const;
 
     static constexpr int rootId = 0;
 
-    QMenu& menu_;
-    QHash<int, Entry> entries_;
-    /// The numbers of the entries from top to bottom, now and as hosts were last told.
-    QList<int> order_;
-    QList<int> toldOrder_;
-    int lastId_ = rootId;
-    uint revision_ = 1;
+    const uint version_ = 3;
+    const QString status_ = QStringLiteral("normal");
+    const QStringList iconThemePath_;
+    Menu menu_;
+    /// Each item's properties as hosts have them, without the root's.
+    QList<QVariantMap> sent_;
     bool updateScheduled_ = false;
     QSet<QString> openIn_;
-    /// The one host in which the menu is open by assumption; empty: none.
-    QString assumedIn_;
-    QTimer assumptionTimer_;
-    std::unique_ptr<QDBusServiceWatcher> hostWatcher_;
+    /// The host that has called AboutToShow and may say no more; the menu counts as open there for a while.
+    QString aboutToShowIn_;
+    bool wasOpen_ = false;
+    QTimer aboutToShowTimer_;
+    QDBusServiceWatcher hostWatcher_;
 };
 
 } // namespace skylet

@@ -1,10 +1,31 @@
 #include "platform/linux/statusitem/host/DBusTypes.h"
 
 #include <QDBusMetaType>
+#include <QDBusVariant>
 #include <QImage>
 #include <QtEndian>
 
 namespace skylet {
+
+namespace {
+
+template <typename Type>
+void registerSent() {
+    QDBusMetaType::registerMarshallOperators(
+        QMetaType::fromType<Type>(),
+        [](QDBusArgument& argument, const void* value) { argument << *static_cast<const Type*>(value); },
+        [](const QDBusArgument&, void*) {});
+}
+
+template <typename... Fields>
+QDBusArgument& putStructure(QDBusArgument& argument, const Fields&... fields) {
+    argument.beginStructure();
+    (argument << ... << fields);
+    argument.endStructure();
+    return argument;
+}
+
+} // namespace
 
 DBusPixmap toDBusPixmap(const QImage& image) {
     const QImage source = image.convertToFormat(QImage::Format_ARGB32);
@@ -18,59 +39,19 @@ DBusPixmap toDBusPixmap(const QImage& image) {
 }
 
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusPixmap& pixmap) {
-    argument.beginStructure();
-    argument << pixmap.width << pixmap.height << pixmap.pixels;
-    argument.endStructure();
-    return argument;
-}
-
-const QDBusArgument& operator>>(const QDBusArgument& argument, DBusPixmap& pixmap) {
-    argument.beginStructure();
-    argument >> pixmap.width >> pixmap.height >> pixmap.pixels;
-    argument.endStructure();
-    return argument;
+    return putStructure(argument, pixmap.width, pixmap.height, pixmap.pixels);
 }
 
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusToolTip& toolTip) {
-    argument.beginStructure();
-    argument << toolTip.iconName << toolTip.icon << toolTip.title << toolTip.text;
-    argument.endStructure();
-    return argument;
-}
-
-const QDBusArgument& operator>>(const QDBusArgument& argument, DBusToolTip& toolTip) {
-    argument.beginStructure();
-    argument >> toolTip.iconName >> toolTip.icon >> toolTip.title >> toolTip.text;
-    argument.endStructure();
-    return argument;
+    return putStructure(argument, QString(), QList<DBusPixmap>(), toolTip.title, toolTip.text);
 }
 
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusMenuProperties& properties) {
-    argument.beginStructure();
-    argument << properties.id << properties.properties;
-    argument.endStructure();
-    return argument;
-}
-
-const QDBusArgument& operator>>(const QDBusArgument& argument, DBusMenuProperties& properties) {
-    argument.beginStructure();
-    argument >> properties.id >> properties.properties;
-    argument.endStructure();
-    return argument;
+    return putStructure(argument, properties.id, properties.properties);
 }
 
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusMenuPropertyNames& names) {
-    argument.beginStructure();
-    argument << names.id << names.names;
-    argument.endStructure();
-    return argument;
-}
-
-const QDBusArgument& operator>>(const QDBusArgument& argument, DBusMenuPropertyNames& names) {
-    argument.beginStructure();
-    argument >> names.id >> names.names;
-    argument.endStructure();
-    return argument;
+    return putStructure(argument, names.id, names.names);
 }
 
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusMenuLayout& layout) {
@@ -85,48 +66,31 @@ QDBusArgument& operator<<(QDBusArgument& argument, const DBusMenuLayout& layout)
     return argument;
 }
 
-const QDBusArgument& operator>>(const QDBusArgument& argument, DBusMenuLayout& layout) {
-    argument.beginStructure();
-    argument >> layout.id >> layout.properties;
-    layout.children.clear();
-    argument.beginArray();
-    while (!argument.atEnd()) {
-        QDBusVariant child;
-        argument >> child;
-        layout.children.append(qdbus_cast<DBusMenuLayout>(child.variant()));
-    }
-    argument.endArray();
-    argument.endStructure();
-    return argument;
-}
-
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusMenuEvent& event) {
-    argument.beginStructure();
-    argument << event.id << event.eventId << event.data << event.timestamp;
-    argument.endStructure();
-    return argument;
+    return putStructure(argument, event.id, event.eventId, QDBusVariant(0), 0U);
 }
 
 const QDBusArgument& operator>>(const QDBusArgument& argument, DBusMenuEvent& event) {
+    QDBusVariant data;
+    uint timestamp = 0;
     argument.beginStructure();
-    argument >> event.id >> event.eventId >> event.data >> event.timestamp;
+    argument >> event.id >> event.eventId >> data >> timestamp;
     argument.endStructure();
     return argument;
 }
 
 void registerDBusTypes() {
-    qDBusRegisterMetaType<DBusPixmap>();
-    qDBusRegisterMetaType<QList<DBusPixmap>>();
-    qDBusRegisterMetaType<DBusToolTip>();
-    qDBusRegisterMetaType<DBusMenuProperties>();
-    qDBusRegisterMetaType<QList<DBusMenuProperties>>();
-    qDBusRegisterMetaType<DBusMenuPropertyNames>();
-    qDBusRegisterMetaType<QList<DBusMenuPropertyNames>>();
-    qDBusRegisterMetaType<DBusMenuLayout>();
+    registerSent<DBusPixmap>();
+    registerSent<QList<DBusPixmap>>();
+    registerSent<DBusToolTip>();
+    registerSent<DBusMenuProperties>();
+    registerSent<QList<DBusMenuProperties>>();
+    registerSent<DBusMenuPropertyNames>();
+    registerSent<QList<DBusMenuPropertyNames>>();
+    registerSent<DBusMenuLayout>();
+    registerSent<QList<QStringList>>();
     qDBusRegisterMetaType<DBusMenuEvent>();
     qDBusRegisterMetaType<QList<DBusMenuEvent>>();
-    qDBusRegisterMetaType<QList<QStringList>>();
-    qDBusRegisterMetaType<QList<int>>();
 }
 
 } // namespace skylet

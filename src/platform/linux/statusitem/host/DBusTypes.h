@@ -2,7 +2,6 @@
 
 #include <QByteArray>
 #include <QDBusArgument>
-#include <QDBusVariant>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -12,7 +11,7 @@ class QImage;
 
 namespace skylet {
 
-/// The structures of org.kde.StatusNotifierItem and com.canonical.dbusmenu, as Qt D-Bus needs them to be declared.
+/// The structures of org.kde.StatusNotifierItem and com.canonical.dbusmenu. All but the events are only sent.
 
 /// (iiay): pixels in ARGB32, not premultiplied, network byte order.
 struct DBusPixmap {
@@ -22,12 +21,12 @@ struct DBusPixmap {
 };
 DBusPixmap toDBusPixmap(const QImage& image);
 
-/// (sa(iiay)ss)
+/// (sa(iiay)ss): without an icon.
 struct DBusToolTip {
-    QString iconName;
-    QList<DBusPixmap> icon;
     QString title;
     QString text;
+
+    bool operator==(const DBusToolTip&) const = default;
 };
 
 /// (ia{sv}): one menu entry's properties.
@@ -49,24 +48,18 @@ struct DBusMenuLayout {
     QList<DBusMenuLayout> children;
 };
 
-/// (isvu): something that a host's user did to an entry.
+/// (isvu): something that a host's user did to an entry. The data and the time that belong to it are not kept.
 struct DBusMenuEvent {
     int id = 0;
     QString eventId;
-    QDBusVariant data;
-    uint timestamp = 0;
 };
 
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusPixmap& pixmap);
-const QDBusArgument& operator>>(const QDBusArgument& argument, DBusPixmap& pixmap);
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusToolTip& toolTip);
-const QDBusArgument& operator>>(const QDBusArgument& argument, DBusToolTip& toolTip);
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusMenuProperties& properties);
-const QDBusArgument& operator>>(const QDBusArgument& argument, DBusMenuProperties& properties);
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusMenuPropertyNames& names);
-const QDBusArgument& operator>>(const QDBusArgument& argument, DBusMenuPropertyNames& names);
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusMenuLayout& layout);
-const QDBusArgument& operator>>(const QDBusArgument& argument, DBusMenuLayout& layout);
+/// Qt derives the signature of what it receives from what it would send.
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusMenuEvent& event);
 const QDBusArgument& operator>>(const QDBusArgument& argument, DBusMenuEvent& event);
 
@@ -74,10 +67,3 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, DBusMenuEvent& ev
 void registerDBusTypes();
 
 } // namespace skylet
-
-Q_DECLARE_METATYPE(skylet::DBusPixmap)
-Q_DECLARE_METATYPE(skylet::DBusToolTip)
-Q_DECLARE_METATYPE(skylet::DBusMenuProperties)
-Q_DECLARE_METATYPE(skylet::DBusMenuPropertyNames)
-Q_DECLARE_METATYPE(skylet::DBusMenuLayout)
-Q_DECLARE_METATYPE(skylet::DBusMenuEvent)

@@ -1,6 +1,8 @@
 #include "platform/linux/statusitem/host/SniObject.h"
 
-#include <QDBusObjectPath>
+#include "platform/linux/statusitem/host/SniInterface.h"
+
+#include <QDBusError>
 #include <QFontDatabase>
 
 #include <array>
@@ -25,18 +27,6 @@ constexpr std::array uprightSizes = {16, 22, 32, 64};
 // An activation token is a short opaque text; a longer one is no token.
 constexpr qsizetype longestToken = 1024;
 
-QString statusName(SniObject::Status status) {
-    switch (status) {
-    case SniObject::Status::passive:
-        return QStringLiteral("Passive");
-    case SniObject::Status::needsAttention:
-        return QStringLiteral("NeedsAttention");
-    case SniObject::Status::active:
-        break;
-    }
-    return QStringLiteral("Active");
-}
-
 /// Hosts may read the tooltip's text as markup.
 QString escapedMarkup(QString text) {
     text.replace(QLatin1Char('&'), QStringLiteral("&amp;"));
@@ -45,99 +35,58 @@ QString escapedMarkup(QString text) {
 
 } // namespace
 
-SniObject::SniObject(const QString& path, const QString& menuPath)
-    : ExportedObject(path, QStringLiteral("org.kde.StatusNotifierItem"), nullptr), id_(QStringLiteral("skylet")) {
+SniObject::SniObject(QString path, QString menuPath)
+    : path_(std::move(path)), menuPath_(std::move(menuPath)), id_(QStringLiteral("skylet")) {
     registerDBusTypes();
-    addItemProperties(menuPath);
-    addItemMethods();
-    const QString text = QStringLiteral("s");
-    for (const QString& name : {QStringLiteral("NewTitle"), QStringLiteral("NewIcon"),
-                                QStringLiteral("NewAttentionIcon"), QStringLiteral("NewToolTip")}) {
-        addSignal(name, {});
+    exportInterface();
+}
+
+bool SniObject::exportOn(const QDBusConnection& connection) {
+    connection_ = connection;
+    return exportInterface();
+}
+
+bool SniObject::exportInterface() {
+    connection_.unregisterObject(path_);
+    exported_ = std::make_unique<QObject>();
+    interface_ = appearance_.label.isEmpty() ? new SniInterface(exported_.get(), *this)
+                                             : new LabelledSniInterface(exported_.get(), *this);
+    return connection_.registerObject(path_, exported_.get());
+}
+
+QString SniObject::statusName() const {
+    switch (status_) {
+    case Status::passive:
+        return QStringLiteral("Passive");
+    case Status::needsAttention:
+        return QStringLiteral("NeedsAttention");
+    case Status::active:
+        break;
     }
-    addSignal(QStringLiteral("NewStatus"), {text});
-    addSignal(QStringLiteral("XAyatanaNewLabel"), {text, text});
+    return QStringLiteral("Active");
 }
 
-void SniObject::addItemProperties(const QString& menuPath) {
-    const QString text = QStringLiteral("s");
-    const QString images = QStringLiteral("a(iiay)");
-    const auto constant = [this](const QString& name, const QString& signature, const QVariant& value) {
-        addProperty(name, signature, [value] { return value; });
-    };
-    constant(QStringLiteral("Category"), text, QStringLiteral("ApplicationStatus"));
-    addProperty(QStringLiteral("Id"), text, [this] { return QVariant(id_); });
-    constant(QStringLiteral("Title"), text, QStringLiteral("Skylet"));
-    addProperty(QStringLiteral("Status"), text, [this] { return QVariant(statusName(status_)); });
-    constant(QStringLiteral("WindowId"), QStringLiteral("i"), 0);
-    constant(QStringLiteral("IconThemePath"), text, QString());
-    constant(QStringLiteral("Menu"), QStringLiteral("o"), QVariant::fromValue(QDBusObjectPath(menuPath)));
-    constant(QStringLiteral("ItemIsMenu"), QStringLiteral("b"), true);
-    // A name goes before the pixmap, and no icon theme has an icon for every number: so there is one only where the
-    // host does better with it.
-    for (const QString& name : {QStringLiteral("IconName"), QStringLiteral("AttentionIconName")}) {
-        addProperty(name, text, [this] { return QVariant(iconName()); });
-    }
-    constant(QStringLiteral("OverlayIconName"), text, QString());
-    constant(QStringLiteral("OverlayIconPixmap"), images, QVariant::fromValue(QList<DBusPixmap>()));
-    constant(QStringLiteral("AttentionMovieName"), text, QString());
-    // While attention is asked for, hosts show the attention icon in the place of the icon: it is the same.
-    // A host that reads one property reads them all, and what is made of the pixels stays in its memory for a while: so
-    // there are none beside a file, and the icon that is not on show has its smallest size only, for a host that shows
-    // it before it has read it anew.
-    addProperty(QStringLiteral("IconPixmap"), images,
-                [this] { return QVariant::fromValue(iconName().isEmpty() ? pixmaps() : QList<DBusPixmap>()); });
-    addProperty(QStringLiteral("AttentionIconPixmap"), images, [this] {
-        if (!iconName().isEmpty()) {
-            return QVariant::fromValue(QList<DBusPixmap>());
-        }
-        return QVariant::fromValue(status_ == Status::needsAttention ? pixmaps() : smallestPixmap());
-    });
-    addProperty(QStringLiteral("ToolTip"), QStringLiteral("(sa(iiay)ss)"),
-                [this] { return QVariant::fromValue(toolTip()); });
-    // MATE 1.27 hides an item whose label is there but empty.
-    const auto unlessEmpty = [](const QString& value) -> std::optional<QVariant> {
-        return value.isEmpty() ? std::nullopt : std::optional<QVariant>(value);
-    };
-    addProperty(QStringLiteral("XAyatanaLabel"), text, [this, unlessEmpty] { return unlessEmpty(appearance_.label); });
-    addProperty(QStringLiteral("XAyatanaLabelGuide"), text,
-                [this, unlessEmpty] { return unlessEmpty(appearance_.labelGuide); });
-    // 0: the host chooses the place.
-    constant(QStringLiteral("XAyatanaOrderingIndex"), QStringLiteral("u"), 0U);
-}
-
-void SniObject::addItemMethods() {
-    const QString integer = QStringLiteral("i");
-    const QString text = QStringLiteral("s");
-    const auto opensMenu = [this](const QDBusMessage& call) { openMenu(call); };
-    const auto doesNothing = [this](const QDBusMessage& call) { reply(call); };
-    addMethod(QStringLiteral("Activate"), {integer, integer}, {}, opensMenu);
-    addMethod(QStringLiteral("ContextMenu"), {integer, integer}, {}, opensMenu);
-    addMethod(QStringLiteral("SecondaryActivate"), {integer, integer}, {}, doesNothing);
-    addMethod(QStringLiteral("XAyatanaSecondaryActivate"), {QStringLiteral("u")}, {}, doesNothing);
-    addMethod(QStringLiteral("Scroll"), {integer, text}, {}, doesNothing);
-    addMethod(QStringLiteral("ProvideXdgActivationToken"), {text}, {}, [this](const QDBusMessage& call) {
-        const QString token = call.arguments().first().toString();
-        if (tokenTaker_ && token.size() <= longestToken) {
-            tokenTaker_(token);
-        }
-        reply(call);
-    });
-}
-
-void SniObject::openMenu(const QDBusMessage& call) {
-    const QPoint place(call.arguments().at(0).toInt(), call.arguments().at(1).toInt());
-    if (menuOpener_ && menuOpener_(call.service(), place)) {
-        reply(call);
-    } else {
+void SniObject::openMenu(QPoint place, const QDBusMessage& call) {
+    if (!menuOpener_ || !menuOpener_(call.service(), place)) {
         // "Unknown method" is the one refusal after which GNOME's extension never tries again.
-        fail(call, unknownMethodError(), QStringLiteral("a click opens the menu"));
+        call.setDelayedReply(true);
+        connection_.send(call.createErrorReply(QDBusError::UnknownMethod, QStringLiteral("a click opens the menu")));
+    }
+}
+
+void SniObject::takeActivationToken(const QString& token) {
+    if (tokenTaker_ && token.size() <= longestToken) {
+        tokenTaker_(token);
     }
 }
 
 void SniObject::setAppearance(const ItemAppearance& appearance) {
+    const bool hadLabel = !appearance_.label.isEmpty();
     appearance_ = appearance;
-    scheduleTelling();
+    if (hadLabel == appearance_.label.isEmpty()) {
+        exportInterface();
+    }
+    scheduleSignals();
 }
 
 void SniObject::setIconByName(bool byName) {
@@ -148,85 +97,73 @@ void SniObject::setIconByName(bool byName) {
 
 void SniObject::setStatus(Status status) {
     status_ = status;
-    scheduleTelling();
+    scheduleSignals();
 }
 
 void SniObject::setOpenMenu(OpenMenu menu) {
     openMenu_ = menu;
-    scheduleTelling();
+    scheduleSignals();
 }
 
-void SniObject::scheduleTelling() {
-    if (!tellingScheduled_) {
-        tellingScheduled_ = true;
-        QMetaObject::invokeMethod(this, &SniObject::tellChanges, Qt::QueuedConnection);
+void SniObject::scheduleSignals() {
+    if (!signalsScheduled_) {
+        signalsScheduled_ = true;
+        QMetaObject::invokeMethod(this, &SniObject::sendSignals, Qt::QueuedConnection);
     }
 }
 
-void SniObject::tellChanges() {
-    tellingScheduled_ = false;
-    if (!told_) {
-        told_ = Told{appearance_, status_};
-        return;
-    }
-    const Told before = *told_;
-    const bool newIcon = appearance_.icon != before.appearance.icon;
-    const bool newStatus = status_ != before.status;
-    told_->appearance.icon = appearance_.icon;
-    told_->appearance.label = appearance_.label;
-    told_->appearance.labelGuide = appearance_.labelGuide;
-    told_->status = status_;
+void SniObject::sendSignals() {
+    signalsScheduled_ = false;
+    const Sent before = std::exchange(sent_, {appearance_.icon, appearance_.label, status_, wantedToolTip()});
+    const bool newIcon = sent_.icon != before.icon;
+    const bool newStatus = sent_.status != before.status;
     if (newIcon) {
-        emitSignal(QStringLiteral("NewIcon"));
+        Q_EMIT interface_->NewIcon();
     }
-    // Its changes are told only while it is on show, so a host may hold an old one when attention is asked for.
+    // Its changes are sent only while it is on show, so a host may hold an old one when attention is asked for.
     if (status_ == Status::needsAttention && (newIcon || newStatus)) {
-        emitSignal(QStringLiteral("NewAttentionIcon"));
+        Q_EMIT interface_->NewAttentionIcon();
     }
     if (newStatus) {
-        emitSignal(QStringLiteral("NewStatus"), {statusName(status_)});
+        Q_EMIT interface_->NewStatus(statusName());
     }
-    if (appearance_.label != before.appearance.label) {
-        emitSignal(QStringLiteral("XAyatanaNewLabel"), {appearance_.label, appearance_.labelGuide});
+    if (sent_.label != before.label) {
+        Q_EMIT interface_->XAyatanaNewLabel(appearance_.label, appearance_.labelGuide);
     }
-    tellToolTip();
+    if (sent_.toolTip != before.toolTip) {
+        Q_EMIT interface_->NewToolTip();
+    }
 }
 
-void SniObject::tellToolTip() {
-    ItemAppearance& told = told_->appearance;
-    const auto [title, text] = shownToolTip();
-    if (told.toolTipTitle == title && told.toolTipText == text) {
-        return;
-    }
-    told.toolTipTitle = title;
-    told.toolTipText = text;
-    emitSignal(QStringLiteral("NewToolTip"));
-}
-
-std::pair<QString, QString> SniObject::shownToolTip() const {
+DBusToolTip SniObject::wantedToolTip() const {
     switch (openMenu_) {
     case OpenMenu::none:
         break;
     case OpenMenu::ofHost:
-        // Not only untold but also unread: a host that is told of an icon may read the tooltip as well.
-        if (told_) {
-            return {told_->appearance.toolTipTitle, told_->appearance.toolTipText};
-        }
-        break;
+        return sent_.toolTip;
     case OpenMenu::own:
         // With every new icon MATE shows the tooltip of what the mouse is on, and there it would hide the menu's lines.
         return {};
     }
-    return {appearance_.toolTipTitle, appearance_.toolTipText};
+    return {appearance_.toolTipTitle, escapedMarkup(appearance_.toolTipText)};
 }
 
-DBusToolTip SniObject::toolTip() const {
-    const auto [title, text] = shownToolTip();
-    return {{}, {}, title, escapedMarkup(text)};
-}
-
+// A name goes before the pixmap, and no icon theme has an icon for every number: so there is one only where the host
+// does better with it. While attention is asked for, hosts show the attention icon in the place of the icon: it is the
+// same.
 QString SniObject::iconName() {
     return iconFiles_ ? iconFiles_->fileFor(appearance_.icon) : QString();
+}
+
+// A host that reads one property reads them all, and what is made of the pixels stays in its memory for a while: so
+// there are none beside a file, and the icon that is not on show has its smallest size only, for a host that shows it
+// before it has read it anew.
+QList<DBusPixmap> SniObject::iconPixmap() {
+    return iconName().isEmpty() ? pixmaps() : QList<DBusPixmap>();
+}
+
+QList<DBusPixmap> SniObject::attentionIconPixmap() {
+    return status_ == Status::needsAttention ? iconPixmap() : iconPixmap().mid(0, 1);
 }
 
 const QList<DBusPixmap>& SniObject::pixmaps() {
@@ -249,10 +186,6 @@ const QList<DBusPixmap>& SniObject::pixmaps() {
         paintedIcon_ = appearance_.icon;
     }
     return pixmaps_;
-}
-
-QList<DBusPixmap> SniObject::smallestPixmap() {
-    return {pixmaps().first()};
 }
 
 } // namespace skylet

@@ -3,8 +3,9 @@
 #include "platform/linux/statusitem/drawing/IconFiles.h"
 #include "platform/linux/statusitem/drawing/ItemAppearance.h"
 #include "platform/linux/statusitem/host/DBusTypes.h"
-#include "platform/linux/statusitem/host/ExportedObject.h"
 
+#include <QDBusConnection>
+#include <QObject>
 #include <QPoint>
 
 #include <functional>
@@ -12,13 +13,16 @@
 #include <optional>
 #include <utility>
 
+class QDBusMessage;
+
 namespace skylet {
 
-/// The item as hosts see it on the bus: org.kde.StatusNotifierItem with the label that libayatana-appindicator added to
-/// it. A host answers every signal by reading properties, pixmaps included; so signals go out once per turn of the
-/// event loop, only for what differs from what was told last, and none about the tooltip while a host shows the menu,
-/// which would make some hosts close it.
-class SniObject final : public ExportedObject {
+class SniInterface;
+
+/// The item as hosts see it on the bus. A host answers every signal by reading properties, pixmaps included; so signals
+/// go out once per turn of the event loop, only for what differs from what was sent last, and none about the tooltip
+/// while a host shows the menu, which would make some hosts close it.
+class SniObject final : public QObject {
     Q_OBJECT
 
   public:
@@ -33,8 +37,9 @@ class SniObject final : public ExportedObject {
     /// Opens the menu at a place, in logical pixels; false when the calling host shall open it by itself.
     using MenuOpener = std::function<bool(const QString& host, QPoint place)>;
 
-    SniObject(const QString& path, const QString& menuPath);
+    SniObject(QString path, QString menuPath);
 
+    bool exportOn(const QDBusConnection& connection);
     void setMenuOpener(MenuOpener opener) { menuOpener_ = std::move(opener); }
     /// Gets the token with which the host lets the program bring the next window to the front.
     void setActivationTokenTaker(std::function<void(const QString& token)> taker) { tokenTaker_ = std::move(taker); }
@@ -46,31 +51,48 @@ class SniObject final : public ExportedObject {
     void setStatus(Status status);
     void setOpenMenu(OpenMenu menu);
 
+    // What the interface tells and is asked for.
+    const QString& id() const { return id_; }
+    const QString& menuPath() const { return menuPath_; }
+    const ItemAppearance& appearance() const { return appearance_; }
+    QString statusName() const;
+    /// Empty while hosts are given pixels.
+    QString iconName();
+    QList<DBusPixmap> iconPixmap();
+    QList<DBusPixmap> attentionIconPixmap();
+    /// As it was sent last: a host that reads a new icon may read the tooltip as well.
+    const DBusToolTip& toolTip() const { return sent_.toolTip; }
+    void openMenu(QPoint place, const QDBusMessage& call);
+    void takeActivationToken(const QString& token);
+
   private:
-    struct Told {
-        ItemAppearance appearance;
+    struct Sent {
+        StatusIcon icon;
+        QString label;
         Status status = Status::active;
+        DBusToolTip toolTip;
     };
 
-    void addItemProperties(const QString& menuPath);
-    void addItemMethods();
-    void openMenu(const QDBusMessage& call);
-    void scheduleTelling();
-    void tellChanges();
-    void tellToolTip();
-    std::pair<QString, QString> shownToolTip() const;
-    DBusToolTip toolTip() const;
+    bool exportInterface();
+    void scheduleSignals();
+    void sendSignals();
+    DBusToolTip wantedToolTip() const;
     const QList<DBusPixmap>& pixmaps();
-    QList<DBusPixmap> smallestPixmap();
-    QString iconName();
 
+    const QString path_;
+    const QString menuPath_;
+    QDBusConnection connection_{QString()};
+    /// What is at the path. A property is there or not by the class of its object, and MATE 1.27 hides an item whose
+    /// label is there but empty; so with the first label, or none any more, there is another object.
+    std::unique_ptr<QObject> exported_;
+    SniInterface* interface_ = nullptr;
     QString id_;
     ItemAppearance appearance_;
     Status status_ = Status::active;
     OpenMenu openMenu_ = OpenMenu::none;
-    /// Absent until the first turn of the event loop: what stands then is read, not told.
-    std::optional<Told> told_;
-    bool tellingScheduled_ = false;
+    /// As hosts have it.
+    Sent sent_;
+    bool signalsScheduled_ = false;
     MenuOpener menuOpener_;
     std::function<void(const QString& token)> tokenTaker_;
     /// Absent while hosts are given pixels.

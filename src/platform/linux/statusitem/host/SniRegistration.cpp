@@ -1,22 +1,13 @@
 #include "platform/linux/statusitem/host/SniRegistration.h"
 
+#include "platform/linux/statusitem/StatusItemLog.h"
+#include "platform/linux/system/BusCall.h"
+
 #include <QCoreApplication>
-#include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
-#include <QDBusPendingReply>
 
 #include <utility>
 
 namespace skylet {
-
-namespace {
-
-// From the D-Bus specification, "org.freedesktop.DBus.RequestName".
-constexpr uint doNotQueue = 4;
-constexpr uint primaryOwner = 1;
-constexpr uint alreadyOwner = 4;
-
-} // namespace
 
 SniRegistration::SniRegistration(QDBusConnection connection, SniRegistrationLimits limits)
     : connection_(std::move(connection)), limits_(limits) {
@@ -53,17 +44,10 @@ void SniRegistration::setWatcher(const Watcher& watcher) {
 void SniRegistration::claimName() {
     const QString name = QStringLiteral("org.kde.StatusNotifierItem-%1-1").arg(QCoreApplication::applicationPid());
     // QDBusConnection::registerService() would wait for the answer.
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-                                       QStringLiteral("org.freedesktop.DBus"), QStringLiteral("RequestName"));
-    call.setArguments({name, doNotQueue});
-    auto* answer = new QDBusPendingCallWatcher(connection_.asyncCall(call), this);
-    connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer, name, owner = watcher_.owner] {
-        answer->deleteLater();
-        const QDBusPendingReply<uint> result = *answer;
+    callAsync(connection_, nameRequest(name), this, [this, name, owner = watcher_.owner](const QDBusMessage& reply) {
         // Two programs in different process id namespaces can come to the same name. Watchers take the connection's
         // name just as well.
-        if (!result.isError() && (result.value() == primaryOwner || result.value() == alreadyOwner)) {
+        if (hasGrantedName(reply)) {
             ownName_ = name;
         }
         if (owner == watcher_.owner) {
@@ -75,19 +59,20 @@ void SniRegistration::claimName() {
 void SniRegistration::registerItem() {
     ++tries_;
     refused_ = false;
-    QDBusMessage call = QDBusMessage::createMethodCall(watcher_.owner, QStringLiteral("/StatusNotifierWatcher"),
-                                                       QStringLiteral("org.kde.StatusNotifierWatcher"),
-                                                       QStringLiteral("RegisterStatusNotifierItem"));
+    qCInfo(statusItemLog) << "registers as" << serviceName() << "with" << watcher_.owner << "try" << tries_;
+    auto call = QDBusMessage::createMethodCall(watcher_.owner, QStringLiteral("/StatusNotifierWatcher"),
+                                               QStringLiteral("org.kde.StatusNotifierWatcher"),
+                                               QStringLiteral("RegisterStatusNotifierItem"));
     call.setArguments({serviceName()});
-    auto* answer = new QDBusPendingCallWatcher(connection_.asyncCall(call), this);
-    connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer, owner = watcher_.owner] {
-        answer->deleteLater();
-        if (answer->isError() && owner == watcher_.owner) {
-            refused_ = true;
-            // a busy desktop may take longer to refuse than the timer has waited
-            if (!timer_.isActive()) {
-                tryAgainLater();
-            }
+    callAsync(connection_, call, this, [this, owner = watcher_.owner](const QDBusMessage& reply) {
+        if (owner != watcher_.owner) {
+            return;
+        }
+        refused_ = reply.type() == QDBusMessage::ErrorMessage;
+        qCInfo(statusItemLog) << (refused_ ? "refused by" : "registered with") << owner << reply.errorMessage();
+        // A busy desktop may take longer to refuse than the timer has waited.
+        if (refused_ && !timer_.isActive()) {
+            tryAgainLater();
         }
     });
     tryAgainLater();

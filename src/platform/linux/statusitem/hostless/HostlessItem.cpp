@@ -1,5 +1,6 @@
 #include "platform/linux/statusitem/hostless/HostlessItem.h"
 
+#include "platform/linux/statusitem/StatusItemLog.h"
 #include "platform/linux/statusitem/drawing/ItemAppearance.h"
 
 #include <QApplication>
@@ -63,6 +64,7 @@ void HostlessItem::showIcon() {
     icon_ = std::make_unique<XembedIcon>(*server_, tray_->window(), appearance(Presentation::badge, display_).icon,
                                          screen != nullptr ? screen->devicePixelRatio() : 1);
     connect(icon_.get(), &XembedIcon::embedded, this, [this] {
+        qCInfo(statusItemLog) << "without a host: in the X11 tray";
         embeddingTimer_.stop();
         strip_.reset();
     });
@@ -85,6 +87,7 @@ void HostlessItem::leaveTray() {
     embeddingTimer_.stop();
     toolTipTimer_.stop();
     if (!strip_) {
+        qCInfo(statusItemLog) << "without a host: a strip";
         strip_ = std::make_unique<TitleStrip>(display_);
         connect(strip_.get(), &TitleStrip::activated, this, openMenu_);
         strip_->show();

@@ -1,6 +1,5 @@
 #include "platform/linux/statusitem/hostless/QtMenu.h"
 
-#include "platform/desktop/TextDirection.h"
 #include "platform/linux/desktop/ApplicationIcon.h"
 
 #include <QAction>
@@ -10,7 +9,6 @@
 #include <QKeySequence>
 #include <QPainter>
 #include <QPalette>
-#include <QPointer>
 #include <QScreen>
 
 #include <algorithm>
@@ -59,11 +57,8 @@ class ShortcutMenu final : public QMenu {
             return;
         }
         if ((*entry)->isEnabled()) {
-            const QPointer<QAction> action = *entry;
             close();
-            if (action) {
-                action->trigger();
-            }
+            (*entry)->trigger();
         }
     }
 
@@ -89,26 +84,19 @@ QKeySequence shortcutFor(const QString& keyEquivalent) {
 }
 
 /// The application's icon at one size, and at twice that size for screens of scale 2.
-QIcon menuIcon(QSize size) {
+QIcon menuIcon(const QSize& size) {
     QIcon icon;
-    if (!size.isEmpty()) {
-        icon.addPixmap(applicationIcon().pixmap(size, 1.0));
-        icon.addPixmap(applicationIcon().pixmap(size * 2, 1.0));
-    }
+    icon.addPixmap(applicationIcon().pixmap(size, 1.0));
+    icon.addPixmap(applicationIcon().pixmap(size * 2, 1.0));
     return icon;
 }
 
 void apply(const MenuItem& item, QAction& action) {
     QString text = item.title();
     action.setText(text.replace(QLatin1Char('&'), QStringLiteral("&&")));
-    action.setSeparator(item.isSeparator());
     action.setEnabled(item.isEnabled());
     action.setCheckable(item.isCheckable());
     action.setChecked(item.isChecked());
-    const QSize iconSize(item.applicationIconSize(), item.applicationIconSize());
-    if (action.icon().availableSizes().value(0, QSize(0, 0)) != iconSize) {
-        action.setIcon(menuIcon(iconSize));
-    }
 }
 
 /// To what its entries need.
@@ -125,18 +113,19 @@ QPoint onto(const QRect& area, QPoint place) {
 
 QtMenu::QtMenu(bool keepsSize) : widget_(std::make_unique<ShortcutMenu>()), keepsSize_(keepsSize) {}
 
-QtMenu::~QtMenu() = default;
-
 void QtMenu::setMenu(const Menu& menu) {
-    widget_->clear();
     menu_ = menu;
     for (const std::shared_ptr<MenuItem>& item : menu_) {
         auto* action = new QAction(widget_.get());
+        action->setSeparator(item->isSeparator());
         action->setShortcut(shortcutFor(item->keyEquivalent()));
         action->setShortcutVisibleInContextMenu(true);
         action->setIconVisibleInMenu(true);
         // Without it Qt moves "About", "Quit" and the like into an application menu where a platform has one.
         action->setMenuRole(QAction::NoRole);
+        if (const int side = item->applicationIconSize(); side > 0) {
+            action->setIcon(menuIcon(QSize(side, side)));
+        }
         apply(*item, *action);
         connect(item.get(), &MenuItem::changed, action, [this, item = item.get(), action] {
             // A width that is fixed would count as one that the entries need.
@@ -144,12 +133,10 @@ void QtMenu::setMenu(const Menu& menu) {
             apply(*item, *action);
             followTexts();
         });
-        connect(action, &QAction::triggered, this, [item, action = QPointer<QAction>(action)] {
+        connect(action, &QAction::triggered, this, [item, action] {
             item->trigger();
             // Qt has flipped the check mark on its own; the item decides whether it stays so.
-            if (action) {
-                apply(*item, *action);
-            }
+            apply(*item, *action);
         });
         widget_->addAction(action);
     }
@@ -157,9 +144,7 @@ void QtMenu::setMenu(const Menu& menu) {
 }
 
 void QtMenu::followTexts() {
-    const bool rightToLeft =
-        std::any_of(menu_.cbegin(), menu_.cend(), [](const auto& item) { return hasRightToLeft(item->title()); });
-    widget_->setLayoutDirection(rightToLeft ? Qt::RightToLeft : Qt::LeftToRight);
+    widget_->setLayoutDirection(isRightToLeft(menu_) ? Qt::RightToLeft : Qt::LeftToRight);
     if (keepsSize_ && widget_->isVisible()) {
         fixSize(*widget_);
     }

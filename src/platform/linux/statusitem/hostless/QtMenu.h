@@ -11,8 +11,7 @@
 
 namespace skylet {
 
-/// The program's menu as a QMenu: the one description from which a popup of our own and the menu on D-Bus are both
-/// shown. Follows every change of the items; decides nothing about them.
+/// The menu that the program pops up itself. Follows every change of the items.
 class QtMenu : public QObject {
     Q_OBJECT
 
@@ -21,13 +20,8 @@ class QtMenu : public QObject {
     /// windows beneath it is a window like any other, and compositors that lay windows out as tiles leave those alone
     /// that have a fixed size.
     explicit QtMenu(bool keepsSize = isOnWayland());
-    ~QtMenu() override;
-    QtMenu(const QtMenu&) = delete;
-    QtMenu& operator=(const QtMenu&) = delete;
-    QtMenu(QtMenu&&) = delete;
-    QtMenu& operator=(QtMenu&&) = delete;
 
-    /// Replaces all entries.
+    /// To be called once.
     void setMenu(const Menu& menu);
     QMenu& widget() { return *widget_; }
     /// Opens the menu beside `anchor`, in logical pixels of the whole desktop: beneath it, or above it in the lower

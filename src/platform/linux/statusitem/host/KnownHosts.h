@@ -1,0 +1,28 @@
+#pragma once
+
+#include "platform/linux/statusitem/drawing/ItemAppearance.h"
+
+#include <QString>
+
+namespace skylet {
+
+/// What a kind of status host can do. The defaults suit every host.
+struct StatusHostTraits {
+    Presentation presentation = Presentation::badge;
+    /// The host opens the menu by itself, on a left click at the latest when `Activate` is refused.
+    bool opensMenu = false;
+    /// An item should give the watcher the name of its connection rather than one of its own.
+    bool prefersConnectionName = false;
+    /// The host is better given the icon's name, which may be the path of a file, than its pixels.
+    bool prefersIconName = false;
+    /// The program keeps the list of items and shows none itself; what it says of hosts is not to be relied on.
+    bool watchesOnly = false;
+
+    bool operator==(const StatusHostTraits&) const = default;
+};
+
+/// `processName`: as the kernel has it, cut after 15 characters; empty: not known. `currentDesktop`: the value of
+/// XDG_CURRENT_DESKTOP, names separated by colons; it is looked at only where the process says nothing.
+StatusHostTraits traitsOfHost(const QString& processName, const QString& currentDesktop);
+
+} // namespace skylet
