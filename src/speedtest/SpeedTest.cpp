@@ -1,12 +1,8 @@
 #include "speedtest/SpeedTest.h"
 
-#include "speedtest/DarkTitleBar.h"
 #include "speedtest/GaugeScale.h"
-#include "speedtest/PanelButton.h"
-#include "speedtest/PanelLabel.h"
+#include "speedtest/PanelControls.h"
 #include "ui/Fonts.h"
-#include "ui/Frames.h"
-#include "ui/PlainWindow.h"
 #include "ui/Strings.h"
 
 #include <QAccessible>
@@ -71,10 +67,10 @@ QAccessibleInterface* makeAccessibleGauge(const QString& /*className*/, QObject*
 
 } // namespace
 
-GaugeView::GaugeView(const QRect& frame, QWidget* parent)
-    : QWidget(parent), drawing_(frame.size()), phase_(L(QStringLiteral("READY"))), accent_(toColor(downloadColor)) {
+GaugeView::GaugeView(QSize bounds, QWidget* parent)
+    : QWidget(parent), drawing_(bounds), phase_(L(QStringLiteral("READY"))), accent_(toColor(downloadColor)) {
     QAccessible::installFactory(makeAccessibleGauge);
-    setGeometry(frame.adjusted(0, 0, 0, drawing_.overhang()));
+    setFixedSize(bounds + QSize(0, drawing_.overhang()));
     setAttribute(Qt::WA_OpaquePaintEvent);
     timer_.setTimerType(Qt::PreciseTimer);
     timer_.setSingleShot(true);
@@ -172,58 +168,18 @@ void GaugeView::paintEvent(QPaintEvent* event) {
     drawing_.draw(painter, event->region(), value_, phase_, accent_);
 }
 
-namespace {
-
-constexpr QSize contentSize{360, 420};
-constexpr int firstColumn = 20;
-constexpr int columnStep = 110;
-struct ColumnNames {
-    QString caption;
-    QString value;
-};
-
-ColumnNames objectNames(ResultColumn column) {
-    switch (column) {
-    case ResultColumn::https:
-        return {QStringLiteral("httpsCaption"), QStringLiteral("httpsValue")};
-    case ResultColumn::download:
-        return {QStringLiteral("downloadCaption"), QStringLiteral("downloadValue")};
-    case ResultColumn::upload:
-        break;
-    }
-    return {QStringLiteral("uploadCaption"), QStringLiteral("uploadValue")};
-}
-
-} // namespace
-
 SpeedTestController::SpeedTestController(const BulkTransferSessionFactory& makeSession, const Clock& clock,
                                          Schedule schedule, const SessionConfiguration& configuration,
                                          Seconds phaseSeconds)
-    : measurement_(makeSession, clock, std::move(schedule), configuration, phaseSeconds) {
-    measurement_.onStarted = [this] {
-        if (onStarted) {
-            onStarted();
-        }
-    };
-    measurement_.onCancelled = [this] {
-        if (onCancelled) {
-            onCancelled();
-        }
-    };
-    measurement_.onFinished = [this](std::optional<double> down, std::optional<double> up) {
-        if (onFinished) {
-            onFinished(down, up);
-        }
-    };
-}
-
-SpeedTestController::~SpeedTestController() = default;
+    : measurement_(*this, *this, makeSession, clock, std::move(schedule), configuration, phaseSeconds) {}
 
 void SpeedTestController::show() {
     if (!window_) {
         build();
     }
-    askForDarkTitleBar(*window_);
+    if (beforeShowing) {
+        beforeShowing(*window_);
+    }
     window_->bringToFront();
     if (!isRunning()) {
         measurement_.start();
@@ -231,7 +187,7 @@ void SpeedTestController::show() {
 }
 
 void SpeedTestController::build() {
-    window_ = std::make_unique<PlainWindow>(L(QStringLiteral("Speed Test")), contentSize);
+    window_ = std::make_unique<PlainWindow>(L(QStringLiteral("Speed Test")), QSize(360, 420));
     window_->setObjectName(QStringLiteral("speedTestWindow"));
     window_->setOnClose([this] { windowWillClose(); });
     QPalette dark;
@@ -239,39 +195,29 @@ void SpeedTestController::build() {
     window_->setPalette(dark);
     window_->setAutoFillBackground(true);
 
-    gauge_ = new GaugeView(fromBottomLeft({0, 110, 360, 300}, contentSize.height()), window_.get());
+    gauge_ = new GaugeView(QSize(360, 300));
     gauge_->setObjectName(QStringLiteral("gauge"));
-    addColumn(ResultColumn::https, L(QStringLiteral("HTTPS")));
-    addColumn(ResultColumn::download, L(QStringLiteral("DOWNLOAD")));
-    addColumn(ResultColumn::upload, L(QStringLiteral("UPLOAD")));
-    runButton_ =
-        new PanelButton(QStringLiteral("runButton"), L(QStringLiteral("Run Again")), systemFont(13), window_.get());
-    runButton_->setGeometry(fromBottomLeft({120, 14, 120, 32}, contentSize.height()));
+    window_->place(gauge_, {0, 110, 360, 300});
+    addColumn(QStringLiteral("https"), L(QStringLiteral("HTTPS")));
+    addColumn(QStringLiteral("download"), L(QStringLiteral("DOWNLOAD")));
+    addColumn(QStringLiteral("upload"), L(QStringLiteral("UPLOAD")));
+    runButton_ = new PanelButton(QStringLiteral("runButton"), L(QStringLiteral("Run Again")), systemFont(13));
     runButton_->setEnabled(false);
     QObject::connect(runButton_, &QPushButton::clicked, window_.get(), [this] { runAgain(); });
-    measurement_.setDisplay(this);
+    window_->place(runButton_, {120, 14, 120, 32});
 }
 
-void SpeedTestController::addColumn(ResultColumn column, const QString& title) {
-    const ColumnNames names = objectNames(column);
-    const int x = firstColumn + columnStep * static_cast<int>(column);
+void SpeedTestController::addColumn(const QString& name, const QString& title) {
+    const int x = 20 + 110 * static_cast<int>(resultLabels_.size());
     auto* caption =
-        new PanelLabel(names.caption, title, systemFont(9, QFont::Bold), whiteWithAlpha(0.5), window_.get());
-    caption->setGeometry(fromBottomLeft({x, 82, 100, 14}, contentSize.height()));
-    auto* value = new PanelLabel(names.value, SpeedTestMeasurement::unknownResult(), systemFont(17, QFont::DemiBold),
-                                 Qt::white, window_.get());
-    value->setGeometry(fromBottomLeft({x, 56, 100, 24}, contentSize.height()));
+        new PanelLabel(name + QStringLiteral("Caption"), title, systemFont(9, QFont::Bold), whiteWithAlpha(0.5));
+    window_->place(caption, {x, 82, 100, 14});
+    auto* value = new PanelLabel(name + QStringLiteral("Value"), SpeedTestMeasurement::unknownResult(),
+                                 systemFont(17, QFont::DemiBold), Qt::white);
+    window_->place(value, {x, 56, 100, 24});
     // Tells assistive technologies what the value is of.
     caption->setBuddy(value);
     resultLabels_.push_back(value);
-}
-
-void SpeedTestController::runAgain() {
-    measurement_.start();
-}
-
-void SpeedTestController::windowWillClose() {
-    cancel();
 }
 
 void SpeedTestController::setResult(ResultColumn column, const QString& text) {
@@ -283,6 +229,9 @@ void SpeedTestController::setResult(ResultColumn column, const QString& text) {
 }
 
 void SpeedTestController::setRunEnabled(bool enabled) {
+    if (!window_) {
+        return;
+    }
     runButton_->setEnabled(enabled);
     // A disabled button loses the keyboard focus; nothing else in the window wants it.
     if (enabled) {
@@ -300,17 +249,15 @@ void SpeedTestController::setGaugeAccent(const GaugeColor& accent) {
     gauge_->update();
 }
 
-void SpeedTestController::setGaugeTarget(double speed) {
-    gauge_->setTarget(speed);
-}
-
 void SpeedTestController::setGaugeValue(double speed) {
     gauge_->setValue(speed);
     gauge_->update();
 }
 
 void SpeedTestController::stopGaugeAnimation() {
-    gauge_->stopAnimation();
+    if (window_) {
+        gauge_->stopAnimation();
+    }
 }
 
 } // namespace skylet

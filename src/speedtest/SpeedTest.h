@@ -7,6 +7,7 @@
 #include "speedtest/SpeedTestDisplay.h"
 #include "speedtest/SpeedTestMeasurement.h"
 #include "speedtest/SpeedTesting.h"
+#include "ui/PlainWindow.h"
 
 #include <QColor>
 #include <QElapsedTimer>
@@ -16,14 +17,14 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
-namespace skylet {
+class QLabel;
+class QPushButton;
 
-class PanelButton;
-class PanelLabel;
-class PlainWindow;
+namespace skylet {
 
 /// A dial that shows a speed in Mbit/s. The speed shown moves smoothly to a target, 30 times a second, and only while
 /// the window is on the screen; at rest it costs nothing. To assistive technologies it is a dial whose description says
@@ -32,9 +33,9 @@ class GaugeView final : public QWidget {
     Q_OBJECT
 
   public:
-    /// `frame`: in its parent, y downward, logical pixels. Where the unit would lie below the frame, the widget reaches
-    /// that much further down, since a widget is clipped.
-    GaugeView(const QRect& frame, QWidget* parent);
+    /// `bounds`: of the dial, logical pixels. Where the unit would lie below them, the widget reaches that much further
+    /// down, since a widget is clipped.
+    explicit GaugeView(QSize bounds, QWidget* parent = nullptr);
 
     /// What is drawn now. Writing it neither redraws nor animates.
     double value() const { return value_; }
@@ -72,7 +73,7 @@ class GaugeView final : public QWidget {
     /// Whether something was written since the last step: what is on the screen may then differ anywhere.
     bool writtenTo_ = false;
     /// Runs out with each frame and is started anew for the next one.
-    QTimer timer_;
+    QTimer timer_{this};
     QElapsedTimer sinceStart_;
     /// The frame that is waited for, counted from the animation's start.
     std::int64_t frame_ = 0;
@@ -89,36 +90,35 @@ class SpeedTestController final : public SpeedTesting, private SpeedTestDisplay 
     SpeedTestController(const BulkTransferSessionFactory& makeSession, const Clock& clock,
                         Schedule schedule = commonTimer, const SessionConfiguration& configuration = {},
                         Seconds phaseSeconds = SpeedTestMeasurement::defaultPhaseSeconds);
-    ~SpeedTestController() override;
-    SpeedTestController(const SpeedTestController&) = delete;
-    SpeedTestController& operator=(const SpeedTestController&) = delete;
-    SpeedTestController(SpeedTestController&&) = delete;
-    SpeedTestController& operator=(SpeedTestController&&) = delete;
 
     bool isRunning() const override { return measurement_.isRunning(); }
     void setLatencyMs(std::int64_t milliseconds) override { measurement_.setLatencyMs(milliseconds); }
     void show() override;
     void cancel() override { measurement_.cancel(); }
 
+    /// Is given the window before each showing: what only one kind of desktop knows is asked for there.
+    std::function<void(const QWidget& window)> beforeShowing;
+
   private:
     void build();
-    void addColumn(ResultColumn column, const QString& title);
-    void runAgain();
-    void windowWillClose();
+    /// The next one to the right. `name`: how the names of its widgets begin.
+    void addColumn(const QString& name, const QString& title);
+    void runAgain() { measurement_.start(); }
+    void windowWillClose() { cancel(); }
 
     void setResult(ResultColumn column, const QString& text) override;
     void setRunEnabled(bool enabled) override;
     void setGaugePhase(const QString& phase) override;
     void setGaugeAccent(const GaugeColor& accent) override;
-    void setGaugeTarget(double speed) override;
+    void setGaugeTarget(double speed) override { gauge_->setTarget(speed); }
     void setGaugeValue(double speed) override;
     void stopGaugeAnimation() override;
 
     std::unique_ptr<PlainWindow> window_;
     /// These belong to the window.
     GaugeView* gauge_ = nullptr;
-    std::vector<PanelLabel*> resultLabels_;
-    PanelButton* runButton_ = nullptr;
+    std::vector<QLabel*> resultLabels_;
+    QPushButton* runButton_ = nullptr;
     SpeedTestMeasurement measurement_;
 };
 

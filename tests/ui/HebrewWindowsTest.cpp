@@ -4,9 +4,9 @@
 #include "support/FakeSchedule.h"
 #include "support/QStringPrinting.h"
 #include "ui/DesktopWindows.h"
-#include "ui/EventLoop.h"
 #include "ui/Picture.h"
 #include "ui/Strings.h"
+#include "ui/WidgetEvents.h"
 
 #include <QCheckBox>
 #include <QLabel>

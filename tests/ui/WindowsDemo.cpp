@@ -1,5 +1,6 @@
 #include "connectivity/ConnectivityEngine.h"
 #include "platform/linux/desktop/ApplicationIcon.h"
+#include "platform/linux/desktop/DarkTitleBar.h"
 #include "platform/linux/system/SystemClock.h"
 #include "speedtest/SpeedTest.h"
 #include "support/FakeBulkTransfers.h"
@@ -66,6 +67,7 @@ class WindowsDemo {
             speedTest_.onStarted = [this] { reports_.append(QStringLiteral("started")); };
             speedTest_.onCancelled = [this] { reports_.append(QStringLiteral("cancelled")); };
             speedTest_.onFinished = [this](auto, auto) { reports_.append(QStringLiteral("finished")); };
+            speedTest_.beforeShowing = askForDarkTitleBar;
             speedTest_.setLatencyMs(38);
             speedTest_.show();
         }

@@ -1,28 +1,14 @@
 #pragma once
 
+#include "support/EventLoop.h"
+
 #include <QApplication>
 #include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QEvent>
 #include <QObject>
 #include <QWidget>
 
-#include <chrono>
-#include <functional>
-
 namespace skylet::test {
-
-/// Handles events until `reached`; false when that has not come about in time.
-inline bool waitUntil(const std::function<bool()>& reached) {
-    const QDeadlineTimer limit(std::chrono::seconds(5));
-    while (!reached()) {
-        if (limit.hasExpired()) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return true;
-}
 
 /// Handles all that is under way.
 inline void settle() {
