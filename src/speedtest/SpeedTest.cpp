@@ -20,7 +20,7 @@ namespace skylet {
 namespace {
 
 constexpr std::chrono::duration<std::int64_t, std::ratio<1, 30>> frameTime{1};
-/// Someone who hears the gauge instead of seeing it is told of new speeds no more often than this.
+/// The shortest time between two new speeds that a screen reader announces.
 constexpr std::chrono::milliseconds announcementInterval{2000};
 
 /// The gauge for assistive technologies: a value that can be read but not set.
@@ -32,8 +32,8 @@ class AccessibleGauge final : public QAccessibleWidget, public QAccessibleValueI
         switch (kind) {
         case QAccessible::Name:
             return L(QStringLiteral("Speed Test"));
-        // AT-SPI hands on the figure of a value but no text for it; the description reaches everyone. Both tell what
-        // was measured, not where the needle is on its way there.
+        // AT-SPI has the number of a value but no text for it, so the same text is the description. Both give the
+        // measured speed, which the needle may not have reached yet.
         case QAccessible::Value:
         case QAccessible::Description:
             return gauge::number(gauge_.target()) + QStringLiteral(" Mbps, ") + gauge_.phase();
@@ -75,74 +75,69 @@ GaugeView::GaugeView(QSize bounds, QWidget* parent)
     timer_.setTimerType(Qt::PreciseTimer);
     timer_.setSingleShot(true);
     timer_.callOnTimeout(this, &GaugeView::tick);
-    announcing_.setSingleShot(true);
-    announcing_.callOnTimeout(this, &GaugeView::announce);
+    announcementTimer_.setSingleShot(true);
+    announcementTimer_.callOnTimeout(this, &GaugeView::announce);
 }
 
 void GaugeView::setTarget(double speed) {
-    if (std::exchange(target_, speed) != speed && QAccessible::isActive() && !announcing_.isActive()) {
+    if (std::exchange(target_, speed) != speed && QAccessible::isActive() && !announcementTimer_.isActive()) {
         const std::chrono::milliseconds silent(sinceAnnouncement_.isValid() ? sinceAnnouncement_.elapsed()
                                                                             : announcementInterval.count());
-        announcing_.start(std::max(std::chrono::milliseconds(0), announcementInterval - silent));
+        announcementTimer_.start(std::max(std::chrono::milliseconds(0), announcementInterval - silent));
     }
     animateIfNeeded();
 }
 
 void GaugeView::setValue(double speed) {
     value_ = speed;
-    writtenTo_ = true;
+    repaintAll_ = true;
 }
 
 void GaugeView::setPhase(const QString& phase) {
     phase_ = phase;
-    writtenTo_ = true;
-    // Once the speed that belongs to it has been set too.
-    announcing_.start(0);
+    repaintAll_ = true;
+    // Only when the event loop runs again: the speed that belongs to the phase is set after it.
+    announcementTimer_.start(0);
 }
 
 void GaugeView::setAccent(const QColor& accent) {
     accent_ = accent;
-    writtenTo_ = true;
+    repaintAll_ = true;
 }
 
 void GaugeView::animateIfNeeded() {
-    if (timer_.isActive()) {
+    if (timer_.isActive() || !window()->isVisible()) {
         return;
     }
-    if (window()->isVisible() && !isOnScreen(*window())) {
-        // Minimised, or on another desktop: nobody sees it move, and whoever comes back finds it where it belongs.
+    if (!isOnScreen(*window())) {
+        // Minimised or on another desktop: there is no movement to see, and the value is right when it is back.
         value_ = target_;
         update();
         return;
     }
-    if (!isOnScreen(*window()) || !gauge::animationIsDue(value_, target_)) {
-        return;
+    if (gauge::animationIsDue(value_, target_)) {
+        sinceStart_.start();
+        frame_ = 0;
+        startFrameTimer();
     }
-    sinceStart_.start();
-    frame_ = 0;
-    startNextTick();
-}
-
-void GaugeView::stopAnimation() {
-    timer_.stop();
 }
 
 void GaugeView::tick() {
     const gauge::Step step = gauge::step(value_, target_, isOnScreen(*window()));
     const double before = std::exchange(value_, step.value);
-    if (std::exchange(writtenTo_, false)) {
+    if (std::exchange(repaintAll_, false)) {
         update();
     } else {
         update(drawing_.difference(before, value_));
     }
     if (!step.isLast) {
-        startNextTick();
+        startFrameTimer();
     }
 }
 
-void GaugeView::startNextTick() {
-    // Timers count whole milliseconds; frames that are due at fixed times come 30 to the second all the same. Those
-    // that a busy program missed are left out.
+void GaugeView::startFrameTimer() {
+    // Timers count whole milliseconds. Each frame has a fixed time since the animation's start, so that rounding does
+    // not add up; frames that a busy program missed are left out.
     const std::chrono::nanoseconds elapsed(sinceStart_.nsecsElapsed());
     frame_ = std::max(frame_ + 1, elapsed / frameTime + 1);
     timer_.start(std::chrono::ceil<std::chrono::milliseconds>(frame_ * frameTime - elapsed));
@@ -215,7 +210,7 @@ void SpeedTestController::addColumn(const QString& name, const QString& title) {
     auto* value = new PanelLabel(name + QStringLiteral("Value"), SpeedTestMeasurement::unknownResult(),
                                  systemFont(17, QFont::DemiBold), Qt::white);
     window_->place(value, {x, 56, 100, 24});
-    // Tells assistive technologies what the value is of.
+    // Assistive technologies read the caption with the value.
     caption->setBuddy(value);
     resultLabels_.push_back(value);
 }
@@ -223,7 +218,7 @@ void SpeedTestController::addColumn(const QString& name, const QString& title) {
 void SpeedTestController::setResult(ResultColumn column, const QString& text) {
     auto* label = resultLabels_.at(static_cast<std::size_t>(column));
     label->setText(text);
-    // Who hears a figure does not see the unit on the gauge.
+    // The unit stands on the gauge, which a screen reader does not read with the result.
     const bool isSpeed = column != ResultColumn::https && text.front().isDigit();
     label->setAccessibleDescription(isSpeed ? QStringLiteral("Mbps") : QString());
 }
@@ -233,7 +228,7 @@ void SpeedTestController::setRunEnabled(bool enabled) {
         return;
     }
     runButton_->setEnabled(enabled);
-    // A disabled button loses the keyboard focus; nothing else in the window wants it.
+    // A disabled button loses the keyboard focus, and no other widget of the window takes it.
     if (enabled) {
         runButton_->setFocus();
     }

@@ -27,8 +27,8 @@ class QPushButton;
 namespace skylet {
 
 /// A dial that shows a speed in Mbit/s. The speed shown moves smoothly to a target, 30 times a second, and only while
-/// the window is on the screen; at rest it costs nothing. To assistive technologies it is a dial whose description says
-/// the speed and the phase.
+/// the window is on the screen; at rest it costs nothing. To assistive technologies it is a dial whose description
+/// gives the speed and the phase.
 class GaugeView final : public QWidget {
     Q_OBJECT
 
@@ -50,10 +50,10 @@ class GaugeView final : public QWidget {
     QColor accent() const { return accent_; }
     void setAccent(const QColor& accent);
 
-    /// Starts moving unless it already does, is there already, or nobody can see it.
+    /// Starts moving unless it already does, is there already, or is not on the screen.
     void animateIfNeeded();
     /// The value stays where it is.
-    void stopAnimation();
+    void stopAnimation() { timer_.stop(); }
     bool animationIsRunning() const { return timer_.isActive(); }
 
   protected:
@@ -62,7 +62,7 @@ class GaugeView final : public QWidget {
 
   private:
     void tick();
-    void startNextTick();
+    void startFrameTimer();
     void announce();
 
     GaugeDrawing drawing_;
@@ -70,15 +70,15 @@ class GaugeView final : public QWidget {
     double target_ = 0;
     QString phase_;
     QColor accent_;
-    /// Whether something was written since the last step: what is on the screen may then differ anywhere.
-    bool writtenTo_ = false;
-    /// Runs out with each frame and is started anew for the next one.
+    /// Whether a field was written since the last step, so that the picture may differ anywhere.
+    bool repaintAll_ = false;
+    /// One-shot, started anew for each frame.
     QTimer timer_{this};
     QElapsedTimer sinceStart_;
-    /// The frame that is waited for, counted from the animation's start.
+    /// The next frame, counted from the animation's start.
     std::int64_t frame_ = 0;
-    /// Runs while there is something to tell that waits for its time.
-    QTimer announcing_;
+    /// Runs while there is a change to announce to assistive technologies.
+    QTimer announcementTimer_;
     QElapsedTimer sinceAnnouncement_;
 };
 
@@ -96,7 +96,7 @@ class SpeedTestController final : public SpeedTesting, private SpeedTestDisplay 
     void show() override;
     void cancel() override { measurement_.cancel(); }
 
-    /// Is given the window before each showing: what only one kind of desktop knows is asked for there.
+    /// Called with the window before each showing, for requests that only some desktops know.
     std::function<void(const QWidget& window)> beforeShowing;
 
   private:

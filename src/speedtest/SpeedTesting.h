@@ -15,7 +15,7 @@ struct SpeedTestEvents {
     std::function<void(std::optional<double> down, std::optional<double> up)> onFinished;
 };
 
-/// The speed test as the application sees it: a window that runs one, and word of how it goes.
+/// The speed test as the application sees it: a window that runs one and reports its events.
 class SpeedTesting : public SpeedTestEvents {
   public:
     virtual ~SpeedTesting() = default;

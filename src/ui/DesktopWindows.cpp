@@ -30,7 +30,7 @@ class WelcomePanel final : public PlainWindow, public WelcomeWindow {
         button->setObjectName(QStringLiteral("gotItButton"));
         button->setFont(systemFont(13));
         button->setDefault(true);
-        // Queued, so that the window may be destroyed from inside: nothing of the button is under way then.
+        // Queued, so that the callback may destroy the window: no code of the button runs at that moment.
         connect(button, &QPushButton::clicked, this, std::move(finishWelcome), Qt::QueuedConnection);
         // As shortcuts they come before the widgets, some of which take Return for themselves on some desktops.
         for (const auto key : {Qt::Key_Return, Qt::Key_Enter}) {

@@ -1,10 +1,11 @@
 #include "speedtest/GaugeScale.h"
 #include "speedtest/SpeedTest.h"
+#include "support/EventLoop.h"
 #include "support/QStringPrinting.h"
 #include "ui/Fonts.h"
 #include "ui/Picture.h"
 #include "ui/TextPicture.h"
-#include "ui/WidgetEvents.h"
+#include "ui/Widgets.h"
 
 #include <QAccessible>
 #include <QBackingStore>

@@ -1,4 +1,5 @@
 #include "speedtest/SpeedTest.h"
+#include "support/EventLoop.h"
 #include "support/FakeBulkTransfers.h"
 #include "support/FakeClock.h"
 #include "support/FakeSchedule.h"
@@ -6,7 +7,7 @@
 #include "ui/DesktopWindows.h"
 #include "ui/Picture.h"
 #include "ui/Strings.h"
-#include "ui/WidgetEvents.h"
+#include "ui/Widgets.h"
 
 #include <QCheckBox>
 #include <QLabel>

@@ -26,7 +26,7 @@ using namespace skylet;
 namespace {
 
 /// The windows on whatever desktop runs, for tests and for looking at them by hand. Commands come in on standard input,
-/// a line each; each is answered with a line of JSON. The speed test transfers nothing but what it is told.
+/// a line each; each is answered with a line of JSON. The speed test transfers what the commands say.
 class WindowsDemo {
   public:
     QJsonObject handle(const QString& line) {

@@ -1,10 +1,11 @@
+#include "support/EventLoop.h"
 #include "support/QStringPrinting.h"
 #include "ui/DesktopWindows.h"
 #include "ui/Picture.h"
 #include "ui/SemanticColors.h"
 #include "ui/Strings.h"
 #include "ui/TextPicture.h"
-#include "ui/WidgetEvents.h"
+#include "ui/Widgets.h"
 
 #include <QAccessible>
 #include <QCheckBox>
@@ -186,7 +187,7 @@ TEST_F(WindowsTest, WelcomeFinishesAtAClick) {
     QTest::mouseClick(&gotIt(), Qt::LeftButton);
     EXPECT_TRUE(test::waitUntil([this] { return finished > 0; }));
     EXPECT_EQ(finished, 1);
-    // Whoever is told decides what becomes of the window.
+    // Closing it is up to the callback.
     EXPECT_TRUE(shown->isVisible());
 }
 

@@ -1,21 +1,11 @@
 #pragma once
 
-#include "support/EventLoop.h"
-
 #include <QApplication>
-#include <QCoreApplication>
 #include <QEvent>
 #include <QObject>
 #include <QWidget>
 
 namespace skylet::test {
-
-/// Handles all that is under way.
-inline void settle() {
-    for (int i = 0; i < 5; ++i) {
-        QCoreApplication::processEvents();
-    }
-}
 
 /// Counts how often a widget is asked to paint itself.
 class PaintCounter final : public QObject {
