@@ -100,7 +100,7 @@ void measureFrame() {
     Blank blank(QSize(360, 314));
     QWidget window;
     window.setFixedSize(360, 314);
-    GaugeView gauge(QRect(0, 0, 360, 300), &window);
+    GaugeView gauge(QSize(360, 300), &window);
     gauge.setPhase(QStringLiteral("DOWNLOAD"));
     blank.show();
     window.show();

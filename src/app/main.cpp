@@ -3,6 +3,7 @@
 #include "connectivity/ConnectivityEngine.h"
 #include "connectivity/HTTPConnectivityProbe.h"
 #include "platform/Timers.h"
+#include "platform/linux/desktop/DarkTitleBar.h"
 #include "platform/linux/desktop/DesktopApplication.h"
 #include "platform/linux/network/NetlinkInterfaceCounters.h"
 #include "platform/linux/network/NetlinkPathMonitor.h"
@@ -48,13 +49,15 @@ SpeedTestFactory makeSpeedTest(const std::shared_ptr<const Clock>& clock,
                                const std::shared_ptr<const NetworkEpoch>& epoch,
                                const std::shared_ptr<NameResolver>& names, InterfaceCounters& counters) {
     return [clock, epoch, names, &counters] {
-        return std::make_unique<SpeedTestController>(
+        auto speedTest = std::make_unique<SpeedTestController>(
             [epoch, names, &counters](const SessionConfiguration& configuration, BulkTransferDelegate& delegate) {
                 return std::make_unique<CurlBulkTransferSession>(
                     configuration, epoch, names, delegate,
                     [waysOut = WaysOut(counters)]() mutable { return waysOut.sentBytes(); });
             },
             *clock);
+        speedTest->beforeShowing = askForDarkTitleBar;
+        return speedTest;
     };
 }
 

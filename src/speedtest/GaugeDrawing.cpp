@@ -9,11 +9,11 @@
 #include <QPainterPath>
 #include <QPen>
 #include <QPolygonF>
+#include <QStaticText>
 
 #include <algorithm>
 #include <cmath>
 #include <numbers>
-#include <utility>
 
 namespace skylet {
 
@@ -121,6 +121,16 @@ void drawTicks(QPainter& painter, const Dial& dial) {
     }
 }
 
+void drawCaption(QPainter& painter, const QPointF& middle, const QString& caption) {
+    QFont font = systemFont(11, QFont::Bold);
+    font.setLetterSpacing(QFont::AbsoluteSpacing, 2);
+    QStaticText text(caption);
+    text.setTextFormat(Qt::PlainText);
+    text.prepare({}, font);
+    painter.setFont(font);
+    painter.drawStaticText(middle - QPointF(text.size().width(), QFontMetricsF(font).height()) / 2, text);
+}
+
 /// Calls `visit` with the ends of each piece of the arc between two shares of the sweep. The same pieces wherever the
 /// arc begins and ends, and overlapping in their round ends: drawn alone, each looks as it does among the others.
 template <typename Visit>
@@ -154,12 +164,12 @@ int GaugeDrawing::overhang() const {
 
 void GaugeDrawing::draw(QPainter& painter, const QRegion& region, double value, const QString& caption,
                         const QColor& accent) {
-    useFont(QGuiApplication::font());
     paintBackdrop(painter.deviceTransform());
     painter.setRenderHint(QPainter::Antialiasing);
     const Dial dial{QSizeF(bounds_)};
     const double fraction = drawnFraction(value);
     const QPolygonF needle = dial.needle(value);
+    const QFont numberFont = systemFont(40, QFont::DemiBold);
     // One rectangle after the other: within a clip of any other shape, Qt spreads each fill over several threads, and
     // handing it over costs more than the drawing.
     for (const QRect& part : region) {
@@ -184,10 +194,12 @@ void GaugeDrawing::draw(QPainter& painter, const QRegion& region, double value, 
             painter.drawEllipse(dial.hubArea());
         }
         if (shows(dial.numberArea(), glyphEdge)) {
-            drawNumber(painter, value);
+            painter.setPen(Qt::white);
+            drawTabularCentered(painter, dial.numberArea(), gauge::number(value), numberFont);
         }
         if (shows(dial.captionArea(), glyphEdge)) {
-            drawCaption(painter, caption, accent);
+            painter.setPen(accent);
+            drawCaption(painter, dial.captionArea().center(), caption);
         }
         painter.restore();
     }
@@ -213,45 +225,13 @@ QRegion GaugeDrawing::difference(double from, double to) const {
     return region & area();
 }
 
-void GaugeDrawing::forget() {
-    font_.reset();
-    backdrop_ = QPixmap();
-    glyphs_.clear();
-    caption_ = QStaticText();
-}
-
-void GaugeDrawing::useFont(const QFont& font) {
-    if (font == font_) {
-        return;
-    }
-    forget();
-    font_ = font;
-    numberFont_ = systemFont(40, QFont::DemiBold);
-    captionFont_ = systemFont(11, QFont::Bold);
-    captionFont_.setLetterSpacing(QFont::AbsoluteSpacing, 2);
-    const QFontMetricsF metrics(numberFont_);
-    advances_.clear();
-    digitWidth_ = 0;
-    for (char16_t digit = u'0'; digit <= u'9'; ++digit) {
-        digitWidth_ = std::max(digitWidth_, advance(digit));
-    }
-    numberDrop_ = (metrics.ascent() - metrics.descent()) / 2;
-}
-
-double GaugeDrawing::advance(QChar character) {
-    double& known = advances_[character];
-    if (known == 0) {
-        known = QFontMetricsF(numberFont_).horizontalAdvance(character);
-    }
-    return known;
-}
-
 void GaugeDrawing::paintBackdrop(const QTransform& toScreen) {
-    if (!backdrop_.isNull() && toScreen == toScreen_) {
+    const QFont font = QGuiApplication::font();
+    if (!backdrop_.isNull() && toScreen == toScreen_ && font == font_) {
         return;
     }
     toScreen_ = toScreen;
-    glyphs_.clear();
+    font_ = font;
     backdropArea_ = onScreen(area());
     backdrop_ = QPixmap(backdropArea_.size());
     backdrop_.fill(panelBackground());
@@ -277,65 +257,6 @@ void GaugeDrawing::copyBackdrop(QPainter& painter, const QRect& part) {
 
 QRect GaugeDrawing::onScreen(const QRect& logical) const {
     return toScreen_.mapRect(QRectF(logical)).toAlignedRect();
-}
-
-void GaugeDrawing::drawNumber(QPainter& painter, double value) {
-    const QString number = gauge::number(value);
-    const auto cell = [this](QChar character) { return character.isDigit() ? digitWidth_ : advance(character); };
-    const QRectF area = Dial(bounds_).numberArea();
-    QPointF place(area.center().x(), area.center().y() + numberDrop_);
-    for (const QChar character : number) {
-        place.rx() -= cell(character) / 2;
-    }
-    const QTransform logical = painter.transform();
-    painter.setTransform(toScreen_.inverted(), true);
-    for (const QChar character : number) {
-        drawGlyph(painter, character, place + QPointF((cell(character) - advance(character)) / 2, 0));
-        place.rx() += cell(character);
-    }
-    painter.setTransform(logical);
-}
-
-void GaugeDrawing::drawGlyph(QPainter& painter, QChar character, QPointF place) {
-    constexpr int most = 64;
-    constexpr int steps = 16;
-    const QPointF exact = toScreen_.map(place);
-    const QPoint pixel(static_cast<int>(std::floor(exact.x())), static_cast<int>(std::floor(exact.y())));
-    const auto key = std::pair(character, static_cast<int>((exact.x() - pixel.x()) * steps));
-    const auto known = glyphs_.constFind(key);
-    if (known != glyphs_.constEnd()) {
-        painter.drawPixmap(pixel + known->offset, known->picture);
-        return;
-    }
-    const QRectF ink = QFontMetricsF(numberFont_).boundingRect(character).translated(place);
-    const QRect pixels = onScreen(touched(ink));
-    Glyph glyph{QPixmap(pixels.size()), pixels.topLeft() - pixel};
-    glyph.picture.fill(Qt::transparent);
-    QPainter inside(&glyph.picture);
-    inside.setRenderHint(QPainter::Antialiasing);
-    inside.setTransform(toScreen_ * QTransform::fromTranslate(-pixels.x(), -pixels.y()));
-    inside.setFont(numberFont_);
-    inside.setPen(Qt::white);
-    inside.drawText(place, QString(character));
-    inside.end();
-    painter.drawPixmap(pixels.topLeft(), glyph.picture);
-    if (glyphs_.size() >= most) {
-        glyphs_.clear();
-    }
-    glyphs_.insert(key, glyph);
-}
-
-void GaugeDrawing::drawCaption(QPainter& painter, const QString& caption, const QColor& accent) {
-    if (caption_.text() != caption) {
-        caption_ = QStaticText(caption);
-        caption_.setTextFormat(Qt::PlainText);
-        caption_.prepare({}, captionFont_);
-    }
-    const QPointF middle = Dial(bounds_).captionArea().center();
-    painter.setPen(accent);
-    painter.setFont(captionFont_);
-    painter.drawStaticText(middle - QPointF(caption_.size().width(), QFontMetricsF(captionFont_).height()) / 2,
-                           caption_);
 }
 
 } // namespace skylet

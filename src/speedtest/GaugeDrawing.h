@@ -4,18 +4,11 @@
 
 #include <QColor>
 #include <QFont>
-#include <QHash>
 #include <QPixmap>
-#include <QPoint>
-#include <QPointF>
 #include <QRect>
 #include <QRegion>
-#include <QStaticText>
 #include <QString>
 #include <QTransform>
-
-#include <optional>
-#include <utility>
 
 class QPainter;
 
@@ -27,7 +20,7 @@ QColor whiteWithAlpha(double alpha);
 QColor panelBackground();
 
 /// Draws a gauge: an arc with ticks, a needle, the number with its unit, and a caption. A frame costs what changes in
-/// it: what always looks the same is kept as a picture in the pixels of the screen, and texts are laid out once.
+/// it: what always looks the same is kept as a picture in the pixels of the screen.
 class GaugeDrawing {
   public:
     /// `bounds`: logical pixels, the origin at the top left corner, y downward. The unit may stand out below them.
@@ -43,44 +36,24 @@ class GaugeDrawing {
     QRegion difference(double from, double to) const;
 
     /// Gives back the memory of what is kept between frames.
-    void forget();
+    void forget() { backdrop_ = QPixmap(); }
 
   private:
-    void useFont(const QFont& font);
     void paintBackdrop(const QTransform& toScreen);
     /// Copies a part of it, to which it clips the painter.
     void copyBackdrop(QPainter& painter, const QRect& part);
-    void drawNumber(QPainter& painter, double value);
-    /// `painter` in pixels of the screen, `place` in logical ones.
-    void drawGlyph(QPainter& painter, QChar character, QPointF place);
-    void drawCaption(QPainter& painter, const QString& caption, const QColor& accent);
-    double advance(QChar character);
 
     QRect onScreen(const QRect& logical) const;
     QRect area() const { return {0, 0, bounds_.width(), bounds_.height() + overhang()}; }
 
     const QSize bounds_;
-    /// The desktop's font, for which what follows was made.
-    std::optional<QFont> font_;
-    QFont numberFont_;
-    QHash<QChar, double> advances_;
-    /// All digits take the same room, or the number would jitter.
-    double digitWidth_ = 0;
-    /// From the middle of the number's area to its baseline.
-    double numberDrop_ = 0;
-    QFont captionFont_;
-    QStaticText caption_;
-    /// What does not change with the value, in pixels of the screen, and the transformation by which it was painted:
-    /// where a logical pixel is not a whole number of them, a picture in logical pixels would blur.
+    /// What does not change with the value, in pixels of the screen, with the transformation and the desktop's font for
+    /// which it was painted: where a logical pixel is not a whole number of them, a picture in logical pixels would
+    /// blur.
     QPixmap backdrop_;
     QTransform toScreen_;
+    QFont font_;
     QRect backdropArea_;
-    /// Characters of the number by where between two pixels they begin: glyphs of that size Qt outlines anew each time.
-    struct Glyph {
-        QPixmap picture;
-        QPoint offset;
-    };
-    QHash<std::pair<QChar, int>, Glyph> glyphs_;
 };
 
 } // namespace skylet

@@ -32,7 +32,8 @@ struct Step {
     bool isLast = false;
 };
 
-/// The step from `value` towards `target`: 18 percent of the gap, or all of it when it is small or nobody can see it.
+/// The step from `value` towards `target`: 18 percent of the gap, or all of it when it is small or the gauge not
+/// visible.
 Step step(double value, double target, bool visible);
 
 } // namespace skylet::gauge

@@ -1,12 +1,8 @@
 #include "speedtest/SpeedTest.h"
 
-#include "speedtest/DarkTitleBar.h"
 #include "speedtest/GaugeScale.h"
-#include "speedtest/PanelButton.h"
-#include "speedtest/PanelLabel.h"
+#include "speedtest/PanelControls.h"
 #include "ui/Fonts.h"
-#include "ui/Frames.h"
-#include "ui/PlainWindow.h"
 #include "ui/Strings.h"
 
 #include <QAccessible>
@@ -24,7 +20,7 @@ namespace skylet {
 namespace {
 
 constexpr std::chrono::duration<std::int64_t, std::ratio<1, 30>> frameTime{1};
-/// Someone who hears the gauge instead of seeing it is told of new speeds no more often than this.
+/// The shortest time between two new speeds that a screen reader announces.
 constexpr std::chrono::milliseconds announcementInterval{2000};
 
 /// The gauge for assistive technologies: a value that can be read but not set.
@@ -36,8 +32,8 @@ class AccessibleGauge final : public QAccessibleWidget, public QAccessibleValueI
         switch (kind) {
         case QAccessible::Name:
             return L(QStringLiteral("Speed Test"));
-        // AT-SPI hands on the figure of a value but no text for it; the description reaches everyone. Both tell what
-        // was measured, not where the needle is on its way there.
+        // AT-SPI has the number of a value but no text for it, so the same text is the description. Both give the
+        // measured speed, which the needle may not have reached yet.
         case QAccessible::Value:
         case QAccessible::Description:
             return gauge::number(gauge_.target()) + QStringLiteral(" Mbps, ") + gauge_.phase();
@@ -71,82 +67,77 @@ QAccessibleInterface* makeAccessibleGauge(const QString& /*className*/, QObject*
 
 } // namespace
 
-GaugeView::GaugeView(const QRect& frame, QWidget* parent)
-    : QWidget(parent), drawing_(frame.size()), phase_(L(QStringLiteral("READY"))), accent_(toColor(downloadColor)) {
+GaugeView::GaugeView(QSize bounds, QWidget* parent)
+    : QWidget(parent), drawing_(bounds), phase_(L(QStringLiteral("READY"))), accent_(toColor(downloadColor)) {
     QAccessible::installFactory(makeAccessibleGauge);
-    setGeometry(frame.adjusted(0, 0, 0, drawing_.overhang()));
+    setFixedSize(bounds + QSize(0, drawing_.overhang()));
     setAttribute(Qt::WA_OpaquePaintEvent);
     timer_.setTimerType(Qt::PreciseTimer);
     timer_.setSingleShot(true);
     timer_.callOnTimeout(this, &GaugeView::tick);
-    announcing_.setSingleShot(true);
-    announcing_.callOnTimeout(this, &GaugeView::announce);
+    announcementTimer_.setSingleShot(true);
+    announcementTimer_.callOnTimeout(this, &GaugeView::announce);
 }
 
 void GaugeView::setTarget(double speed) {
-    if (std::exchange(target_, speed) != speed && QAccessible::isActive() && !announcing_.isActive()) {
+    if (std::exchange(target_, speed) != speed && QAccessible::isActive() && !announcementTimer_.isActive()) {
         const std::chrono::milliseconds silent(sinceAnnouncement_.isValid() ? sinceAnnouncement_.elapsed()
                                                                             : announcementInterval.count());
-        announcing_.start(std::max(std::chrono::milliseconds(0), announcementInterval - silent));
+        announcementTimer_.start(std::max(std::chrono::milliseconds(0), announcementInterval - silent));
     }
     animateIfNeeded();
 }
 
 void GaugeView::setValue(double speed) {
     value_ = speed;
-    writtenTo_ = true;
+    repaintAll_ = true;
 }
 
 void GaugeView::setPhase(const QString& phase) {
     phase_ = phase;
-    writtenTo_ = true;
-    // Once the speed that belongs to it has been set too.
-    announcing_.start(0);
+    repaintAll_ = true;
+    // Only when the event loop runs again: the speed that belongs to the phase is set after it.
+    announcementTimer_.start(0);
 }
 
 void GaugeView::setAccent(const QColor& accent) {
     accent_ = accent;
-    writtenTo_ = true;
+    repaintAll_ = true;
 }
 
 void GaugeView::animateIfNeeded() {
-    if (timer_.isActive()) {
+    if (timer_.isActive() || !window()->isVisible()) {
         return;
     }
-    if (window()->isVisible() && !isOnScreen(*window())) {
-        // Minimised, or on another desktop: nobody sees it move, and whoever comes back finds it where it belongs.
+    if (!isOnScreen(*window())) {
+        // Minimised or on another desktop: there is no movement to see, and the value is right when it is back.
         value_ = target_;
         update();
         return;
     }
-    if (!isOnScreen(*window()) || !gauge::animationIsDue(value_, target_)) {
-        return;
+    if (gauge::animationIsDue(value_, target_)) {
+        sinceStart_.start();
+        frame_ = 0;
+        startFrameTimer();
     }
-    sinceStart_.start();
-    frame_ = 0;
-    startNextTick();
-}
-
-void GaugeView::stopAnimation() {
-    timer_.stop();
 }
 
 void GaugeView::tick() {
     const gauge::Step step = gauge::step(value_, target_, isOnScreen(*window()));
     const double before = std::exchange(value_, step.value);
-    if (std::exchange(writtenTo_, false)) {
+    if (std::exchange(repaintAll_, false)) {
         update();
     } else {
         update(drawing_.difference(before, value_));
     }
     if (!step.isLast) {
-        startNextTick();
+        startFrameTimer();
     }
 }
 
-void GaugeView::startNextTick() {
-    // Timers count whole milliseconds; frames that are due at fixed times come 30 to the second all the same. Those
-    // that a busy program missed are left out.
+void GaugeView::startFrameTimer() {
+    // Timers count whole milliseconds. Each frame has a fixed time since the animation's start, so that rounding does
+    // not add up; frames that a busy program missed are left out.
     const std::chrono::nanoseconds elapsed(sinceStart_.nsecsElapsed());
     frame_ = std::max(frame_ + 1, elapsed / frameTime + 1);
     timer_.start(std::chrono::ceil<std::chrono::milliseconds>(frame_ * frameTime - elapsed));
@@ -172,58 +163,18 @@ void GaugeView::paintEvent(QPaintEvent* event) {
     drawing_.draw(painter, event->region(), value_, phase_, accent_);
 }
 
-namespace {
-
-constexpr QSize contentSize{360, 420};
-constexpr int firstColumn = 20;
-constexpr int columnStep = 110;
-struct ColumnNames {
-    QString caption;
-    QString value;
-};
-
-ColumnNames objectNames(ResultColumn column) {
-    switch (column) {
-    case ResultColumn::https:
-        return {QStringLiteral("httpsCaption"), QStringLiteral("httpsValue")};
-    case ResultColumn::download:
-        return {QStringLiteral("downloadCaption"), QStringLiteral("downloadValue")};
-    case ResultColumn::upload:
-        break;
-    }
-    return {QStringLiteral("uploadCaption"), QStringLiteral("uploadValue")};
-}
-
-} // namespace
-
 SpeedTestController::SpeedTestController(const BulkTransferSessionFactory& makeSession, const Clock& clock,
                                          Schedule schedule, const SessionConfiguration& configuration,
                                          Seconds phaseSeconds)
-    : measurement_(makeSession, clock, std::move(schedule), configuration, phaseSeconds) {
-    measurement_.onStarted = [this] {
-        if (onStarted) {
-            onStarted();
-        }
-    };
-    measurement_.onCancelled = [this] {
-        if (onCancelled) {
-            onCancelled();
-        }
-    };
-    measurement_.onFinished = [this](std::optional<double> down, std::optional<double> up) {
-        if (onFinished) {
-            onFinished(down, up);
-        }
-    };
-}
-
-SpeedTestController::~SpeedTestController() = default;
+    : measurement_(*this, *this, makeSession, clock, std::move(schedule), configuration, phaseSeconds) {}
 
 void SpeedTestController::show() {
     if (!window_) {
         build();
     }
-    askForDarkTitleBar(*window_);
+    if (beforeShowing) {
+        beforeShowing(*window_);
+    }
     window_->bringToFront();
     if (!isRunning()) {
         measurement_.start();
@@ -231,7 +182,7 @@ void SpeedTestController::show() {
 }
 
 void SpeedTestController::build() {
-    window_ = std::make_unique<PlainWindow>(L(QStringLiteral("Speed Test")), contentSize);
+    window_ = std::make_unique<PlainWindow>(L(QStringLiteral("Speed Test")), QSize(360, 420));
     window_->setObjectName(QStringLiteral("speedTestWindow"));
     window_->setOnClose([this] { windowWillClose(); });
     QPalette dark;
@@ -239,52 +190,45 @@ void SpeedTestController::build() {
     window_->setPalette(dark);
     window_->setAutoFillBackground(true);
 
-    gauge_ = new GaugeView(fromBottomLeft({0, 110, 360, 300}, contentSize.height()), window_.get());
+    gauge_ = new GaugeView(QSize(360, 300));
     gauge_->setObjectName(QStringLiteral("gauge"));
-    addColumn(ResultColumn::https, L(QStringLiteral("HTTPS")));
-    addColumn(ResultColumn::download, L(QStringLiteral("DOWNLOAD")));
-    addColumn(ResultColumn::upload, L(QStringLiteral("UPLOAD")));
-    runButton_ =
-        new PanelButton(QStringLiteral("runButton"), L(QStringLiteral("Run Again")), systemFont(13), window_.get());
-    runButton_->setGeometry(fromBottomLeft({120, 14, 120, 32}, contentSize.height()));
+    window_->place(gauge_, {0, 110, 360, 300});
+    addColumn(QStringLiteral("https"), L(QStringLiteral("HTTPS")));
+    addColumn(QStringLiteral("download"), L(QStringLiteral("DOWNLOAD")));
+    addColumn(QStringLiteral("upload"), L(QStringLiteral("UPLOAD")));
+    runButton_ = new PanelButton(QStringLiteral("runButton"), L(QStringLiteral("Run Again")), systemFont(13));
     runButton_->setEnabled(false);
     QObject::connect(runButton_, &QPushButton::clicked, window_.get(), [this] { runAgain(); });
-    measurement_.setDisplay(this);
+    window_->place(runButton_, {120, 14, 120, 32});
 }
 
-void SpeedTestController::addColumn(ResultColumn column, const QString& title) {
-    const ColumnNames names = objectNames(column);
-    const int x = firstColumn + columnStep * static_cast<int>(column);
+void SpeedTestController::addColumn(const QString& name, const QString& title) {
+    const int x = 20 + 110 * static_cast<int>(resultLabels_.size());
     auto* caption =
-        new PanelLabel(names.caption, title, systemFont(9, QFont::Bold), whiteWithAlpha(0.5), window_.get());
-    caption->setGeometry(fromBottomLeft({x, 82, 100, 14}, contentSize.height()));
-    auto* value = new PanelLabel(names.value, SpeedTestMeasurement::unknownResult(), systemFont(17, QFont::DemiBold),
-                                 Qt::white, window_.get());
-    value->setGeometry(fromBottomLeft({x, 56, 100, 24}, contentSize.height()));
-    // Tells assistive technologies what the value is of.
+        new PanelLabel(name + QStringLiteral("Caption"), title, systemFont(9, QFont::Bold), whiteWithAlpha(0.5));
+    window_->place(caption, {x, 82, 100, 14});
+    auto* value = new PanelLabel(name + QStringLiteral("Value"), SpeedTestMeasurement::unknownResult(),
+                                 systemFont(17, QFont::DemiBold), Qt::white);
+    window_->place(value, {x, 56, 100, 24});
+    // Assistive technologies read the caption with the value.
     caption->setBuddy(value);
     resultLabels_.push_back(value);
-}
-
-void SpeedTestController::runAgain() {
-    measurement_.start();
-}
-
-void SpeedTestController::windowWillClose() {
-    cancel();
 }
 
 void SpeedTestController::setResult(ResultColumn column, const QString& text) {
     auto* label = resultLabels_.at(static_cast<std::size_t>(column));
     label->setText(text);
-    // Who hears a figure does not see the unit on the gauge.
+    // The unit stands on the gauge, which a screen reader does not read with the result.
     const bool isSpeed = column != ResultColumn::https && text.front().isDigit();
     label->setAccessibleDescription(isSpeed ? QStringLiteral("Mbps") : QString());
 }
 
 void SpeedTestController::setRunEnabled(bool enabled) {
+    if (!window_) {
+        return;
+    }
     runButton_->setEnabled(enabled);
-    // A disabled button loses the keyboard focus; nothing else in the window wants it.
+    // A disabled button loses the keyboard focus, and no other widget of the window takes it.
     if (enabled) {
         runButton_->setFocus();
     }
@@ -300,17 +244,15 @@ void SpeedTestController::setGaugeAccent(const GaugeColor& accent) {
     gauge_->update();
 }
 
-void SpeedTestController::setGaugeTarget(double speed) {
-    gauge_->setTarget(speed);
-}
-
 void SpeedTestController::setGaugeValue(double speed) {
     gauge_->setValue(speed);
     gauge_->update();
 }
 
 void SpeedTestController::stopGaugeAnimation() {
-    gauge_->stopAnimation();
+    if (window_) {
+        gauge_->stopAnimation();
+    }
 }
 
 } // namespace skylet

@@ -7,6 +7,7 @@
 #include "speedtest/SpeedTestDisplay.h"
 #include "speedtest/SpeedTestMeasurement.h"
 #include "speedtest/SpeedTesting.h"
+#include "ui/PlainWindow.h"
 
 #include <QColor>
 #include <QElapsedTimer>
@@ -16,25 +17,25 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
+class QLabel;
+class QPushButton;
+
 namespace skylet {
 
-class PanelButton;
-class PanelLabel;
-class PlainWindow;
-
 /// A dial that shows a speed in Mbit/s. The speed shown moves smoothly to a target, 30 times a second, and only while
-/// the window is on the screen; at rest it costs nothing. To assistive technologies it is a dial whose description says
-/// the speed and the phase.
+/// the window is on the screen; at rest it costs nothing. To assistive technologies it is a dial whose description
+/// gives the speed and the phase.
 class GaugeView final : public QWidget {
     Q_OBJECT
 
   public:
-    /// `frame`: in its parent, y downward, logical pixels. Where the unit would lie below the frame, the widget reaches
-    /// that much further down, since a widget is clipped.
-    GaugeView(const QRect& frame, QWidget* parent);
+    /// `bounds`: of the dial, logical pixels. Where the unit would lie below them, the widget reaches that much further
+    /// down, since a widget is clipped.
+    explicit GaugeView(QSize bounds, QWidget* parent = nullptr);
 
     /// What is drawn now. Writing it neither redraws nor animates.
     double value() const { return value_; }
@@ -49,10 +50,10 @@ class GaugeView final : public QWidget {
     QColor accent() const { return accent_; }
     void setAccent(const QColor& accent);
 
-    /// Starts moving unless it already does, is there already, or nobody can see it.
+    /// Starts moving unless it already does, is there already, or is not on the screen.
     void animateIfNeeded();
     /// The value stays where it is.
-    void stopAnimation();
+    void stopAnimation() { timer_.stop(); }
     bool animationIsRunning() const { return timer_.isActive(); }
 
   protected:
@@ -61,7 +62,7 @@ class GaugeView final : public QWidget {
 
   private:
     void tick();
-    void startNextTick();
+    void startFrameTimer();
     void announce();
 
     GaugeDrawing drawing_;
@@ -69,15 +70,15 @@ class GaugeView final : public QWidget {
     double target_ = 0;
     QString phase_;
     QColor accent_;
-    /// Whether something was written since the last step: what is on the screen may then differ anywhere.
-    bool writtenTo_ = false;
-    /// Runs out with each frame and is started anew for the next one.
-    QTimer timer_;
+    /// Whether a field was written since the last step, so that the picture may differ anywhere.
+    bool repaintAll_ = false;
+    /// One-shot, started anew for each frame.
+    QTimer timer_{this};
     QElapsedTimer sinceStart_;
-    /// The frame that is waited for, counted from the animation's start.
+    /// The next frame, counted from the animation's start.
     std::int64_t frame_ = 0;
-    /// Runs while there is something to tell that waits for its time.
-    QTimer announcing_;
+    /// Runs while there is a change to announce to assistive technologies.
+    QTimer announcementTimer_;
     QElapsedTimer sinceAnnouncement_;
 };
 
@@ -89,36 +90,35 @@ class SpeedTestController final : public SpeedTesting, private SpeedTestDisplay 
     SpeedTestController(const BulkTransferSessionFactory& makeSession, const Clock& clock,
                         Schedule schedule = commonTimer, const SessionConfiguration& configuration = {},
                         Seconds phaseSeconds = SpeedTestMeasurement::defaultPhaseSeconds);
-    ~SpeedTestController() override;
-    SpeedTestController(const SpeedTestController&) = delete;
-    SpeedTestController& operator=(const SpeedTestController&) = delete;
-    SpeedTestController(SpeedTestController&&) = delete;
-    SpeedTestController& operator=(SpeedTestController&&) = delete;
 
     bool isRunning() const override { return measurement_.isRunning(); }
     void setLatencyMs(std::int64_t milliseconds) override { measurement_.setLatencyMs(milliseconds); }
     void show() override;
     void cancel() override { measurement_.cancel(); }
 
+    /// Called with the window before each showing, for requests that only some desktops know.
+    std::function<void(const QWidget& window)> beforeShowing;
+
   private:
     void build();
-    void addColumn(ResultColumn column, const QString& title);
-    void runAgain();
-    void windowWillClose();
+    /// The next one to the right. `name`: how the names of its widgets begin.
+    void addColumn(const QString& name, const QString& title);
+    void runAgain() { measurement_.start(); }
+    void windowWillClose() { cancel(); }
 
     void setResult(ResultColumn column, const QString& text) override;
     void setRunEnabled(bool enabled) override;
     void setGaugePhase(const QString& phase) override;
     void setGaugeAccent(const GaugeColor& accent) override;
-    void setGaugeTarget(double speed) override;
+    void setGaugeTarget(double speed) override { gauge_->setTarget(speed); }
     void setGaugeValue(double speed) override;
     void stopGaugeAnimation() override;
 
     std::unique_ptr<PlainWindow> window_;
     /// These belong to the window.
     GaugeView* gauge_ = nullptr;
-    std::vector<PanelLabel*> resultLabels_;
-    PanelButton* runButton_ = nullptr;
+    std::vector<QLabel*> resultLabels_;
+    QPushButton* runButton_ = nullptr;
     SpeedTestMeasurement measurement_;
 };
 

@@ -44,46 +44,44 @@ void cancelAndClear(std::shared_ptr<Cancellation>& pending) {
     }
 }
 
-} // namespace
-
-SpeedTestMeasurement::Endpoints SpeedTestMeasurement::defaultEndpoints() {
-    const auto endpoint = [](const QString& rest) {
-        const auto text = QStringLiteral("https://") + QString::fromUtf8(build::speedTestHost) + rest;
-        QUrl url(text, QUrl::StrictMode);
-        if (!url.isValid() || url.host().isEmpty()) {
-            qFatal("SpeedTestMeasurement: \"%s\" is not a URL", qUtf8Printable(text));
-        }
-        return url;
-    };
-    return {endpoint(QStringLiteral("/__down?bytes=%1").arg(downloadBytes)), endpoint(QStringLiteral("/__up"))};
+QUrl endpoint(const QString& pathAndQuery) {
+    const auto text = QStringLiteral("https://") + QString::fromUtf8(build::speedTestHost) + pathAndQuery;
+    QUrl url(text, QUrl::StrictMode);
+    if (!url.isValid() || url.host().isEmpty()) {
+        qFatal("SpeedTestMeasurement: \"%s\" is not a URL", qUtf8Printable(text));
+    }
+    return url;
 }
 
-SpeedTestMeasurement::SpeedTestMeasurement(const BulkTransferSessionFactory& makeSession, const Clock& clock,
+} // namespace
+
+SpeedTestMeasurement::SpeedTestMeasurement(SpeedTestDisplay& display, const SpeedTestEvents& events,
+                                           const BulkTransferSessionFactory& makeSession, const Clock& clock,
                                            Schedule schedule, const SessionConfiguration& configuration,
                                            Seconds phaseSeconds)
-    : clock_(clock), schedule_(std::move(schedule)), phaseSeconds_(phaseSeconds), endpoints_(defaultEndpoints()),
-      session_(makeSession(limited(configuration), *this)) {}
+    : display_(display), events_(events), clock_(clock), schedule_(std::move(schedule)), phaseSeconds_(phaseSeconds),
+      downURL_(endpoint(QStringLiteral("/__down?bytes=%1").arg(downloadBytes))),
+      upURL_(endpoint(QStringLiteral("/__up"))), session_(makeSession(limited(configuration), *this)) {}
 
 void SpeedTestMeasurement::start() {
     if (isRunning_) {
         return;
     }
     isRunning_ = true;
-    if (onStarted) {
-        onStarted();
+    if (events_.onStarted) {
+        events_.onStarted();
         if (!isRunning_) {
             return;
         }
     }
     downResult_.reset();
     upResult_.reset();
-    auto& shown = display();
-    shown.setResult(ResultColumn::https,
-                    latencyMs_ >= 1 ? QString::number(latencyMs_) + QStringLiteral(" ms") : unknownResult());
-    shown.setResult(ResultColumn::download, unknownResult());
-    shown.setResult(ResultColumn::upload, unknownResult());
-    shown.setRunEnabled(false);
-    shown.setGaugeAccent(downloadColor);
+    display_.setResult(ResultColumn::https,
+                       latencyMs_ >= 1 ? QString::number(latencyMs_) + QStringLiteral(" ms") : unknownResult());
+    display_.setResult(ResultColumn::download, unknownResult());
+    display_.setResult(ResultColumn::upload, unknownResult());
+    display_.setRunEnabled(false);
+    display_.setGaugeAccent(downloadColor);
     beginPhase(false);
 }
 
@@ -97,11 +95,10 @@ void SpeedTestMeasurement::beginPhase(bool upload) {
     samples_.clear();
     // Before the request is made: connecting, the TLS handshake and the slow start are part of what a user waits for.
     phaseStart_ = clock_.systemUptime();
-    auto& shown = display();
-    shown.setGaugePhase(L(upload ? QStringLiteral("UPLOAD") : QStringLiteral("DOWNLOAD")));
-    shown.setGaugeTarget(0);
-    shown.setGaugeValue(0);
-    shown.setGaugeAccent(upload ? uploadColor : downloadColor);
+    display_.setGaugePhase(L(upload ? QStringLiteral("UPLOAD") : QStringLiteral("DOWNLOAD")));
+    display_.setGaugeTarget(0);
+    display_.setGaugeValue(0);
+    display_.setGaugeAccent(upload ? uploadColor : downloadColor);
     task_ = startTransfer();
     cancelAndClear(deadline_);
     deadline_ = schedule_(
@@ -110,9 +107,9 @@ void SpeedTestMeasurement::beginPhase(bool upload) {
 
 std::shared_ptr<BulkTransferTask> SpeedTestMeasurement::startTransfer() const {
     if (!isUpload_) {
-        return session_->download(endpoints_.down);
+        return session_->download(downURL_);
     }
-    return session_->upload(endpoints_.up, QByteArrayLiteral("application/octet-stream"), zeroBody(uploadBytes),
+    return session_->upload(upURL_, QByteArrayLiteral("application/octet-stream"), zeroBody(uploadBytes),
                             uploadTimeout);
 }
 
@@ -157,7 +154,7 @@ void SpeedTestMeasurement::progress(std::int64_t count) {
         return;
     }
     // The oldest sample's own piece arrived before its time stamp, so it is no part of the span.
-    display().setGaugeTarget(megabits(sum(bytes_, -first.bytes), span));
+    display_.setGaugeTarget(megabits(sum(bytes_, -first.bytes), span));
 }
 
 void SpeedTestMeasurement::completed(TaskIdentifier task, const BulkTransferResult& result) {
@@ -185,20 +182,20 @@ void SpeedTestMeasurement::completed(TaskIdentifier task, const BulkTransferResu
 
 void SpeedTestMeasurement::downloadEnded(std::optional<double> result) {
     downResult_ = result;
-    display().setResult(ResultColumn::download, resultText(result));
-    display().setGaugeTarget(result.value_or(0));
+    display_.setResult(ResultColumn::download, resultText(result));
+    display_.setGaugeTarget(result.value_or(0));
     transition_ = schedule_(transitionSeconds, lifetime_.guard([this] { beginPhase(true); }));
 }
 
 void SpeedTestMeasurement::uploadEnded(std::optional<double> result) {
     upResult_ = result;
-    display().setResult(ResultColumn::upload, resultText(result));
-    display().setGaugePhase(L(QStringLiteral("DONE")));
-    display().setGaugeTarget(result.value_or(0));
-    display().setRunEnabled(true);
+    display_.setResult(ResultColumn::upload, resultText(result));
+    display_.setGaugePhase(L(QStringLiteral("DONE")));
+    display_.setGaugeTarget(result.value_or(0));
+    display_.setRunEnabled(true);
     isRunning_ = false;
-    if (onFinished) {
-        onFinished(downResult_, upResult_);
+    if (events_.onFinished) {
+        events_.onFinished(downResult_, upResult_);
     }
 }
 
@@ -209,20 +206,11 @@ void SpeedTestMeasurement::cancel() {
     if (task_) {
         std::exchange(task_, nullptr)->cancel();
     }
-    if (display_ != nullptr) {
-        display_->stopGaugeAnimation();
-        display_->setRunEnabled(true);
+    display_.stopGaugeAnimation();
+    display_.setRunEnabled(true);
+    if (wasRunning && events_.onCancelled) {
+        events_.onCancelled();
     }
-    if (wasRunning && onCancelled) {
-        onCancelled();
-    }
-}
-
-SpeedTestDisplay& SpeedTestMeasurement::display() const {
-    if (display_ == nullptr) {
-        qFatal("SpeedTestMeasurement: a test without a display");
-    }
-    return *display_;
 }
 
 } // namespace skylet

@@ -5,12 +5,12 @@
 #include "platform/Timers.h"
 #include "platform/transfer/BulkTransferSession.h"
 #include "speedtest/SpeedTestDisplay.h"
+#include "speedtest/SpeedTesting.h"
 
 #include <QUrl>
 
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <optional>
 
@@ -39,20 +39,11 @@ class SpeedTestMeasurement final : public BulkTransferDelegate {
     /// What stands in the place of a result that is not known: a dash.
     static QString unknownResult() { return QStringLiteral("—"); }
 
-    struct Endpoints {
-        QUrl down;
-        QUrl up;
-    };
-
-    /// The endpoints of the build. A text that is no URL stops the program.
-    static Endpoints defaultEndpoints();
-
-    /// Makes the one session from `configuration` with the limits above. Starts nothing. `clock` outlives this.
-    SpeedTestMeasurement(const BulkTransferSessionFactory& makeSession, const Clock& clock, Schedule schedule,
+    /// Makes the one session from `configuration` with the limits above. Starts nothing. A host of the build that makes
+    /// no URL stops the program. `display`, `events` and `clock` outlive this.
+    SpeedTestMeasurement(SpeedTestDisplay& display, const SpeedTestEvents& events,
+                         const BulkTransferSessionFactory& makeSession, const Clock& clock, Schedule schedule,
                          const SessionConfiguration& configuration, Seconds phaseSeconds);
-
-    /// Must be set before the first `start` (which stops the program without it) and outlive every later call.
-    void setDisplay(SpeedTestDisplay* display) { display_ = display; }
 
     /// Starts a test, unless one is running.
     void start();
@@ -62,11 +53,6 @@ class SpeedTestMeasurement final : public BulkTransferDelegate {
     bool isRunning() const { return isRunning_; }
     /// The response time to show in the next test, ms; below 1: none known.
     void setLatencyMs(std::int64_t milliseconds) { latencyMs_ = milliseconds; }
-
-    /// See SpeedTesting.
-    std::function<void()> onStarted;
-    std::function<void()> onCancelled;
-    std::function<void(std::optional<double> down, std::optional<double> up)> onFinished;
 
     ResponseDisposition responseReceived(TaskIdentifier task, std::optional<int> statusCode) override;
     void dataReceived(TaskIdentifier task, std::int64_t count) override;
@@ -80,7 +66,6 @@ class SpeedTestMeasurement final : public BulkTransferDelegate {
         std::int64_t bytes = 0;
     };
 
-    SpeedTestDisplay& display() const;
     std::shared_ptr<BulkTransferTask> startTransfer() const;
     void beginPhase(bool upload);
     void deadlineReached(TaskIdentifier task);
@@ -89,11 +74,13 @@ class SpeedTestMeasurement final : public BulkTransferDelegate {
     void uploadEnded(std::optional<double> result);
     bool isCurrent(TaskIdentifier task) const;
 
+    SpeedTestDisplay& display_;
+    const SpeedTestEvents& events_;
     const Clock& clock_;
     const Schedule schedule_;
     const Seconds phaseSeconds_;
-    const Endpoints endpoints_;
-    SpeedTestDisplay* display_ = nullptr;
+    const QUrl downURL_;
+    const QUrl upURL_;
     std::shared_ptr<BulkTransferTask> task_;
     Seconds phaseStart_{0};
     /// Moved in this phase.

@@ -7,9 +7,16 @@
 
 namespace skylet {
 
-/// The speed test as the application sees it: a window that runs one, and word of how it goes. Results are in Mbit/s
-/// and absent for a phase that failed.
-class SpeedTesting {
+/// What is reported of each test: `onStarted`, then one of the two others, once. From inside the operation or event
+/// that caused it. Results are in Mbit/s and absent for a phase that failed.
+struct SpeedTestEvents {
+    std::function<void()> onStarted;
+    std::function<void()> onCancelled;
+    std::function<void(std::optional<double> down, std::optional<double> up)> onFinished;
+};
+
+/// The speed test as the application sees it: a window that runs one and reports its events.
+class SpeedTesting : public SpeedTestEvents {
   public:
     virtual ~SpeedTesting() = default;
     virtual bool isRunning() const = 0;
@@ -19,11 +26,6 @@ class SpeedTesting {
     virtual void show() = 0;
     /// Ends a running test; harmless at any other time.
     virtual void cancel() = 0;
-
-    /// For each test: `onStarted`, then one of the two others, once. From inside the operation or event that caused it.
-    std::function<void()> onStarted;
-    std::function<void()> onCancelled;
-    std::function<void(std::optional<double> down, std::optional<double> up)> onFinished;
 };
 
 /// Makes the one speed test of the program, when it is first needed.

@@ -1,8 +1,12 @@
 #include "ui/DesktopWindows.h"
 
 #include "BuildConstants.h"
-#include "ui/AboutPanel.h"
-#include "ui/WelcomePanel.h"
+#include "ui/Controls.h"
+#include "ui/Fonts.h"
+#include "ui/PlainWindow.h"
+#include "ui/Strings.h"
+
+#include <QShortcut>
 
 #include <utility>
 
@@ -10,27 +14,85 @@ namespace skylet {
 
 namespace {
 
-class DesktopWelcome final : public WelcomeWindow {
+/// Says where the status item is and what its colours mean, and offers to start the program at login. Only the button
+/// has a consequence. In Hebrew the body and the check box run from right to left; everything else stays where it is.
+class WelcomePanel final : public PlainWindow, public WelcomeWindow {
   public:
-    DesktopWelcome(bool loginBoxOn, std::function<void()> finishWelcome)
-        : panel_(loginBoxOn, std::move(finishWelcome)) {}
-    void bringToFront() override { panel_.bringToFront(); }
-    void close() override { panel_.close(); }
-    bool loginBoxIsOn() const override { return panel_.loginBoxIsOn(); }
+    WelcomePanel(bool loginBoxOn, std::function<void()> finishWelcome)
+        : PlainWindow(L(QStringLiteral("Welcome to Skylet")), QSize(420, 400)),
+          loginBox_(new CheckBox(L(QStringLiteral("Launch Skylet at login (recommended)")))) {
+        setObjectName(QStringLiteral("welcomeWindow"));
+        loginBox_->setObjectName(QStringLiteral("loginBox"));
+        loginBox_->setFont(systemFont(13));
+        loginBox_->setLayoutDirection(isHebrew() ? Qt::RightToLeft : Qt::LeftToRight);
+        loginBox_->setChecked(loginBoxOn);
+        auto* button = new QPushButton(L(QStringLiteral("Got it")));
+        button->setObjectName(QStringLiteral("gotItButton"));
+        button->setFont(systemFont(13));
+        button->setDefault(true);
+        // Queued, so that the callback may destroy the window: no code of the button runs at that moment.
+        connect(button, &QPushButton::clicked, this, std::move(finishWelcome), Qt::QueuedConnection);
+        // As shortcuts they come before the widgets, some of which take Return for themselves on some desktops.
+        for (const auto key : {Qt::Key_Return, Qt::Key_Enter}) {
+            connect(new QShortcut(QKeySequence(key), this), &QShortcut::activated, button, &QAbstractButton::click);
+        }
+
+        place(new IconView, {170, 300, 80, 80});
+        place(new TextLabel(QStringLiteral("headline"), L(QStringLiteral("Skylet is now in your menu bar")),
+                            systemFont(17, QFont::Bold)),
+              {20, 262, 380, 28});
+        place(new TextLabel(QStringLiteral("body"), L(QStringLiteral("welcome.body")), systemFont(12.5), Qt::AlignLeft),
+              {30, 105, 360, 150});
+        place(loginBox_, {30, 66, 360, 22});
+        place(button, {300, 18, 90, 32});
+        button->setFocus();
+    }
+
+    void bringToFront() override { PlainWindow::bringToFront(); }
+    void close() override { QWidget::close(); }
+    bool loginBoxIsOn() const override { return loginBox_->isChecked(); }
 
   private:
-    WelcomePanel panel_;
+    QCheckBox* const loginBox_;
 };
 
-class DesktopAbout final : public Window {
+/// What the program is, its version, and a link to its maker. All texts stand in the middle, in both languages.
+class AboutPanel final : public PlainWindow, public Window {
   public:
-    DesktopAbout(const QString& version, std::function<void()> openBrimlake)
-        : panel_(version, std::move(openBrimlake)) {}
-    void bringToFront() override { panel_.bringToFront(); }
-    void close() override { panel_.close(); }
+    AboutPanel(const QString& version, std::function<void()> openBrimlake)
+        : PlainWindow(L(QStringLiteral("About Skylet")), QSize(380, 450)) {
+        setObjectName(QStringLiteral("aboutWindow"));
+        constexpr auto label = &SemanticColors::label;
+        constexpr auto secondary = &SemanticColors::secondaryLabel;
+        constexpr auto tertiary = &SemanticColors::tertiaryLabel;
+        place(new IconView, {140, 330, 100, 100});
+        add(QStringLiteral("name"), QStringLiteral("Skylet"), systemFont(22, QFont::Bold), label, {292, 30});
+        add(QStringLiteral("version"), formatted(L(QStringLiteral("Version %@")), {version}), systemFont(12), secondary,
+            {272, 20});
+        add(QStringLiteral("tagline"), L(QStringLiteral("about.tagline")), systemFont(13), label, {210, 50});
+        add(QStringLiteral("details"), L(QStringLiteral("about.details")), systemFont(11.5), secondary, {132, 76});
+        add(QStringLiteral("language"), L(QStringLiteral("about.language")), systemFont(10.5), secondary, {88, 42});
+        auto* link = new LinkButton(QStringLiteral("link"), L(QStringLiteral("Powered by Brimlake")),
+                                    systemFont(13, QFont::DemiBold));
+        connect(link, &QPushButton::clicked, this, std::move(openBrimlake), Qt::QueuedConnection);
+        place(link, {90, 62, 200, 28});
+        add(QStringLiteral("webSite"), QString::fromUtf8(build::webSiteName), systemFont(11), tertiary, {44, 20});
+        add(QStringLiteral("copyright"), L(QString::fromUtf8(build::copyright)), systemFont(10), tertiary, {16, 20});
+    }
+
+    void bringToFront() override { PlainWindow::bringToFront(); }
+    void close() override { QWidget::close(); }
 
   private:
-    AboutPanel panel_;
+    /// How high above the window's bottom edge a text's frame begins, and its height.
+    struct Rows {
+        int y;
+        int height;
+    };
+
+    void add(const QString& objectName, const QString& text, const QFont& font, TextLabel::Rank rank, Rows rows) {
+        place(new TextLabel(objectName, text, font, Qt::AlignHCenter, rank), {30, rows.y, 320, rows.height});
+    }
 };
 
 } // namespace
@@ -40,11 +102,11 @@ QString DesktopWindows::buildVersion() {
 }
 
 std::unique_ptr<WelcomeWindow> DesktopWindows::makeWelcomeWindow(bool loginBoxOn, std::function<void()> finishWelcome) {
-    return std::make_unique<DesktopWelcome>(loginBoxOn, std::move(finishWelcome));
+    return std::make_unique<WelcomePanel>(loginBoxOn, std::move(finishWelcome));
 }
 
 std::unique_ptr<Window> DesktopWindows::makeAboutWindow(std::function<void()> openBrimlake) {
-    return std::make_unique<DesktopAbout>(version_.value_or(QStringLiteral("1.0")), std::move(openBrimlake));
+    return std::make_unique<AboutPanel>(version_.value_or(QStringLiteral("1.0")), std::move(openBrimlake));
 }
 
 } // namespace skylet

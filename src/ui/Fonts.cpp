@@ -6,6 +6,7 @@
 #include <QTextLayout>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace skylet {
@@ -14,11 +15,6 @@ namespace {
 
 bool isDigit(QChar character) {
     return character >= u'0' && character <= u'9';
-}
-
-/// The baseline of a line whose ascent and descent lie in the middle of `area`.
-double centeredBaseline(const QRectF& area, const QFontMetricsF& metrics) {
-    return area.center().y() + (metrics.ascent() - metrics.descent()) / 2;
 }
 
 } // namespace
@@ -30,29 +26,26 @@ QFont systemFont(double pixels, QFont::Weight weight) {
     return font;
 }
 
-TabularLine layOutTabular(const QString& text, const Advances& advances) {
-    double narrowest = advances.digit(u'0');
-    double widest = narrowest;
-    for (char16_t digit = u'1'; digit <= u'9'; ++digit) {
-        const double width = advances.digit(digit);
-        narrowest = std::min(narrowest, width);
-        widest = std::max(widest, width);
-    }
-    if (narrowest == widest || std::none_of(text.cbegin(), text.cend(), isDigit)) {
-        return {{{text, 0}}, advances.text(text)};
+TabularLine layOutTabular(const QString& text, const std::function<double(const QString&)>& advance) {
+    std::array<double, 10> widths{};
+    std::generate(widths.begin(), widths.end(), [&advance, digit = u'0']() mutable { return advance(QChar(digit++)); });
+    const auto [narrowest, widest] = std::minmax_element(widths.begin(), widths.end());
+    if (*narrowest == *widest || std::none_of(text.cbegin(), text.cend(), isDigit)) {
+        return {{{text, 0}}, advance(text)};
     }
     TabularLine line;
     for (qsizetype i = 0; i < text.size();) {
         if (isDigit(text.at(i))) {
-            line.runs.push_back({text.mid(i, 1), line.width + (widest - advances.digit(text.at(i))) / 2});
-            line.width += widest;
+            const QString digit = text.mid(i, 1);
+            line.runs.push_back({digit, line.width + (*widest - advance(digit)) / 2});
+            line.width += *widest;
             ++i;
             continue;
         }
         const auto end = std::find_if(text.cbegin() + i, text.cend(), isDigit) - text.cbegin();
         const QString rest = text.mid(i, end - i);
         line.runs.push_back({rest, line.width});
-        line.width += advances.text(rest);
+        line.width += advance(rest);
         i = end;
     }
     return line;
@@ -73,9 +66,9 @@ void drawCentered(QPainter& painter, const QRectF& area, const QString& text, co
 void drawTabularCentered(QPainter& painter, const QRectF& area, const QString& text, const QFont& font) {
     const QFontMetricsF metrics(font);
     const TabularLine line =
-        layOutTabular(text, {[&metrics](QChar digit) { return metrics.horizontalAdvance(digit); },
-                             [&metrics](const QString& part) { return metrics.horizontalAdvance(part); }});
-    const QPointF start(area.center().x() - line.width / 2, centeredBaseline(area, metrics));
+        layOutTabular(text, [&metrics](const QString& part) { return metrics.horizontalAdvance(part); });
+    const QPointF start(area.center().x() - line.width / 2,
+                        area.center().y() + (metrics.ascent() - metrics.descent()) / 2);
     painter.setFont(font);
     for (const TextRun& run : line.runs) {
         painter.drawText(start + QPointF(run.x, 0), run.text);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QFont>
-#include <QPointF>
 #include <QRectF>
 #include <QString>
 
@@ -28,13 +27,8 @@ struct TabularLine {
     double width = 0;
 };
 
-/// How wide a digit or a text is.
-struct Advances {
-    std::function<double(QChar)> digit;
-    std::function<double(const QString&)> text;
-};
-
-TabularLine layOutTabular(const QString& text, const Advances& advances);
+/// `advance`: how wide a text is.
+TabularLine layOutTabular(const QString& text, const std::function<double(const QString&)>& advance);
 
 /// Draws one line in the middle of `area`, with the painter's pen. What does not fit stands out on all sides alike.
 void drawCentered(QPainter& painter, const QRectF& area, const QString& text, const QFont& font);

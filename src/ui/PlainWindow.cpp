@@ -2,7 +2,6 @@
 
 #include "ui/Fonts.h"
 
-#include <QAbstractButton>
 #include <QAccessible>
 #include <QAccessibleWidget>
 #include <QCloseEvent>
@@ -19,6 +18,9 @@ namespace skylet {
 
 namespace {
 
+/// Beneath what has outgrown its frame.
+constexpr int gap = 6;
+
 QAccessibleInterface* makeAccessibleWindow(const QString& /*className*/, QObject* object) {
     auto* window = qobject_cast<PlainWindow*>(object);
     return window != nullptr ? new QAccessibleWidget(window, QAccessible::Dialog) : nullptr;
@@ -28,7 +30,8 @@ QAccessibleInterface* makeAccessibleWindow(const QString& /*className*/, QObject
 
 PlainWindow::PlainWindow(const QString& title, QSize content)
     : QWidget(nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
-                           Qt::WindowCloseButtonHint) {
+                           Qt::WindowCloseButtonHint),
+      content_(content) {
     QAccessible::installFactory(makeAccessibleWindow);
     setWindowTitle(title);
     setFixedSize(content);
@@ -40,28 +43,22 @@ PlainWindow::PlainWindow(const QString& title, QSize content)
     connect(new QShortcut(QKeySequence(Qt::Key_Escape), this), &QShortcut::activated, this, &QWidget::close);
 }
 
-void PlainWindow::setReturnButton(QAbstractButton* button) {
-    // As shortcuts they come before the widgets, some of which take Return for themselves on some desktops.
-    for (const auto key : {Qt::Key_Return, Qt::Key_Enter}) {
-        connect(new QShortcut(QKeySequence(key), this), &QShortcut::activated, button, &QAbstractButton::click);
-    }
+void PlainWindow::place(QWidget* widget, const QRect& frame) {
+    widget->setParent(this);
+    placed_.push_back({widget, frame});
+    arrange();
 }
 
-void PlainWindow::setFrames(const Frames& frames) {
-    frames_ = frames;
-    setFixedSize(frames_->arrange(this));
-}
-
-void PlainWindow::followFont() {
-    for (QWidget* widget : findChildren<QWidget*>()) {
-        if (widget->testAttribute(Qt::WA_SetFont)) {
-            widget->setFont(
-                systemFont(widget->font().pixelSize(), static_cast<QFont::Weight>(widget->font().weight())));
-        }
+void PlainWindow::arrange() {
+    int shift = 0;
+    for (const auto& [widget, frame] : placed_) {
+        const int top = content_.height() - frame.y() - frame.height() + shift;
+        const int needed = widget->hasHeightForWidth() ? widget->heightForWidth(frame.width()) : 0;
+        const int growth = needed > frame.height() ? needed + gap - frame.height() : 0;
+        widget->setGeometry(frame.x(), top, frame.width(), frame.height() + growth);
+        shift += growth;
     }
-    if (frames_) {
-        setFixedSize(frames_->arrange(this));
-    }
+    setFixedSize(content_ + QSize(0, shift));
 }
 
 void PlainWindow::bringToFront() {
@@ -92,9 +89,15 @@ void PlainWindow::center() {
 
 void PlainWindow::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
-    if (event->type() == QEvent::FontChange) {
-        followFont();
+    if (event->type() != QEvent::FontChange) {
+        return;
     }
+    for (const auto& [widget, frame] : placed_) {
+        if (widget->testAttribute(Qt::WA_SetFont)) {
+            widget->setFont(systemFont(widget->font().pixelSize(), widget->font().weight()));
+        }
+    }
+    arrange();
 }
 
 void PlainWindow::showEvent(QShowEvent* event) {

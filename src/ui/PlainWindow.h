@@ -1,15 +1,13 @@
 #pragma once
 
-#include "ui/Frames.h"
-
+#include <QRect>
 #include <QSize>
 #include <QString>
 #include <QWidget>
 
 #include <functional>
-#include <optional>
-
-class QAbstractButton;
+#include <utility>
+#include <vector>
 
 namespace skylet {
 
@@ -24,10 +22,10 @@ class PlainWindow : public QWidget {
     /// `content`: size without the frame, logical pixels.
     PlainWindow(const QString& title, QSize content);
 
-    /// Fills the window, which gets as large as they need to be.
-    void setFrames(const Frames& frames);
-    /// Return and Enter press this button, wherever the keyboard focus is.
-    void setReturnButton(QAbstractButton* button);
+    /// Puts a widget into the window, to which it belongs from now on; from top to bottom. `frame`: with y upward from
+    /// the bottom left corner. What needs more height, such as a text in a wide font, keeps its top edge and gets the
+    /// height; all that lies beneath moves down, and the window grows.
+    void place(QWidget* widget, const QRect& frame);
     /// Called whenever the user or the program closes the window, before it disappears.
     void setOnClose(std::function<void()> onClose) { onClose_ = std::move(onClose); }
 
@@ -41,11 +39,17 @@ class PlainWindow : public QWidget {
     void showEvent(QShowEvent* event) override;
 
   private:
-    void center();
-    void followFont();
+    struct Placed {
+        QWidget* widget;
+        QRect frame;
+    };
 
+    void arrange();
+    void center();
+
+    const QSize content_;
+    std::vector<Placed> placed_;
     std::function<void()> onClose_;
-    std::optional<Frames> frames_;
     bool wasShown_ = false;
     /// Whether it has come to the screen since it was shown.
     bool wasSeen_ = false;

@@ -136,12 +136,12 @@ int main(int argc, char** argv) {
         return std::make_unique<Witness>(clock, phases, configuration, delegate);
     };
     TextDisplay display;
-    SpeedTestMeasurement measurement(makeSession, clock, commonTimer, {}, phaseSeconds);
-    measurement.setDisplay(&display);
-    measurement.onFinished = [&](std::optional<double> down, std::optional<double> up) {
+    SpeedTestEvents events;
+    events.onFinished = [&](std::optional<double> down, std::optional<double> up) {
         print(phases, down, up);
         QTimer::singleShot(std::chrono::seconds(1), &QCoreApplication::quit);
     };
+    SpeedTestMeasurement measurement(display, events, makeSession, clock, commonTimer, {}, phaseSeconds);
     measurement.start();
     return QCoreApplication::exec();
 }

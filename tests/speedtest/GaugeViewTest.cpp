@@ -1,8 +1,11 @@
 #include "speedtest/GaugeScale.h"
 #include "speedtest/SpeedTest.h"
+#include "support/EventLoop.h"
 #include "support/QStringPrinting.h"
-#include "ui/EventLoop.h"
+#include "ui/Fonts.h"
 #include "ui/Picture.h"
+#include "ui/TextPicture.h"
+#include "ui/Widgets.h"
 
 #include <QAccessible>
 #include <QBackingStore>
@@ -11,6 +14,9 @@
 #include <QElapsedTimer>
 #include <QImage>
 #include <QPaintEvent>
+#include <QPointer>
+#include <QTimer>
+#include <QTimerEvent>
 
 #include <gtest/gtest.h>
 
@@ -28,6 +34,7 @@ namespace {
 using namespace std::chrono_literals;
 using test::PaintCounter;
 using test::Picture;
+using test::runFor;
 
 constexpr QSize bounds{360, 300};
 // Where the dial lies in those bounds, y downward.
@@ -47,13 +54,6 @@ constexpr QColor track{44, 46, 53};
 QPointF polar(double degrees, double distance) {
     const double radians = degrees * std::numbers::pi / 180;
     return center + QPointF(distance * std::cos(radians), -distance * std::sin(radians));
-}
-
-void runFor(std::chrono::milliseconds time) {
-    const QDeadlineTimer end(time);
-    while (!end.hasExpired()) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents);
-    }
 }
 
 /// Of any colour part of any pixel.
@@ -118,7 +118,7 @@ class GaugeViewTest : public testing::Test {
     /// The values that the gauge takes on one after the other until it is at rest.
     std::vector<double> valuesUntilAtRest() {
         std::vector<double> values;
-        const QDeadlineTimer limit(10s);
+        const QDeadlineTimer limit(1min);
         double last = gauge->value();
         while (gauge->animationIsRunning() && !limit.hasExpired()) {
             QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
@@ -130,6 +130,8 @@ class GaugeViewTest : public testing::Test {
         return values;
     }
 
+    QTimer& frameTimer() const { return *gauge->findChild<QTimer*>(); }
+
     /// What the window shows, with all that was painted there one over the other.
     QImage onScreen() const {
         const auto* painted = dynamic_cast<QImage*>(window.backingStore()->paintDevice());
@@ -137,7 +139,7 @@ class GaugeViewTest : public testing::Test {
     }
 
     QWidget window;
-    GaugeView* gauge = new GaugeView(QRect(QPoint(0, 0), bounds), &window);
+    GaugeView* gauge = new GaugeView(bounds, &window);
 };
 
 TEST_F(GaugeViewTest, IsReadyAtFirst) {
@@ -149,7 +151,7 @@ TEST_F(GaugeViewTest, IsReadyAtFirst) {
 }
 
 TEST_F(GaugeViewTest, ReachesBelowItsFrameAsFarAsTheUnitDoes) {
-    EXPECT_EQ(gauge->geometry(), QRect(0, 0, 360, 314));
+    EXPECT_EQ(gauge->size(), QSize(360, 314));
     const Picture picture(*gauge);
     EXPECT_EQ(picture.deviceSize(), QSize(360, 314) * picture.scale());
     const QRectF unit = picture.extentOtherThan(unitArea, background);
@@ -162,7 +164,7 @@ TEST_F(GaugeViewTest, ReachesBelowItsFrameAsFarAsTheUnitDoes) {
 }
 
 TEST_F(GaugeViewTest, StaysWithinAFrameThatHasRoomForTheUnit) {
-    EXPECT_EQ(GaugeView(QRect(5, 6, 300, 600), &window).geometry(), QRect(5, 6, 300, 600));
+    EXPECT_EQ(GaugeView(QSize(300, 600)).size(), QSize(300, 600));
 }
 
 TEST_F(GaugeViewTest, FillsItsBackground) {
@@ -293,6 +295,26 @@ TEST_F(GaugeViewTest, WritesTheNumberInTheMiddleUnderTheDial) {
     }
 }
 
+TEST_F(GaugeViewTest, WritesItsTextsInTheirSizesAndWeights) {
+    const Picture picture(*gauge);
+    const auto expectLike = [&picture](const QRectF& area, const char16_t* text, const QFont& font,
+                                       const QColor& color) {
+        SCOPED_TRACE(QString::fromUtf16(text).toStdString());
+        const auto inFont = test::textPicture(QString::fromUtf16(text), font, color, background);
+        EXPECT_NEAR(test::ink(picture, area, color, background), inFont.ink, 0.06 * inFont.ink);
+        EXPECT_NEAR(picture.extentOtherThan(area, background).width(), inFont.size.width(), 1);
+        EXPECT_NEAR(picture.extentOtherThan(area, background).height(), inFont.size.height(), 1);
+    };
+    expectLike(numberArea, u"0.0", systemFont(40, QFont::DemiBold), Qt::white);
+    expectLike(unitArea, u"Mbps", systemFont(12, QFont::Medium), QColor(161, 162, 165));
+    QFont caption = systemFont(11, QFont::Bold);
+    caption.setLetterSpacing(QFont::AbsoluteSpacing, 2);
+    expectLike(captionArea, u"READY", caption, green);
+    const QPointF label = polar(gauge::angle(500), radius - 34);
+    expectLike(QRectF(label - QPointF(13, 7), QSizeF(26, 14)), u"500", systemFont(9, QFont::Medium),
+               QColor(138, 139, 143));
+}
+
 TEST_F(GaugeViewTest, DoesNotLetTheNumberJitter) {
     const auto extent = [this](double value) {
         paint(value);
@@ -329,6 +351,24 @@ TEST_F(GaugeViewTest, MovesTowardsTheTargetAndSnaps) {
     }
     EXPECT_EQ(values.back(), 100);
     EXPECT_FALSE(gauge->animationIsRunning());
+}
+
+TEST_F(GaugeViewTest, IsDueThirtyTimesASecond) {
+    showWindow();
+    QElapsedTimer clock;
+    clock.start();
+    gauge->setTarget(1000);
+    for (int frame = 1; frame <= 30; ++frame) {
+        // Each frame is made to come at once. The one that is waited for is due at its time since the start all the
+        // same, or earlier if the machine has been so slow that frames were missed.
+        const double due = frame * 1000.0 / 30;
+        ASSERT_LE(frameTimer().interval(), std::ceil(due));
+        ASSERT_GE(frameTimer().interval(), due - static_cast<double>(clock.nsecsElapsed()) / 1e6);
+        const double before = gauge->value();
+        QTimerEvent runsOut(frameTimer().timerId());
+        QCoreApplication::sendEvent(&frameTimer(), &runsOut);
+        ASSERT_GT(gauge->value(), before);
+    }
 }
 
 TEST_F(GaugeViewTest, RepaintsWithEachTickAndThenRests) {
@@ -474,7 +514,9 @@ TEST_F(GaugeViewTest, LeavesRepaintingToItsOwner) {
 TEST_F(GaugeViewTest, CanGoInMidAnimation) {
     showWindow();
     gauge->setTarget(100);
+    const QPointer<QTimer> frames = &frameTimer();
     delete gauge;
+    EXPECT_TRUE(frames.isNull());
     runFor(60ms);
 }
 

@@ -1,10 +1,12 @@
 #include "speedtest/SpeedTest.h"
+#include "support/EventLoop.h"
 #include "support/FakeBulkTransfers.h"
 #include "support/FakeClock.h"
 #include "support/FakeSchedule.h"
 #include "support/QStringPrinting.h"
-#include "ui/EventLoop.h"
 #include "ui/Picture.h"
+#include "ui/TextPicture.h"
+#include "ui/Widgets.h"
 
 #include <QAccessible>
 #include <QLabel>
@@ -14,8 +16,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace skylet {
 namespace {
@@ -27,6 +31,12 @@ using testing::ElementsAre;
 
 const auto dash = QStringLiteral("—");
 constexpr QColor panelColor{20, 23, 31};
+
+/// What translucent white looks like on the panel.
+QColor whiteOnPanel(double alpha) {
+    const auto part = [alpha](int behind) { return static_cast<int>(std::lround(alpha * 255 + (1 - alpha) * behind)); };
+    return {part(panelColor.red()), part(panelColor.green()), part(panelColor.blue())};
+}
 
 class SpeedTestControllerTest : public testing::Test {
   protected:
@@ -107,6 +117,36 @@ TEST_F(SpeedTestControllerTest, PutsEverythingInItsPlace) {
     EXPECT_EQ(label(QStringLiteral("downloadCaption")).text(), QStringLiteral("DOWNLOAD"));
     EXPECT_EQ(label(QStringLiteral("uploadCaption")).text(), QStringLiteral("UPLOAD"));
     EXPECT_EQ(button().text(), QStringLiteral("Run Again"));
+}
+
+TEST_F(SpeedTestControllerTest, WritesItsTextsInTheirSizesAndWeights) {
+    show();
+    for (const auto& column : {QStringLiteral("https"), QStringLiteral("download"), QStringLiteral("upload")}) {
+        test::expectFont(label(column + QStringLiteral("Caption")), 9, QFont::Bold, whiteOnPanel(0.5), panelColor);
+        test::expectFont(label(column + QStringLiteral("Value")), 17, QFont::DemiBold, Qt::white, panelColor);
+    }
+    EXPECT_EQ(button().font().pixelSize(), 13);
+    EXPECT_EQ(button().font().weight(), QFont::Normal);
+}
+
+TEST_F(SpeedTestControllerTest, GivesItsWindowToWhoeverPreparesItBeforeEachShowing) {
+    std::vector<bool> shown;
+    controller->beforeShowing = [&shown](const QWidget& given) {
+        EXPECT_EQ(given.objectName(), QStringLiteral("speedTestWindow"));
+        shown.push_back(given.isVisible());
+    };
+    show();
+    window().close();
+    show();
+    EXPECT_THAT(shown, ElementsAre(false, false));
+}
+
+TEST_F(SpeedTestControllerTest, PaintsItsButtonAnewWhenItCanBePressed) {
+    show();
+    test::settle();
+    const test::PaintCounter paints(button());
+    button().setEnabled(true);
+    EXPECT_TRUE(test::waitUntil([&paints] { return paints.count > 0; }));
 }
 
 TEST_F(SpeedTestControllerTest, CanBeClosedButNeitherResizedNorMinimised) {
@@ -316,10 +356,12 @@ TEST_F(SpeedTestControllerTest, LeavesTheNeedleWhereItIsWhenItIsCancelled) {
     show();
     endPhase(24'000'000);
     ASSERT_TRUE(test::waitUntil([this] { return gauge().value() > 0; }));
-    controller->cancel();
     const double value = gauge().value();
+    ASSERT_LT(value, 48);
+    controller->cancel();
     EXPECT_FALSE(gauge().animationIsRunning());
-    EXPECT_LT(value, 48);
+    EXPECT_EQ(gauge().value(), value);
+    EXPECT_DOUBLE_EQ(gauge().target(), 48);
     EXPECT_TRUE(button().isEnabled());
 }
 

@@ -1,8 +1,8 @@
 #include "support/QStringPrinting.h"
+#include "ui/Controls.h"
 #include "ui/Fonts.h"
-#include "ui/Frames.h"
+#include "ui/PlainWindow.h"
 #include "ui/SemanticColors.h"
-#include "ui/TextLabel.h"
 
 #include <QApplication>
 #include <QLabel>
@@ -24,13 +24,11 @@ double narrowOne(QChar character) {
     return character == u'1' ? 4 : character == u'.' ? 3 : 10;
 }
 
-double sum(const QString& text) {
+/// The width of a text in a font with a narrow 1 and letters of one width.
+double advance(const QString& text) {
     return std::accumulate(text.cbegin(), text.cend(), 0.0,
                            [](double width, QChar character) { return width + narrowOne(character); });
 }
-
-/// Widths as in a font with a narrow 1 and letters of one width.
-const Advances advance{narrowOne, sum};
 
 std::vector<std::pair<QString, double>> runs(const TabularLine& line) {
     std::vector<std::pair<QString, double>> found;
@@ -67,8 +65,7 @@ TEST(TabularLineTest, LeavesTextsWithoutDigitsAlone) {
 }
 
 TEST(TabularLineTest, LeavesFontsAloneWhoseDigitsAreAlike) {
-    const Advances even{[](QChar) { return 7.0; },
-                        [](const QString& text) { return 7.0 * static_cast<double>(text.size()); }};
+    const auto even = [](const QString& text) { return 7.0 * static_cast<double>(text.size()); };
     EXPECT_THAT(runs(layOutTabular(QStringLiteral("11.8"), even)), ElementsAre(run(u"11.8", 0)));
 }
 
@@ -79,31 +76,23 @@ TEST(FontsTest, RoundToWholePixels) {
     EXPECT_EQ(systemFont(9).family(), QApplication::font().family());
 }
 
-TEST(FramesTest, TurnTheYAxis) {
-    EXPECT_EQ(fromBottomLeft({10, 20, 30, 40}, 100), QRect(10, 40, 30, 40));
-    EXPECT_EQ(fromBottomLeft({0, 0, 100, 100}, 100), QRect(0, 0, 100, 100));
-}
-
-TEST(FramesTest, KeepToTheFramesWhereEverythingFits) {
-    QWidget parent;
+TEST(PlainWindowTest, PlacesWidgetsFromItsBottomLeftCorner) {
+    PlainWindow window(QString(), QSize(200, 100));
     auto* label = new QLabel(QStringLiteral("short"));
-    Frames frames(QSize(200, 100));
-    frames.add(label, {10, 60, 100, 30});
-    EXPECT_EQ(frames.arrange(&parent), QSize(200, 100));
-    EXPECT_EQ(label->parentWidget(), &parent);
+    window.place(label, {10, 60, 100, 30});
+    EXPECT_EQ(window.size(), QSize(200, 100));
+    EXPECT_EQ(label->parentWidget(), &window);
     EXPECT_EQ(label->geometry(), QRect(10, 10, 100, 30));
 }
 
-TEST(FramesTest, GrowForATextAndMoveWhatIsBeneath) {
-    QWidget parent;
+TEST(PlainWindowTest, GrowsForATextAndMovesWhatIsBeneath) {
+    PlainWindow window(QString(), QSize(120, 100));
     auto* text = new TextLabel(QStringLiteral("text"), QStringLiteral("many words that take more than a single line"),
-                               systemFont(12), Qt::AlignLeft);
+                               systemFont(12));
     auto* beneath = new QLabel;
-    Frames frames(QSize(120, 100));
-    frames.add(text, {10, 70, 100, 20});
-    frames.add(beneath, {10, 10, 100, 20});
-    const QSize size = frames.arrange(&parent);
-    const int growth = size.height() - 100;
+    window.place(text, {10, 70, 100, 20});
+    window.place(beneath, {10, 10, 100, 20});
+    const int growth = window.height() - 100;
     EXPECT_GT(growth, 0);
     EXPECT_GE(text->height(), text->heightForWidth(100));
     EXPECT_EQ(text->geometry(), QRect(10, 10, 100, 20 + growth));
@@ -112,7 +101,7 @@ TEST(FramesTest, GrowForATextAndMoveWhatIsBeneath) {
 
 TEST(TextLabelTest, RunsFromRightToLeftWhereAnythingInItDoes) {
     const auto direction = [](const char16_t* text) {
-        return TextLabel(QString(), QString::fromUtf16(text), systemFont(12), Qt::AlignLeft).layoutDirection();
+        return TextLabel(QString(), QString::fromUtf16(text), systemFont(12)).layoutDirection();
     };
     EXPECT_EQ(direction(u"Skylet"), Qt::LeftToRight);
     EXPECT_EQ(direction(u"גרסה 1.0"), Qt::RightToLeft);

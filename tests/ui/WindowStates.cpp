@@ -1,11 +1,9 @@
 #include "ui/WindowStates.h"
 
 #include "ui/Strings.h"
+#include "ui/Widgets.h"
 
-#include <QApplication>
 #include <QColor>
-
-#include <stdexcept>
 
 namespace skylet::test {
 
@@ -14,12 +12,7 @@ namespace {
 using End = BulkTransferResult::End;
 
 QWidget* topLevel(const QString& objectName) {
-    for (QWidget* widget : QApplication::topLevelWidgets()) {
-        if (widget->objectName() == objectName) {
-            return widget;
-        }
-    }
-    throw std::logic_error("no window " + objectName.toStdString());
+    return windowsNamed(objectName).at(0);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "connectivity/ConnectivityEngine.h"
 #include "platform/linux/desktop/ApplicationIcon.h"
+#include "platform/linux/desktop/DarkTitleBar.h"
 #include "platform/linux/system/SystemClock.h"
 #include "speedtest/SpeedTest.h"
 #include "support/FakeBulkTransfers.h"
@@ -25,7 +26,7 @@ using namespace skylet;
 namespace {
 
 /// The windows on whatever desktop runs, for tests and for looking at them by hand. Commands come in on standard input,
-/// a line each; each is answered with a line of JSON. The speed test transfers nothing but what it is told.
+/// a line each; each is answered with a line of JSON. The speed test transfers what the commands say.
 class WindowsDemo {
   public:
     QJsonObject handle(const QString& line) {
@@ -66,6 +67,7 @@ class WindowsDemo {
             speedTest_.onStarted = [this] { reports_.append(QStringLiteral("started")); };
             speedTest_.onCancelled = [this] { reports_.append(QStringLiteral("cancelled")); };
             speedTest_.onFinished = [this](auto, auto) { reports_.append(QStringLiteral("finished")); };
+            speedTest_.beforeShowing = askForDarkTitleBar;
             speedTest_.setLatencyMs(38);
             speedTest_.show();
         }

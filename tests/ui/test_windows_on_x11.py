@@ -99,10 +99,10 @@ def test_a_window_comes_back_from_being_minimised_and_from_another_desktop(scree
 
 
 @pytest.mark.parametrize("what,name", WINDOWS)
-@pytest.mark.parametrize("way", ["escape", "title bar"])
-def test_a_window_is_closed_and_comes_back(screen, demo, what, name, way):
+@pytest.mark.parametrize("by", ["escape", "title bar"])
+def test_a_window_is_closed_and_comes_back(screen, demo, what, name, by):
     demo.show(what, name)
-    if way == "escape":
+    if by == "escape":
         screen.press("Escape")
         wait_until(lambda: not demo.window(name)["visible"], 10, f"{name} is closed")
     else:

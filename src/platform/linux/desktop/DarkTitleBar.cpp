@@ -1,4 +1,4 @@
-#include "speedtest/DarkTitleBar.h"
+#include "platform/linux/desktop/DarkTitleBar.h"
 
 #include <QGuiApplication>
 #include <QWidget>

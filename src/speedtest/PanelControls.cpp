@@ -1,8 +1,7 @@
-#include "speedtest/PanelButton.h"
+#include "speedtest/PanelControls.h"
 
 #include "ui/Fonts.h"
 
-#include <QEvent>
 #include <QPainter>
 
 namespace skylet {
@@ -24,12 +23,17 @@ constexpr double bezelMargin = 3;
 
 } // namespace
 
-PanelButton::PanelButton(const QString& objectName, const QString& text, const QFont& font, QWidget* parent)
-    : QPushButton(text, parent) {
+PanelLabel::PanelLabel(const QString& objectName, const QString& text, const QFont& font, const QColor& color)
+    : QLabel(text), color_(color) {
     setObjectName(objectName);
+    setTextFormat(Qt::PlainText);
     setFont(font);
-    setAutoDefault(true);
-    setAttribute(Qt::WA_Hover);
+}
+
+void PanelLabel::paintEvent(QPaintEvent* /*event*/) {
+    QPainter painter(this);
+    painter.setPen(color_);
+    drawTabularCentered(painter, rect(), text(), font());
 }
 
 void PanelButton::paintEvent(QPaintEvent* /*event*/) {
@@ -47,13 +51,6 @@ void PanelButton::paintEvent(QPaintEvent* /*event*/) {
     }
     painter.setPen(isEnabled() ? titleColor : titleDisabled);
     drawCentered(painter, body, text(), font());
-}
-
-void PanelButton::changeEvent(QEvent* event) {
-    QPushButton::changeEvent(event);
-    if (event->type() == QEvent::EnabledChange) {
-        update();
-    }
 }
 
 } // namespace skylet

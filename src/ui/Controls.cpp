@@ -1,0 +1,92 @@
+#include "ui/Controls.h"
+
+#include "platform/desktop/TextDirection.h"
+#include "ui/Fonts.h"
+
+#include <QFontMetricsF>
+#include <QGuiApplication>
+#include <QIcon>
+#include <QPainter>
+#include <QStyle>
+#include <QStyleOptionButton>
+
+namespace skylet {
+
+IconView::IconView() {
+    setObjectName(QStringLiteral("icon"));
+    setAccessibleName(QStringLiteral("Skylet"));
+    // To assistive technologies a label that has a picture is a graphic.
+    setPixmap(QGuiApplication::windowIcon().pixmap(1));
+}
+
+void IconView::paintEvent(QPaintEvent* /*event*/) {
+    QPainter painter(this);
+    QGuiApplication::windowIcon().paint(&painter, rect());
+}
+
+TextLabel::TextLabel(const QString& objectName, const QString& text, const QFont& font, Qt::Alignment alignment,
+                     Rank rank)
+    : QLabel(text), rank_(rank) {
+    setObjectName(objectName);
+    setTextFormat(Qt::PlainText);
+    setFont(font);
+    setWordWrap(true);
+    setLayoutDirection(hasRightToLeft(text) ? Qt::RightToLeft : Qt::LeftToRight);
+    setAlignment(alignment | Qt::AlignTop);
+    setTextInteractionFlags(Qt::NoTextInteraction);
+}
+
+void TextLabel::paintEvent(QPaintEvent* /*event*/) {
+    // A label of Qt's own lets the first letter decide in which direction the text runs.
+    const bool rightToLeft = layoutDirection() == Qt::RightToLeft;
+    const auto flags = static_cast<int>(QStyle::visualAlignment(layoutDirection(), alignment())) | Qt::TextWordWrap |
+                       (rightToLeft ? Qt::TextForceRightToLeft : Qt::TextForceLeftToRight);
+    QPainter painter(this);
+    painter.setPen(semanticColors(palette()).*rank_);
+    painter.drawText(rect(), flags | Qt::AlignAbsolute, text());
+}
+
+void CheckBox::paintEvent(QPaintEvent* event) {
+    QCheckBox::paintEvent(event);
+    if (!style()->inherits("QFusionStyle") || hasFocus()) {
+        // With the keyboard focus, the style's outline has the highlight's colour.
+        return;
+    }
+    QStyleOptionButton option;
+    initStyleOption(&option);
+    const QRectF box = style()->subElementRect(QStyle::SE_CheckBoxIndicator, &option, this);
+    QPainter painter(this);
+    painter.setPen(semanticColors(palette()).controlOutline);
+    painter.setRenderHint(QPainter::Antialiasing);
+    // On the line that the style draws.
+    painter.drawRect(box.adjusted(0.5, 0.5, -0.5, -0.5));
+}
+
+DrawnButton::DrawnButton(const QString& objectName, const QString& text, const QFont& font) : QPushButton(text) {
+    setObjectName(objectName);
+    setFont(font);
+    setAutoDefault(true);
+    setAttribute(Qt::WA_Hover);
+}
+
+LinkButton::LinkButton(const QString& objectName, const QString& text, const QFont& font)
+    : DrawnButton(objectName, text, font) {
+    setFlat(true);
+    setCursor(Qt::PointingHandCursor);
+}
+
+void LinkButton::paintEvent(QPaintEvent* /*event*/) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(semanticColors(palette()).controlAccent, 1.5));
+    if (hasFocus()) {
+        QRectF ring(QPointF(), QFontMetricsF(font()).size(0, text()) + QSizeF(16, 2));
+        ring.moveCenter(QRectF(rect()).center());
+        painter.drawRoundedRect(ring, 4, 4);
+    }
+    QFont shown = font();
+    shown.setUnderline(underMouse() || isDown());
+    drawCentered(painter, rect(), text(), shown);
+}
+
+} // namespace skylet
