@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <utility>
 
 namespace skylet {
 
@@ -121,16 +122,6 @@ void drawTicks(QPainter& painter, const Dial& dial) {
     }
 }
 
-void drawCaption(QPainter& painter, const QPointF& middle, const QString& caption) {
-    QFont font = systemFont(11, QFont::Bold);
-    font.setLetterSpacing(QFont::AbsoluteSpacing, 2);
-    QStaticText text(caption);
-    text.setTextFormat(Qt::PlainText);
-    text.prepare({}, font);
-    painter.setFont(font);
-    painter.drawStaticText(middle - QPointF(text.size().width(), QFontMetricsF(font).height()) / 2, text);
-}
-
 /// Calls `visit` with the ends of each piece of the arc between two shares of the sweep. The same pieces wherever the
 /// arc begins and ends, and overlapping in their round ends: drawn alone, each looks as it does among the others.
 template <typename Visit>
@@ -169,7 +160,6 @@ void GaugeDrawing::draw(QPainter& painter, const QRegion& region, double value, 
     const Dial dial{QSizeF(bounds_)};
     const double fraction = drawnFraction(value);
     const QPolygonF needle = dial.needle(value);
-    const QFont numberFont = systemFont(40, QFont::DemiBold);
     // One rectangle after the other: within a clip of any other shape, Qt spreads each fill over several threads, and
     // handing it over costs more than the drawing.
     for (const QRect& part : region) {
@@ -194,8 +184,7 @@ void GaugeDrawing::draw(QPainter& painter, const QRegion& region, double value, 
             painter.drawEllipse(dial.hubArea());
         }
         if (shows(dial.numberArea(), glyphEdge)) {
-            painter.setPen(Qt::white);
-            drawTabularCentered(painter, dial.numberArea(), gauge::number(value), numberFont);
+            drawNumber(painter, dial.numberArea(), gauge::number(value));
         }
         if (shows(dial.captionArea(), glyphEdge)) {
             painter.setPen(accent);
@@ -230,6 +219,7 @@ void GaugeDrawing::paintBackdrop(const QTransform& toScreen) {
     if (!backdrop_.isNull() && toScreen == toScreen_ && font == font_) {
         return;
     }
+    forget();
     toScreen_ = toScreen;
     font_ = font;
     backdropArea_ = onScreen(area());
@@ -257,6 +247,60 @@ void GaugeDrawing::copyBackdrop(QPainter& painter, const QRect& part) {
 
 QRect GaugeDrawing::onScreen(const QRect& logical) const {
     return toScreen_.mapRect(QRectF(logical)).toAlignedRect();
+}
+
+void GaugeDrawing::drawNumber(QPainter& painter, const QRectF& area, const QString& number) {
+    const QFont font = systemFont(40, QFont::DemiBold);
+    const QTransform logical = painter.transform();
+    painter.setTransform(toScreen_.inverted(), true);
+    for (const auto& [glyph, place] : tabularCentered(area, number, font)) {
+        drawGlyph(painter, glyph, place, font);
+    }
+    painter.setTransform(logical);
+}
+
+void GaugeDrawing::drawGlyph(QPainter& painter, const QString& text, QPointF place, const QFont& font) {
+    constexpr int most = 64;
+    constexpr int steps = 16;
+    const QPointF exact = toScreen_.map(place);
+    const QPoint pixel(static_cast<int>(std::floor(exact.x())), static_cast<int>(std::floor(exact.y())));
+    const auto key = std::pair(text, static_cast<int>((exact.x() - pixel.x()) * steps));
+    if (!glyphs_.contains(key)) {
+        const QRect pixels = onScreen(touched(QFontMetricsF(font).boundingRect(text).translated(place)));
+        Glyph glyph{QPixmap(pixels.size()), pixels.topLeft() - pixel};
+        glyph.picture.fill(Qt::transparent);
+        QPainter inside(&glyph.picture);
+        inside.setRenderHint(QPainter::Antialiasing);
+        inside.setTransform(toScreen_ * QTransform::fromTranslate(-pixels.x(), -pixels.y()));
+        inside.setFont(font);
+        inside.setPen(Qt::white);
+        inside.drawText(place, text);
+        inside.end();
+        if (glyphs_.size() >= most) {
+            glyphs_.clear();
+        }
+        glyphs_.insert(key, glyph);
+    }
+    const Glyph& glyph = glyphs_[key];
+    painter.drawPixmap(pixel + glyph.offset, glyph.picture);
+}
+
+void GaugeDrawing::drawCaption(QPainter& painter, const QPointF& middle, const QString& caption) {
+    QFont font = systemFont(11, QFont::Bold);
+    font.setLetterSpacing(QFont::AbsoluteSpacing, 2);
+    if (caption_.text() != caption) {
+        caption_ = QStaticText(caption);
+        caption_.setTextFormat(Qt::PlainText);
+        caption_.prepare({}, font);
+    }
+    painter.setFont(font);
+    painter.drawStaticText(middle - QPointF(caption_.size().width(), QFontMetricsF(font).height()) / 2, caption_);
+}
+
+void GaugeDrawing::forget() {
+    backdrop_ = QPixmap();
+    glyphs_.clear();
+    caption_ = QStaticText();
 }
 
 } // namespace skylet

@@ -4,11 +4,17 @@
 
 #include <QColor>
 #include <QFont>
+#include <QHash>
 #include <QPixmap>
+#include <QPoint>
+#include <QPointF>
 #include <QRect>
 #include <QRegion>
+#include <QStaticText>
 #include <QString>
 #include <QTransform>
+
+#include <utility>
 
 class QPainter;
 
@@ -20,7 +26,7 @@ QColor whiteWithAlpha(double alpha);
 QColor panelBackground();
 
 /// Draws a gauge: an arc with ticks, a needle, the number with its unit, and a caption. A frame costs what changes in
-/// it: what always looks the same is kept as a picture in the pixels of the screen.
+/// it: what always looks the same is kept as a picture in the pixels of the screen, and texts are laid out once.
 class GaugeDrawing {
   public:
     /// `bounds`: logical pixels, the origin at the top left corner, y downward. The unit may stand out below them.
@@ -36,12 +42,16 @@ class GaugeDrawing {
     QRegion difference(double from, double to) const;
 
     /// Gives back the memory of what is kept between frames.
-    void forget() { backdrop_ = QPixmap(); }
+    void forget();
 
   private:
     void paintBackdrop(const QTransform& toScreen);
     /// Copies a part of it, to which it clips the painter.
     void copyBackdrop(QPainter& painter, const QRect& part);
+    void drawNumber(QPainter& painter, const QRectF& area, const QString& number);
+    /// `painter` in pixels of the screen, `place` in logical ones.
+    void drawGlyph(QPainter& painter, const QString& text, QPointF place, const QFont& font);
+    void drawCaption(QPainter& painter, const QPointF& middle, const QString& caption);
 
     QRect onScreen(const QRect& logical) const;
     QRect area() const { return {0, 0, bounds_.width(), bounds_.height() + overhang()}; }
@@ -54,6 +64,13 @@ class GaugeDrawing {
     QTransform toScreen_;
     QFont font_;
     QRect backdropArea_;
+    /// Characters of the number by where between two pixels they begin: Qt outlines glyphs of that size anew each time.
+    struct Glyph {
+        QPixmap picture;
+        QPoint offset;
+    };
+    QHash<std::pair<QString, int>, Glyph> glyphs_;
+    QStaticText caption_;
 };
 
 } // namespace skylet

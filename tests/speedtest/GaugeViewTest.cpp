@@ -321,9 +321,15 @@ TEST_F(GaugeViewTest, DoesNotLetTheNumberJitter) {
         const QRectF number = Picture(*gauge).extentOtherThan(numberArea, background);
         return std::pair(number.left(), number.right());
     };
-    // The same first and last digit, whatever stands between them.
-    EXPECT_EQ(extent(401.0 * 10 + 4), extent(417.0 * 10 + 4));
-    EXPECT_EQ(extent(41.4), extent(48.4));
+    const QFont font = QApplication::font();
+    // Digits of one width, and of nine different ones.
+    for (const char* family : {"Noto Sans", "Cantarell"}) {
+        QApplication::setFont(QFont(QString::fromUtf8(family)));
+        // The same first and last digit, whatever stands between them.
+        EXPECT_EQ(extent(401.0 * 10 + 4), extent(417.0 * 10 + 4)) << family;
+        EXPECT_EQ(extent(41.4), extent(48.4)) << family;
+    }
+    QApplication::setFont(font);
 }
 
 TEST_F(GaugeViewTest, SurvivesWhatIsNoNumber) {

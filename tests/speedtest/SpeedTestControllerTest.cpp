@@ -129,6 +129,19 @@ TEST_F(SpeedTestControllerTest, WritesItsTextsInTheirSizesAndWeights) {
     EXPECT_EQ(button().font().weight(), QFont::Normal);
 }
 
+TEST_F(SpeedTestControllerTest, DoesNotLetTheResultsJitter) {
+    const QFont font = QApplication::font();
+    QApplication::setFont(QFont(QStringLiteral("Cantarell")));
+    show();
+    const auto extent = [this](const QString& text) {
+        label(QStringLiteral("downloadValue")).setText(text);
+        const QRectF found = Picture(window()).extentOtherThan(QRectF(130, 340, 100, 24), panelColor);
+        return std::pair(found.left(), found.right());
+    };
+    EXPECT_EQ(extent(QStringLiteral("411.4")), extent(QStringLiteral("488.4")));
+    QApplication::setFont(font);
+}
+
 TEST_F(SpeedTestControllerTest, GivesItsWindowToWhoeverPreparesItBeforeEachShowing) {
     std::vector<bool> shown;
     controller->beforeShowing = [&shown](const QWidget& given) {

@@ -14,10 +14,6 @@ class DesktopApplication final : public Application {
   public:
     DesktopApplication();
     ~DesktopApplication() override;
-    DesktopApplication(const DesktopApplication&) = delete;
-    DesktopApplication& operator=(const DesktopApplication&) = delete;
-    DesktopApplication(DesktopApplication&&) = delete;
-    DesktopApplication& operator=(DesktopApplication&&) = delete;
 
     void becomeAccessory() override;
     /// The session bus is connected to on the first call. There is one item at a time.
@@ -32,6 +28,8 @@ class DesktopApplication final : public Application {
     void requestAttention();
 
   private:
+    Q_DISABLE_COPY_MOVE(DesktopApplication)
+
     QDBusConnection statusItemBus();
 
     QPointer<DesktopStatusItem> statusItem_;

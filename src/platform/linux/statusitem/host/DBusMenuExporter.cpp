@@ -203,14 +203,14 @@ void DBusMenuExporter::handleEvent(const DBusMenuEvent& event) {
 }
 
 void DBusMenuExporter::setOpenIn(const QString& host, bool open) {
-    if (host == aboutToShowIn_) {
-        aboutToShowIn_.clear();
-        aboutToShowTimer_.stop();
-    }
     if (open) {
         openIn_.insert(host);
     } else {
         openIn_.remove(host);
+    }
+    if (host == aboutToShowIn_) {
+        aboutToShowIn_.clear();
+        aboutToShowTimer_.stop();
     }
     followHosts();
 }
