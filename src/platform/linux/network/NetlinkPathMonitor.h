@@ -29,7 +29,6 @@ class NetlinkPathMonitor : public PathMonitor {
     void listen();
     void stopListening();
     void readEvents();
-    void hear(const nlmsghdr& message);
     void lookIn(std::chrono::milliseconds delay);
     void look();
     void report(const PathState& state);
@@ -39,7 +38,7 @@ class NetlinkPathMonitor : public PathMonitor {
     std::optional<NetlinkSocket> events_;
     QSocketNotifier eventReadable_{QSocketNotifier::Read};
     QTimer nextLook_;
-    LinkFlags links_;
+    LinkTable links_;
     std::optional<PathState> reported_;
 };
 

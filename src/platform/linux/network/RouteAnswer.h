@@ -1,24 +1,23 @@
 #pragma once
 
+#include <QByteArray>
+
 #include <linux/netlink.h>
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <vector>
 
 namespace skylet {
 
-/// An IPv4 or IPv6 address in network order, padded with zeros; all zeros stand for none.
-using NetworkAddress = std::array<std::uint8_t, 16>;
-
 /// The way packets to the Internet leave this machine. When anything of it changes they enter another network, or
 /// connections that were made before have lost their address.
 struct WayOut {
     /// Index of the interface; 0: there may be a way, but it could not be learnt which.
     std::uint32_t interface = 0;
-    NetworkAddress gateway{};
-    NetworkAddress source{};
+    /// IPv4 or IPv6 addresses in network order; empty: none.
+    QByteArray gateway;
+    QByteArray source;
     /// False: the interface is known to wait for more than its carrier, such as authentication.
     bool running = true;
 

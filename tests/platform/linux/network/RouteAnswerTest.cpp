@@ -29,10 +29,8 @@ NetlinkMessage refusal(int error) {
     return {NLMSG_ERROR, body};
 }
 
-NetworkAddress padded(std::span<const std::uint8_t> bytes) {
-    NetworkAddress result{};
-    std::copy(bytes.begin(), bytes.end(), result.begin());
-    return result;
+QByteArray bytes(std::span<const std::uint8_t> address) {
+    return {reinterpret_cast<const char*>(address.data()), static_cast<qsizetype>(address.size())};
 }
 
 /// One hop of RTA_MULTIPATH, with an attribute of its own.
@@ -55,7 +53,7 @@ TEST(RouteAnswer, TellsInterfaceGatewayAndSource) {
     answer.with(RTA_OIF, link).with(RTA_GATEWAY, gateway).with(RTA_PREFSRC, source);
     const auto way = parseWayOut(answer.header());
     ASSERT_TRUE(way);
-    EXPECT_EQ(*way, (WayOut{.interface = link, .gateway = padded(gateway), .source = padded(source)}));
+    EXPECT_EQ(*way, (WayOut{.interface = link, .gateway = bytes(gateway), .source = bytes(source)}));
 }
 
 TEST(RouteAnswer, TellsAGatewayOfTheOtherAddressFamily) {
@@ -66,7 +64,7 @@ TEST(RouteAnswer, TellsAGatewayOfTheOtherAddressFamily) {
     answer.with(RTA_OIF, link).with(RTA_VIA, via);
     const auto way = parseWayOut(answer.header());
     ASSERT_TRUE(way);
-    EXPECT_EQ(way->gateway, router);
+    EXPECT_EQ(way->gateway, bytes(router));
 }
 
 TEST(RouteAnswer, ARefusalIsNoWayOut) {
