@@ -6,6 +6,7 @@
 #include "platform/linux/desktop/DesktopApplication.h"
 #include "platform/linux/network/NetlinkInterfaceCounters.h"
 #include "platform/linux/network/NetlinkPathMonitor.h"
+#include "platform/linux/system/AutostartLaunchAgent.h"
 #include "platform/linux/system/BusLoss.h"
 #include "platform/linux/system/FileDiagnosticLog.h"
 #include "platform/linux/system/IniUserDefaults.h"
@@ -19,11 +20,9 @@
 #include "platform/network/NetworkEpoch.h"
 #include "speedtest/SpeedTest.h"
 #include "ui/DesktopWindows.h"
-#include "ui/LaunchAgent.h"
 
 #include <QApplication>
 #include <QDBusConnection>
-#include <QStandardPaths>
 
 #include <cstdio>
 #include <cstdlib>
@@ -58,13 +57,6 @@ SpeedTestFactory makeSpeedTest(const std::shared_ptr<const Clock>& clock,
     };
 }
 
-/// The desktop starts what it finds in this folder at login (freedesktop Desktop Application Autostart Specification).
-LaunchAgent launchAgent() {
-    return {QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
-                QStringLiteral("/autostart/com.vorn.skylet.desktop"),
-            QCoreApplication::applicationFilePath()};
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -89,6 +81,7 @@ int main(int argc, char** argv) {
     NetlinkInterfaceCounters interfaceCounters;
     IniUserDefaults userDefaults(IniUserDefaults::defaultPath());
     FileDiagnosticLog diagnosticLog;
+    AutostartLaunchAgent launchAgent(AutostartLaunchAgent::defaultPath(), QCoreApplication::applicationFilePath());
     DesktopWindows windows;
 
     Skylet skylet({.application = application,
@@ -97,12 +90,13 @@ int main(int argc, char** argv) {
                    .interfaceCounters = interfaceCounters,
                    .userDefaults = userDefaults,
                    .diagnosticLog = diagnosticLog,
+                   .launchAgent = launchAgent,
                    .clock = *clock,
                    .repeatingTimer = repeatingTimer,
                    .oneShotTimer = commonTimer,
                    .makeSpeedTest = makeSpeedTest(clock, epoch, names, interfaceCounters),
                    .windows = windows},
-                  makeEngine(clock, epoch, names), launchAgent());
+                  makeEngine(clock, epoch, names));
     // Quit, the end of the session or of its bus, and the signals all leave the event loop this way.
     QObject::connect(&qt, &QCoreApplication::aboutToQuit, &qt, [&skylet] { skylet.applicationWillTerminate(); });
     skylet.applicationDidFinishLaunching();

@@ -1,8 +1,5 @@
 #include "SkyletFixture.h"
 
-#include <QDir>
-#include <QFile>
-
 #include <gmock/gmock.h>
 
 #include <memory>
@@ -93,16 +90,14 @@ TEST_F(SkyletTest, OnlyTheAboutItemHasAnImage) {
     }
 }
 
-TEST_F(SkyletTest, TheLoginItemIsCheckedWhenTheAgentFileExists) {
+TEST_F(SkyletTest, TheLoginItemIsNotCheckedWithoutAnAgent) {
     launch();
     EXPECT_TRUE(item(login)->isCheckable());
     EXPECT_FALSE(item(login)->isChecked());
 }
 
-TEST_F(SkyletTest, TheLoginItemIsCheckedAtStartWhenTheAgentFileWasThere) {
-    ASSERT_TRUE(QDir(folder.path()).mkdir(QStringLiteral("autostart")));
-    QFile agent(agentPath);
-    ASSERT_TRUE(agent.open(QIODevice::WriteOnly));
+TEST_F(SkyletTest, TheLoginItemIsCheckedAtStartWhenTheAgentWasThere) {
+    launchAgent.present = true;
     launch();
     EXPECT_TRUE(item(login)->isChecked());
 }

@@ -3,7 +3,7 @@
 #include "platform/linux/network/NetlinkAttributes.h"
 #include "platform/linux/network/NetlinkSocket.h"
 
-#include <linux/if.h>
+#include <net/if.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -13,6 +13,9 @@
 namespace skylet {
 
 namespace {
+
+// IFF_LOWER_UP (netdevice(7)) stands in <linux/if.h>, which does not get along with <net/if.h>.
+constexpr std::uint32_t carrierFlag = 1U << 16U;
 
 // A root name server stands for the Internet (k.root-servers.net): its addresses have been the same for decades, and no
 // VPN or company network that takes only some places over its own ways has reason to name them.
@@ -32,7 +35,7 @@ bool leadsOn(const RouteHop& hop, std::uint8_t family, const LinkTable& heard) {
         return false;
     }
     if (const auto flags = flagsOf(hop.interface, heard)) {
-        return (*flags & IFF_LOWER_UP) != 0;
+        return (*flags & carrierFlag) != 0;
     }
     return family == AF_INET6 || (hop.flags & RTNH_F_LINKDOWN) == 0;
 }

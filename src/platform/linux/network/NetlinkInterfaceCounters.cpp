@@ -6,7 +6,7 @@
 #include <QFile>
 #include <QList>
 
-#include <linux/if.h>
+#include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
