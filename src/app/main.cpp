@@ -1,5 +1,5 @@
 #include "app/Skylet.h"
-#include "app/WaysOut.h"
+#include "app/UplinkTraffic.h"
 #include "connectivity/ConnectivityEngine.h"
 #include "connectivity/HTTPConnectivityProbe.h"
 #include "platform/Timers.h"
@@ -51,7 +51,7 @@ SpeedTestFactory makeSpeedTest(const std::shared_ptr<const Clock>& clock,
             [epoch, names, &counters](const SessionConfiguration& configuration, BulkTransferDelegate& delegate) {
                 return std::make_unique<CurlBulkTransferSession>(
                     configuration, epoch, names, delegate,
-                    [waysOut = WaysOut(counters)]() mutable { return waysOut.sentBytes(); });
+                    [uplinks = UplinkTraffic(counters)]() mutable { return uplinks.sentBytes(); });
             },
             *clock);
     };

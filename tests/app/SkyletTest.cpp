@@ -225,9 +225,13 @@ TEST_F(SkyletTest, TheFirstSampleOnlySetsTheBaseline) {
     EXPECT_EQ(item(rate)->title(), QStringLiteral("Live traffic:  ↓ 12.4Mb/s   ↑ 210Kb/s"));
 }
 
-TEST_F(SkyletTest, WithoutAnyPortTheRatesStayZero) {
+TEST_F(SkyletTest, WithoutAnyPortTheRatesAreZero) {
+    counters.set(1000, 1000);
     launch();
+    sample(5000, 3000);
+    ASSERT_EQ(item(rate)->title(), QStringLiteral("Live traffic:  ↓ 16Kb/s   ↑ 8Kb/s"));
     counters.interfaces = std::vector<InterfaceCounter>{};
+    clock.uptime += 2s;
     rateTimers.pending().front()->action();
     EXPECT_EQ(item(rate)->title(), QStringLiteral("Live traffic:  ↓ 0b/s   ↑ 0b/s"));
 }

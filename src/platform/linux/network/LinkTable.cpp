@@ -35,7 +35,7 @@ std::string_view kindOf(const nlattr& linkInfo) {
 
 } // namespace
 
-void note(const nlmsghdr& message, LinkTable& links) {
+void applyMessage(const nlmsghdr& message, LinkTable& links) {
     const bool isGone = message.nlmsg_type == RTM_DELLINK;
     const auto* head = isGone || message.nlmsg_type == RTM_NEWLINK ? fixedPart<ifinfomsg>(message) : nullptr;
     if (head == nullptr || head->ifi_family != AF_UNSPEC) {
@@ -74,7 +74,7 @@ void note(const nlmsghdr& message, LinkTable& links) {
     link.isTun = kind == "tun";
     link.bundlesOrWraps = link.lower == 0 && !kind.empty() &&
                           std::find(kindsOnTheirOwn.begin(), kindsOnTheirOwn.end(), kind) == kindsOnTheirOwn.end();
-    // An interface that rides on one of another namespace (a container's end of a veth) is this namespace's way out.
+    // An interface that rides on one of another namespace (a container's end of a veth) is an uplink of this namespace.
     links[interface] = lowerLinkIsElsewhere ? Link{.flags = link.flags} : link;
 }
 

@@ -24,7 +24,7 @@ using LinkTable = std::unordered_map<std::uint32_t, Link>;
 
 /// Notes what the message says of a link. Messages about anything else, cut short, or about one aspect of a link alone
 /// (its place in a bridge, a Wi-Fi event) change nothing.
-void note(const nlmsghdr& message, LinkTable& links);
+void applyMessage(const nlmsghdr& message, LinkTable& links);
 
 /// Whether the bytes of `interface` are counted at another link of the table too. One that is not in the table is not
 /// stacked; nor is one whose lower link has left the namespace, of which the kernel says nothing further.

@@ -33,7 +33,7 @@ const LinkTable& LinkWatch::links() {
             links_ = std::move(reading->links);
         }
     }
-    hear();
+    receiveMessages();
     if (isStale_ && !reading_.valid()) {
         try {
             reading_ = std::async(std::launch::async, read);
@@ -44,10 +44,10 @@ const LinkTable& LinkWatch::links() {
     return links_;
 }
 
-void LinkWatch::hear() {
+void LinkWatch::receiveMessages() {
     auto received = Received::messages;
     while (events_ && received == Received::messages) {
-        received = events_->receive([this](const nlmsghdr& message) { note(message, links_); });
+        received = events_->receive([this](const nlmsghdr& message) { applyMessage(message, links_); });
     }
     isStale_ = isStale_ || received == Received::failed;
 }
@@ -67,7 +67,7 @@ std::optional<LinkWatch::Reading> LinkWatch::read() {
             isEnd = isEnd || message.nlmsg_type == NLMSG_DONE;
             // NLM_F_DUMP_INTR: links came or went while the kernel wrote the table out, so that others may be missing.
             isBroken = isBroken || message.nlmsg_type == NLMSG_ERROR || (message.nlmsg_flags & NLM_F_DUMP_INTR) != 0;
-            note(message, links);
+            applyMessage(message, links);
         });
         isBroken = isBroken || received != Received::messages;
     }

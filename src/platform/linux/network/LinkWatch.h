@@ -28,7 +28,7 @@ class LinkWatch {
     };
 
     static std::optional<Reading> read();
-    void hear();
+    void receiveMessages();
 
     std::optional<NetlinkSocket> events_;
     LinkTable links_;

@@ -83,7 +83,7 @@ std::optional<std::vector<InterfaceCounter>> NetlinkInterfaceCounters::read() {
             known += links.count(interface);
             counter.up = (flags->ifr_flags & IFF_UP) != 0;
             counter.stacked = isStacked(interface, links);
-            counter.leadsToAProgram = isTun(interface, links);
+            counter.tun = isTun(interface, links);
             counters.push_back(std::move(counter));
         }
         isWhole = known == links.size();

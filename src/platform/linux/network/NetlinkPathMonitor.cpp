@@ -35,17 +35,17 @@ QString text(const QByteArray& address) {
 }
 
 QString text(const FamilyPath& path) {
-    if (!path.way) {
+    if (!path.route) {
         return path.obstacle;
     }
-    if (!path.way->isKnown()) {
+    if (!path.route->isKnown()) {
         return QStringLiteral("cannot be asked");
     }
     std::array<char, IF_NAMESIZE> name{};
-    if_indextoname(path.way->interface, name.data());
+    if_indextoname(path.route->interface, name.data());
     return QStringLiteral("%1 (gateway %2, source %3%4)")
-        .arg(QString::fromUtf8(name.data()), text(path.way->gateway), text(path.way->source),
-             path.way->running ? QString() : QStringLiteral(", dormant"));
+        .arg(QString::fromUtf8(name.data()), text(path.route->gateway), text(path.route->source),
+             path.route->running ? QString() : QStringLiteral(", dormant"));
 }
 
 QString text(const PathState& state) {
@@ -58,20 +58,20 @@ QString text(const PathState& state) {
 
 NetlinkPathMonitor::NetlinkPathMonitor(NetworkEpoch& epoch) : epoch_(epoch) {
     QObject::connect(&eventReadable_, &QSocketNotifier::activated, &eventReadable_, [this] { readEvents(); });
-    nextLook_.setSingleShot(true);
-    nextLook_.setTimerType(Qt::PreciseTimer);
-    QObject::connect(&nextLook_, &QTimer::timeout, &nextLook_, [this] { look(); });
+    updateTimer_.setSingleShot(true);
+    updateTimer_.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&updateTimer_, &QTimer::timeout, &updateTimer_, [this] { update(); });
 }
 
 void NetlinkPathMonitor::start(UpdateHandler handler) {
     cancel();
     handler_ = std::move(handler);
-    lookIn(0ms);
+    scheduleUpdate(0ms);
 }
 
 void NetlinkPathMonitor::cancel() {
     stopListening();
-    nextLook_.stop();
+    updateTimer_.stop();
     reported_.reset();
 }
 
@@ -98,11 +98,11 @@ void NetlinkPathMonitor::stopListening() {
 
 void NetlinkPathMonitor::readEvents() {
     for (int count = 0; count < messagesPerTurn; ++count) {
-        const auto received = events_->receive([this](const nlmsghdr& message) { note(message, links_); });
+        const auto received = events_->receive([this](const nlmsghdr& message) { applyMessage(message, links_); });
         if (received == NetlinkSocket::Received::nothing) {
             return;
         }
-        lookIn(gatheringTime);
+        scheduleUpdate(gatheringTime);
         if (received == NetlinkSocket::Received::failed) {
             // What the socket still holds is older than what is lost.
             stopListening();
@@ -111,19 +111,19 @@ void NetlinkPathMonitor::readEvents() {
     }
 }
 
-/// Looks after `delay` at the latest. A look that is due earlier is not put off, so that a long burst is reported too.
-void NetlinkPathMonitor::lookIn(std::chrono::milliseconds delay) {
-    if (!nextLook_.isActive() || nextLook_.remainingTimeAsDuration() > delay) {
-        nextLook_.start(delay);
+/// Updates after `delay` at the latest. An update that is due earlier is not put off, so that a long burst is reported.
+void NetlinkPathMonitor::scheduleUpdate(std::chrono::milliseconds delay) {
+    if (!updateTimer_.isActive() || updateTimer_.remainingTimeAsDuration() > delay) {
+        updateTimer_.start(delay);
     }
 }
 
-// Listens before it looks: what happens in between is then heard of.
-void NetlinkPathMonitor::look() {
+// Listens before it asks, so that no change in between is missed.
+void NetlinkPathMonitor::update() {
     listen();
     const PathState state = currentPath(links_);
     if (!events_ || !state.isKnown()) {
-        lookIn(retryInterval);
+        scheduleUpdate(retryInterval);
     }
     if (reported_ != state) {
         report(state);
@@ -135,7 +135,7 @@ void NetlinkPathMonitor::report(const PathState& state) {
     if (reported_) {
         epoch_.advance();
     }
-    qCInfo(networkLog).noquote() << "path" << text(state) << "- network epoch" << epoch_.current();
+    qCInfo(networkLog).noquote() << text(state) + QStringLiteral("; network epoch") << epoch_.current();
     reported_ = state;
     handler_(state.isSatisfied());
 }

@@ -13,8 +13,9 @@
 namespace skylet {
 
 /// A socket to the kernel's links and routes (rtnetlink(7)) in the network namespace of the calling thread. It asks,
-/// and hears of changes; it never changes anything. Receiving and asking for one route take microseconds. Asking for
-/// the links may not: whoever does waits, without a limit, while anybody on the system sets up or removes interfaces.
+/// and receives notifications; it never changes anything. Receiving and asking for one route take microseconds. Asking
+/// for the links may not: whoever does waits, without a limit, while anybody on the system sets up or removes
+/// interfaces.
 class NetlinkSocket {
   public:
     enum class Received {
@@ -27,13 +28,13 @@ class NetlinkSocket {
     /// Empty optional: the system gives no such socket.
     static std::optional<NetlinkSocket> open();
 
-    /// Hears from now on of the changes in `group`, if the kernel knows it.
+    /// Subscribes to the notifications of `group`, if the kernel knows it.
     void join(rtnetlink_groups group);
     int descriptor() const { return mnl_socket_get_fd(socket_.get()); }
     /// Asks for all links; the first part of the answer has come in when this returns.
     bool requestLinks();
-    /// Asks which way a packet to `destination`, an address of the family AF_INET or AF_INET6, would leave. `flags`:
-    /// RTM_F_*. The answer has come in when this returns.
+    /// Asks how a packet to `destination`, an address of the family AF_INET or AF_INET6, would leave. `flags`: RTM_F_*.
+    /// The answer has come in when this returns.
     bool requestRoute(std::uint8_t family, std::span<const std::uint8_t> destination, std::uint32_t flags);
 
     /// Hands the messages of the next datagram to `consume`.

@@ -54,35 +54,35 @@ std::vector<RouteHop> multipath(QByteArrayView bytes) {
 
 } // namespace
 
-std::optional<WayOut> parseWayOut(const nlmsghdr& answer) {
+std::optional<Route> parseRoute(const nlmsghdr& answer) {
     if (isRefusal(answer)) {
         return std::nullopt;
     }
     const auto* head = routeHead(answer);
     if (head == nullptr) {
-        return WayOut{};
+        return Route{};
     }
-    WayOut way;
-    forEachAttribute<rtmsg>(answer, [&way](const nlattr& attribute) {
+    Route route;
+    forEachAttribute<rtmsg>(answer, [&route](const nlattr& attribute) {
         switch (mnl_attr_get_type(&attribute)) {
         case RTA_OIF:
-            way.interface = number(attribute);
+            route.interface = number(attribute);
             break;
         case RTA_GATEWAY:
-            way.gateway = payload(attribute).toByteArray();
+            route.gateway = payload(attribute).toByteArray();
             break;
         case RTA_VIA:
             // A gateway of the other address family, behind that family's number.
-            way.gateway = payload(attribute).toByteArray().mid(sizeof(rtvia));
+            route.gateway = payload(attribute).toByteArray().mid(sizeof(rtvia));
             break;
         case RTA_PREFSRC:
-            way.source = payload(attribute).toByteArray();
+            route.source = payload(attribute).toByteArray();
             break;
         default:
             break;
         }
     });
-    return head->rtm_type == RTN_UNICAST && way.interface != loopbackInterface ? std::optional(way) : std::nullopt;
+    return head->rtm_type == RTN_UNICAST && route.interface != loopbackInterface ? std::optional(route) : std::nullopt;
 }
 
 std::vector<RouteHop> parseHops(const nlmsghdr& answer) {

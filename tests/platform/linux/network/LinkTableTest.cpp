@@ -28,15 +28,16 @@ NetlinkMessage about(std::uint32_t interface, std::uint16_t type = RTM_NEWLINK, 
 /// Whether a link of the given kind that names no other one is stacked.
 bool isStackedKind(const char* kind) {
     LinkTable links;
-    note(about(rider).withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, kind).header(), links);
+    applyMessage(about(rider).withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, kind).header(), links);
     return isStacked(rider, links);
 }
 
 /// A port and what rides on it.
 LinkTable portAndRider() {
     LinkTable links;
-    note(about(port).header(), links);
-    note(about(rider).withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, "vlan").with(IFLA_LINK, port).header(), links);
+    applyMessage(about(port).header(), links);
+    applyMessage(about(rider).withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, "vlan").with(IFLA_LINK, port).header(),
+                 links);
     return links;
 }
 
@@ -54,7 +55,7 @@ TEST(LinkTable, KindsThatBundleOrWrapAreStacked) {
 TEST(LinkTable, OnlyATunDeviceLeadsToAProgram) {
     for (const char* kind : {"tun", "dummy", "bridge", "wireguard"}) {
         LinkTable links;
-        note(about(rider).withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, kind).header(), links);
+        applyMessage(about(rider).withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, kind).header(), links);
         EXPECT_EQ(isTun(rider, links), std::string_view(kind) == "tun") << kind;
     }
     EXPECT_FALSE(isTun(rider, portAndRider())) << "a VLAN";
@@ -70,53 +71,53 @@ TEST(LinkTable, WhatRidesOnALinkOfThisNamespaceIsStacked) {
 
 TEST(LinkTable, WhatRidesOnALinkElsewhereOrOnNoneIsNot) {
     LinkTable links;
-    note(about(port).header(), links);
-    note(about(rider)
-             .withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, "macvlan")
-             .with(IFLA_LINK, port)
-             .with(IFLA_LINK_NETNSID, std::int32_t{0})
-             .header(),
-         links);
+    applyMessage(about(port).header(), links);
+    applyMessage(about(rider)
+                     .withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, "macvlan")
+                     .with(IFLA_LINK, port)
+                     .with(IFLA_LINK_NETNSID, std::int32_t{0})
+                     .header(),
+                 links);
     EXPECT_FALSE(isStacked(rider, links)) << "the number is that of a link of the other namespace";
-    note(about(rider).with(IFLA_LINK, std::uint32_t{0}).header(), links);
+    applyMessage(about(rider).with(IFLA_LINK, std::uint32_t{0}).header(), links);
     EXPECT_FALSE(isStacked(rider, links));
 }
 
 TEST(LinkTable, ALinkWhoseOtherEndHasLeftIsAWayOut) {
     LinkTable links = portAndRider();
-    note(about(port, RTM_DELLINK).header(), links);
+    applyMessage(about(port, RTM_DELLINK).header(), links);
     EXPECT_FALSE(isStacked(rider, links));
 }
 
 TEST(LinkTable, ALinkThatIsGoneIsForgotten) {
     LinkTable links = portAndRider();
-    note(about(rider, RTM_DELLINK).header(), links);
+    applyMessage(about(rider, RTM_DELLINK).header(), links);
     EXPECT_EQ(links.size(), 1U);
     EXPECT_FALSE(isStacked(rider, links));
 }
 
 TEST(LinkTable, MessagesTellALinksFlags) {
     LinkTable links;
-    note(about(port).header(), links);
+    applyMessage(about(port).header(), links);
     EXPECT_EQ(links[port].flags, std::uint32_t{IFF_UP});
 }
 
 TEST(LinkTable, MessagesAboutOneAspectAloneChangeNothing) {
     LinkTable links = portAndRider();
     // A port that leaves a bridge, and the end of a search for Wi-Fi networks.
-    note(about(port, RTM_DELLINK, AF_BRIDGE).header(), links);
-    note(about(rider).with(IFLA_WIRELESS, std::uint32_t{0}).header(), links);
+    applyMessage(about(port, RTM_DELLINK, AF_BRIDGE).header(), links);
+    applyMessage(about(rider).with(IFLA_WIRELESS, std::uint32_t{0}).header(), links);
     EXPECT_TRUE(isStacked(rider, links));
     LinkTable none;
-    note(about(port, RTM_NEWLINK, AF_BRIDGE).header(), none);
-    note(about(port).with(IFLA_WIRELESS, std::uint32_t{0}).header(), none);
+    applyMessage(about(port, RTM_NEWLINK, AF_BRIDGE).header(), none);
+    applyMessage(about(port).with(IFLA_WIRELESS, std::uint32_t{0}).header(), none);
     EXPECT_TRUE(none.empty());
 }
 
 TEST(LinkTable, MessagesAboutOtherThingsOrCutShortChangeNothing) {
     LinkTable none;
-    note(about(port, RTM_NEWROUTE).header(), none);
-    note(about(port).cutTo(NLMSG_HDRLEN + 4).header(), none);
+    applyMessage(about(port, RTM_NEWROUTE).header(), none);
+    applyMessage(about(port).cutTo(NLMSG_HDRLEN + 4).header(), none);
     EXPECT_TRUE(none.empty());
 }
 
