@@ -2,6 +2,7 @@
 
 #include "BuildConstants.h"
 
+#include <QLoggingCategory>
 #include <QUrl>
 
 #include <functional>
@@ -11,9 +12,17 @@ namespace skylet {
 
 namespace {
 
+Q_LOGGING_CATEGORY(systemLog, "skylet.system", QtWarningMsg)
+
 const auto showTrafficKey = QStringLiteral("showTraffic");
 const auto didOnboardKey = QStringLiteral("didOnboard");
 constexpr int menuIconSize = 16;
+
+void invalidate(const std::shared_ptr<Cancellation>& timer) {
+    if (timer) {
+        timer->cancel();
+    }
+}
 
 std::shared_ptr<MenuItem> informationLine() {
     return std::make_shared<MenuItem>(QString(), nullptr, QString());
@@ -26,9 +35,9 @@ std::shared_ptr<MenuItem> command(const QString& title, std::function<void()> ac
 
 } // namespace
 
-Skylet::Skylet(Services services, std::unique_ptr<ConnectivityEngine> connectivity, LaunchAgent launchAgent)
+Skylet::Skylet(Services services, std::unique_ptr<ConnectivityEngine> connectivity)
     : services_(std::move(services)), connectivity_(std::move(connectivity)), statusLine_(informationLine()),
-      rateLine_(informationLine()), speedLine_(informationLine()), launchAgent_(std::move(launchAgent)) {
+      rateLine_(informationLine()), speedLine_(informationLine()) {
     state_.showTraffic = services_.userDefaults.boolForKey(showTrafficKey).value_or(true);
     state_.lastSpeed = L(QStringLiteral("not run yet"));
 }
@@ -56,10 +65,8 @@ void Skylet::applicationDidFinishLaunching() {
 void Skylet::applicationWillTerminate() {
     connectivity_->stop();
     services_.pathMonitor.cancel();
-    if (rateTimer_) {
-        rateTimer_->cancel();
-    }
-    invalidateBannerTimer();
+    invalidate(rateTimer_);
+    invalidate(bannerTimer_);
     speedTest().cancel();
     services_.sleepMonitor.stop();
 }
@@ -81,8 +88,8 @@ void Skylet::toggleTraffic() {
 }
 
 void Skylet::toggleLogin() {
-    launchAgent_.toggle();
-    loginItem_->setChecked(launchAgent_.exists());
+    services_.launchAgent.toggle();
+    loginItem_->setChecked(services_.launchAgent.exists());
 }
 
 void Skylet::runSpeedTest() {
@@ -109,15 +116,15 @@ void Skylet::openBrimlake() {
 }
 
 void Skylet::willSleep() {
+    qCInfo(systemLog) << "the system is about to sleep";
     connectivity_->sleep();
-    if (rateTimer_) {
-        rateTimer_->cancel();
-    }
+    invalidate(rateTimer_);
     resetTraffic();
     speedTest().cancel();
 }
 
 void Skylet::didWake() {
+    qCInfo(systemLog) << "the system is awake again";
     resetTraffic();
     connectivity_->wake();
     startRateTimer();
@@ -168,7 +175,7 @@ Menu Skylet::makeMenu() {
                            lifetime_.guard([this] { toggleTraffic(); }));
     pauseItem_ = command(QStringLiteral("Pause Automatic Checks"), lifetime_.guard([this] { togglePause(); }));
     loginItem_ = command(QStringLiteral("Launch at Login"), lifetime_.guard([this] { toggleLogin(); }));
-    loginItem_->setChecked(launchAgent_.exists());
+    loginItem_->setChecked(services_.launchAgent.exists());
     const auto aboutItem = command(QStringLiteral("About Skylet"), lifetime_.guard([this] { showAbout(); }));
     if (!services_.application.hasApplicationIcon()) {
         qFatal("Skylet: the application icon is missing");
@@ -206,9 +213,7 @@ void Skylet::pathChanged(bool satisfied) {
 }
 
 void Skylet::startRateTimer() {
-    if (rateTimer_) {
-        rateTimer_->cancel();
-    }
+    invalidate(rateTimer_);
     rateTimer_ = services_.repeatingTimer(rateInterval, rateTolerance, lifetime_.guard([this] { sampleRate(); }));
 }
 
@@ -238,7 +243,7 @@ void Skylet::speedTestStarted() {
 void Skylet::speedTestCancelled() {
     state_.testing = false;
     state_.lastSpeed = L(QStringLiteral("Cancelled"));
-    invalidateBannerTimer();
+    invalidate(bannerTimer_);
     state_.banner.reset();
     render();
 }
@@ -257,7 +262,7 @@ void Skylet::speedTestFinished(std::optional<double> down, std::optional<double>
 }
 
 void Skylet::setBanner(const QString& text, std::optional<Seconds> lifetime) {
-    invalidateBannerTimer();
+    invalidate(bannerTimer_);
     state_.banner = text;
     if (lifetime) {
         bannerTimer_ = services_.oneShotTimer(*lifetime, lifetime_.guard([this] {
@@ -268,21 +273,15 @@ void Skylet::setBanner(const QString& text, std::optional<Seconds> lifetime) {
     render();
 }
 
-void Skylet::invalidateBannerTimer() {
-    if (bannerTimer_) {
-        bannerTimer_->cancel();
-    }
-}
-
 void Skylet::showWelcome() {
-    welcomeWindow_ =
-        services_.windows.makeWelcomeWindow(launchAgent_.exists(), lifetime_.guard([this] { finishWelcome(); }));
+    welcomeWindow_ = services_.windows.makeWelcomeWindow(services_.launchAgent.exists(),
+                                                         lifetime_.guard([this] { finishWelcome(); }));
     welcomeWindow_->bringToFront();
 }
 
 void Skylet::finishWelcome() {
     const bool wanted = welcomeWindow_ && welcomeWindow_->loginBoxIsOn();
-    if (wanted != launchAgent_.exists()) {
+    if (wanted != services_.launchAgent.exists()) {
         toggleLogin();
     }
     services_.userDefaults.setBool(true, didOnboardKey);

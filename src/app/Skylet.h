@@ -12,10 +12,10 @@
 #include "platform/network/InterfaceCounters.h"
 #include "platform/network/PathMonitor.h"
 #include "platform/system/DiagnosticLog.h"
+#include "platform/system/LaunchAgent.h"
 #include "platform/system/SleepMonitor.h"
 #include "platform/system/UserDefaults.h"
 #include "speedtest/SpeedTesting.h"
-#include "ui/LaunchAgent.h"
 #include "ui/Windows.h"
 
 #include <QString>
@@ -38,6 +38,7 @@ class Skylet {
         InterfaceCounters& interfaceCounters;
         UserDefaults& userDefaults;
         DiagnosticLog& diagnosticLog;
+        LaunchAgent& launchAgent;
         const Clock& clock;
         RepeatingTimer repeatingTimer;
         Schedule oneShotTimer;
@@ -51,7 +52,7 @@ class Skylet {
     static constexpr Seconds resultBannerLifetime{10.0};
 
     /// Starts nothing.
-    Skylet(Services services, std::unique_ptr<ConnectivityEngine> connectivity, LaunchAgent launchAgent);
+    Skylet(Services services, std::unique_ptr<ConnectivityEngine> connectivity);
 
     /// Start-up; once.
     void applicationDidFinishLaunching();
@@ -91,7 +92,6 @@ class Skylet {
     void speedTestFinished(std::optional<double> down, std::optional<double> up);
     /// `lifetime` absent: until it is replaced or removed.
     void setBanner(const QString& text, std::optional<Seconds> lifetime);
-    void invalidateBannerTimer();
     void showWelcome();
     void finishWelcome();
 
@@ -111,7 +111,6 @@ class Skylet {
     std::shared_ptr<MenuItem> checkItem_;
     std::shared_ptr<MenuItem> loginItem_;
     std::shared_ptr<MenuItem> trafficItem_;
-    LaunchAgent launchAgent_;
     std::unique_ptr<SpeedTesting> speedTest_;
     std::unique_ptr<WelcomeWindow> welcomeWindow_;
     std::unique_ptr<Window> aboutWindow_;

@@ -27,7 +27,7 @@ struct TrafficRates {
     bool operator==(const TrafficRates&) const = default;
 };
 
-/// Whether the interface is one of the machine's own ways out: a wired, Wi-Fi, tethering or cellular port that is up
+/// Whether the interface is one of the machine's own uplinks: a wired, Wi-Fi, tethering or cellular port that is up
 /// and does not ride on another. Names are those of systemd.net-naming-scheme(7) and of the kernel's drivers.
 bool carriesUserTraffic(const InterfaceCounter& interface);
 

@@ -1,5 +1,5 @@
 #include "app/Skylet.h"
-#include "app/WaysOut.h"
+#include "app/UplinkTraffic.h"
 #include "connectivity/ConnectivityEngine.h"
 #include "connectivity/HTTPConnectivityProbe.h"
 #include "platform/Timers.h"
@@ -7,6 +7,7 @@
 #include "platform/linux/desktop/DesktopApplication.h"
 #include "platform/linux/network/NetlinkInterfaceCounters.h"
 #include "platform/linux/network/NetlinkPathMonitor.h"
+#include "platform/linux/system/AutostartLaunchAgent.h"
 #include "platform/linux/system/BusLoss.h"
 #include "platform/linux/system/FileDiagnosticLog.h"
 #include "platform/linux/system/IniUserDefaults.h"
@@ -20,11 +21,9 @@
 #include "platform/network/NetworkEpoch.h"
 #include "speedtest/SpeedTest.h"
 #include "ui/DesktopWindows.h"
-#include "ui/LaunchAgent.h"
 
 #include <QApplication>
 #include <QDBusConnection>
-#include <QStandardPaths>
 
 #include <cstdio>
 #include <cstdlib>
@@ -53,19 +52,12 @@ SpeedTestFactory makeSpeedTest(const std::shared_ptr<const Clock>& clock,
             [epoch, names, &counters](const SessionConfiguration& configuration, BulkTransferDelegate& delegate) {
                 return std::make_unique<CurlBulkTransferSession>(
                     configuration, epoch, names, delegate,
-                    [waysOut = WaysOut(counters)]() mutable { return waysOut.sentBytes(); });
+                    [uplinks = UplinkTraffic(counters)]() mutable { return uplinks.sentBytes(); });
             },
             *clock);
         speedTest->beforeShowing = askForDarkTitleBar;
         return speedTest;
     };
-}
-
-/// The desktop starts what it finds in this folder at login (freedesktop Desktop Application Autostart Specification).
-LaunchAgent launchAgent() {
-    return {QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
-                QStringLiteral("/autostart/com.vorn.skylet.desktop"),
-            QCoreApplication::applicationFilePath()};
 }
 
 } // namespace
@@ -92,6 +84,7 @@ int main(int argc, char** argv) {
     NetlinkInterfaceCounters interfaceCounters;
     IniUserDefaults userDefaults(IniUserDefaults::defaultPath());
     FileDiagnosticLog diagnosticLog;
+    AutostartLaunchAgent launchAgent(AutostartLaunchAgent::defaultPath(), QCoreApplication::applicationFilePath());
     DesktopWindows windows;
 
     Skylet skylet({.application = application,
@@ -100,12 +93,13 @@ int main(int argc, char** argv) {
                    .interfaceCounters = interfaceCounters,
                    .userDefaults = userDefaults,
                    .diagnosticLog = diagnosticLog,
+                   .launchAgent = launchAgent,
                    .clock = *clock,
                    .repeatingTimer = repeatingTimer,
                    .oneShotTimer = commonTimer,
                    .makeSpeedTest = makeSpeedTest(clock, epoch, names, interfaceCounters),
                    .windows = windows},
-                  makeEngine(clock, epoch, names), launchAgent());
+                  makeEngine(clock, epoch, names));
     // Quit, the end of the session or of its bus, and the signals all leave the event loop this way.
     QObject::connect(&qt, &QCoreApplication::aboutToQuit, &qt, [&skylet] { skylet.applicationWillTerminate(); });
     skylet.applicationDidFinishLaunching();

@@ -8,8 +8,6 @@
 #include "support/FakeWindows.h"
 #include "support/QStringPrinting.h"
 
-#include <QTemporaryDir>
-
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -42,6 +40,7 @@ class SkyletTest : public testing::Test {
             .interfaceCounters = counters,
             .userDefaults = defaults,
             .diagnosticLog = log,
+            .launchAgent = launchAgent,
             .clock = clock,
             .repeatingTimer =
                 [this, logged](Seconds interval, Seconds tolerance, auto action) {
@@ -62,8 +61,7 @@ class SkyletTest : public testing::Test {
                 return logged(QStringLiteral("engineTimer.cancel"), schedule(interval, std::move(action)));
             });
         engine = owned.get();
-        skylet = std::make_unique<Skylet>(std::move(services), std::move(owned),
-                                          LaunchAgent(agentPath, QStringLiteral("/opt/skylet/bin/skylet")));
+        skylet = std::make_unique<Skylet>(std::move(services), std::move(owned));
     }
 
     void launch() {
@@ -135,6 +133,7 @@ class SkyletTest : public testing::Test {
     test::FakeInterfaceCounters counters{calls};
     test::FakeUserDefaults defaults;
     test::FakeDiagnosticLog log{calls};
+    test::FakeLaunchAgent launchAgent;
     test::FakeClock clock;
     test::FakeSchedule schedule;
     test::FakeSchedule rateTimers;
@@ -143,8 +142,6 @@ class SkyletTest : public testing::Test {
     test::FakeWindows windows{calls};
     std::vector<Seconds> tolerances;
     std::shared_ptr<test::FakeProbe> probe = std::make_shared<test::FakeProbe>();
-    QTemporaryDir folder;
-    const QString agentPath = folder.filePath(QStringLiteral("autostart/agent.desktop"));
     /// Owned by `skylet`.
     ConnectivityEngine* engine = nullptr;
     std::unique_ptr<Skylet> skylet;

@@ -1,9 +1,6 @@
 #include "BuildConstants.h"
 #include "SkyletFixture.h"
 
-#include <QFile>
-#include <QFileInfo>
-
 #include <gmock/gmock.h>
 
 namespace skylet {
@@ -20,7 +17,6 @@ class SkyletWindowsTest : public SkyletTest {
         launch();
     }
 
-    bool agentExists() const { return QFileInfo::exists(agentPath); }
     bool onboarded() const { return defaults.stored.value(QStringLiteral("didOnboard"), false); }
 };
 
@@ -48,7 +44,7 @@ TEST_F(SkyletWindowsTest, TheLoginBoxStartsOffOnAFreshInstallationAndLeftOffWrit
     launchForTheFirstTime();
     EXPECT_FALSE(windows.loginBox);
     windows.gotIt();
-    EXPECT_FALSE(agentExists());
+    EXPECT_FALSE(launchAgent.present);
     EXPECT_TRUE(onboarded());
     EXPECT_THAT(calls, ElementsAre(QStringLiteral("welcome.close")));
 }
@@ -57,55 +53,54 @@ TEST_F(SkyletWindowsTest, TheLoginBoxTurnedOnWritesTheAgentAndChecksTheMenuItem)
     launchForTheFirstTime();
     windows.loginBox = true;
     windows.gotIt();
-    EXPECT_TRUE(agentExists());
+    EXPECT_TRUE(launchAgent.present);
     EXPECT_TRUE(item(login)->isChecked());
     EXPECT_TRUE(onboarded());
     EXPECT_THAT(calls, ElementsAre(QStringLiteral("welcome.close")));
 }
 
 TEST_F(SkyletWindowsTest, WithTheAgentInPlaceTheLoginBoxStartsOnAndTurnedOffRemovesIt) {
-    LaunchAgent(agentPath, QStringLiteral("/elsewhere/skylet")).toggle();
+    launchAgent.present = true;
     launchForTheFirstTime();
     EXPECT_TRUE(windows.loginBox);
     windows.loginBox = false;
     windows.gotIt();
-    EXPECT_FALSE(agentExists());
+    EXPECT_FALSE(launchAgent.present);
     EXPECT_FALSE(item(login)->isChecked());
 }
 
 TEST_F(SkyletWindowsTest, WithTheAgentInPlaceTheLoginBoxLeftOnKeepsItAsItIs) {
-    LaunchAgent(agentPath, QStringLiteral("/elsewhere/skylet")).toggle();
+    launchAgent.present = true;
     launchForTheFirstTime();
     windows.gotIt();
-    QFile agent(agentPath);
-    ASSERT_TRUE(agent.open(QIODevice::ReadOnly));
-    EXPECT_TRUE(agent.readAll().contains("/elsewhere/skylet"));
+    EXPECT_TRUE(launchAgent.present);
+    EXPECT_EQ(launchAgent.toggles, 0);
 }
 
 TEST_F(SkyletWindowsTest, TheLoginCommandTogglesTheAgentAndItsCheckMark) {
     launch();
     item(login)->trigger();
-    EXPECT_TRUE(agentExists());
+    EXPECT_TRUE(launchAgent.present);
     EXPECT_TRUE(item(login)->isChecked());
     item(login)->trigger();
-    EXPECT_FALSE(agentExists());
+    EXPECT_FALSE(launchAgent.present);
     EXPECT_FALSE(item(login)->isChecked());
 }
 
 TEST_F(SkyletWindowsTest, TheLoginItemStaysUncheckedWhenTheAgentCannotBeWritten) {
-    // A file where the folder should be
-    QFile obstacle(QFileInfo(agentPath).path());
-    ASSERT_TRUE(obstacle.open(QIODevice::WriteOnly));
+    launchAgent.canToggle = false;
     launch();
     item(login)->trigger();
+    EXPECT_EQ(launchAgent.toggles, 1);
     EXPECT_FALSE(item(login)->isChecked());
 }
 
 TEST_F(SkyletWindowsTest, TheLoginItemStaysCheckedWhenTheAgentCannotBeRemoved) {
-    // A folder in the place of the file, which counts as one and which no removal of a file touches
-    ASSERT_TRUE(QDir().mkpath(agentPath));
+    launchAgent.present = true;
+    launchAgent.canToggle = false;
     launch();
     item(login)->trigger();
+    EXPECT_EQ(launchAgent.toggles, 1);
     EXPECT_TRUE(item(login)->isChecked());
 }
 

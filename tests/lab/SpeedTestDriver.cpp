@@ -5,7 +5,7 @@
 // result in Mbit/s (null: failed), when the phase began and ended (seconds, monotonic) and the bytes over time; and the
 // processor seconds it took.
 
-#include "app/WaysOut.h"
+#include "app/UplinkTraffic.h"
 #include "connectivity/ConnectivityEngine.h"
 #include "platform/linux/network/NetlinkInterfaceCounters.h"
 #include "platform/linux/system/SystemClock.h"
@@ -56,7 +56,7 @@ class Witness final : public BulkTransferSession, public BulkTransferDelegate {
             BulkTransferDelegate& delegate)
         : clock_(clock), phases_(phases), delegate_(delegate),
           session_(configuration, epoch_, std::make_shared<NameResolver>(std::make_shared<SystemClock>(), epoch_),
-                   *this, [this] { return waysOut_.sentBytes(); }) {}
+                   *this, [this] { return uplinks_.sentBytes(); }) {}
 
     std::shared_ptr<BulkTransferTask> download(const QUrl& url) override {
         begin();
@@ -98,7 +98,7 @@ class Witness final : public BulkTransferSession, public BulkTransferDelegate {
     BulkTransferDelegate& delegate_;
     const std::shared_ptr<NetworkEpoch> epoch_ = std::make_shared<NetworkEpoch>();
     NetlinkInterfaceCounters counters_;
-    WaysOut waysOut_{counters_};
+    UplinkTraffic uplinks_{counters_};
     CurlBulkTransferSession session_;
 };
 

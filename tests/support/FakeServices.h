@@ -4,6 +4,7 @@
 #include "platform/network/InterfaceCounters.h"
 #include "platform/network/PathMonitor.h"
 #include "platform/system/DiagnosticLog.h"
+#include "platform/system/LaunchAgent.h"
 #include "platform/system/SleepMonitor.h"
 #include "platform/system/UserDefaults.h"
 
@@ -133,6 +134,19 @@ class FakeUserDefaults final : public UserDefaults {
     void setBool(bool value, const QString& key) override { stored[key] = value; }
 
     QMap<QString, bool> stored;
+};
+
+class FakeLaunchAgent final : public LaunchAgent {
+  public:
+    bool exists() const override { return present; }
+    void toggle() override {
+        ++toggles;
+        present = present != canToggle;
+    }
+
+    bool present = false;
+    bool canToggle = true;
+    int toggles = 0;
 };
 
 class FakeDiagnosticLog final : public DiagnosticLog {

@@ -18,8 +18,8 @@ struct InterfaceCounter {
     bool stacked = false;
     std::uint64_t receivedBytes = 0;
     std::uint64_t sentBytes = 0;
-    /// What it is given to send goes to a program of this system (a TUN or TAP device), not onto a wire.
-    bool leadsToAProgram = false;
+    /// A TUN or TAP device: what it is given to send goes to a program of this system, not onto a wire.
+    bool tun = false;
 };
 
 /// Reads the byte counters of all interfaces. Decides nothing about which of them count.

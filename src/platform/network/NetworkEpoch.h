@@ -5,8 +5,8 @@
 namespace skylet {
 
 /// Counts the networks the program has lived through. A monitor advances it when the network may be another one
-/// (packets leave another way, the system woke up); a transport that finds it advanced throws away what it kept from
-/// before.
+/// (packets leave by another route, the system woke up); a transport that finds it advanced throws away what it kept
+/// from before.
 class NetworkEpoch {
   public:
     std::uint64_t current() const { return current_; }

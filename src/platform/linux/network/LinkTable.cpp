@@ -16,67 +16,50 @@ namespace {
 
 using namespace netlink;
 
-// Kinds (IFLA_INFO_KIND) that bundle ports or wrap what they carry into packets of their own. Their bytes are counted
-// by another interface too although the kernel names none.
-constexpr std::array stackedKinds = {
-    std::string_view("bareudp"),     std::string_view("batadv"),    std::string_view("bond"),
-    std::string_view("bridge"),      std::string_view("erspan"),    std::string_view("geneve"),
-    std::string_view("gre"),         std::string_view("gretap"),    std::string_view("gtp"),
-    std::string_view("hsr"),         std::string_view("ip6erspan"), std::string_view("ip6gre"),
-    std::string_view("ip6gretap"),   std::string_view("ip6tnl"),    std::string_view("ipip"),
-    std::string_view("openvswitch"), std::string_view("ovpn"),      std::string_view("sit"),
-    std::string_view("team"),        std::string_view("vrf"),       std::string_view("vti"),
-    std::string_view("vti6"),        std::string_view("vxlan"),     std::string_view("wireguard")};
+// Only drivers without hardware of their own name a kind (IFLA_INFO_KIND), and what names no link that it rides on
+// bundles others (bridge, bond) or wraps what it carries into packets of their own (tunnels), except for these.
+constexpr std::array<std::string_view, 6> kindsOnTheirOwn = {"dummy", "ifb", "ipoib", "ppp", "tun", "wwan"};
 
-std::string_view text(const nlattr& attribute) {
-    const Bytes bytes = payload(attribute);
-    const std::string_view all(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    return all.substr(0, all.find('\0'));
-}
-
-bool isStackedKind(std::string_view kind) {
-    return std::find(stackedKinds.begin(), stackedKinds.end(), kind) != stackedKinds.end();
-}
-
-/// Views into the message; empty where it does not say.
+/// A view into the message; empty where it does not say.
 std::string_view kindOf(const nlattr& linkInfo) {
     std::string_view kind;
-    forEachAttribute(payload(linkInfo), [&kind](const nlattr& attribute) {
-        if (mnl_attr_get_type(&attribute) == IFLA_INFO_KIND) {
-            kind = text(attribute);
+    const auto read = [](const nlattr* attribute, void* found) {
+        if (mnl_attr_get_type(attribute) == IFLA_INFO_KIND && mnl_attr_validate(attribute, MNL_TYPE_NUL_STRING) == 0) {
+            *static_cast<std::string_view*>(found) = mnl_attr_get_str(attribute);
         }
-    });
+        return static_cast<int>(MNL_CB_OK);
+    };
+    mnl_attr_parse_nested(&linkInfo, read, &kind);
     return kind;
 }
 
 } // namespace
 
-std::optional<LinkChange> parseLinkChange(const nlmsghdr& message) {
-    if (message.nlmsg_type != RTM_NEWLINK && message.nlmsg_type != RTM_DELLINK) {
-        return std::nullopt;
-    }
-    const auto* head = fixedPart<ifinfomsg>(message);
+void applyMessage(const nlmsghdr& message, LinkTable& links) {
+    const bool isGone = message.nlmsg_type == RTM_DELLINK;
+    const auto* head = isGone || message.nlmsg_type == RTM_NEWLINK ? fixedPart<ifinfomsg>(message) : nullptr;
     if (head == nullptr || head->ifi_family != AF_UNSPEC) {
-        return std::nullopt;
+        return;
     }
-    LinkChange change{.interface = static_cast<std::uint32_t>(head->ifi_index), .link = std::nullopt};
-    if (message.nlmsg_type == RTM_DELLINK) {
-        return change;
+    const auto interface = static_cast<std::uint32_t>(head->ifi_index);
+    if (isGone) {
+        links.erase(interface);
+        return;
     }
-    Link link;
+    Link link{.flags = head->ifi_flags};
+    std::string_view kind;
     bool isPartial = false;
     bool lowerLinkIsElsewhere = false;
-    forEachAttribute(attributes<ifinfomsg>(message), [&](const nlattr& attribute) {
+    forEachAttribute<ifinfomsg>(message, [&](const nlattr& attribute) {
         switch (mnl_attr_get_type(&attribute)) {
         case IFLA_LINK:
-            link.lower = number<std::uint32_t>(attribute);
+            link.lower = number(attribute);
             break;
         case IFLA_LINK_NETNSID:
             lowerLinkIsElsewhere = true;
             break;
         case IFLA_LINKINFO:
-            link.bundlesOrWraps = isStackedKind(kindOf(attribute));
-            link.isTun = kindOf(attribute) == "tun";
+            kind = kindOf(attribute);
             break;
         case IFLA_WIRELESS:
             isPartial = true;
@@ -86,22 +69,13 @@ std::optional<LinkChange> parseLinkChange(const nlmsghdr& message) {
         }
     });
     if (isPartial) {
-        return std::nullopt;
+        return;
     }
-    // An interface that rides on one of another namespace (a container's end of a veth) is this namespace's way out.
-    if (lowerLinkIsElsewhere) {
-        link = {};
-    }
-    change.link = link;
-    return change;
-}
-
-void apply(const LinkChange& change, LinkTable& links) {
-    if (change.link) {
-        links[change.interface] = *change.link;
-    } else {
-        links.erase(change.interface);
-    }
+    link.isTun = kind == "tun";
+    link.bundlesOrWraps = link.lower == 0 && !kind.empty() &&
+                          std::find(kindsOnTheirOwn.begin(), kindsOnTheirOwn.end(), kind) == kindsOnTheirOwn.end();
+    // An interface that rides on one of another namespace (a container's end of a veth) is an uplink of this namespace.
+    links[interface] = lowerLinkIsElsewhere ? Link{.flags = link.flags} : link;
 }
 
 bool isStacked(std::uint32_t interface, const LinkTable& links) {

@@ -3,16 +3,17 @@
 #include <linux/netlink.h>
 
 #include <cstdint>
-#include <optional>
 #include <unordered_map>
 
 namespace skylet {
 
-/// What a link is made of, as far as it decides where its bytes are counted.
+/// What the kernel's messages tell of a link.
 struct Link {
+    /// IFF_*.
+    std::uint32_t flags = 0;
     /// Index of the link of this namespace that it rides on, or whose other end it is; 0: none, or one elsewhere.
     std::uint32_t lower = 0;
-    /// Of a kind that bundles other links or wraps what it carries, although the kernel names none of them.
+    /// Bundles other links or wraps what it carries, although the kernel names none of them.
     bool bundlesOrWraps = false;
     /// A TUN or TAP device: its other end is a program.
     bool isTun = false;
@@ -21,17 +22,9 @@ struct Link {
 /// The links of one network namespace by their interface index.
 using LinkTable = std::unordered_map<std::uint32_t, Link>;
 
-/// What one message says of one link.
-struct LinkChange {
-    std::uint32_t interface = 0;
-    /// Empty optional: the link is gone.
-    std::optional<Link> link;
-};
-
-/// Empty optional: not about a link, cut short, or about one aspect of it alone (its place in a bridge, a Wi-Fi event).
-std::optional<LinkChange> parseLinkChange(const nlmsghdr& message);
-
-void apply(const LinkChange& change, LinkTable& links);
+/// Notes what the message says of a link. Messages about anything else, cut short, or about one aspect of a link alone
+/// (its place in a bridge, a Wi-Fi event) change nothing.
+void applyMessage(const nlmsghdr& message, LinkTable& links);
 
 /// Whether the bytes of `interface` are counted at another link of the table too. One that is not in the table is not
 /// stacked; nor is one whose lower link has left the namespace, of which the kernel says nothing further.

@@ -1,103 +1,77 @@
 #include "platform/linux/network/LinkWatch.h"
 
-#include <array>
-#include <cerrno>
-#include <span>
-#include <stop_token>
+#include <chrono>
+#include <system_error>
 #include <utility>
 
 namespace skylet {
 
 namespace {
 
-std::optional<LinkTable> readLinks(const std::stop_token& stop) {
-    auto progress = NetlinkSocket::Progress::interrupted;
-    LinkTable links;
-    for (int attempt = 0; attempt < NetlinkSocket::maximumAttempts && progress == NetlinkSocket::Progress::interrupted;
-         ++attempt) {
-        links.clear();
-        auto socket = NetlinkSocket::open(NetlinkSocket::Mode::blocking);
-        if (!socket || !socket->requestLinks()) {
-            return std::nullopt;
-        }
-        progress = socket->readTable(stop, [&links](const nlmsghdr& message) {
-            if (const auto change = parseLinkChange(message)) {
-                apply(*change, links);
-            }
-        });
+using namespace std::chrono_literals;
+using Received = NetlinkSocket::Received;
+
+std::optional<NetlinkSocket> listen() {
+    auto socket = NetlinkSocket::open();
+    if (socket) {
+        socket->join(RTNLGRP_LINK);
     }
-    return progress == NetlinkSocket::Progress::complete ? std::optional(std::move(links)) : std::nullopt;
+    return socket;
 }
 
 } // namespace
 
-LinkWatch::LinkWatch() : reading_([this](std::optional<LinkTable> links) { readingEnded(std::move(links)); }) {
-    links();
-}
-
 const LinkTable& LinkWatch::links() {
-    listen();
-    hear();
-    reading_.collect();
-    if (wanted_ && events_ && !reading_.isUnderWay()) {
-        read();
+    if (!events_) {
+        events_ = listen();
+    }
+    if (reading_.valid() && reading_.wait_for(0s) == std::future_status::ready) {
+        auto reading = reading_.get();
+        isStale_ = !reading;
+        if (reading) {
+            events_ = std::move(reading->events);
+            links_ = std::move(reading->links);
+        }
+    }
+    receiveMessages();
+    if (isStale_ && !reading_.valid()) {
+        try {
+            reading_ = std::async(std::launch::async, read);
+        } catch (const std::system_error&) {
+            // No thread to be had: tried again with the next call.
+        }
     }
     return links_;
 }
 
-void LinkWatch::listen() {
-    if (events_) {
-        return;
+void LinkWatch::receiveMessages() {
+    auto received = Received::messages;
+    while (events_ && received == Received::messages) {
+        received = events_->receive([this](const nlmsghdr& message) { applyMessage(message, links_); });
     }
-    auto socket = NetlinkSocket::open(NetlinkSocket::Mode::nonBlocking);
-    if (socket && socket->join(RTNLGRP_LINK)) {
-        events_ = std::move(socket);
-        wanted_ = true;
-    }
+    isStale_ = isStale_ || received == Received::failed;
 }
 
-void LinkWatch::hear() {
-    alignas(nlmsghdr) std::array<char, NetlinkSocket::datagramSize> buffer; // NOLINT: filled by the kernel
-    while (events_) {
-        const ssize_t size = events_->receive(buffer);
-        if (size < 0 && errno == EAGAIN) {
-            return;
-        }
-        if (size < 0) {
-            wanted_ = wanted_ || errno != EINTR;
-            // The kernel had more to say than the socket or the buffer holds; the rest can be heard.
-            if (errno != EINTR && errno != ENOBUFS && errno != ENOSPC) {
-                events_.reset();
-            }
-            continue;
-        }
-        int left = static_cast<int>(size);
-        for (const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data()); mnl_nlmsg_ok(message, left);
-             message = mnl_nlmsg_next(message, &left)) {
-            if (const auto change = parseLinkChange(*message)) {
-                apply(*change, links_);
-                since_[change->interface] = *change;
-            }
-        }
+/// Listens before it reads: the messages then bring up to date what the table lacks, or repeat what it says already.
+std::optional<LinkWatch::Reading> LinkWatch::read() {
+    auto events = listen();
+    auto socket = NetlinkSocket::open();
+    if (!events || !socket || !socket->requestLinks()) {
+        return std::nullopt;
     }
-}
-
-void LinkWatch::read() {
-    since_.clear();
-    wanted_ = !reading_.begin(readLinks);
-}
-
-void LinkWatch::readingEnded(std::optional<LinkTable> links) {
-    if (!links) {
-        wanted_ = true;
-        return;
+    LinkTable links;
+    bool isEnd = false;
+    bool isBroken = false;
+    while (!isEnd && !isBroken) {
+        const auto received = socket->receive([&](const nlmsghdr& message) {
+            isEnd = isEnd || message.nlmsg_type == NLMSG_DONE;
+            // NLM_F_DUMP_INTR: links came or went while the kernel wrote the table out, so that others may be missing.
+            isBroken = isBroken || message.nlmsg_type == NLMSG_ERROR || (message.nlmsg_flags & NLM_F_DUMP_INTR) != 0;
+            applyMessage(message, links);
+        });
+        isBroken = isBroken || received != Received::messages;
     }
-    // What is in the socket may be older than the table, but then the same socket holds what made it so.
-    hear();
-    links_ = std::move(*links);
-    for (const auto& [interface, change] : since_) {
-        apply(change, links_);
-    }
+    return isBroken ? std::nullopt : std::optional(Reading{std::move(*events), std::move(links)});
 }
 
 } // namespace skylet

@@ -1,15 +1,16 @@
 #include "platform/linux/network/NetlinkInterfaceCounters.h"
 
-#include <fcntl.h>
-#include <linux/if.h>
+#include "platform/linux/system/FileDescriptor.h"
+
+#include <QByteArray>
+#include <QFile>
+#include <QList>
+
+#include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <charconv>
-#include <string_view>
 #include <utility>
 
 namespace skylet {
@@ -22,61 +23,29 @@ constexpr int sentBytesColumn = 8;
 // The kernel hands the table out page by page, so one that changes meanwhile may lack a line.
 constexpr int maximumReads = 8;
 
-/// Takes the next run of characters other than spaces off the front of `line`.
-std::string_view takeWord(std::string_view& line) {
-    line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
-    const std::string_view word = line.substr(0, line.find(' '));
-    line.remove_prefix(word.size());
-    return word;
-}
-
-std::optional<std::uint64_t> counted(std::string_view word) {
-    std::uint64_t value = 0;
-    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
-    return error == std::errc() && end == word.data() + word.size() ? std::optional(value) : std::nullopt;
-}
-
-std::optional<InterfaceCounter> parseLine(std::string_view line) {
-    const std::size_t colon = line.find(':');
-    if (colon == std::string_view::npos) {
+std::optional<InterfaceCounter> parseLine(const QByteArray& line) {
+    const qsizetype colon = line.indexOf(':');
+    const QByteArray name = line.left(std::max<qsizetype>(colon, 0)).trimmed();
+    const QList<QByteArray> columns = line.mid(colon + 1).simplified().split(' ');
+    if (name.isEmpty() || columns.size() <= sentBytesColumn) {
         return std::nullopt;
     }
-    std::string_view head = line.substr(0, colon);
-    const std::string_view name = takeWord(head);
-    std::string_view columns = line.substr(colon + 1);
-    std::array<std::optional<std::uint64_t>, sentBytesColumn + 1> values;
-    for (auto& value : values) {
-        value = counted(takeWord(columns));
-    }
-    if (name.empty() || !values[receivedBytesColumn] || !values[sentBytesColumn]) {
-        return std::nullopt;
-    }
-    InterfaceCounter counter;
-    counter.name = QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size()));
-    counter.receivedBytes = *values[receivedBytesColumn];
-    counter.sentBytes = *values[sentBytesColumn];
-    return counter;
+    bool isReceived = false;
+    bool isSent = false;
+    InterfaceCounter counter{.name = QString::fromUtf8(name)};
+    counter.receivedBytes = columns[receivedBytesColumn].toULongLong(&isReceived);
+    counter.sentBytes = columns[sentBytesColumn].toULongLong(&isSent);
+    return isReceived && isSent ? std::optional(counter) : std::nullopt;
 }
 
 /// Opened anew each time: an open one would stay with the namespace it was opened in.
 std::optional<QByteArray> readDeviceTable() {
-    const FileDescriptor file(open("/proc/self/net/dev", O_RDONLY | O_CLOEXEC));
-    QByteArray table;
-    std::array<char, 8192> buffer; // NOLINT: filled by the kernel
-    while (file.isValid()) {
-        const ssize_t size = read(file.get(), buffer.data(), buffer.size());
-        if (size < 0 && errno == EINTR) {
-            continue;
-        }
-        if (size < 0) {
-            return std::nullopt;
-        }
-        if (size == 0) {
-            return table;
-        }
-        table.append(buffer.data(), size);
+    QFile file(QStringLiteral("/proc/self/net/dev"));
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    const QByteArray table = file.readAll();
+    return file.error() == QFileDevice::NoError ? std::optional(table) : std::nullopt;
 }
 
 /// Asks the kernel one thing about the link `name` (netdevice(7)). SIOCGIFFLAGS and SIOCGIFINDEX do not wait for those
@@ -92,22 +61,20 @@ std::optional<ifreq> ask(int socket, unsigned long question, const QString& name
 } // namespace
 
 std::optional<std::vector<InterfaceCounter>> NetlinkInterfaceCounters::read() {
-    if (!control_.isValid()) {
-        control_ = FileDescriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    }
+    const FileDescriptor control(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     std::vector<InterfaceCounter> counters;
     bool isWhole = false;
     for (int attempt = 0; attempt < maximumReads && !isWhole; ++attempt) {
         const auto table = readDeviceTable();
-        if (!table || !control_.isValid()) {
+        if (!table || !control.isValid()) {
             return std::nullopt;
         }
         const LinkTable& links = links_.links();
         std::size_t known = 0;
         counters.clear();
         for (InterfaceCounter& counter : parseInterfaceCounters(*table)) {
-            const auto flags = ask(control_.get(), SIOCGIFFLAGS, counter.name);
-            const auto index = ask(control_.get(), SIOCGIFINDEX, counter.name);
+            const auto flags = ask(control.get(), SIOCGIFFLAGS, counter.name);
+            const auto index = ask(control.get(), SIOCGIFINDEX, counter.name);
             if (!flags || !index) {
                 // It has gone since.
                 continue;
@@ -116,7 +83,7 @@ std::optional<std::vector<InterfaceCounter>> NetlinkInterfaceCounters::read() {
             known += links.count(interface);
             counter.up = (flags->ifr_flags & IFF_UP) != 0;
             counter.stacked = isStacked(interface, links);
-            counter.leadsToAProgram = isTun(interface, links);
+            counter.tun = isTun(interface, links);
             counters.push_back(std::move(counter));
         }
         isWhole = known == links.size();
@@ -124,15 +91,12 @@ std::optional<std::vector<InterfaceCounter>> NetlinkInterfaceCounters::read() {
     return counters;
 }
 
-std::vector<InterfaceCounter> parseInterfaceCounters(QByteArrayView table) {
+std::vector<InterfaceCounter> parseInterfaceCounters(const QByteArray& table) {
     std::vector<InterfaceCounter> counters;
-    std::string_view left(table.data(), static_cast<std::size_t>(table.size()));
-    while (!left.empty()) {
-        const std::string_view line = left.substr(0, left.find('\n'));
+    for (const QByteArray& line : table.split('\n')) {
         if (auto counter = parseLine(line)) {
             counters.push_back(std::move(*counter));
         }
-        left.remove_prefix(std::min(line.size() + 1, left.size()));
     }
     return counters;
 }

@@ -1,10 +1,9 @@
 #pragma once
 
 #include "platform/linux/network/LinkWatch.h"
-#include "platform/linux/system/FileDescriptor.h"
 #include "platform/network/InterfaceCounters.h"
 
-#include <QByteArrayView>
+#include <QByteArray>
 
 #include <optional>
 #include <vector>
@@ -12,21 +11,17 @@
 namespace skylet {
 
 /// The links of the process's own network namespace: the 64-bit counters of /proc/self/net/dev, with what netlink tells
-/// of the links. A read never waits for the lock that the kernel holds while anybody sets up or removes interfaces.
+/// of the links. A read never waits for the lock that the kernel holds while anybody sets up or removes interfaces. A
+/// link of which it is not known yet what it rides on is told as not stacked.
 class NetlinkInterfaceCounters : public InterfaceCounters {
   public:
-    /// Begins to learn what rides on what. A link of which that is not known yet is told as not stacked.
-    NetlinkInterfaceCounters() = default;
-
     std::optional<std::vector<InterfaceCounter>> read() override;
 
   private:
     LinkWatch links_;
-    /// For questions about single links.
-    FileDescriptor control_;
 };
 
 /// The table of /proc/net/dev (proc(5)): names and bytes. What is no line of it is left out.
-std::vector<InterfaceCounter> parseInterfaceCounters(QByteArrayView table);
+std::vector<InterfaceCounter> parseInterfaceCounters(const QByteArray& table);
 
 } // namespace skylet

@@ -1,14 +1,11 @@
 #include "platform/linux/network/NetlinkPathMonitor.h"
 
-#include "platform/linux/network/NetlinkAttributes.h"
+#include <QLoggingCategory>
 
-#include <linux/rtnetlink.h>
-#include <sys/socket.h>
+#include <arpa/inet.h>
+#include <net/if.h>
 
-#include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstddef>
 #include <utility>
 
 namespace skylet {
@@ -17,39 +14,64 @@ namespace {
 
 using namespace std::chrono_literals;
 
+Q_LOGGING_CATEGORY(networkLog, "skylet.network", QtWarningMsg)
+
 // A network that comes or goes sends a burst of messages; they count as one change.
 constexpr auto gatheringTime = 100ms;
 constexpr auto retryInterval = 1s;
 // A microsecond or two each: in a flood of messages the event loop still has its turn every millisecond.
 constexpr int messagesPerTurn = 256;
-// What the kernel sends is one page at most.
-constexpr std::size_t eventSize = 8192;
 
 // Links, addresses and next-hop objects are listened to because routes, or their source address, vanish with them
-// without a route message.
-constexpr std::array groups = {RTNLGRP_LINK,        RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_IFADDR,
-                               RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_RULE,  RTNLGRP_IPV6_RULE};
-// Linux 5.3 and later.
-constexpr auto recentGroup = RTNLGRP_NEXTHOP;
+// without a route message. RTNLGRP_NEXTHOP: Linux 5.3 and later.
+constexpr auto groups = {RTNLGRP_LINK,        RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_IFADDR,
+                         RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_RULE,  RTNLGRP_IPV6_RULE,  RTNLGRP_NEXTHOP};
+
+QString text(const QByteArray& address) {
+    std::array<char, INET6_ADDRSTRLEN> buffer{};
+    inet_ntop(address.size() == qsizetype{sizeof(in_addr)} ? AF_INET : AF_INET6, address.constData(), buffer.data(),
+              buffer.size());
+    return address.isEmpty() ? QStringLiteral("none") : QString::fromLatin1(buffer.data());
+}
+
+QString text(const FamilyPath& path) {
+    if (!path.route) {
+        return path.obstacle;
+    }
+    if (!path.route->isKnown()) {
+        return QStringLiteral("cannot be asked");
+    }
+    std::array<char, IF_NAMESIZE> name{};
+    if_indextoname(path.route->interface, name.data());
+    return QStringLiteral("%1 (gateway %2, source %3%4)")
+        .arg(QString::fromUtf8(name.data()), text(path.route->gateway), text(path.route->source),
+             path.route->running ? QString() : QStringLiteral(", dormant"));
+}
+
+QString text(const PathState& state) {
+    return QStringLiteral("%1; IPv4: %2; IPv6: %3")
+        .arg(state.isSatisfied() ? QStringLiteral("satisfied") : QStringLiteral("not satisfied"), text(state.ipv4),
+             text(state.ipv6));
+}
 
 } // namespace
 
 NetlinkPathMonitor::NetlinkPathMonitor(NetworkEpoch& epoch) : epoch_(epoch) {
     QObject::connect(&eventReadable_, &QSocketNotifier::activated, &eventReadable_, [this] { readEvents(); });
-    nextLook_.setSingleShot(true);
-    nextLook_.setTimerType(Qt::PreciseTimer);
-    QObject::connect(&nextLook_, &QTimer::timeout, &nextLook_, [this] { look(); });
+    updateTimer_.setSingleShot(true);
+    updateTimer_.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&updateTimer_, &QTimer::timeout, &updateTimer_, [this] { update(); });
 }
 
 void NetlinkPathMonitor::start(UpdateHandler handler) {
     cancel();
     handler_ = std::move(handler);
-    lookIn(0ms);
+    scheduleUpdate(0ms);
 }
 
 void NetlinkPathMonitor::cancel() {
     stopListening();
-    nextLook_.stop();
+    updateTimer_.stop();
     reported_.reset();
 }
 
@@ -57,12 +79,13 @@ void NetlinkPathMonitor::listen() {
     if (events_) {
         return;
     }
-    auto socket = NetlinkSocket::open(NetlinkSocket::Mode::nonBlocking);
-    if (!socket || !std::all_of(groups.begin(), groups.end(), [&socket](auto group) { return socket->join(group); })) {
+    events_ = NetlinkSocket::open();
+    if (!events_) {
         return;
     }
-    socket->join(recentGroup);
-    events_ = std::move(socket);
+    for (const auto group : groups) {
+        events_->join(group);
+    }
     eventReadable_.setSocket(events_->descriptor());
     eventReadable_.setEnabled(true);
 }
@@ -74,55 +97,33 @@ void NetlinkPathMonitor::stopListening() {
 }
 
 void NetlinkPathMonitor::readEvents() {
-    alignas(nlmsghdr) std::array<char, eventSize> buffer; // NOLINT: filled by the kernel
     for (int count = 0; count < messagesPerTurn; ++count) {
-        const ssize_t size = events_->receive(buffer);
-        if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
+        const auto received = events_->receive([this](const nlmsghdr& message) { applyMessage(message, links_); });
+        if (received == NetlinkSocket::Received::nothing) {
             return;
         }
-        lookIn(gatheringTime);
-        if (size < 0) {
-            // ENOBUFS: the kernel had more to say than the socket holds. What it still holds is older than what is
-            // lost.
+        scheduleUpdate(gatheringTime);
+        if (received == NetlinkSocket::Received::failed) {
+            // What the socket still holds is older than what is lost.
             stopListening();
             return;
         }
-        int left = static_cast<int>(size);
-        for (const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data()); mnl_nlmsg_ok(message, left);
-             message = mnl_nlmsg_next(message, &left)) {
-            hear(*message);
-        }
     }
 }
 
-void NetlinkPathMonitor::hear(const nlmsghdr& message) {
-    const bool aboutLink = message.nlmsg_type == RTM_NEWLINK || message.nlmsg_type == RTM_DELLINK;
-    const auto* link = aboutLink ? netlink::fixedPart<ifinfomsg>(message) : nullptr;
-    // Other families: the link's place in a bridge, which it may leave and live on.
-    if (link == nullptr || link->ifi_family != AF_UNSPEC) {
-        return;
-    }
-    const auto interface = static_cast<std::uint32_t>(link->ifi_index);
-    if (message.nlmsg_type == RTM_NEWLINK) {
-        links_[interface] = link->ifi_flags;
-    } else {
-        links_.erase(interface);
+/// Updates after `delay` at the latest. An update that is due earlier is not put off, so that a long burst is reported.
+void NetlinkPathMonitor::scheduleUpdate(std::chrono::milliseconds delay) {
+    if (!updateTimer_.isActive() || updateTimer_.remainingTimeAsDuration() > delay) {
+        updateTimer_.start(delay);
     }
 }
 
-/// Looks after `delay` at the latest. A look that is due earlier is not put off, so that a long burst is reported too.
-void NetlinkPathMonitor::lookIn(std::chrono::milliseconds delay) {
-    if (!nextLook_.isActive() || nextLook_.remainingTimeAsDuration() > delay) {
-        nextLook_.start(delay);
-    }
-}
-
-// Listens before it looks: what happens in between is then heard of.
-void NetlinkPathMonitor::look() {
+// Listens before it asks, so that no change in between is missed.
+void NetlinkPathMonitor::update() {
     listen();
     const PathState state = currentPath(links_);
     if (!events_ || !state.isKnown()) {
-        lookIn(retryInterval);
+        scheduleUpdate(retryInterval);
     }
     if (reported_ != state) {
         report(state);
@@ -134,6 +135,7 @@ void NetlinkPathMonitor::report(const PathState& state) {
     if (reported_) {
         epoch_.advance();
     }
+    qCInfo(networkLog).noquote() << text(state) + QStringLiteral("; network epoch") << epoch_.current();
     reported_ = state;
     handler_(state.isSatisfied());
 }

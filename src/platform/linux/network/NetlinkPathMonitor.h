@@ -13,10 +13,10 @@
 
 namespace skylet {
 
-/// The way out of the process's network namespace. The kernel's messages about links, addresses, routes and rules only
-/// say that something happened; which way packets would leave then is asked anew each time, so a lost message cannot
-/// leave a wrong picture behind. Where the system gives no netlink socket it reports "satisfied" once, leaves the
-/// judgement to the probes and keeps trying.
+/// The routes of the process's network namespace. The kernel's messages about links, addresses, routes and rules only
+/// say that something happened; how packets would leave then is asked anew each time, so a lost message cannot leave a
+/// wrong picture behind. Where the system gives no netlink socket it reports "satisfied" once, leaves the judgement to
+/// the probes and keeps trying.
 class NetlinkPathMonitor : public PathMonitor {
   public:
     /// `epoch` is advanced right before each report except the first, and outlives the monitor.
@@ -29,17 +29,16 @@ class NetlinkPathMonitor : public PathMonitor {
     void listen();
     void stopListening();
     void readEvents();
-    void hear(const nlmsghdr& message);
-    void lookIn(std::chrono::milliseconds delay);
-    void look();
+    void scheduleUpdate(std::chrono::milliseconds delay);
+    void update();
     void report(const PathState& state);
 
     NetworkEpoch& epoch_;
     UpdateHandler handler_;
     std::optional<NetlinkSocket> events_;
     QSocketNotifier eventReadable_{QSocketNotifier::Read};
-    QTimer nextLook_;
-    LinkFlags links_;
+    QTimer updateTimer_;
+    LinkTable links_;
     std::optional<PathState> reported_;
 };
 

@@ -2,12 +2,13 @@
 
 #include "platform/linux/network/NetlinkAttributes.h"
 
+#include <QByteArrayView>
+
 #include <linux/rtnetlink.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstddef>
 #include <cstring>
 
 namespace skylet {
@@ -32,73 +33,67 @@ const rtmsg* routeHead(const nlmsghdr& answer) {
     return answer.nlmsg_type == RTM_NEWROUTE ? fixedPart<rtmsg>(answer) : nullptr;
 }
 
-NetworkAddress address(Bytes bytes) {
-    NetworkAddress result{};
-    std::copy_n(bytes.begin(), std::min(bytes.size(), result.size()), result.begin());
-    return result;
-}
-
-void readAttribute(const nlattr& attribute, WayOut& way) {
-    switch (mnl_attr_get_type(&attribute)) {
-    case RTA_OIF:
-        way.interface = number<std::uint32_t>(attribute);
-        break;
-    case RTA_GATEWAY:
-        way.gateway = address(payload(attribute));
-        break;
-    case RTA_VIA:
-        // A gateway of the other address family, behind that family's number.
-        if (payload(attribute).size() > sizeof(rtvia)) {
-            way.gateway = address(payload(attribute).subspan(sizeof(rtvia)));
-        }
-        break;
-    case RTA_PREFSRC:
-        way.source = address(payload(attribute));
-        break;
-    default:
-        break;
-    }
+QByteArrayView payload(const nlattr& attribute) {
+    return {static_cast<const char*>(mnl_attr_get_payload(&attribute)), mnl_attr_get_payload_len(&attribute)};
 }
 
 /// The hops of RTA_MULTIPATH: a row of rtnexthop structures, each followed by attributes of its own (rtnetlink(7)).
-std::vector<RouteHop> multipath(Bytes bytes) {
+std::vector<RouteHop> multipath(QByteArrayView bytes) {
     std::vector<RouteHop> hops;
-    while (bytes.size() >= sizeof(rtnexthop)) {
-        rtnexthop head{};
+    rtnexthop head{};
+    while (bytes.size() >= qsizetype{sizeof head}) {
         std::memcpy(&head, bytes.data(), sizeof head);
         if (head.rtnh_len < sizeof head || head.rtnh_len > bytes.size()) {
             break;
         }
         hops.push_back({.interface = static_cast<std::uint32_t>(head.rtnh_ifindex), .flags = head.rtnh_flags});
-        bytes = bytes.subspan(std::min<std::size_t>(RTNH_ALIGN(head.rtnh_len), bytes.size()));
+        bytes = bytes.sliced(std::min<qsizetype>(RTNH_ALIGN(head.rtnh_len), bytes.size()));
     }
     return hops;
 }
 
 } // namespace
 
-std::optional<WayOut> parseWayOut(const nlmsghdr& answer) {
+std::optional<Route> parseRoute(const nlmsghdr& answer) {
     if (isRefusal(answer)) {
         return std::nullopt;
     }
     const auto* head = routeHead(answer);
     if (head == nullptr) {
-        return WayOut{};
+        return Route{};
     }
-    WayOut way;
-    forEachAttribute(attributes<rtmsg>(answer), [&way](const nlattr& attribute) { readAttribute(attribute, way); });
-    return head->rtm_type == RTN_UNICAST && way.interface != loopbackInterface ? std::optional(way) : std::nullopt;
+    Route route;
+    forEachAttribute<rtmsg>(answer, [&route](const nlattr& attribute) {
+        switch (mnl_attr_get_type(&attribute)) {
+        case RTA_OIF:
+            route.interface = number(attribute);
+            break;
+        case RTA_GATEWAY:
+            route.gateway = payload(attribute).toByteArray();
+            break;
+        case RTA_VIA:
+            // A gateway of the other address family, behind that family's number.
+            route.gateway = payload(attribute).toByteArray().mid(sizeof(rtvia));
+            break;
+        case RTA_PREFSRC:
+            route.source = payload(attribute).toByteArray();
+            break;
+        default:
+            break;
+        }
+    });
+    return head->rtm_type == RTN_UNICAST && route.interface != loopbackInterface ? std::optional(route) : std::nullopt;
 }
 
 std::vector<RouteHop> parseHops(const nlmsghdr& answer) {
     const auto* head = routeHead(answer);
-    if (head == nullptr) {
-        return {};
-    }
     std::vector<RouteHop> hops;
-    forEachAttribute(attributes<rtmsg>(answer), [head, &hops](const nlattr& attribute) {
+    if (head == nullptr) {
+        return hops;
+    }
+    forEachAttribute<rtmsg>(answer, [head, &hops](const nlattr& attribute) {
         if (mnl_attr_get_type(&attribute) == RTA_OIF) {
-            hops = {{.interface = number<std::uint32_t>(attribute), .flags = head->rtm_flags}};
+            hops = {{.interface = number(attribute), .flags = head->rtm_flags}};
         } else if (mnl_attr_get_type(&attribute) == RTA_MULTIPATH) {
             hops = multipath(payload(attribute));
         }

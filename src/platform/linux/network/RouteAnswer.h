@@ -1,29 +1,28 @@
 #pragma once
 
+#include <QByteArray>
+
 #include <linux/netlink.h>
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <vector>
 
 namespace skylet {
 
-/// An IPv4 or IPv6 address in network order, padded with zeros; all zeros stand for none.
-using NetworkAddress = std::array<std::uint8_t, 16>;
-
-/// The way packets to the Internet leave this machine. When anything of it changes they enter another network, or
+/// How packets to the Internet leave this machine. When anything of it changes they enter another network, or
 /// connections that were made before have lost their address.
-struct WayOut {
-    /// Index of the interface; 0: there may be a way, but it could not be learnt which.
+struct Route {
+    /// Index of the interface; 0: there may be a route, but it could not be learnt which.
     std::uint32_t interface = 0;
-    NetworkAddress gateway{};
-    NetworkAddress source{};
+    /// IPv4 or IPv6 addresses in network order; empty: none.
+    QByteArray gateway;
+    QByteArray source;
     /// False: the interface is known to wait for more than its carrier, such as authentication.
     bool running = true;
 
     bool isKnown() const { return interface != 0; }
-    bool operator==(const WayOut&) const = default;
+    bool operator==(const Route&) const = default;
 };
 
 /// One of the hops that a route hands its packets to.
@@ -33,9 +32,9 @@ struct RouteHop {
     std::uint32_t flags = 0;
 };
 
-/// What the kernel answered to the question which way it would send a packet (RTM_GETROUTE). Empty optional: nowhere,
-/// or to this machine itself. An answer that says neither gives a way that is not known.
-std::optional<WayOut> parseWayOut(const nlmsghdr& answer);
+/// What the kernel answered to the question how it would send a packet (RTM_GETROUTE). Empty optional: not at all, or
+/// to this machine itself. An answer that cannot be understood gives a route that is not known.
+std::optional<Route> parseRoute(const nlmsghdr& answer);
 
 /// The hops of the route that decides it (RTM_GETROUTE with RTM_F_FIB_MATCH). Empty where the kernel does not tell.
 std::vector<RouteHop> parseHops(const nlmsghdr& answer);

@@ -11,15 +11,16 @@ class FileDescriptor {
   public:
     FileDescriptor() = default;
     explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
-    ~FileDescriptor() { close(); }
+    ~FileDescriptor() {
+        if (isValid()) {
+            close(descriptor_);
+        }
+    }
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
     FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, none)) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-        if (this != &other) {
-            close();
-            descriptor_ = std::exchange(other.descriptor_, none);
-        }
+        std::swap(descriptor_, other.descriptor_);
         return *this;
     }
 
@@ -28,12 +29,6 @@ class FileDescriptor {
 
   private:
     static constexpr int none = -1;
-
-    void close() {
-        if (isValid()) {
-            ::close(descriptor_);
-        }
-    }
 
     int descriptor_ = none;
 };

@@ -19,19 +19,8 @@ bool isOwnPlainFile(const struct stat& file) {
     return S_ISREG(file.st_mode) && file.st_uid == geteuid() && file.st_nlink == 1;
 }
 
-bool writeAll(int descriptor, const QByteArray& text) {
-    qsizetype written = 0;
-    while (written < text.size()) {
-        const ssize_t count = write(descriptor, text.data() + written, static_cast<std::size_t>(text.size() - written));
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            return false;
-        }
-        written += count;
-    }
-    return true;
+bool writeText(const FileDescriptor& file, const QByteArray& text) {
+    return ::write(file.get(), text.data(), static_cast<std::size_t>(text.size())) == text.size();
 }
 
 /// Puts a file with `text` in the place of `path` in one step. With RENAME_NOREPLACE in `flags` whatever is there
@@ -42,7 +31,7 @@ void writeWholeFile(const std::string& path, const QByteArray& text, unsigned fl
     if (!file.isValid()) {
         return;
     }
-    if (!writeAll(file.get(), text) || renameat2(AT_FDCWD, temporaryPath.c_str(), AT_FDCWD, path.c_str(), flags) != 0) {
+    if (!writeText(file, text) || renameat2(AT_FDCWD, temporaryPath.c_str(), AT_FDCWD, path.c_str(), flags) != 0) {
         unlink(temporaryPath.c_str());
     }
 }
@@ -59,7 +48,7 @@ void FileDiagnosticLog::append(const QString& line) {
     struct stat status {};
     if (file.isValid()) {
         if (fstat(file.get(), &status) == 0 && isOwnPlainFile(status)) {
-            writeAll(file.get(), text);
+            writeText(file, text);
         }
     } else if (errno == ENOENT) {
         writeWholeFile(path_, text, RENAME_NOREPLACE);

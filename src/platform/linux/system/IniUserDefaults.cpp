@@ -16,8 +16,10 @@ namespace {
 
 // Two short lines are what the program stores.
 constexpr qint64 largestSensibleSize = 65'536;
-constexpr QLatin1StringView trueText("true");
-constexpr QLatin1StringView falseText("false");
+
+QString textOf(bool value) {
+    return value ? QStringLiteral("true") : QStringLiteral("false");
+}
 
 bool isIniLine(const QString& line) {
     const QString content = line.trimmed();
@@ -65,18 +67,12 @@ QString IniUserDefaults::defaultPath() {
 }
 
 std::optional<bool> IniUserDefaults::boolForKey(const QString& key) const {
-    if (!isSound(path_)) {
-        return std::nullopt;
+    const QVariant value = isSound(path_) ? QSettings(path_, QSettings::IniFormat).value(key) : QVariant();
+    const QString text = value.typeId() == QMetaType::QString ? value.toString() : QString();
+    if (text == textOf(true)) {
+        return true;
     }
-    const QVariant value = QSettings(path_, QSettings::IniFormat).value(key);
-    if (value.typeId() != QMetaType::QString) {
-        return std::nullopt;
-    }
-    const QString text = value.toString();
-    if (text != trueText && text != falseText) {
-        return std::nullopt;
-    }
-    return text == trueText;
+    return text == textOf(false) ? std::optional(false) : std::nullopt;
 }
 
 void IniUserDefaults::setBool(bool value, const QString& key) {
@@ -94,7 +90,7 @@ void IniUserDefaults::setBool(bool value, const QString& key) {
     if (!settings.isWritable()) {
         return;
     }
-    settings.setValue(key, QString(value ? trueText : falseText));
+    settings.setValue(key, textOf(value));
     // Written as `settings` goes out of scope.
 }
 

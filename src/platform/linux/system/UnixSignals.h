@@ -19,12 +19,10 @@ class UnixSignals {
     explicit UnixSignals(std::function<void()> onTerminationRequest);
     /// The signals do again what they did before.
     ~UnixSignals();
-    UnixSignals(const UnixSignals&) = delete;
-    UnixSignals& operator=(const UnixSignals&) = delete;
-    UnixSignals(UnixSignals&&) = delete;
-    UnixSignals& operator=(UnixSignals&&) = delete;
 
   private:
+    Q_DISABLE_COPY_MOVE(UnixSignals)
+
     static constexpr std::array numbers = {SIGTERM, SIGINT, SIGHUP};
 
     FileDescriptor readEnd_;

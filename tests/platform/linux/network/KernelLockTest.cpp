@@ -64,7 +64,7 @@ Clock::duration longestWait(const std::stop_token& stop) {
     Clock::duration longest{0};
     while (!stop.stop_requested()) {
         const auto before = Clock::now();
-        auto socket = NetlinkSocket::open(NetlinkSocket::Mode::blocking);
+        auto socket = NetlinkSocket::open();
         if (!socket || !socket->requestLinks()) {
             return Clock::duration(0);
         }

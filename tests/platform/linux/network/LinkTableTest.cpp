@@ -3,6 +3,7 @@
 #include "NetlinkMessage.h"
 
 #include <gtest/gtest.h>
+#include <linux/if.h>
 #include <linux/if_link.h>
 #include <sys/socket.h>
 
@@ -20,37 +21,33 @@ NetlinkMessage about(std::uint32_t interface, std::uint16_t type = RTM_NEWLINK, 
     ifinfomsg head{};
     head.ifi_family = family;
     head.ifi_index = static_cast<int>(interface);
+    head.ifi_flags = IFF_UP;
     return {type, head};
-}
-
-void hear(LinkTable& links, const NetlinkMessage& message) {
-    const auto change = parseLinkChange(message.header());
-    ASSERT_TRUE(change);
-    apply(*change, links);
 }
 
 /// Whether a link of the given kind that names no other one is stacked.
 bool isStackedKind(const char* kind) {
     LinkTable links;
-    hear(links, about(rider).withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, kind));
+    applyMessage(about(rider).withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, kind).header(), links);
     return isStacked(rider, links);
 }
 
 /// A port and what rides on it.
 LinkTable portAndRider() {
     LinkTable links;
-    hear(links, about(port));
-    hear(links, about(rider).withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, "vlan").with(IFLA_LINK, port));
+    applyMessage(about(port).header(), links);
+    applyMessage(about(rider).withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, "vlan").with(IFLA_LINK, port).header(),
+                 links);
     return links;
 }
 
 } // namespace
 
 TEST(LinkTable, KindsThatBundleOrWrapAreStacked) {
-    for (const char* kind : {"bond", "bridge", "team", "vxlan", "geneve", "gre", "sit", "wireguard"}) {
+    for (const char* kind : {"bond", "bridge", "team", "vxlan", "geneve", "gre", "sit", "wireguard", "xfrm"}) {
         EXPECT_TRUE(isStackedKind(kind)) << kind;
     }
-    for (const char* kind : {"tun", "dummy", "wwan", "ifb"}) {
+    for (const char* kind : {"tun", "dummy", "wwan", "ifb", "ppp", "ipoib"}) {
         EXPECT_FALSE(isStackedKind(kind)) << kind;
     }
 }
@@ -58,7 +55,7 @@ TEST(LinkTable, KindsThatBundleOrWrapAreStacked) {
 TEST(LinkTable, OnlyATunDeviceLeadsToAProgram) {
     for (const char* kind : {"tun", "dummy", "bridge", "wireguard"}) {
         LinkTable links;
-        hear(links, about(rider).withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, kind));
+        applyMessage(about(rider).withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, kind).header(), links);
         EXPECT_EQ(isTun(rider, links), std::string_view(kind) == "tun") << kind;
     }
     EXPECT_FALSE(isTun(rider, portAndRider())) << "a VLAN";
@@ -74,39 +71,54 @@ TEST(LinkTable, WhatRidesOnALinkOfThisNamespaceIsStacked) {
 
 TEST(LinkTable, WhatRidesOnALinkElsewhereOrOnNoneIsNot) {
     LinkTable links;
-    hear(links, about(port));
-    hear(links, about(rider)
-                    .withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, "macvlan")
-                    .with(IFLA_LINK, port)
-                    .with(IFLA_LINK_NETNSID, std::int32_t{0}));
+    applyMessage(about(port).header(), links);
+    applyMessage(about(rider)
+                     .withNestedText(IFLA_LINKINFO, IFLA_INFO_KIND, "macvlan")
+                     .with(IFLA_LINK, port)
+                     .with(IFLA_LINK_NETNSID, std::int32_t{0})
+                     .header(),
+                 links);
     EXPECT_FALSE(isStacked(rider, links)) << "the number is that of a link of the other namespace";
-    hear(links, about(rider).with(IFLA_LINK, std::uint32_t{0}));
+    applyMessage(about(rider).with(IFLA_LINK, std::uint32_t{0}).header(), links);
     EXPECT_FALSE(isStacked(rider, links));
 }
 
 TEST(LinkTable, ALinkWhoseOtherEndHasLeftIsAWayOut) {
     LinkTable links = portAndRider();
-    hear(links, about(port, RTM_DELLINK));
+    applyMessage(about(port, RTM_DELLINK).header(), links);
     EXPECT_FALSE(isStacked(rider, links));
 }
 
 TEST(LinkTable, ALinkThatIsGoneIsForgotten) {
     LinkTable links = portAndRider();
-    hear(links, about(rider, RTM_DELLINK));
+    applyMessage(about(rider, RTM_DELLINK).header(), links);
     EXPECT_EQ(links.size(), 1U);
     EXPECT_FALSE(isStacked(rider, links));
 }
 
-TEST(LinkTable, MessagesAboutOneAspectAloneSayNothing) {
-    // A port that joins or leaves a bridge, and the end of a search for Wi-Fi networks.
-    EXPECT_FALSE(parseLinkChange(about(port, RTM_NEWLINK, AF_BRIDGE).header()));
-    EXPECT_FALSE(parseLinkChange(about(port, RTM_DELLINK, AF_BRIDGE).header()));
-    EXPECT_FALSE(parseLinkChange(about(port).with(IFLA_WIRELESS, std::uint32_t{0}).header()));
+TEST(LinkTable, MessagesTellALinksFlags) {
+    LinkTable links;
+    applyMessage(about(port).header(), links);
+    EXPECT_EQ(links[port].flags, std::uint32_t{IFF_UP});
 }
 
-TEST(LinkTable, MessagesAboutOtherThingsOrCutShortSayNothing) {
-    EXPECT_FALSE(parseLinkChange(about(port, RTM_NEWROUTE).header()));
-    EXPECT_FALSE(parseLinkChange(about(port).cutTo(NLMSG_HDRLEN + 4).header()));
+TEST(LinkTable, MessagesAboutOneAspectAloneChangeNothing) {
+    LinkTable links = portAndRider();
+    // A port that leaves a bridge, and the end of a search for Wi-Fi networks.
+    applyMessage(about(port, RTM_DELLINK, AF_BRIDGE).header(), links);
+    applyMessage(about(rider).with(IFLA_WIRELESS, std::uint32_t{0}).header(), links);
+    EXPECT_TRUE(isStacked(rider, links));
+    LinkTable none;
+    applyMessage(about(port, RTM_NEWLINK, AF_BRIDGE).header(), none);
+    applyMessage(about(port).with(IFLA_WIRELESS, std::uint32_t{0}).header(), none);
+    EXPECT_TRUE(none.empty());
+}
+
+TEST(LinkTable, MessagesAboutOtherThingsOrCutShortChangeNothing) {
+    LinkTable none;
+    applyMessage(about(port, RTM_NEWROUTE).header(), none);
+    applyMessage(about(port).cutTo(NLMSG_HDRLEN + 4).header(), none);
+    EXPECT_TRUE(none.empty());
 }
 
 } // namespace skylet::test

@@ -224,9 +224,9 @@ TEST_F(NetlinkInterfaceCountersTest, ATapDeviceLeadsToAProgramAndALinkToAnotherN
         GTEST_SKIP() << "this kernel has no TAP devices, or lets nobody have them";
     }
     namespace_->addUplink("wan", 1);
-    EXPECT_TRUE(counter("tunnel")->leadsToAProgram);
-    EXPECT_FALSE(counter("wan")->leadsToAProgram);
-    EXPECT_FALSE(counter("lo")->leadsToAProgram);
+    EXPECT_TRUE(counter("tunnel")->tun);
+    EXPECT_FALSE(counter("wan")->tun);
+    EXPECT_FALSE(counter("lo")->tun);
 }
 
 TEST_F(NetlinkInterfaceCountersTest, LearnsAboutLinksThatWereThereBefore) {

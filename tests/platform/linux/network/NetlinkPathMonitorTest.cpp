@@ -5,6 +5,7 @@
 #include "support/EventLoop.h"
 
 #include <QElapsedTimer>
+#include <QLoggingCategory>
 #include <QProcess>
 
 #include <fcntl.h>
@@ -53,6 +54,27 @@ class NoMoreDescriptors {
 
   private:
     rlimit before_{};
+};
+
+/// What is logged while it lives.
+class NetworkLog {
+  public:
+    explicit NetworkLog(const char* rules = "skylet.network.info=true") {
+        lines.clear();
+        QLoggingCategory::setFilterRules(QString::fromUtf8(rules));
+        before_ = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext&, const QString& line) { lines += line.trimmed(); });
+    }
+    ~NetworkLog() {
+        qInstallMessageHandler(before_);
+        QLoggingCategory::setFilterRules(QString());
+    }
+    Q_DISABLE_COPY_MOVE(NetworkLog)
+
+    static inline QStringList lines;
+
+  private:
+    QtMessageHandler before_ = nullptr;
 };
 
 /// The most work that one turn of the event loop took. Time on the processor, because a busy machine lets any thread
@@ -175,6 +197,29 @@ TEST_F(NetlinkPathMonitorTest, ReportsADefaultRouteThatComesAndGoes) {
     EXPECT_EQ(reportsAfter(), std::vector{true});
     namespace_->ip("route del default");
     EXPECT_EQ(reportsAfter(), std::vector{false});
+}
+
+TEST_F(NetlinkPathMonitorTest, LogsWhereTheRoutesLeadAndWhyThereAreNone) {
+    const NetworkLog log;
+    namespace_->disableIPv6();
+    startFrom(false);
+    namespace_->addUplink("wan", 1);
+    namespace_->ip("route add default via 10.1.0.2");
+    ASSERT_EQ(reportsAfter(), std::vector{true});
+    namespace_->ip("link set wan-far down");
+    ASSERT_EQ(reportsAfter(afterCarrierDelay), std::vector{false});
+    EXPECT_EQ(NetworkLog::lines.value(0), QStringLiteral("not satisfied; IPv4: Network is unreachable; "
+                                                         "IPv6: Network is unreachable; network epoch 0"));
+    EXPECT_EQ(NetworkLog::lines.value(1), QStringLiteral("satisfied; IPv4: wan (gateway 10.1.0.2, source 10.1.0.1); "
+                                                         "IPv6: Network is unreachable; network epoch 1"));
+    EXPECT_EQ(NetworkLog::lines.value(2), QStringLiteral("not satisfied; IPv4: no carrier; "
+                                                         "IPv6: Network is unreachable; network epoch 2"));
+}
+
+TEST_F(NetlinkPathMonitorTest, LogsNothingUnlessAsked) {
+    const NetworkLog log("");
+    startFrom(false);
+    EXPECT_EQ(NetworkLog::lines, QStringList());
 }
 
 TEST_F(NetlinkPathMonitorTest, AdvancesTheEpochBeforeEachReportButTheFirst) {

@@ -29,10 +29,8 @@ NetlinkMessage refusal(int error) {
     return {NLMSG_ERROR, body};
 }
 
-NetworkAddress padded(std::span<const std::uint8_t> bytes) {
-    NetworkAddress result{};
-    std::copy(bytes.begin(), bytes.end(), result.begin());
-    return result;
+QByteArray bytes(std::span<const std::uint8_t> address) {
+    return {reinterpret_cast<const char*>(address.data()), static_cast<qsizetype>(address.size())};
 }
 
 /// One hop of RTA_MULTIPATH, with an attribute of its own.
@@ -53,9 +51,9 @@ std::vector<std::uint8_t> hop(std::uint32_t interface, std::uint8_t flags) {
 TEST(RouteAnswer, TellsInterfaceGatewayAndSource) {
     NetlinkMessage answer(RTM_NEWROUTE, unicast());
     answer.with(RTA_OIF, link).with(RTA_GATEWAY, gateway).with(RTA_PREFSRC, source);
-    const auto way = parseWayOut(answer.header());
+    const auto way = parseRoute(answer.header());
     ASSERT_TRUE(way);
-    EXPECT_EQ(*way, (WayOut{.interface = link, .gateway = padded(gateway), .source = padded(source)}));
+    EXPECT_EQ(*way, (Route{.interface = link, .gateway = bytes(gateway), .source = bytes(source)}));
 }
 
 TEST(RouteAnswer, TellsAGatewayOfTheOtherAddressFamily) {
@@ -64,20 +62,20 @@ TEST(RouteAnswer, TellsAGatewayOfTheOtherAddressFamily) {
     std::copy(router.begin(), router.end(), via.begin() + sizeof(rtvia));
     NetlinkMessage answer(RTM_NEWROUTE, unicast());
     answer.with(RTA_OIF, link).with(RTA_VIA, via);
-    const auto way = parseWayOut(answer.header());
+    const auto way = parseRoute(answer.header());
     ASSERT_TRUE(way);
-    EXPECT_EQ(way->gateway, router);
+    EXPECT_EQ(way->gateway, bytes(router));
 }
 
 TEST(RouteAnswer, ARefusalIsNoWayOut) {
     for (const int error : {ENETUNREACH, EHOSTUNREACH, EACCES, EINVAL}) {
-        EXPECT_FALSE(parseWayOut(refusal(error).header())) << error;
+        EXPECT_FALSE(parseRoute(refusal(error).header())) << error;
     }
 }
 
 TEST(RouteAnswer, AKernelWithoutTheAddressFamilyHasNoWayOut) {
-    EXPECT_FALSE(parseWayOut(refusal(EOPNOTSUPP).header()));
-    EXPECT_FALSE(parseWayOut(refusal(EAFNOSUPPORT).header()));
+    EXPECT_FALSE(parseRoute(refusal(EOPNOTSUPP).header()));
+    EXPECT_FALSE(parseRoute(refusal(EAFNOSUPPORT).header()));
 }
 
 TEST(RouteAnswer, OnlyUnicastLeavesTheMachine) {
@@ -85,26 +83,26 @@ TEST(RouteAnswer, OnlyUnicastLeavesTheMachine) {
         rtmsg head = unicast();
         head.rtm_type = static_cast<std::uint8_t>(type);
         NetlinkMessage answer(RTM_NEWROUTE, head);
-        EXPECT_FALSE(parseWayOut(answer.with(RTA_OIF, link).header())) << int(type);
+        EXPECT_FALSE(parseRoute(answer.with(RTA_OIF, link).header())) << int(type);
     }
 }
 
 TEST(RouteAnswer, NothingLeavesThroughTheLoopback) {
     constexpr std::uint32_t loopback = 1;
     NetlinkMessage answer(RTM_NEWROUTE, unicast());
-    EXPECT_FALSE(parseWayOut(answer.with(RTA_OIF, loopback).header()));
+    EXPECT_FALSE(parseRoute(answer.with(RTA_OIF, loopback).header()));
 }
 
 TEST(RouteAnswer, WhatIsNotUnderstoodMayBeAWayOut) {
     NetlinkMessage withoutInterface(RTM_NEWROUTE, unicast());
     NetlinkMessage cutShort(RTM_NEWROUTE, unicast());
     NetlinkMessage anotherMessage(RTM_NEWLINK, unicast());
-    EXPECT_EQ(parseWayOut(withoutInterface.with(RTA_PRIORITY, link).header()), WayOut{});
-    EXPECT_EQ(parseWayOut(cutShort.with(RTA_OIF, link).cutTo(NLMSG_HDRLEN + 4).header()), WayOut{});
-    EXPECT_EQ(parseWayOut(anotherMessage.with(RTA_OIF, link).header()), WayOut{});
-    EXPECT_EQ(parseWayOut(refusal(ENOMEM).header()), WayOut{});
-    EXPECT_EQ(parseWayOut(refusal(EPERM).header()), WayOut{});
-    EXPECT_FALSE(WayOut{}.isKnown());
+    EXPECT_EQ(parseRoute(withoutInterface.with(RTA_PRIORITY, link).header()), Route{});
+    EXPECT_EQ(parseRoute(cutShort.with(RTA_OIF, link).cutTo(NLMSG_HDRLEN + 4).header()), Route{});
+    EXPECT_EQ(parseRoute(anotherMessage.with(RTA_OIF, link).header()), Route{});
+    EXPECT_EQ(parseRoute(refusal(ENOMEM).header()), Route{});
+    EXPECT_EQ(parseRoute(refusal(EPERM).header()), Route{});
+    EXPECT_FALSE(Route{}.isKnown());
 }
 
 TEST(RouteAnswer, ARouteWithoutMultipathHasOneHop) {

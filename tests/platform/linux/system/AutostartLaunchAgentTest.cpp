@@ -1,4 +1,4 @@
-#include "ui/LaunchAgent.h"
+#include "platform/linux/system/AutostartLaunchAgent.h"
 
 #include "support/QStringPrinting.h"
 #include "support/UnprivilegedUser.h"
@@ -43,7 +43,7 @@ class LaunchAgentTest : public testing::Test {
   protected:
     QString autostart() const { return folder_.filePath(QStringLiteral("config/autostart")); }
     QString path() const { return autostart() + u'/' + fileName; }
-    LaunchAgent agent(const QString& executable = installed) const { return {path(), executable}; }
+    AutostartLaunchAgent agent(const QString& executable = installed) const { return {path(), executable}; }
     /// All that is in the autostart folder.
     QStringList files() const {
         return QDir(autostart()).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
@@ -145,7 +145,7 @@ class NastyProgram {
         write(path_, "#!/bin/sh\nprintf '%s %s' $# \"$0\" >'" + marker().toUtf8() + ".new'\nmv '" + marker().toUtf8() +
                          ".new' '" + marker().toUtf8() + "'\n");
         QFile::setPermissions(path_, QFile::ReadOwner | QFile::ExeOwner);
-        LaunchAgent(agent(), path_).toggle();
+        AutostartLaunchAgent(agent(), path_).toggle();
     }
 
     QString config() const { return folder_.filePath(QStringLiteral("config")); }
@@ -178,7 +178,6 @@ bool isMissing(const char* tool) {
 
 class LaunchAgentOnTheDesktop : public testing::TestWithParam<NastyName> {};
 class LaunchAgentUnderSystemd : public testing::TestWithParam<NastyName> {};
-class LaunchAgentBeyondSystemd : public testing::TestWithParam<NastyName> {};
 
 std::string label(const testing::TestParamInfo<NastyName>& info) {
     return info.param.label;
@@ -199,15 +198,15 @@ TEST_F(LaunchAgentTest, DoesNotExistAtFirst) {
 }
 
 TEST_F(LaunchAgentTest, MakesTheFolderThatIsNotThereYet) {
-    LaunchAgent agent = this->agent();
+    AutostartLaunchAgent agent = this->agent();
     agent.toggle();
     EXPECT_TRUE(agent.exists());
-    EXPECT_EQ(contents(path()), LaunchAgent::desktopEntry(installed));
+    EXPECT_EQ(contents(path()), AutostartLaunchAgent::desktopEntry(installed));
     EXPECT_EQ(files(), QStringList{fileName});
 }
 
 TEST_F(LaunchAgentTest, TogglingTwiceLeavesNothing) {
-    LaunchAgent agent = this->agent();
+    AutostartLaunchAgent agent = this->agent();
     agent.toggle();
     agent.toggle();
     EXPECT_FALSE(agent.exists());
@@ -215,7 +214,7 @@ TEST_F(LaunchAgentTest, TogglingTwiceLeavesNothing) {
 }
 
 TEST_F(LaunchAgentTest, ReadsTheFileSystemEachTime) {
-    const LaunchAgent agent = this->agent();
+    const AutostartLaunchAgent agent = this->agent();
     makeFolder();
     write(path(), "");
     EXPECT_TRUE(agent.exists());
@@ -225,14 +224,15 @@ TEST_F(LaunchAgentTest, ReadsTheFileSystemEachTime) {
 
 TEST_F(LaunchAgentTest, AFileForAnEarlierPlaceIsDeletedFirstAndThenWrittenAfresh) {
     agent(QStringLiteral("/old/skylet")).toggle();
-    LaunchAgent agent = this->agent();
+    AutostartLaunchAgent agent = this->agent();
     EXPECT_TRUE(agent.exists());
-    EXPECT_EQ(contents(path()), LaunchAgent::desktopEntry(QStringLiteral("/old/skylet"))) << "until the user toggles";
+    EXPECT_EQ(contents(path()), AutostartLaunchAgent::desktopEntry(QStringLiteral("/old/skylet")))
+        << "until the user toggles";
     agent.toggle();
     EXPECT_FALSE(agent.exists());
     agent.toggle();
     EXPECT_TRUE(agent.exists());
-    EXPECT_EQ(contents(path()), LaunchAgent::desktopEntry(installed));
+    EXPECT_EQ(contents(path()), AutostartLaunchAgent::desktopEntry(installed));
 }
 
 TEST_F(LaunchAgentTest, AnyFileOfTheNameCountsAndIsDeleted) {
@@ -254,7 +254,7 @@ TEST_F(LaunchAgentTest, AFileThatCannotBeDeletedStaysAsItIs) {
         agent().toggle();
         EXPECT_TRUE(agent().exists());
     }
-    EXPECT_EQ(contents(path()), LaunchAgent::desktopEntry(QStringLiteral("/old/skylet")));
+    EXPECT_EQ(contents(path()), AutostartLaunchAgent::desktopEntry(QStringLiteral("/old/skylet")));
     ASSERT_EQ(chmod(autostart().toUtf8().constData(), 0755), 0);
 }
 
@@ -272,13 +272,27 @@ TEST_F(LaunchAgentTest, AFolderThatCannotBeWrittenToStaysEmpty) {
     ASSERT_EQ(chmod(autostart().toUtf8().constData(), 0755), 0);
 }
 
+TEST_F(LaunchAgentTest, AFileInThePlaceOfItsFolderStaysAsItIs) {
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(autostart()).path()));
+    write(autostart(), "no folder");
+    agent().toggle();
+    EXPECT_FALSE(agent().exists());
+    EXPECT_EQ(contents(autostart()), "no folder");
+}
+
+TEST_F(LaunchAgentTest, AFolderInItsPlaceCountsAndStays) {
+    ASSERT_TRUE(QDir().mkpath(path()));
+    agent().toggle();
+    EXPECT_TRUE(agent().exists());
+}
+
 TEST_F(LaunchAgentTest, TheFileAppearsAsAWhole) {
     makeFolder();
     const FolderEvents events(autostart());
     agent().toggle();
     const std::uint32_t happened = events.of(fileName);
     EXPECT_TRUE(happened == IN_MOVED_TO || happened == IN_CREATE) << happened << ": it was seen being written";
-    EXPECT_EQ(contents(path()), LaunchAgent::desktopEntry(installed));
+    EXPECT_EQ(contents(path()), AutostartLaunchAgent::desktopEntry(installed));
 }
 
 TEST_F(LaunchAgentTest, AFullDiskLeavesNoFileBehind) {
@@ -308,7 +322,7 @@ TEST_F(LaunchAgentTest, ALinkToNothingDoesNotCountAndGivesWayToAFile) {
     agent().toggle();
     EXPECT_TRUE(agent().exists());
     EXPECT_FALSE(QFileInfo(path()).isSymLink());
-    EXPECT_EQ(contents(path()), LaunchAgent::desktopEntry(installed));
+    EXPECT_EQ(contents(path()), AutostartLaunchAgent::desktopEntry(installed));
     EXPECT_FALSE(QFileInfo::exists(target));
 }
 
@@ -324,20 +338,20 @@ TEST_F(LaunchAgentTest, OfALinkToAFileOnlyTheLinkIsDeleted) {
     EXPECT_EQ(contents(target), "kept elsewhere");
 }
 
-TEST(LaunchAgent, SaysWhatToStartAndWhoItIsAndNoMore) {
-    EXPECT_EQ(LaunchAgent::desktopEntry(installed), "[Desktop Entry]\n"
-                                                    "Type=Application\n"
-                                                    "Name=Skylet\n"
-                                                    "Icon=com.vorn.skylet\n"
-                                                    "X-Skylet-Identifier=com.vorn.skylet\n"
-                                                    "Exec=\"/opt/skylet/bin/skylet\"\n"
-                                                    "Terminal=false\n"
-                                                    "StartupNotify=false\n");
+TEST(AutostartLaunchAgent, SaysWhatToStartAndWhoItIsAndNoMore) {
+    EXPECT_EQ(AutostartLaunchAgent::desktopEntry(installed), "[Desktop Entry]\n"
+                                                             "Type=Application\n"
+                                                             "Name=Skylet\n"
+                                                             "Icon=com.vorn.skylet\n"
+                                                             "X-Skylet-Identifier=com.vorn.skylet\n"
+                                                             "Exec=\"/opt/skylet/bin/skylet\"\n"
+                                                             "Terminal=false\n"
+                                                             "StartupNotify=false\n");
 }
 
-TEST(LaunchAgent, QuotesByTheRulesOfTheExecKeyAndThenOfStrings) {
+TEST(AutostartLaunchAgent, QuotesByTheRulesOfTheExecKeyAndThenOfStrings) {
     const auto exec = [](const char* path) {
-        const QByteArray entry = LaunchAgent::desktopEntry(QString::fromUtf8(path));
+        const QByteArray entry = AutostartLaunchAgent::desktopEntry(QString::fromUtf8(path));
         const auto start = entry.indexOf("Exec=") + 5;
         return entry.mid(start, entry.indexOf('\n', start) - start);
     };
@@ -386,17 +400,7 @@ TEST_P(LaunchAgentUnderSystemd, StartsTheVeryProgram) {
         << contents(program.config() + QStringLiteral("/manager.log")).constData();
 }
 
-TEST_P(LaunchAgentBeyondSystemd, StartsTheVeryProgramOrNone) {
-    const NastyProgram program(GetParam().name);
-    QString output;
-    if (!logInWithSystemd(program, output)) {
-        GTEST_SKIP() << qPrintable(output);
-    }
-    EXPECT_TRUE(program.written().isEmpty() || program.written() == program.expected())
-        << qPrintable(program.written());
-}
-
-TEST(LaunchAgent, SystemdDoesNotStartTheProgramAgainWhenItEnds) {
+TEST(AutostartLaunchAgent, SystemdDoesNotStartTheProgramAgainWhenItEnds) {
     const auto generator = QStringLiteral("/lib/systemd/user-generators/systemd-xdg-autostart-generator");
     if (!QFile::exists(generator)) {
         GTEST_SKIP() << "no systemd-xdg-autostart-generator";
@@ -415,6 +419,5 @@ TEST(LaunchAgent, SystemdDoesNotStartTheProgramAgainWhenItEnds) {
 INSTANTIATE_TEST_SUITE_P(, LaunchAgentOnTheDesktop, testing::ValuesIn(nastyNames), label);
 INSTANTIATE_TEST_SUITE_P(Too, LaunchAgentOnTheDesktop, testing::ValuesIn(namesBeyondSystemd), label);
 INSTANTIATE_TEST_SUITE_P(, LaunchAgentUnderSystemd, testing::ValuesIn(nastyNames), label);
-INSTANTIATE_TEST_SUITE_P(, LaunchAgentBeyondSystemd, testing::ValuesIn(namesBeyondSystemd), label);
 
 } // namespace skylet::test

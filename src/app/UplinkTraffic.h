@@ -13,16 +13,16 @@ namespace skylet {
 /// Whether what the interface sends leaves the machine there: it is up, is no loopback and rides on no other, and does
 /// not hand it to a program, a VPN's say, that sends it on over another one. What carries the user's traffic always
 /// does.
-bool leadsOut(const InterfaceCounter& interface);
+bool isUplink(const InterfaceCounter& interface);
 
-/// Counts what leaves the machine, over whichever interfaces and from whichever program.
-class WaysOut {
+/// Counts what leaves the machine, over whichever uplinks and from whichever program.
+class UplinkTraffic {
   public:
     /// `counters` outlives this.
-    explicit WaysOut(InterfaceCounters& counters) : counters_(counters) {}
+    explicit UplinkTraffic(InterfaceCounters& counters) : counters_(counters) {}
 
     /// Only differences between two answers tell something. They never fall, whatever interfaces come and go. Empty
-    /// optional: no interface leads out, or the system did not answer.
+    /// optional: there is no uplink, or the system did not answer.
     std::optional<std::int64_t> sentBytes();
 
   private:

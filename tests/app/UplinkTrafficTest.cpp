@@ -1,4 +1,4 @@
-#include "app/WaysOut.h"
+#include "app/UplinkTraffic.h"
 
 #include "support/FakeServices.h"
 
@@ -18,7 +18,7 @@ InterfaceCounter sender(const char* name, std::uint64_t sent = 0) {
     return interface;
 }
 
-class WaysOutTest : public testing::Test {
+class UplinkTrafficTest : public testing::Test {
   protected:
     /// What has left the machine between these two states of its interfaces.
     std::optional<std::int64_t> sentBetween(const std::vector<InterfaceCounter>& before,
@@ -30,48 +30,48 @@ class WaysOutTest : public testing::Test {
 
     std::optional<std::int64_t> sentIn(const std::optional<std::vector<InterfaceCounter>>& interfaces) {
         counters.interfaces = interfaces;
-        return waysOut.sentBytes();
+        return uplinks.sentBytes();
     }
 
     test::CallLog calls;
     test::FakeInterfaceCounters counters{calls};
-    WaysOut waysOut{counters};
+    UplinkTraffic uplinks{counters};
 };
 
-TEST(LeadsOut, PortsAndModemsDo) {
+TEST(IsUplink, PortsAndModemsAre) {
     for (const char* name : {"enp3s0", "wlan0", "wwan0", "usb0", "ppp0"}) {
-        EXPECT_TRUE(leadsOut(sender(name))) << name;
+        EXPECT_TRUE(isUplink(sender(name))) << name;
     }
 }
 
-TEST(LeadsOut, TheLoopbackDoesNot) {
-    EXPECT_FALSE(leadsOut(sender("lo")));
+TEST(IsUplink, TheLoopbackIsNot) {
+    EXPECT_FALSE(isUplink(sender("lo")));
 }
 
-TEST(LeadsOut, WhatIsDownDoesNot) {
+TEST(IsUplink, WhatIsDownIsNot) {
     auto down = sender("eth0");
     down.up = false;
-    EXPECT_FALSE(leadsOut(down));
+    EXPECT_FALSE(isUplink(down));
 }
 
-TEST(LeadsOut, WhatRidesOnAnotherDoesNot) {
+TEST(IsUplink, WhatRidesOnAnotherIsNot) {
     auto vlan = sender("eth0.5");
     vlan.stacked = true;
-    EXPECT_FALSE(leadsOut(vlan));
+    EXPECT_FALSE(isUplink(vlan));
 }
 
-TEST(LeadsOut, ATunnelOfAProgramDoesNotUnlessItBearsTheNameOfAPort) {
+TEST(IsUplink, ATunnelOfAProgramIsNotUnlessItBearsTheNameOfAPort) {
     auto tunnel = sender("tun0");
-    tunnel.leadsToAProgram = true;
-    EXPECT_FALSE(leadsOut(tunnel));
+    tunnel.tun = true;
+    EXPECT_FALSE(isUplink(tunnel));
     auto port = sender("wlan0");
-    port.leadsToAProgram = true;
-    EXPECT_TRUE(leadsOut(port));
+    port.tun = true;
+    EXPECT_TRUE(isUplink(port));
 }
 
-TEST_F(WaysOutTest, AllThatLeadOutAreCountedAndNothingElse) {
+TEST_F(UplinkTrafficTest, AllUplinksAreCountedAndNothingElse) {
     auto tunnel = sender("tun0", 300);
-    tunnel.leadsToAProgram = true;
+    tunnel.tun = true;
     auto later = tunnel;
     later.sentBytes = 50'300;
     EXPECT_EQ(sentBetween({sender("lo", 0), sender("wlan0", 1000), sender("eth0", 5'000'000'000), tunnel},
@@ -79,30 +79,30 @@ TEST_F(WaysOutTest, AllThatLeadOutAreCountedAndNothingElse) {
               230);
 }
 
-TEST_F(WaysOutTest, AnInterfaceThatGoesTakesNothingWithIt) {
+TEST_F(UplinkTrafficTest, AnInterfaceThatGoesTakesNothingWithIt) {
     EXPECT_EQ(sentBetween({sender("wlan0", 1000), sender("usb0", 9000)}, {sender("wlan0", 1200)}), 200);
 }
 
-TEST_F(WaysOutTest, AnInterfaceThatComesHasSentAllItCounts) {
+TEST_F(UplinkTrafficTest, AnInterfaceThatComesHasSentAllItCounts) {
     EXPECT_EQ(sentBetween({sender("wlan0", 1000)}, {sender("wlan0", 1200), sender("usb0", 50)}), 250);
 }
 
-TEST_F(WaysOutTest, AnInterfaceThatBeginsAnewNeverTakesAway) {
+TEST_F(UplinkTrafficTest, AnInterfaceThatBeginsAnewNeverTakesAway) {
     EXPECT_EQ(sentBetween({sender("wlan0", 1000)}, {sender("wlan0", 400)}), 400);
 }
 
-TEST_F(WaysOutTest, AnInterfaceThatWasDownBringsNothingFromBefore) {
+TEST_F(UplinkTrafficTest, AnInterfaceThatWasDownBringsNothingFromBefore) {
     auto down = sender("usb0", 8000);
     down.up = false;
     EXPECT_EQ(sentBetween({sender("wlan0", 1000), down}, {sender("wlan0", 1000), sender("usb0", 8010)}), 10);
 }
 
-TEST_F(WaysOutTest, WithNoWayOutItIsUnknown) {
+TEST_F(UplinkTrafficTest, WithoutAnUplinkItIsUnknown) {
     EXPECT_EQ(sentIn({{sender("lo", 500)}}), std::nullopt);
     EXPECT_EQ(sentIn(std::vector<InterfaceCounter>()), std::nullopt);
 }
 
-TEST_F(WaysOutTest, WithoutAnAnswerOfTheSystemItIsUnknownAndGoesOnLater) {
+TEST_F(UplinkTrafficTest, WithoutAnAnswerOfTheSystemItIsUnknownAndGoesOnLater) {
     const auto before = sentIn({{sender("wlan0", 1000)}});
     EXPECT_EQ(sentIn(std::nullopt), std::nullopt);
     EXPECT_EQ(*sentIn({{sender("wlan0", 1500)}}) - *before, 500);

@@ -1,4 +1,4 @@
-#include "app/WaysOut.h"
+#include "app/UplinkTraffic.h"
 
 #include "app/Traffic.h"
 
@@ -6,33 +6,31 @@
 
 namespace skylet {
 
-bool leadsOut(const InterfaceCounter& interface) {
-    if (carriesUserTraffic(interface)) {
-        return true;
-    }
-    return interface.up && !interface.stacked && !interface.leadsToAProgram && interface.name != QStringLiteral("lo");
+bool isUplink(const InterfaceCounter& interface) {
+    return carriesUserTraffic(interface) ||
+           (interface.up && !interface.stacked && !interface.tun && interface.name != QStringLiteral("lo"));
 }
 
-std::optional<std::int64_t> WaysOut::sentBytes() {
+std::optional<std::int64_t> UplinkTraffic::sentBytes() {
     const auto interfaces = counters_.read();
     if (!interfaces) {
         return std::nullopt;
     }
-    bool isAnyOut = false;
+    bool hasUplink = false;
     std::map<QString, std::uint64_t> current;
     for (const auto& interface : *interfaces) {
         current[interface.name] = interface.sentBytes;
-        if (!leadsOut(interface)) {
+        if (!isUplink(interface)) {
             continue;
         }
-        isAnyOut = true;
+        hasUplink = true;
         // One that is new, or begins anew, has sent all it counts since.
         const auto before = last_.find(interface.name);
         const bool goesOn = before != last_.end() && before->second <= interface.sentBytes;
         sent_ += static_cast<std::int64_t>(interface.sentBytes - (goesOn ? before->second : 0));
     }
     last_ = std::move(current);
-    return isAnyOut ? std::optional(sent_) : std::nullopt;
+    return hasUplink ? std::optional(sent_) : std::nullopt;
 }
 
 } // namespace skylet

@@ -1,9 +1,10 @@
-#include "ui/LaunchAgent.h"
+#include "platform/linux/system/AutostartLaunchAgent.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
+#include <QStandardPaths>
 
 #include <algorithm>
 #include <utility>
@@ -51,19 +52,22 @@ QString commandLine(const QString& executable) {
 
 } // namespace
 
-LaunchAgent::LaunchAgent(QString path, QString executable)
+AutostartLaunchAgent::AutostartLaunchAgent(QString path, QString executable)
     : path_(std::move(path)), executable_(std::move(executable)) {}
 
-bool LaunchAgent::exists() const {
+QString AutostartLaunchAgent::defaultPath() {
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+           QStringLiteral("/autostart/com.vorn.skylet.desktop");
+}
+
+bool AutostartLaunchAgent::exists() const {
     return QFileInfo::exists(path_);
 }
 
-void LaunchAgent::toggle() {
+void AutostartLaunchAgent::toggle() {
     const bool wanted = !exists();
-    // A link to nothing does not exist for those who would start the program, and would lead the file elsewhere.
-    if (!wanted || QFileInfo(path_).isSymLink()) {
-        QFile::remove(path_);
-    }
+    // Where none exists there may be a link to nothing, which would lead the new file elsewhere.
+    QFile::remove(path_);
     if (!wanted) {
         return;
     }
@@ -76,7 +80,7 @@ void LaunchAgent::toggle() {
     }
 }
 
-QByteArray LaunchAgent::desktopEntry(const QString& executable) {
+QByteArray AutostartLaunchAgent::desktopEntry(const QString& executable) {
     return (QStringLiteral("[Desktop Entry]\n"
                            "Type=Application\n"
                            "Name=Skylet\n"
