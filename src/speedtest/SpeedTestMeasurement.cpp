@@ -112,8 +112,7 @@ std::shared_ptr<BulkTransferTask> SpeedTestMeasurement::startTransfer() const {
     if (!isUpload_) {
         return session_->download(endpoints_.down);
     }
-    return session_->upload(endpoints_.up, QByteArrayLiteral("application/octet-stream"), zeroBody(uploadBytes),
-                            uploadTimeout);
+    return session_->upload(endpoints_.up, QByteArrayLiteral("application/octet-stream"), uploadBytes, uploadTimeout);
 }
 
 void SpeedTestMeasurement::deadlineReached(TaskIdentifier task) {

@@ -12,7 +12,7 @@ struct ReceiveProgress {
     /// Of these, still with the kernel.
     std::int64_t unread = 0;
 
-    /// Asks the kernel (tcp(7)). Empty for anything but a TCP socket, and where the kernel does not count.
+    /// Asks the kernel (tcp(7)). Empty where it does not know.
     static std::optional<ReceiveProgress> of(int socket);
 };
 

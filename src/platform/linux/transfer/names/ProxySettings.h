@@ -4,7 +4,6 @@
 #include <QString>
 #include <QUrl>
 
-#include <functional>
 #include <optional>
 
 namespace skylet {
@@ -22,13 +21,10 @@ struct Proxy {
     bool isOverTls = false;
 };
 
-/// Value of an environment variable; empty when it is not set.
-using Environment = std::function<QByteArray(const char* variable)>;
-
 /// The proxy that the environment names for an https `target`, by the rules of libcurl (curl(1), "Environment"):
 /// https_proxy before all_proxy, small letters before capitals, and no_proxy with its list of hosts and domains, "*"
 /// for all. Networks in no_proxy ("10.0.0.0/8") are not understood: they are about targets without a name. Empty: the
 /// target is asked directly.
-std::optional<Proxy> proxyFor(const QUrl& target, const Environment& environment);
+std::optional<Proxy> proxyFor(const QUrl& target);
 
 } // namespace skylet
