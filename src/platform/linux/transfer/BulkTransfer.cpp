@@ -19,7 +19,7 @@ constexpr long sendBufferBytes = 64L * 1024;
 /// all of them up to some 400 Mbit/s, and costs less than 1 % of a processor.
 constexpr int readingsPerReport = 64;
 /// No program on this machine takes so long to acknowledge. From anybody farther away the bytes have left the machine,
-/// and nothing needs to be compared: some network cards tell what they have sent only once a second.
+/// and nothing needs to be compared: some network cards count what they have sent only once a second.
 constexpr std::chrono::milliseconds withinTheMachine{2};
 
 bool isWithinTheMachine(const SendProgress& connection) {

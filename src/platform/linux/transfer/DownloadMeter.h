@@ -16,9 +16,9 @@ struct ReceiveProgress {
     static std::optional<ReceiveProgress> of(int socket);
 };
 
-/// Tells how many bytes of an answer's body have arrived, those of a TLS record that is not whole yet included: it can
-/// be read only when its end is there, for which a slow link takes seconds. What TLS and HTTP wrap around the body is
-/// taken to have the same share throughout.
+/// Estimates how many bytes of an answer's body have arrived, those of a TLS record that is not whole yet included: it
+/// can be read only when its end is there, for which a slow link takes seconds. What TLS and HTTP wrap around the body
+/// is taken to have the same share throughout.
 class DownloadMeter {
   public:
     /// What TLS and HTTP may add to the last bytes, with room to spare: a record's frame, the last chunk, TLS's

@@ -19,8 +19,8 @@ struct SendProgress {
     static std::optional<SendProgress> of(int socket);
 };
 
-/// Tells how many bytes of a request's body the other end of a connection has acknowledged. The kernel counts what TLS
-/// and HTTP wrap around the body too; their share is taken to be the same throughout.
+/// Estimates how many bytes of a request's body the other end of a connection has acknowledged. The kernel counts what
+/// TLS and HTTP wrap around the body too; their share is taken to be the same throughout.
 class UploadMeter {
   public:
     /// The body begins here: what the connection was given before is not the body's.

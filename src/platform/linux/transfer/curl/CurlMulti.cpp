@@ -5,8 +5,8 @@
 #include "platform/linux/transfer/curl/CurlOptions.h"
 #include "platform/linux/transfer/curl/CurlTransfer.h"
 
+#include <linux/tcp.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -134,7 +134,7 @@ int CurlMulti::closeSocket(void* self, curl_socket_t socket) {
 
 void CurlMulti::recordArrived() {
     if (guard_.recordArrived()) {
-        qCInfo(transferLog, "the peer keeps the program busy to no purpose");
+        qCInfo(transferLog, "a peer that sends only useless records is cut off");
         cutConnections();
     }
 }

@@ -29,7 +29,7 @@ struct CurlSocket {
 };
 
 /// Runs CurlTransfers, and keeps their connections, on the Qt event loop through libcurl's multi-socket interface: no
-/// polling, no wake-up while nothing is to be done. A peer that keeps it busy to no purpose loses its connection.
+/// polling, no wake-up while nothing is to be done. A peer that sends too many useless records loses its connection.
 /// Connections are closed by a reset: what the kernel still holds of them is not sent any more.
 class CurlMulti {
   public:

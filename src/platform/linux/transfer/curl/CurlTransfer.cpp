@@ -63,7 +63,6 @@ CurlTransfer::CurlTransfer(CurlMulti& multi, const QUrl& url, NameResolver::Fres
     : multi_(multi), url_(url), freshness_(freshness), proxy_(proxyFor(url)), names_(namesFor(url, proxy_)),
       easy_(curl_easy_init()) {
     Q_CHECK_PTR(easy_.get());
-    setCurlOption(easy_, CURLOPT_PRIVATE, this);
     setCurlOption(easy_, CURLOPT_URL, url.toEncoded().constData());
     setCurlOption(easy_, CURLOPT_PROTOCOLS_STR, "https");
     setCurlOption(easy_, CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
@@ -75,21 +74,19 @@ CurlTransfer::CurlTransfer(CurlMulti& multi, const QUrl& url, NameResolver::Fres
     setCurlOption(easy_, CURLOPT_NOPROXY, "");
     setCurlOption(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     setCurlOption(easy_, CURLOPT_RESOLVER_START_FUNCTION, &CurlTransfer::nameWanted);
-    setCurlOption(easy_, CURLOPT_RESOLVER_START_DATA, this);
     setCurlOption(easy_, CURLOPT_OPENSOCKETFUNCTION, &CurlTransfer::openSocket);
-    setCurlOption(easy_, CURLOPT_OPENSOCKETDATA, this);
     // A connection may outlive the transfer that opened it.
     setCurlOption(easy_, CURLOPT_CLOSESOCKETFUNCTION, &CurlMulti::closeSocket);
     setCurlOption(easy_, CURLOPT_CLOSESOCKETDATA, &multi);
     setCurlOption(easy_, CURLOPT_PREREQFUNCTION, &CurlTransfer::requestGoes);
-    setCurlOption(easy_, CURLOPT_PREREQDATA, this);
     setCurlOption(easy_, CURLOPT_HEADERFUNCTION, &CurlTransfer::headReceived);
-    setCurlOption(easy_, CURLOPT_HEADERDATA, this);
     setCurlOption(easy_, CURLOPT_WRITEFUNCTION, &CurlTransfer::bodyReceived);
-    setCurlOption(easy_, CURLOPT_WRITEDATA, this);
     setCurlOption(easy_, CURLOPT_VERBOSE, 1L);
     setCurlOption(easy_, CURLOPT_DEBUGFUNCTION, &CurlTransfer::debug);
-    setCurlOption(easy_, CURLOPT_DEBUGDATA, this);
+    for (const auto option : {CURLOPT_PRIVATE, CURLOPT_RESOLVER_START_DATA, CURLOPT_OPENSOCKETDATA, CURLOPT_PREREQDATA,
+                              CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_DEBUGDATA}) {
+        setCurlOption(easy_, option, this);
+    }
 }
 
 void CurlTransfer::start() {
@@ -132,7 +129,7 @@ void CurlTransfer::lookUp(std::size_t next) {
 void CurlTransfer::begin() {
     begun_ = SteadyClock::now();
     if (!areNamesKnown_) {
-        // What libcurl was told for an earlier transfer may be about to expire; the resolver sees to that in time.
+        // What libcurl knows from an earlier transfer may be about to expire; the resolver sees to that in time.
         for (const auto& name : names_) {
             addResolveEntry(removalEntry(name));
         }
@@ -222,6 +219,10 @@ int CurlTransfer::requestGoes(void* self, char* /*address*/, char* /*localAddres
     const auto place = std::find_if(sockets.begin(), sockets.end(),
                                     [port](curl_socket_t socket) { return port != 0 && localPort(socket) == port; });
     transfer.socket_ = place == sockets.end() ? CURL_SOCKET_BAD : *place;
+    if (!transfer.opened_.empty()) {
+        qCInfo(transferLog, "%s: connected socket %d after %lld ms", qPrintable(transfer.url_.authority()),
+               transfer.socket_, static_cast<long long>(transfer.elapsed().count()));
+    }
     transfer.requestStarts();
     return CURL_PREREQFUNC_OK;
 }

@@ -102,7 +102,7 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
     const NameResolver::Freshness freshness_;
     const std::optional<Proxy> proxy_;
     const std::vector<HostAndPort> names_;
-    /// What libcurl is told of the names.
+    /// For CURLOPT_RESOLVE.
     CurlList resolveEntries_;
     std::array<char, CURL_ERROR_SIZE> errorBuffer_{};
     CurlEasy easy_;

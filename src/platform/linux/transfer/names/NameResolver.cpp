@@ -189,7 +189,7 @@ NameResolver::Answer NameResolver::askSystem(const QByteArray& host) {
         std::array<char, NI_MAXHOST> text{};
         const bool isNumeric =
             ::getnameinfo(entry->ai_addr, entry->ai_addrlen, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST) == 0;
-        // An address that means something on one link only ("fe80::1%eth0") cannot be told to libcurl.
+        // An address that means something on one link only ("fe80::1%eth0") cannot be given to libcurl.
         if (isNumeric && std::string_view(text.data()).find('%') == std::string_view::npos) {
             addresses.emplace_back(text.data());
         }

@@ -20,7 +20,7 @@
 namespace skylet {
 
 /// Looks up the addresses of names with the system's own resolver, getaddrinfo(3), on a thread for each look-up, since
-/// it waits for as long as the system's configuration tells it to. On one network no name is looked up twice at the
+/// it waits for as long as the system's configuration says. On one network no name is looked up twice at the
 /// same time, and an answer that came late still serves whoever asks next. Answers do not survive a change of network.
 /// All calls and completions are on the main thread.
 class NameResolver {

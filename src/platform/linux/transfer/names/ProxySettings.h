@@ -15,7 +15,7 @@ struct Proxy {
     /// Where it is; empty where the environment's text names no host, and nothing can be reached.
     QString host;
     int port = 0;
-    /// SOCKS4 and SOCKS5 are told the address of the target, which is looked up here; all others are told its name.
+    /// SOCKS4 and SOCKS5 get the address of the target, which is looked up here; all others get its name.
     bool wantsAddress = false;
     /// TLS is spoken with the proxy itself too.
     bool isOverTls = false;
