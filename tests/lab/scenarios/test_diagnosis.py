@@ -10,9 +10,14 @@ def sign_in_page(lab):
         endpoint.set(status=302, headers={"location": "https://portal.example/login"})
 
 
+def dead_resolver(lab):
+    lab.network.names_from_dns()
+    lab.servers.answer_dns(False)
+
+
 REASONS = {
-    "gate": (lambda lab: lab.link.set(hole=True), "timed out connecting after 30"),
-    "resolver": (lambda lab: lab.servers.answer_dns(False), "timed out looking up its name after 30"),
+    "gate": (lambda lab: lab.link.set(hole=True), "timed out connecting after"),
+    "resolver": (dead_resolver, "timed out looking up its name after"),
     "portal": (sign_in_page, "status 302 from https://"),
     "route": (lambda lab: lab.link.remove_default_route(), "skylet.connectivity: offline: the network path is gone"),
 }
