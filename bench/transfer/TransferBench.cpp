@@ -57,7 +57,7 @@ int main(int argc, char** argv) {
     const QUrl url(QString::fromUtf8(argv[2]));
     const auto start = std::chrono::steady_clock::now();
     if (argc > 3) {
-        session.upload(url, "application/octet-stream", zeroBody(std::stoull(argv[3])), limit);
+        session.upload(url, "application/octet-stream", std::stoll(argv[3]), limit);
     } else {
         session.download(url);
     }

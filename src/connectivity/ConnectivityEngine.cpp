@@ -1,11 +1,32 @@
 #include "connectivity/ConnectivityEngine.h"
 
 #include "BuildConstants.h"
+#include "connectivity/ConnectivityLog.h"
 
 #include <limits>
 #include <utility>
 
 namespace skylet {
+
+Q_LOGGING_CATEGORY(connectivityLog, "skylet.connectivity", QtWarningMsg)
+
+namespace {
+
+const char* nameOf(ConnectionState::Kind kind) {
+    switch (kind) {
+    case ConnectionState::Kind::online:
+        return "online";
+    case ConnectionState::Kind::checking:
+        return "checking";
+    case ConnectionState::Kind::offline:
+        return "offline";
+    case ConnectionState::Kind::paused:
+        return "paused";
+    }
+    return "";
+}
+
+} // namespace
 
 ConnectivityEngine::ConnectivityEngine(std::shared_ptr<ConnectivityProbing> probe, std::vector<QUrl> endpoints,
                                        Schedule schedule)
@@ -33,10 +54,10 @@ void ConnectivityEngine::checkNow() {
     }
     cancelTimer();
     if (pathAvailable_ == false) {
-        assign(ConnectionState::offline());
+        assign(ConnectionState::offline(), "there is no network path");
         return;
     }
-    assign(ConnectionState::checking());
+    assign(ConnectionState::checking(), "a check begins");
     begin(false);
 }
 
@@ -47,10 +68,10 @@ void ConnectivityEngine::pathChanged(bool available) {
         return;
     }
     if (!available) {
-        assign(ConnectionState::offline());
+        assign(ConnectionState::offline(), "the network path is gone");
         return;
     }
-    assign(ConnectionState::checking());
+    assign(ConnectionState::checking(), "the network path may be another one");
     begin(false);
 }
 
@@ -58,7 +79,7 @@ void ConnectivityEngine::setPaused(bool paused) {
     paused_ = paused;
     invalidate();
     if (paused) {
-        assign(ConnectionState::paused());
+        assign(ConnectionState::paused(), "paused by the user");
     } else {
         checkNow();
     }
@@ -68,7 +89,7 @@ void ConnectivityEngine::sleep() {
     sleeping_ = true;
     invalidate();
     if (!paused_) {
-        assign(ConnectionState::checking());
+        assign(ConnectionState::checking(), "the system goes to sleep");
     }
 }
 
@@ -115,7 +136,7 @@ void ConnectivityEngine::probeCompleted(std::optional<std::int64_t> latency, std
     }
     if (latency) {
         invalidate();
-        assign(ConnectionState::online(*latency));
+        assign(ConnectionState::online(*latency), "an endpoint answered");
         scheduleCycle(delayAfterSuccess, false);
         return;
     }
@@ -127,7 +148,11 @@ void ConnectivityEngine::probeCompleted(std::optional<std::int64_t> latency, std
         return;
     }
     invalidate();
-    assign(confirming ? ConnectionState::offline() : ConnectionState::checking());
+    if (confirming) {
+        assign(ConnectionState::offline(), "every endpoint failed in the confirming cycle too");
+    } else {
+        assign(ConnectionState::checking(), "every endpoint failed, a confirming cycle follows");
+    }
     scheduleCycle(confirming ? delayAfterOffline : delayBeforeConfirming, !confirming);
 }
 
@@ -145,8 +170,9 @@ void ConnectivityEngine::invalidate() {
     checking_ = false;
 }
 
-void ConnectivityEngine::assign(const ConnectionState& state) {
+void ConnectivityEngine::assign(const ConnectionState& state, const char* reason) {
     state_ = state;
+    qCInfo(connectivityLog, "%s: %s", nameOf(state.kind()), reason);
     if (onChange) {
         onChange(state_);
     }

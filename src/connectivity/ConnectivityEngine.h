@@ -58,7 +58,8 @@ class ConnectivityEngine {
     void begin(bool confirming);
     void invalidate();
     void probeCompleted(std::optional<std::int64_t> latency, std::int64_t generation, bool confirming);
-    void assign(const ConnectionState& state);
+    /// `reason`: for the log.
+    void assign(const ConnectionState& state, const char* reason);
     void scheduleCycle(Seconds delay, bool confirming);
     void cancelTimer();
 

@@ -1,5 +1,7 @@
 #include "connectivity/HTTPConnectivityProbe.h"
 
+#include "connectivity/ConnectivityLog.h"
+
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -18,6 +20,13 @@ std::int64_t latencyOf(Seconds elapsed) {
     return std::max<std::int64_t>(static_cast<std::int64_t>(milliseconds), 1);
 }
 
+QString describe(const std::optional<TransferResponse>& response, const std::optional<TransferError>& error) {
+    if (response) {
+        return QStringLiteral("status %1 from %2").arg(response->statusCode).arg(response->url.value_or(QString()));
+    }
+    return error ? error->description : QStringLiteral("no answer");
+}
+
 } // namespace
 
 HTTPConnectivityProbe::HTTPConnectivityProbe(TransferSessionFactory makeSession, std::shared_ptr<const Clock> clock,
@@ -31,16 +40,17 @@ std::shared_ptr<Cancellation> HTTPConnectivityProbe::probe(const QUrl& url, Comp
     const Seconds start = clock_->systemUptime();
     auto completed = [this, start, url, completion = std::move(completion)](const auto& response, const auto& error) {
         const Seconds elapsed = clock_->systemUptime() - start;
+        qCInfo(connectivityLog, "%s: %s after %.0f ms", qPrintable(url.toString()),
+               qPrintable(describe(response, error)), elapsed.count() * 1000);
         if (accepts(response, url, error)) {
-            completion(latencyOf(elapsed - response->heldUp));
+            completion(latencyOf(elapsed - response->localDelay));
         } else {
             completion(std::nullopt);
         }
     };
-    auto task = session().head(
+    return session().head(
         url, [url](const TransferResponse& response) { return accepts(response, url, std::nullopt); },
         lifetime_.guard(std::move(completed)));
-    return std::make_shared<CancellationAction>([task = std::move(task)] { task->cancel(); });
 }
 
 bool HTTPConnectivityProbe::accepts(const std::optional<TransferResponse>& response, const QUrl& url,

@@ -109,8 +109,7 @@ std::shared_ptr<BulkTransferTask> SpeedTestMeasurement::startTransfer() const {
     if (!isUpload_) {
         return session_->download(downURL_);
     }
-    return session_->upload(upURL_, QByteArrayLiteral("application/octet-stream"), zeroBody(uploadBytes),
-                            uploadTimeout);
+    return session_->upload(upURL_, QByteArrayLiteral("application/octet-stream"), uploadBytes, uploadTimeout);
 }
 
 void SpeedTestMeasurement::deadlineReached(TaskIdentifier task) {

@@ -2,6 +2,7 @@
 
 #include "support/FakeProbe.h"
 #include "support/FakeSchedule.h"
+#include "support/LogCapture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -442,6 +443,32 @@ TEST(ConnectivityEngineDefaults, TheEndpointsAreTwoHttpsAddressesThatAnswer204) 
         EXPECT_EQ(endpoint.path(), QStringLiteral("/generate_204"));
     }
     EXPECT_NE(endpoints[0].host(), endpoints[1].host());
+}
+
+TEST_F(ConnectivityEngineTest, EveryStateIsLoggedWithItsReason) {
+    const test::LogCapture log(QStringLiteral("skylet.*=true"));
+    engine->start();
+    failCycle();
+    schedule.fire();
+    failCycle();
+    schedule.fire();
+    probe->complete(probes() - 1, 20);
+    engine->pathChanged(false);
+    engine->setPaused(true);
+    EXPECT_EQ(log.text(),
+              QStringLiteral("skylet.connectivity: checking: a check begins\n"
+                             "skylet.connectivity: checking: every endpoint failed, a confirming cycle follows\n"
+                             "skylet.connectivity: offline: every endpoint failed in the confirming cycle too\n"
+                             "skylet.connectivity: online: an endpoint answered\n"
+                             "skylet.connectivity: offline: the network path is gone\n"
+                             "skylet.connectivity: paused: paused by the user"));
+}
+
+TEST_F(ConnectivityEngineTest, NothingIsLoggedByDefault) {
+    const test::LogCapture log;
+    engine->start();
+    failCycle();
+    EXPECT_EQ(log.text(), QString());
 }
 
 } // namespace

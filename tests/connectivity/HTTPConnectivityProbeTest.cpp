@@ -1,6 +1,7 @@
 #include "connectivity/HTTPConnectivityProbe.h"
 
 #include "support/FakeClock.h"
+#include "support/LogCapture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -99,23 +100,14 @@ class FakeSession final : public TransferSession {
 
     explicit FakeSession(std::shared_ptr<Log> log) : log_(std::move(log)) {}
 
-    std::shared_ptr<TransferTask> head(const QUrl& target, Accepts accepts, Completion completion) override {
+    std::shared_ptr<Cancellation> head(const QUrl& target, Accepts accepts, Completion completion) override {
         auto request = std::make_shared<Request>(Request{target, std::move(accepts), std::move(completion)});
         log_->requests.push_back(request);
-        return std::make_shared<Task>(request);
+        return std::make_shared<CancellationAction>([request] { request->cancelled = true; });
     }
     void invalidateAndCancel() override { ++log_->invalidations; }
 
   private:
-    class Task final : public TransferTask {
-      public:
-        explicit Task(std::shared_ptr<Request> request) : request_(std::move(request)) {}
-        void cancel() override { request_->cancelled = true; }
-
-      private:
-        std::shared_ptr<Request> request_;
-    };
-
     std::shared_ptr<Log> log_;
 };
 
@@ -211,7 +203,7 @@ TEST_F(HTTPConnectivityProbeTest, TheTimeThatTheProgramWasBusyWithSomethingElseI
     start();
     clock->uptime += Seconds(0.375);
     auto late = answer(204);
-    late.heldUp = Seconds(0.25);
+    late.localDelay = Seconds(0.25);
     log->requests.back()->completion(late, {});
     EXPECT_THAT(results, ElementsAre(125));
 }
@@ -242,6 +234,25 @@ using HTTPConnectivityProbeDeathTest = HTTPConnectivityProbeTest;
 TEST_F(HTTPConnectivityProbeDeathTest, AResponseTimeThatIsNoNumberStopsTheProgram) {
     start();
     EXPECT_DEATH(answerAfter(Seconds(std::numeric_limits<double>::quiet_NaN())), "out of range");
+}
+
+TEST_F(HTTPConnectivityProbeTest, WhatCameOfAProbeIsLogged) {
+    const test::LogCapture messages(QStringLiteral("skylet.*=true"));
+    start();
+    answerAfter(Seconds(0.012), 302);
+    start();
+    clock->uptime += Seconds(3);
+    log->requests.back()->completion({}, TransferError{QStringLiteral("timed out connecting")});
+    EXPECT_EQ(messages.text(), QStringLiteral("skylet.connectivity: %1: status 302 from %1 after 12 ms\n"
+                                              "skylet.connectivity: %1: timed out connecting after 3000 ms")
+                                   .arg(url.toString()));
+}
+
+TEST_F(HTTPConnectivityProbeTest, NothingIsLoggedByDefault) {
+    const test::LogCapture messages;
+    start();
+    answerAfter(Seconds(0.012), 302);
+    EXPECT_EQ(messages.text(), QString());
 }
 
 } // namespace

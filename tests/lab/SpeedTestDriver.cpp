@@ -62,10 +62,10 @@ class Witness final : public BulkTransferSession, public BulkTransferDelegate {
         begin();
         return session_.download(url);
     }
-    std::shared_ptr<BulkTransferTask> upload(const QUrl& url, const QByteArray& contentType, UploadBody body,
+    std::shared_ptr<BulkTransferTask> upload(const QUrl& url, const QByteArray& contentType, std::int64_t size,
                                              Seconds timeoutInterval) override {
         begin();
-        return session_.upload(url, contentType, std::move(body), timeoutInterval);
+        return session_.upload(url, contentType, size, timeoutInterval);
     }
 
     ResponseDisposition responseReceived(TaskIdentifier task, std::optional<int> statusCode) override {

@@ -420,6 +420,7 @@ std::shared_ptr<Exchange> Connection::begin(const std::string& method, const std
     record.path = path;
     record.headers = std::move(headers);
     record.began = Clock::now();
+    record.isResumed = SSL_session_reused(ssl_.get()) == 1;
     shared_.records.push_back(std::move(record));
     const auto& behaviour = method == "POST" ? shared_.up : method == "HEAD" ? shared_.head : shared_.down;
     current_ = std::make_shared<Exchange>(behaviour, shared_.records.back());

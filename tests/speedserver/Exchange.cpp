@@ -1,6 +1,7 @@
 #include "Exchange.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -61,6 +62,13 @@ void Exchange::move(std::int64_t count) {
     if (!isUpload_ && moved_ >= length_) {
         bodyWhole();
     }
+}
+
+void Exchange::inspect(std::span<const std::uint8_t> data) {
+    // each byte like the one before it
+    const bool isZero =
+        data.empty() || (data[0] == 0 && std::memcmp(data.data(), data.data() + 1, data.size() - 1) == 0);
+    record_.isAllZero = record_.isAllZero && isZero;
 }
 
 void Exchange::written(std::int64_t wire) {

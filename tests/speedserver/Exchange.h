@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,10 @@ struct Record {
     bool isOver = false;
     /// The whole body has come (POST) or has been handed to the kernel (GET).
     bool isWhole = false;
+    /// Nothing but zeros has come (POST).
+    bool isAllZero = true;
+    /// Of the connection: it continued an earlier TLS session.
+    bool isResumed = false;
     /// Of the body, over time: bytes that the client has acknowledged (GET), or that have been read (POST).
     std::vector<Point> series;
 };
@@ -51,6 +56,8 @@ class Exchange {
     /// Bytes of the body that may move now, at the rate and up to the point that the behaviour sets.
     std::int64_t allowance(Time now) const;
     void move(std::int64_t count);
+    /// Looks at what has come of a POST's body.
+    void inspect(std::span<const std::uint8_t> data);
     /// The answer to a POST is due before its body is whole.
     bool isAnswerDue() const { return behaviour_.answerAt >= 0 && moved_ >= behaviour_.answerAt; }
     /// Nothing of the body is read any more.

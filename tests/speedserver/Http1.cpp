@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <utility>
 
 namespace skylet::test {
 
@@ -19,16 +20,15 @@ class Http1 final : public Protocol {
 
     void received(std::span<const std::uint8_t> data) override {
         if (exchange_) {
-            bodyReceived(static_cast<std::int64_t>(data.size()));
+            bodyReceived(data);
             return;
         }
         input_.append(reinterpret_cast<const char*>(data.data()), data.size());
         const auto end = input_.find("\r\n\r\n");
         if (end != std::string::npos) {
             headReceived(input_.substr(0, end));
-            const auto rest = static_cast<std::int64_t>(input_.size() - end - 4);
-            input_.clear();
-            bodyReceived(rest);
+            const auto rest = std::exchange(input_, {}).substr(end + 4);
+            bodyReceived(std::span(reinterpret_cast<const std::uint8_t*>(rest.data()), rest.size()));
         }
     }
 
@@ -74,9 +74,10 @@ class Http1 final : public Protocol {
         exchange_ = host_.begin(method, path, std::move(headers));
     }
 
-    void bodyReceived(std::int64_t count) {
+    void bodyReceived(std::span<const std::uint8_t> data) {
         if (exchange_ && exchange_->isUpload()) {
-            exchange_->move(count);
+            exchange_->inspect(data);
+            exchange_->move(static_cast<std::int64_t>(data.size()));
             if (exchange_->moved() >= expected_) {
                 exchange_->bodyWhole();
             }

@@ -67,6 +67,8 @@ QJsonObject json(const Record& record) {
             {QStringLiteral("began"), seconds(record.began)},
             {QStringLiteral("over"), record.isOver},
             {QStringLiteral("whole"), record.isWhole},
+            {QStringLiteral("allZero"), record.isAllZero},
+            {QStringLiteral("resumed"), record.isResumed},
             {QStringLiteral("series"), series}};
 }
 

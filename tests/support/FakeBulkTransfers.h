@@ -24,7 +24,7 @@ class FakeBulkTransfers {
         const QUrl url;
         bool isUpload = false;
         QByteArray contentType;
-        UploadBody body;
+        std::int64_t bodySize = 0;
         std::optional<Seconds> timeoutInterval;
         int cancels = 0;
 
@@ -63,12 +63,12 @@ class FakeBulkTransfers {
       public:
         explicit Session(FakeBulkTransfers& owner) : owner_(owner) {}
         std::shared_ptr<BulkTransferTask> download(const QUrl& url) override { return owner_.add(url); }
-        std::shared_ptr<BulkTransferTask> upload(const QUrl& url, const QByteArray& contentType, UploadBody body,
+        std::shared_ptr<BulkTransferTask> upload(const QUrl& url, const QByteArray& contentType, std::int64_t size,
                                                  Seconds timeoutInterval) override {
             auto task = owner_.add(url);
             task->isUpload = true;
             task->contentType = contentType;
-            task->body = std::move(body);
+            task->bodySize = size;
             task->timeoutInterval = timeoutInterval;
             return task;
         }

@@ -2,7 +2,6 @@
 
 #include "platform/Clock.h"
 #include "platform/transfer/TransferSession.h"
-#include "platform/transfer/UploadBody.h"
 
 #include <QByteArray>
 #include <QUrl>
@@ -18,7 +17,7 @@ namespace skylet {
 using TaskIdentifier = std::int64_t;
 
 /// A large transfer under way.
-class BulkTransferTask : public TransferTask {
+class BulkTransferTask : public Cancellation {
   public:
     virtual TaskIdentifier taskIdentifier() const = 0;
 };
@@ -66,8 +65,8 @@ class BulkTransferSession {
     virtual ~BulkTransferSession() = default;
     /// Starts a GET. Dropping the handle does not end the transfer.
     virtual std::shared_ptr<BulkTransferTask> download(const QUrl& url) = 0;
-    /// Starts a POST of `body`. `timeoutInterval` takes the place of the session's limit for one request.
-    virtual std::shared_ptr<BulkTransferTask> upload(const QUrl& url, const QByteArray& contentType, UploadBody body,
+    /// Starts a POST of `size` zero bytes. `timeoutInterval` takes the place of the session's limit for one request.
+    virtual std::shared_ptr<BulkTransferTask> upload(const QUrl& url, const QByteArray& contentType, std::int64_t size,
                                                      Seconds timeoutInterval) = 0;
 };
 

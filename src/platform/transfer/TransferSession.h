@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Cancellation.h"
 #include "platform/Clock.h"
 
 #include <QString>
@@ -26,20 +27,12 @@ struct TransferResponse {
     std::optional<QString> url;
     /// For how much of the exchange's time this program, not the network, was waited for: it was busy with something
     /// else while the request could have gone out, or when the last byte was there already.
-    Seconds heldUp{0};
+    Seconds localDelay{0};
 };
 
-/// Why there is no answer. The text is for developers, not for users.
+/// Why there is no answer. The text is for the log, not for users.
 struct TransferError {
     QString description;
-};
-
-/// A transfer under way.
-class TransferTask {
-  public:
-    virtual ~TransferTask() = default;
-    /// Ends the transfer for its caller, who then gets a TransferError. Harmless when repeated and after the end.
-    virtual void cancel() = 0;
 };
 
 /// Sends HTTP requests over connections of its own. It keeps nothing but connections: no cookies, no cache, no
@@ -52,10 +45,10 @@ class TransferSession {
 
     virtual ~TransferSession() = default;
     /// Starts a HEAD request. `completion` is called exactly once, on the main thread from the event loop, never from
-    /// inside this call or from inside `cancel`, and no later than the session's limit. A body is never read. Dropping
-    /// the handle does not end the transfer. A connection over which an answer came that `accepts` refuses is not used
+    /// inside this call or from inside the handle's `cancel`, which brings a TransferError, and no later than the
+    /// session's limit. A body is never read. A connection over which an answer came that `accepts` refuses is not used
     /// again; it is asked about answers that the caller does not get to see, too, and may outlive the request.
-    virtual std::shared_ptr<TransferTask> head(const QUrl& url, Accepts accepts, Completion completion) = 0;
+    virtual std::shared_ptr<Cancellation> head(const QUrl& url, Accepts accepts, Completion completion) = 0;
     /// Ends every transfer (each still completes, with an error) and closes every connection.
     virtual void invalidateAndCancel() = 0;
 };

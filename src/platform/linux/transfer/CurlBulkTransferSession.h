@@ -1,16 +1,14 @@
 #pragma once
 
+#include "platform/linux/transfer/BulkTransfer.h"
+#include "platform/linux/transfer/PreciseTimer.h"
 #include "platform/linux/transfer/curl/CurlMulti.h"
 #include "platform/network/NetworkEpoch.h"
 #include "platform/transfer/BulkTransferSession.h"
 
-#include <QTimer>
-
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <memory>
-#include <optional>
 #include <vector>
 
 namespace skylet {
@@ -25,8 +23,7 @@ class CurlBulkTransferSession final : public BulkTransferSession {
     /// Long enough for an upload after a download; an idle connection of a high speed holds megabytes of buffers.
     static constexpr std::chrono::seconds keepConnectionsFor{5};
 
-    /// Bytes that have left this machine so far, of whichever program; it never falls. Empty optional: unknown.
-    using SentByMachine = std::function<std::optional<std::int64_t>()>;
+    using SentByMachine = BulkTransfer::SentByMachine;
 
     /// Of the two limits, the one for requests is how long nothing may move. `delegate` outlives the session. An upload
     /// whose other end is this machine itself, a proxy or a tunnel's program, counts for no more than `sentByMachine`
@@ -35,51 +32,34 @@ class CurlBulkTransferSession final : public BulkTransferSession {
                             std::shared_ptr<NameResolver> names, BulkTransferDelegate& delegate,
                             SentByMachine sentByMachine);
     ~CurlBulkTransferSession() override;
-    CurlBulkTransferSession(const CurlBulkTransferSession&) = delete;
-    CurlBulkTransferSession& operator=(const CurlBulkTransferSession&) = delete;
-    CurlBulkTransferSession(CurlBulkTransferSession&&) = delete;
-    CurlBulkTransferSession& operator=(CurlBulkTransferSession&&) = delete;
 
     std::shared_ptr<BulkTransferTask> download(const QUrl& url) override;
-    std::shared_ptr<BulkTransferTask> upload(const QUrl& url, const QByteArray& contentType, UploadBody body,
+    std::shared_ptr<BulkTransferTask> upload(const QUrl& url, const QByteArray& contentType, std::int64_t size,
                                              Seconds timeoutInterval) override;
 
   private:
-    class Transfer;
-    class Task;
-    struct Request;
-    /// May be let go from inside its own signal.
-    using Timer = std::unique_ptr<QTimer, void (*)(QTimer*)>;
-    using Transfers = std::vector<std::shared_ptr<Transfer>>;
+    using Transfers = std::vector<std::shared_ptr<BulkTransfer>>;
 
-    static Timer makeTimer(bool singleShot);
-    static void report(const std::shared_ptr<Transfer>& transfer);
+    Q_DISABLE_COPY_MOVE(CurlBulkTransferSession)
 
-    std::shared_ptr<BulkTransferTask> start(Request request);
-    void done(CURL* handle, CURLcode result);
+    std::shared_ptr<BulkTransferTask> start(BulkTransfer::Request request);
     void tick();
-    std::unique_ptr<CurlMulti> makeMulti();
-    /// Grows with everything that goes either way.
-    std::int64_t moved() const;
-    void closing(curl_socket_t socket);
-    void reportSoon();
-    void reportAll() const;
-    void takeOffWire(const std::shared_ptr<Transfer>& transfer);
-    void remove(const Transfer& transfer);
+    void reportAll();
+    static void reportProgress(const std::shared_ptr<BulkTransfer>& transfer, BulkTransferDelegate& delegate);
+    void reportEnd(const std::shared_ptr<BulkTransfer>& transfer);
     void dropConnections();
 
-    const Seconds requestLimit_;
-    const Seconds resourceLimit_;
+    const SessionConfiguration configuration_;
     const std::shared_ptr<const NetworkEpoch> epoch_;
     const std::shared_ptr<NameResolver> names_;
     const SentByMachine sentByMachine_;
     std::uint64_t epochOfConnections_;
     BulkTransferDelegate& delegate_;
     TaskIdentifier lastIdentifier_ = 0;
-    const Timer ticking_;
-    const Timer reporting_;
-    const Timer idle_;
-    /// Whose end has not been told.
+    const PreciseTimer ticking_ = makePreciseTimer(false);
+    const PreciseTimer reporting_ = makePreciseTimer(true);
+    const PreciseTimer idle_ = makePreciseTimer(true);
+    /// Whose end has not been reported.
     Transfers transfers_;
     std::unique_ptr<CurlMulti> multi_;
 };

@@ -1,5 +1,6 @@
 #include "platform/linux/transfer/CurlTransferSession.h"
 
+#include "platform/linux/transfer/TransferLog.h"
 #include "platform/linux/transfer/curl/CurlOptions.h"
 
 #include <QTimer>
@@ -14,9 +15,7 @@ namespace {
 CurlShare makeShare() {
     initializeCurl();
     CurlShare share(curl_share_init());
-    if (!share) {
-        qFatal("libcurl is out of memory");
-    }
+    Q_CHECK_PTR(share.get());
     curl_share_setopt(share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
     return share;
 }
@@ -31,7 +30,7 @@ CurlTransferSession::CurlTransferSession(const SessionConfiguration& configurati
       epoch_(std::move(epoch)), names_(std::move(names)), renewalInterval_(renewalInterval),
       epochOfHosts_(epoch_->current()), share_(makeShare()) {}
 
-std::shared_ptr<TransferTask> CurlTransferSession::head(const QUrl& url, Accepts accepts, Completion completion) {
+std::shared_ptr<Cancellation> CurlTransferSession::head(const QUrl& url, Accepts accepts, Completion completion) {
     const auto key = url.authority();
     auto task = hostFor(key).current->head({url, accepts, limit_}, std::move(completion));
     renewIfDue(key, url, accepts);
@@ -48,16 +47,17 @@ void CurlTransferSession::invalidateAndCancel() {
 
 CurlTransferSession::Host& CurlTransferSession::hostFor(const QString& key) {
     if (epochOfHosts_ != epoch_->current()) {
+        qCInfo(transferLog, "another network: no connection is used again");
         retireAll();
         epochOfHosts_ = epoch_->current();
         lastRenewal_ = SteadyClock::now();
     }
     auto& host = hosts_[key];
-    if (host.current && host.current->isTrusted() && host.current->isBehindSlowProxy() && !host.successor) {
-        host.successor = std::exchange(host.current, nullptr);
+    if (host.current && host.current->isUsable() && host.current->isBehindSlowProxy() && !host.replacement) {
+        host.replacement = std::exchange(host.current, nullptr);
     }
     if (host.current && !isFitForUse(*host.current)) {
-        host.version = host.current->successorVersion();
+        host.isHttp1Only = host.current->needsHttp1();
         retire(std::exchange(host.current, nullptr));
     }
     if (!host.current) {
@@ -67,24 +67,25 @@ CurlTransferSession::Host& CurlTransferSession::hostFor(const QString& key) {
 }
 
 bool CurlTransferSession::isFitForUse(const ConnectionPool& pool) const {
-    if (!pool.isTrusted() || pool.isBehindSlowProxy() || pool.isClosedByPeer()) {
+    if (!pool.isUsable() || pool.isBehindSlowProxy() || pool.isClosedByPeer()) {
         return false;
     }
     // Where nothing was asked for long, as in a pause, nothing has been renewed.
-    return !pool.isProven() || SteadyClock::now() - pool.newestConnection() <= 3 * renewalInterval_;
+    return !pool.hasAnswered() || SteadyClock::now() - pool.newestConnection() <= 3 * renewalInterval_;
 }
 
 CurlTransferSession::Pool CurlTransferSession::makePool(const Host& host) {
-    return std::make_unique<ConnectionPool>(*names_, share_.get(), host.version, lifetime_.guard([this] { sweep(); }));
+    return std::make_unique<ConnectionPool>(*names_, share_.get(), host.isHttp1Only,
+                                            lifetime_.guard([this] { sweep(); }));
 }
 
 void CurlTransferSession::renewIfDue(const QString& key, const QUrl& url, const Accepts& accepts) {
     auto& host = hosts_[key];
-    const auto isProven = [](const Host& other) { return other.current && other.current->isProven(); };
+    const auto hasAnswered = [](const Host& other) { return other.current && other.current->hasAnswered(); };
     const auto isOlder = [&](const auto& entry) {
-        return isProven(entry.second) && entry.second.current->newestConnection() < host.current->newestConnection();
+        return hasAnswered(entry.second) && entry.second.current->newestConnection() < host.current->newestConnection();
     };
-    if (host.successor || !isProven(host)) {
+    if (host.replacement || !hasAnswered(host)) {
         return;
     }
     const auto now = SteadyClock::now();
@@ -92,41 +93,43 @@ void CurlTransferSession::renewIfDue(const QString& key, const QUrl& url, const 
         now - lastRenewal_ >= renewalInterval_ && std::none_of(hosts_.begin(), hosts_.end(), isOlder);
     // Where answers are slow a turn may come a whole cycle late; twice that would be too late for the last one.
     const bool isOld = now - host.current->newestConnection() >= 2 * renewalInterval_;
-    const bool isInDoubt = host.current->newestConnection() < lastFailure_;
-    if (!isItsTurn && !isOld && !isInDoubt) {
+    const bool isSuspect = host.current->newestConnection() < lastFailure_;
+    if (!isItsTurn && !isOld && !isSuspect) {
         return;
     }
+    qCInfo(transferLog, "%s: making a fresh connection beside the kept one", qPrintable(key));
     lastRenewal_ = now;
-    host.isBeforeTurn = isInDoubt;
-    host.successor = makePool(host);
-    host.successor->head({url, accepts, std::max<std::chrono::milliseconds>(renewalLimit, limit_),
-                          NameResolver::Freshness::fresh, false},
-                         // Its end is seen by what the pool is like after it.
-                         [](const auto& /*response*/, const auto& /*error*/) {});
+    host.isEarly = isSuspect;
+    host.replacement = makePool(host);
+    host.replacement->head({url, accepts, std::max<std::chrono::milliseconds>(renewalLimit, limit_), true},
+                           // Its end is seen by what the pool is like after it.
+                           [](const auto& /*response*/, const auto& /*error*/) {});
 }
 
-void CurlTransferSession::succeed(Host& host) {
-    auto successor = std::exchange(host.successor, nullptr);
-    const bool isInUse = host.current && host.current->isTrusted() && host.current->isProven();
-    const bool isOutdone = isInUse && host.current->newestConnection() > successor->newestConnection();
-    if (successor->isTrusted() && !isOutdone) {
-        std::swap(host.current, successor);
+void CurlTransferSession::finishRenewal(const QString& key, Host& host) {
+    auto replacement = std::exchange(host.replacement, nullptr);
+    const bool isInUse = host.current && host.current->isUsable() && host.current->hasAnswered();
+    const bool isOutdone = isInUse && host.current->newestConnection() > replacement->newestConnection();
+    if (replacement->isUsable() && !isOutdone) {
+        qCInfo(transferLog, "%s: the fresh connection is used from now on", qPrintable(key));
+        std::swap(host.current, replacement);
     } else if (isInUse && !isOutdone) {
-        host.version = successor->successorVersion();
-        host.current->distrust();
+        qCInfo(transferLog, "%s: no fresh connection could be made, the kept one is not used again", qPrintable(key));
+        host.isHttp1Only = replacement->needsHttp1();
+        host.current->markUnusable();
         // If no new connection can be made here, then perhaps nowhere. This goes round once: a server that takes one
         // connection at a time refuses each fresh one beside the kept one.
-        if (!host.isBeforeTurn) {
+        if (!host.isEarly) {
             lastFailure_ = SteadyClock::now();
         }
     }
-    retire(std::move(successor));
+    retire(std::move(replacement));
 }
 
 void CurlTransferSession::retireAll() {
     for (auto& [key, host] : std::exchange(hosts_, {})) {
         retire(std::move(host.current));
-        retire(std::move(host.successor));
+        retire(std::move(host.replacement));
     }
 }
 
@@ -141,11 +144,11 @@ void CurlTransferSession::retire(Pool pool) {
 
 void CurlTransferSession::sweep() {
     for (auto& [key, host] : hosts_) {
-        if (host.successor && host.successor->isIdle()) {
-            succeed(host);
+        if (host.replacement && host.replacement->isIdle()) {
+            finishRenewal(key, host);
         }
-        if (host.current && !host.current->isTrusted() && host.current->isIdle()) {
-            host.version = host.current->successorVersion();
+        if (host.current && !host.current->isUsable() && host.current->isIdle()) {
+            host.isHttp1Only = host.current->needsHttp1();
             host.current.reset();
         }
     }

@@ -34,21 +34,21 @@ class CurlTransferSession final : public TransferSession {
                         std::shared_ptr<NameResolver> names,
                         std::chrono::milliseconds renewalInterval = defaultRenewalInterval);
 
-    std::shared_ptr<TransferTask> head(const QUrl& url, Accepts accepts, Completion completion) override;
+    std::shared_ptr<Cancellation> head(const QUrl& url, Accepts accepts, Completion completion) override;
     void invalidateAndCancel() override;
 
   private:
     using Pool = std::unique_ptr<ConnectionPool>;
-    using SteadyClock = CurlMulti::SteadyClock;
+    using SteadyClock = CurlTransfer::SteadyClock;
     struct Host {
-        ConnectionPool::HttpVersion version = ConnectionPool::HttpVersion::negotiated;
+        bool isHttp1Only = false;
         /// Absent before the first request, and after a failed one.
         Pool current;
         /// Makes the connection that is to replace the current one, or waits for a slow proxy while the current one
         /// tries anew.
-        Pool successor;
-        /// The successor was begun before its turn, since another host's had failed.
-        bool isBeforeTurn = false;
+        Pool replacement;
+        /// The replacement was begun before its turn, since another host's had failed.
+        bool isEarly = false;
     };
 
     /// With a current pool that is fit for use.
@@ -56,8 +56,8 @@ class CurlTransferSession final : public TransferSession {
     bool isFitForUse(const ConnectionPool& pool) const;
     Pool makePool(const Host& host);
     void renewIfDue(const QString& key, const QUrl& url, const Accepts& accepts);
-    /// Takes the successor's connection into use if it brought an answer that is accepted, else neither.
-    void succeed(Host& host);
+    /// Takes the replacement's connection into use if it brought an answer that is accepted, else neither.
+    void finishRenewal(const QString& key, Host& host);
     void retireAll();
     void retire(Pool pool);
     void sweep();
@@ -69,7 +69,7 @@ class CurlTransferSession final : public TransferSession {
     std::uint64_t epochOfHosts_;
     /// When a renewal last began, or the network did.
     SteadyClock::time_point lastRenewal_ = SteadyClock::now();
-    /// When a renewal that had its turn last failed: connections that are older are in doubt too.
+    /// When a renewal that had its turn last failed: connections that are older may lead nowhere too.
     SteadyClock::time_point lastFailure_ = SteadyClock::time_point::min();
     /// TLS sessions, so that a new connection to a known host need not carry the certificates again. Outlives the
     /// pools.

@@ -14,8 +14,7 @@ std::optional<ReceiveProgress> ReceiveProgress::of(int socket) {
     int unread = 0;
     const bool isKnown = ::ioctl(socket, SIOCINQ, &unread) == 0;
     const auto info = TcpInfo::of(socket);
-    const auto received = info ? info->bytesReceived() : std::nullopt;
-    return isKnown && received ? std::optional(ReceiveProgress{*received, unread}) : std::nullopt;
+    return isKnown && info ? std::optional(ReceiveProgress{info->bytesReceived(), unread}) : std::nullopt;
 }
 
 DownloadMeter::Mark DownloadMeter::mark(const ReceiveProgress& progress, std::int64_t delivered) {

@@ -12,13 +12,13 @@ struct ReceiveProgress {
     /// Of these, still with the kernel.
     std::int64_t unread = 0;
 
-    /// Asks the kernel (tcp(7)). Empty for anything but a TCP socket, and where the kernel does not count.
+    /// Asks the kernel (tcp(7)). Empty where it does not know.
     static std::optional<ReceiveProgress> of(int socket);
 };
 
-/// Tells how many bytes of an answer's body have arrived, those of a TLS record that is not whole yet included: it can
-/// be read only when its end is there, for which a slow link takes seconds. What TLS and HTTP wrap around the body is
-/// taken to have the same share throughout.
+/// Estimates how many bytes of an answer's body have arrived, those of a TLS record that is not whole yet included: it
+/// can be read only when its end is there, for which a slow link takes seconds. What TLS and HTTP wrap around the body
+/// is taken to have the same share throughout.
 class DownloadMeter {
   public:
     /// What TLS and HTTP may add to the last bytes, with room to spare: a record's frame, the last chunk, TLS's

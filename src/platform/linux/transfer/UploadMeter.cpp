@@ -23,7 +23,7 @@ std::optional<SendProgress> SendProgress::of(int socket) {
 void UploadMeter::begin(const std::optional<SendProgress>& progress) {
     start_.reset();
     if (progress) {
-        start_ = progress->acknowledged.value_or(0) + progress->pending;
+        start_ = progress->acknowledged + progress->pending;
     }
 }
 
@@ -34,13 +34,10 @@ std::int64_t UploadMeter::acknowledged(const std::optional<SendProgress>& progre
     if (!progress) {
         return 0;
     }
-    if (!progress->acknowledged) {
-        return std::max<std::int64_t>(0, handedOver - progress->pending);
-    }
-    const std::int64_t acknowledged = std::max<std::int64_t>(0, *progress->acknowledged - *start_);
+    const std::int64_t acknowledged = std::max<std::int64_t>(0, progress->acknowledged - *start_);
     // What was handed over may still be on its way to the kernel: then the body's share in the stream is not known yet,
     // and taken for the whole.
-    const std::int64_t written = std::max(*progress->acknowledged + progress->pending - *start_, handedOver);
+    const std::int64_t written = std::max(progress->acknowledged + progress->pending - *start_, handedOver);
     if (acknowledged >= written) {
         return handedOver;
     }

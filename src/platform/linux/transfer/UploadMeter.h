@@ -8,19 +8,19 @@ namespace skylet {
 
 /// How far the network has taken what a connection was given to send, in bytes of TCP's payload.
 struct SendProgress {
-    /// Acknowledged by the other end since the connection began; absent where the kernel does not say.
-    std::optional<std::int64_t> acknowledged;
+    /// Acknowledged by the other end since the connection began.
+    std::int64_t acknowledged = 0;
     /// Handed to the kernel, and not acknowledged.
     std::int64_t pending = 0;
-    /// The shortest round trip of late; absent where the kernel does not say.
+    /// The shortest round trip of late; absent before the first.
     std::optional<std::chrono::microseconds> roundTrip = {};
 
-    /// Asks the kernel (tcp(7)). Empty for anything but a TCP socket.
+    /// Asks the kernel (tcp(7)). Empty where it does not know.
     static std::optional<SendProgress> of(int socket);
 };
 
-/// Tells how many bytes of a request's body the other end of a connection has acknowledged. The kernel counts what TLS
-/// and HTTP wrap around the body too; their share is taken to be the same throughout.
+/// Estimates how many bytes of a request's body the other end of a connection has acknowledged. The kernel counts what
+/// TLS and HTTP wrap around the body too; their share is taken to be the same throughout.
 class UploadMeter {
   public:
     /// The body begins here: what the connection was given before is not the body's.

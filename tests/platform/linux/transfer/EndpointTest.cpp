@@ -4,6 +4,7 @@
 #include "SystemNames.h"
 #include "platform/linux/transfer/CurlTransferSession.h"
 #include "support/EventLoop.h"
+#include "support/LogCapture.h"
 
 #include <QCoreApplication>
 #include <QThread>
@@ -86,6 +87,37 @@ TEST_P(EndpointTest, RequestsShareOneConnection) {
         EXPECT_EQ(status(), 204);
     }
     EXPECT_EQ(server->connections(), 1);
+}
+
+TEST_P(EndpointTest, AsksByHeadWithoutABodyOrCookies) {
+    server->set(
+        QStringLiteral("head"),
+        {{QStringLiteral("headers"), QJsonArray{QJsonArray{QStringLiteral("set-cookie"), QStringLiteral("a=b")}}}});
+    EXPECT_EQ(status(), 204);
+    EXPECT_EQ(status(), 204);
+    const auto requests = server->requests();
+    ASSERT_EQ(requests.size(), 2);
+    for (const auto& request : requests) {
+        EXPECT_EQ(request.toObject().value(QStringLiteral("method")).toString(), QStringLiteral("HEAD"));
+        for (const auto& header : request.toObject().value(QStringLiteral("headers")).toArray()) {
+            EXPECT_NE(header.toArray().at(0).toString(), QStringLiteral("cookie"));
+            EXPECT_NE(header.toArray().at(0).toString(), QStringLiteral("content-length"));
+        }
+    }
+}
+
+TEST_P(EndpointTest, AFreshConnectionBesideTheKeptOneResumesItsTlsSession) {
+    makeSession(100ms);
+    EXPECT_TRUE(askUntil([this] { return server->connections() >= 3; }));
+    int resumed = 0;
+    for (const auto& value : server->requests()) {
+        const auto request = value.toObject();
+        const bool isFirst = request.value(QStringLiteral("connection")).toInt() == 0;
+        const bool isResumed = request.value(QStringLiteral("resumed")).toBool();
+        EXPECT_EQ(isResumed, !isFirst);
+        resumed += isResumed ? 1 : 0;
+    }
+    EXPECT_GT(resumed, 0);
 }
 
 TEST_P(EndpointTest, AnAnswerThatIsNotAcceptedIsToldAndEndsItsConnection) {
@@ -176,15 +208,15 @@ TEST_P(EndpointTest, ARequestThatThisProgramIsLateToSendIsNotLate) {
     QThread::msleep(300);
     ASSERT_TRUE(test::waitUntil([this] { return results.size() == 2; }, 30s));
     const Seconds elapsed = std::chrono::steady_clock::now() - begun;
-    const auto heldUp = results.back().response.value().heldUp;
-    EXPECT_GE(heldUp, Seconds(0.29));
-    EXPECT_LE(heldUp, elapsed);
+    const auto localDelay = results.back().response.value().localDelay;
+    EXPECT_GE(localDelay, Seconds(0.29));
+    EXPECT_LE(localDelay, elapsed);
 }
 
 TEST_P(EndpointTest, AnAnswerThatThisProgramIsLateToReadIsNotLate) {
     EXPECT_EQ(status(), 204);
-    std::optional<Seconds> heldUp;
-    for (int attempt = 0; attempt < 50 && !heldUp; ++attempt) {
+    std::optional<Seconds> localDelay;
+    for (int attempt = 0; attempt < 50 && !localDelay; ++attempt) {
         const auto count = results.size();
         head();
         // One turn of the loop sends the request. The answer may be as quick.
@@ -193,11 +225,11 @@ TEST_P(EndpointTest, AnAnswerThatThisProgramIsLateToReadIsNotLate) {
         QThread::msleep(300);
         ASSERT_TRUE(test::waitUntil([&] { return results.size() > count; }, 30s));
         if (isWaiting) {
-            heldUp = results.back().response.value().heldUp;
+            localDelay = results.back().response.value().localDelay;
         }
     }
-    ASSERT_TRUE(heldUp.has_value());
-    EXPECT_GE(*heldUp, Seconds(0.2));
+    ASSERT_TRUE(localDelay.has_value());
+    EXPECT_GE(*localDelay, Seconds(0.2));
 }
 
 TEST_P(EndpointTest, AProgramThatIsNotBusyIsNotHeldUp) {
@@ -206,9 +238,28 @@ TEST_P(EndpointTest, AProgramThatIsNotBusyIsNotHeldUp) {
     bool isEverPrompt = false;
     for (int attempt = 0; attempt < 100 && !isEverPrompt; ++attempt) {
         status();
-        isEverPrompt = results.back().response.value().heldUp < Seconds(0.002);
+        isEverPrompt = results.back().response.value().localDelay < Seconds(0.002);
     }
     EXPECT_TRUE(isEverPrompt);
+}
+
+TEST_P(EndpointTest, ConnectionsAreLoggedWhenTheyAreMadeAndClosed) {
+    const test::LogCapture log(QStringLiteral("skylet.*=true"));
+    EXPECT_EQ(status(), 204);
+    EXPECT_TRUE(log.text().contains(QStringLiteral("skylet.transfer: 127.0.0.1: connecting")))
+        << log.text().toStdString();
+    EXPECT_FALSE(log.text().contains(QStringLiteral("closed")));
+    session.reset();
+    EXPECT_TRUE(log.text().contains(QStringLiteral("closed"))) << log.text().toStdString();
+}
+
+TEST_P(EndpointTest, NothingIsLoggedByDefault) {
+    const test::LogCapture log;
+    EXPECT_EQ(status(), 204);
+    server->drop(QStringLiteral("reset"));
+    EXPECT_EQ(status(), 204);
+    session.reset();
+    EXPECT_EQ(log.text(), QString());
 }
 
 } // namespace

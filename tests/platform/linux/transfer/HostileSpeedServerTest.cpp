@@ -64,8 +64,7 @@ class HostileSpeedServerTest : public HostilePeerTest {
 
     std::shared_ptr<BulkTransferTask> start(bool isUpload, std::int64_t bytes) {
         if (isUpload) {
-            return session->upload(SpeedServer::up(), "application/octet-stream",
-                                   zeroBody(static_cast<std::size_t>(bytes)), limit);
+            return session->upload(SpeedServer::up(), "application/octet-stream", bytes, limit);
         }
         return session->download(SpeedServer::down(bytes));
     }

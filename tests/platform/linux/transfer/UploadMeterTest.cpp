@@ -58,13 +58,6 @@ TEST(UploadMeterTest, SizesBeyondFourGigabytesStayExact) {
                 static_cast<double>(large) / 2, 1);
 }
 
-TEST(UploadMeterTest, AKernelThatDoesNotCountAcknowledgedBytesTellsAtLeastWhatIsPending) {
-    UploadMeter meter;
-    meter.begin(SendProgress{{}, 200});
-    EXPECT_EQ(meter.acknowledged(SendProgress{{}, 30'000}, 100'000), 70'000);
-    EXPECT_EQ(meter.acknowledged(SendProgress{{}, 30'000}, 10'000), 0);
-}
-
 TEST(UploadMeterTest, WithoutAnyKnowledgeOfTheConnectionWhatWasHandedOverCounts) {
     UploadMeter meter;
     meter.begin(std::nullopt);

@@ -2,16 +2,9 @@
 
 #include "platform/linux/transfer/curl/CurlHandles.h"
 
-#include <QUrl>
 #include <QtGlobal>
 
-#include <cstddef>
-
 namespace skylet {
-
-/// Bytes of response head, all interim responses included, after which a transfer is to fail. So it is with what a
-/// proxy says before.
-inline constexpr std::size_t headLimitBytes = std::size_t{64} * 1024;
 
 /// Sets one option; stops the program where libcurl does not know it.
 template <typename Value>
@@ -24,8 +17,8 @@ void setCurlOption(const CurlEasy& handle, CURLoption option, Value value) {
 /// libcurl wants this before anything else. Harmless when repeated.
 void initializeCurl();
 
-/// A handle that asks for `url` by what holds for every request of the program: https alone, the system's certificates,
-/// no signals.
-CurlEasy makeRequest(const QUrl& url);
+/// Where the system keeps its certificates both as one bundle and as hashed files (openssl-rehash(1)), libcurl would
+/// read the whole bundle for every connection; the hashed files are opened as needed.
+void useHashedCertificates(const CurlEasy& handle);
 
 } // namespace skylet

@@ -5,6 +5,7 @@
 #include "platform/network/NetworkEpoch.h"
 
 #include <QByteArray>
+#include <QFutureWatcher>
 #include <QString>
 
 #include <chrono>
@@ -19,16 +20,22 @@
 namespace skylet {
 
 /// Looks up the addresses of names with the system's own resolver, getaddrinfo(3), on a thread for each look-up, since
-/// it waits for as long as the system's configuration tells it to. On one network no name is looked up twice at the
+/// it waits for as long as the system's configuration says. On one network no name is looked up twice at the
 /// same time, and an answer that came late still serves whoever asks next. Answers do not survive a change of network.
-/// All calls and completions are on the main thread; there are no locks.
+/// All calls and completions are on the main thread.
 class NameResolver {
   public:
     /// Numeric IPv4 or IPv6 addresses, the one to try first in front. Empty: there are none, or nobody answered.
     using Addresses = std::vector<QByteArray>;
     using Completion = std::function<void(const Addresses&)>;
+
+    struct Answer {
+        Addresses addresses;
+        /// Why there are none, for the log.
+        QByteArray error;
+    };
     /// Blocks until the system answers; called on any thread.
-    using SystemLookUp = std::function<Addresses(const QByteArray& host)>;
+    using SystemLookUp = std::function<Answer(const QByteArray& host)>;
 
     enum class Freshness {
         /// An answer that was kept will do.
@@ -42,8 +49,8 @@ class NameResolver {
     /// A kept answer that is used when it is older than this is looked up again meanwhile, so that a name in constant
     /// use is never waited for again.
     static constexpr Seconds refreshAfter{30.0};
-    /// How long a new answer is waited for by whoever would have to use one that is doubted.
-    static constexpr std::chrono::milliseconds doubtPatience{500};
+    /// How long a new answer is waited for by whoever would have to use a stale one.
+    static constexpr std::chrono::milliseconds staleTimeout{500};
     /// Threads that may wait for the system at once: look-ups of earlier networks cannot be ended and count on. One
     /// more look-up than this begins when one of them ends.
     static constexpr std::size_t threadLimit = 24;
@@ -54,47 +61,41 @@ class NameResolver {
     NameResolver(std::shared_ptr<const Clock> clock, std::shared_ptr<const NetworkEpoch> epoch,
                  SystemLookUp systemLookUp = &NameResolver::askSystem,
                  Configuration configuration = &NameResolver::systemConfiguration);
-    ~NameResolver();
-    NameResolver(const NameResolver&) = delete;
-    NameResolver& operator=(const NameResolver&) = delete;
-    NameResolver(NameResolver&&) = delete;
-    NameResolver& operator=(NameResolver&&) = delete;
 
     /// Calls `completion` once: at once from inside the call with an answer that is kept, else from the event loop. A
     /// change of network ends all that wait with an empty answer; where only the name servers are others now, they are
     /// asked in the place of the earlier ones. It is not called any more once the resolver is gone.
     void lookUp(const QString& host, Freshness freshness, Completion completion);
 
-    /// The answer that is kept for `host` may be wrong: a request to it failed. It is looked up again for whoever wants
-    /// it next, and used only if no other comes soon. The doubt ends with an answer that differs, or with `confirm`.
-    void doubt(const QString& host);
-    /// A request to `host` succeeded.
-    void confirm(const QString& host);
+    /// Stale: a request to `host` failed, so that the kept answer may be wrong. It is looked up again for whoever wants
+    /// it next, and used only if no other comes soon. It is stale until another answer comes, or a request succeeds.
+    void setStale(const QString& host, bool isStale);
 
     /// getaddrinfo(3) for TCP over any family that this machine has. Blocks.
-    static Addresses askSystem(const QByteArray& host);
+    static Answer askSystem(const QByteArray& host);
     /// Of /etc/resolv.conf: network managers write it a moment after the route, and the C library reads it anew then.
     static QByteArray systemConfiguration();
 
   private:
-    /// A thread that asks the system, and where its answer arrives.
-    class Question;
+    /// Ends inside its own signal.
+    using Question = std::unique_ptr<QFutureWatcher<Answer>, void (*)(QObject*)>;
     struct Name {
         Addresses addresses;
         /// When `addresses` came; meaningless while they are empty.
         Seconds answered{0};
         bool isAsked = false;
-        bool isDoubted = false;
+        bool isStale = false;
         std::vector<Completion> waiting;
     };
 
     void followNetwork();
     void followConfiguration();
-    /// `completion` is called with an answer that comes within `doubtPatience`, else with `kept`.
+    /// `completion` is called with an answer that comes within `staleTimeout`, else with `kept`.
     void waitOrUse(Name& name, const Addresses& kept, Completion completion);
     void ask(const QString& host);
     void begin(const QString& host);
-    void answered(const Question& question);
+    /// `generation`: when it was asked for.
+    void answered(const QString& host, std::uint64_t generation, const Answer& answer);
     static void complete(const std::vector<Completion>& waiting, const Addresses& addresses);
 
     const std::shared_ptr<const Clock> clock_;
@@ -110,9 +111,7 @@ class NameResolver {
     /// Asked names that wait for a thread.
     std::list<QString> queue_;
     /// Of this network and earlier ones.
-    std::list<std::unique_ptr<Question>> questions_;
-    /// Answered, and about to go.
-    std::list<std::unique_ptr<Question>> ended_;
+    std::list<Question> questions_;
     Lifetime lifetime_;
 };
 

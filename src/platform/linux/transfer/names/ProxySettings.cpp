@@ -13,9 +13,9 @@ namespace {
 constexpr int defaultPort = 1080;
 constexpr int defaultTlsPort = 443;
 
-QByteArray either(const Environment& environment, const char* first, const char* second) {
-    const auto value = environment(first);
-    return value.isEmpty() ? environment(second) : value;
+QByteArray either(const char* first, const char* second) {
+    const auto value = qgetenv(first);
+    return value.isEmpty() ? qgetenv(second) : value;
 }
 
 QString withoutTrailingDot(QString name) {
@@ -46,12 +46,12 @@ bool isExempt(const QUrl& target, const QByteArray& exemptions) {
 
 } // namespace
 
-std::optional<Proxy> proxyFor(const QUrl& target, const Environment& environment) {
-    auto text = either(environment, "https_proxy", "HTTPS_PROXY");
+std::optional<Proxy> proxyFor(const QUrl& target) {
+    auto text = either("https_proxy", "HTTPS_PROXY");
     if (text.isEmpty()) {
-        text = either(environment, "all_proxy", "ALL_PROXY");
+        text = either("all_proxy", "ALL_PROXY");
     }
-    if (text.isEmpty() || isExempt(target, either(environment, "no_proxy", "NO_PROXY"))) {
+    if (text.isEmpty() || isExempt(target, either("no_proxy", "NO_PROXY"))) {
         return std::nullopt;
     }
     const auto full = QString::fromUtf8(text.contains("://") ? text : "http://" + text);
@@ -61,10 +61,9 @@ std::optional<Proxy> proxyFor(const QUrl& target, const Environment& environment
     // As it is understood here, lest libcurl understands it otherwise and looks up another name.
     proxy.url = url.adjusted(QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment).toEncoded();
     proxy.host = url.host(QUrl::FullyEncoded);
-    proxy.isOverTls = scheme == QStringLiteral("https");
+    proxy.isOverTls = scheme == u"https";
     proxy.port = url.port(proxy.isOverTls ? defaultTlsPort : defaultPort);
-    proxy.wantsAddress =
-        scheme == QStringLiteral("socks") || scheme == QStringLiteral("socks4") || scheme == QStringLiteral("socks5");
+    proxy.wantsAddress = scheme == u"socks" || scheme == u"socks4" || scheme == u"socks5";
     return proxy;
 }
 

@@ -4,7 +4,6 @@
 #include <QString>
 #include <QUrl>
 
-#include <functional>
 #include <optional>
 
 namespace skylet {
@@ -16,19 +15,16 @@ struct Proxy {
     /// Where it is; empty where the environment's text names no host, and nothing can be reached.
     QString host;
     int port = 0;
-    /// SOCKS4 and SOCKS5 are told the address of the target, which is looked up here; all others are told its name.
+    /// SOCKS4 and SOCKS5 get the address of the target, which is looked up here; all others get its name.
     bool wantsAddress = false;
     /// TLS is spoken with the proxy itself too.
     bool isOverTls = false;
 };
 
-/// Value of an environment variable; empty when it is not set.
-using Environment = std::function<QByteArray(const char* variable)>;
-
 /// The proxy that the environment names for an https `target`, by the rules of libcurl (curl(1), "Environment"):
 /// https_proxy before all_proxy, small letters before capitals, and no_proxy with its list of hosts and domains, "*"
 /// for all. Networks in no_proxy ("10.0.0.0/8") are not understood: they are about targets without a name. Empty: the
 /// target is asked directly.
-std::optional<Proxy> proxyFor(const QUrl& target, const Environment& environment);
+std::optional<Proxy> proxyFor(const QUrl& target);
 
 } // namespace skylet

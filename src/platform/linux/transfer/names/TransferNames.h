@@ -27,7 +27,7 @@ std::vector<HostAndPort> namesFor(const QUrl& target, const std::optional<Proxy>
 /// Tells libcurl the addresses of a name (CURLOPT_RESOLVE), which age there like an answer of its own.
 QByteArray resolveEntry(const HostAndPort& name, const NameResolver::Addresses& addresses);
 
-/// Has libcurl forget what it was told of a name.
+/// Has libcurl forget the addresses of a name.
 QByteArray removalEntry(const HostAndPort& name);
 
 } // namespace skylet

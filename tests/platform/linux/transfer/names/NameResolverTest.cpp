@@ -36,7 +36,7 @@ class FakeSystem {
             state->calls.push_back(name);
             state->changed.notify_all();
             state->changed.wait(lock, [&] { return state->answers.count(call) != 0; });
-            return state->answers.at(call);
+            return NameResolver::Answer{state->answers.at(call), {}};
         };
     }
 
@@ -166,10 +166,10 @@ TEST_F(NameResolverTest, AnAgeingAnswerStillServesAndIsLookedUpAgainMeanwhile) {
     EXPECT_THAT(results, ElementsAre(first, first, second)) << "the newer answer, 35 s old";
 }
 
-TEST_F(NameResolverTest, ADoubtedAnswerGivesWayToANewOneThatComesSoon) {
+TEST_F(NameResolverTest, AStaleAnswerGivesWayToANewOneThatComesSoon) {
     lookUp();
     answer(0, first);
-    resolver->doubt(host);
+    resolver->setStale(host, true);
     settle();
     EXPECT_EQ(system.calls().size(), 1U) << "only for those who want it";
     lookUp();
@@ -179,13 +179,13 @@ TEST_F(NameResolverTest, ADoubtedAnswerGivesWayToANewOneThatComesSoon) {
     lookUp();
     settle();
     EXPECT_THAT(results, ElementsAre(first, second, second));
-    EXPECT_EQ(system.calls().size(), 2U) << "the new answer is not in doubt";
+    EXPECT_EQ(system.calls().size(), 2U) << "the new answer is not stale";
 }
 
-TEST_F(NameResolverTest, ADoubtedAnswerServesWhereNoOtherComesSoon) {
+TEST_F(NameResolverTest, AStaleAnswerServesWhereNoOtherComesSoon) {
     lookUp();
     answer(0, first);
-    resolver->doubt(host);
+    resolver->setStale(host, true);
     lookUp();
     ASSERT_TRUE(runUntilResults(2));
     EXPECT_THAT(results, ElementsAre(first, first));
@@ -197,30 +197,30 @@ TEST_F(NameResolverTest, ADoubtedAnswerServesWhereNoOtherComesSoon) {
     EXPECT_THAT(results, ElementsAre(first, first, second));
 }
 
-TEST_F(NameResolverTest, ADoubtedAnswerServesWhereThereIsNoOther) {
+TEST_F(NameResolverTest, AStaleAnswerServesWhereThereIsNoOther) {
     lookUp();
     answer(0, first);
-    resolver->doubt(host);
+    resolver->setStale(host, true);
     lookUp();
     answer(1, {});
     EXPECT_THAT(results, ElementsAre(first, first));
 }
 
-TEST_F(NameResolverTest, TheSameAnswerAgainStaysInDoubt) {
+TEST_F(NameResolverTest, TheSameAnswerAgainIsStaleToo) {
     lookUp();
     answer(0, first);
-    resolver->doubt(host);
+    resolver->setStale(host, true);
     lookUp();
     answer(1, first);
     lookUp();
     EXPECT_TRUE(runUntilCalls(3));
 }
 
-TEST_F(NameResolverTest, AnAnswerThatProvedRightIsInDoubtNoMore) {
+TEST_F(NameResolverTest, AnAnswerThatProvedRightIsStaleNoMore) {
     lookUp();
     answer(0, first);
-    resolver->doubt(host);
-    resolver->confirm(host);
+    resolver->setStale(host, true);
+    resolver->setStale(host, false);
     lookUp();
     EXPECT_THAT(results, ElementsAre(first, first));
     settle();
@@ -239,7 +239,7 @@ TEST_F(NameResolverTest, OtherNameServersAreAskedAtOnceForThoseWhoWait) {
     EXPECT_EQ(results.size(), 2U) << "what the earlier ones say is of no use any more";
 }
 
-TEST_F(NameResolverTest, OtherNameServersPutWhatIsKeptInDoubt) {
+TEST_F(NameResolverTest, OtherNameServersMakeWhatIsKeptStale) {
     lookUp();
     answer(0, first);
     configuration = "two";
@@ -248,8 +248,8 @@ TEST_F(NameResolverTest, OtherNameServersPutWhatIsKeptInDoubt) {
     EXPECT_THAT(results, ElementsAre(first, second));
 }
 
-TEST_F(NameResolverTest, ToDoubtANameThatNobodyAskedForIsNothing) {
-    resolver->doubt(host);
+TEST_F(NameResolverTest, ANameThatNobodyAskedForCannotBeStale) {
+    resolver->setStale(host, true);
     settle();
     EXPECT_THAT(system.calls(), IsEmpty());
 }
@@ -353,7 +353,7 @@ TEST_F(NameResolverTest, NothingIsToldOnceItIsGoneAndTheThreadEndsByItself) {
 }
 
 TEST(NameResolverSystemTest, TheSystemKnowsItself) {
-    const auto addresses = NameResolver::askSystem("localhost");
+    const auto addresses = NameResolver::askSystem("localhost").addresses;
     EXPECT_THAT(addresses, testing::Not(IsEmpty()));
     for (const auto& address : addresses) {
         EXPECT_TRUE(address.startsWith("127.") || address == "::1") << address.constData();
@@ -365,7 +365,9 @@ TEST(NameResolverSystemTest, TheConfigurationIsTheSameUntilItChanges) {
 }
 
 TEST(NameResolverSystemTest, ANameThatCannotBeIsNoAnswer) {
-    EXPECT_THAT(NameResolver::askSystem(".."), IsEmpty());
+    const auto answer = NameResolver::askSystem("..");
+    EXPECT_THAT(answer.addresses, IsEmpty());
+    EXPECT_FALSE(answer.error.isEmpty()) << "why there is none";
 }
 
 } // namespace

@@ -11,10 +11,14 @@ namespace {
 const QUrl target(QStringLiteral("https://www.probe.example/generate_204"));
 
 std::optional<Proxy> proxy(const std::map<std::string, QByteArray>& variables, const QUrl& url = target) {
-    return proxyFor(url, [&](const char* variable) {
-        const auto place = variables.find(variable);
-        return place == variables.end() ? QByteArray() : place->second;
-    });
+    for (const auto& [name, value] : variables) {
+        qputenv(name.c_str(), value);
+    }
+    const auto found = proxyFor(url);
+    for (const auto& [name, value] : variables) {
+        qunsetenv(name.c_str());
+    }
+    return found;
 }
 
 TEST(ProxySettings, AnEmptyEnvironmentNamesNone) {
