@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QTimer>
@@ -8,9 +9,10 @@
 
 namespace skylet::test {
 
-/// Runs the event loop until `condition` holds; false when it did not within `patience`.
+/// Runs the event loop until `condition` holds; false when it did not within `patience`, which is longer than a busy
+/// machine takes for anything.
 template <typename Condition>
-bool waitUntil(Condition condition, std::chrono::milliseconds patience = std::chrono::seconds(5)) {
+bool waitUntil(Condition condition, std::chrono::milliseconds patience = std::chrono::seconds(30)) {
     const QDeadlineTimer deadline(patience);
     QEventLoop loop;
     QTimer poll;
@@ -28,6 +30,13 @@ bool waitUntil(Condition condition, std::chrono::milliseconds patience = std::ch
 /// Runs the event loop for `duration`.
 inline void runFor(std::chrono::milliseconds duration) {
     waitUntil([] { return false; }, duration);
+}
+
+/// Handles all that is under way.
+inline void settle() {
+    for (int i = 0; i < 5; ++i) {
+        QCoreApplication::processEvents();
+    }
 }
 
 } // namespace skylet::test

@@ -74,7 +74,7 @@ TEST(StatusHostTraits, FallBackOnTheNamesOfTheDesktop) {
 TEST(StatusHostEnvironment, ReadsTheNameOfAProcess) {
     const auto processName = StatusHostEnvironment::system().processName;
     // The kernel keeps 15 characters of it.
-    EXPECT_EQ(processName(static_cast<uint>(QCoreApplication::applicationPid())), QStringLiteral("linux_statusite"));
+    EXPECT_EQ(processName(static_cast<uint>(QCoreApplication::applicationPid())), QStringLiteral("linux_desktop_t"));
     EXPECT_EQ(processName(0), QString());
     EXPECT_EQ(processName(4'000'000'000), QString());
 }
