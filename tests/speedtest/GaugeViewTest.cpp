@@ -1,8 +1,9 @@
 #include "speedtest/GaugeScale.h"
 #include "speedtest/SpeedTest.h"
+#include "support/EventLoop.h"
 #include "support/QStringPrinting.h"
-#include "ui/EventLoop.h"
 #include "ui/Picture.h"
+#include "ui/Widgets.h"
 
 #include <QAccessible>
 #include <QBackingStore>

@@ -1,10 +1,11 @@
 #include "speedtest/SpeedTest.h"
+#include "support/EventLoop.h"
 #include "support/FakeBulkTransfers.h"
 #include "support/FakeClock.h"
 #include "support/FakeSchedule.h"
 #include "support/QStringPrinting.h"
-#include "ui/EventLoop.h"
 #include "ui/Picture.h"
+#include "ui/Widgets.h"
 
 #include <QAccessible>
 #include <QLabel>

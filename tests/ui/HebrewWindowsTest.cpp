@@ -1,12 +1,13 @@
 #include "speedtest/SpeedTest.h"
+#include "support/EventLoop.h"
 #include "support/FakeBulkTransfers.h"
 #include "support/FakeClock.h"
 #include "support/FakeSchedule.h"
 #include "support/QStringPrinting.h"
 #include "ui/DesktopWindows.h"
-#include "ui/EventLoop.h"
 #include "ui/Picture.h"
 #include "ui/Strings.h"
+#include "ui/Widgets.h"
 
 #include <QCheckBox>
 #include <QLabel>

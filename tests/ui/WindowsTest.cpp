@@ -1,9 +1,10 @@
+#include "support/EventLoop.h"
 #include "support/QStringPrinting.h"
 #include "ui/DesktopWindows.h"
-#include "ui/EventLoop.h"
 #include "ui/Picture.h"
 #include "ui/SemanticColors.h"
 #include "ui/Strings.h"
+#include "ui/Widgets.h"
 
 #include <QAccessible>
 #include <QCheckBox>

@@ -1,7 +1,7 @@
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 
-#include "platform/linux/statusitem/drawing/Contrast.h"
 #include "platform/linux/statusitem/drawing/SampleTitles.h"
+#include "ui/SemanticColors.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 #include "platform/linux/statusitem/drawing/TitleLine.h"
 
-#include "platform/linux/statusitem/drawing/Contrast.h"
 #include "platform/linux/statusitem/drawing/SampleTitles.h"
 #include "platform/linux/statusitem/drawing/StatusColors.h"
+#include "ui/SemanticColors.h"
 
 #include <QFontDatabase>
 #include <QPaintEngine>

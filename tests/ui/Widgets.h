@@ -1,35 +1,11 @@
 #pragma once
 
 #include <QApplication>
-#include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QEvent>
 #include <QObject>
 #include <QWidget>
 
-#include <chrono>
-#include <functional>
-
 namespace skylet::test {
-
-/// Handles events until `reached`; false when that has not come about in time.
-inline bool waitUntil(const std::function<bool()>& reached) {
-    const QDeadlineTimer limit(std::chrono::seconds(5));
-    while (!reached()) {
-        if (limit.hasExpired()) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return true;
-}
-
-/// Handles all that is under way.
-inline void settle() {
-    for (int i = 0; i < 5; ++i) {
-        QCoreApplication::processEvents();
-    }
-}
 
 /// Counts how often a widget is asked to paint itself.
 class PaintCounter final : public QObject {
