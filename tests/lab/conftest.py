@@ -9,9 +9,16 @@ from authority import Authority
 from lab import Lab
 from support.ctest import pytest_configure, pytest_sessionfinish  # noqa: F401
 
+
+def pytest_addoption(parser):
+    parser.addoption("--panel", help="one of panel_kinds.KINDS, for the scenarios that are alike for all")
+
+
 @pytest.fixture(scope="session")
 def authority():
-    """The certificates, after a look whether there can be a lab at all."""
+    """The certificates, after a look whether there can be a lab at all, and whether it would test what it is thought to."""
+    if reason := settings.why_outdated():
+        pytest.exit(reason, returncode=1)
     if reason := network.why_impossible():
         pytest.skip(reason)
     network.sweep()
@@ -25,6 +32,12 @@ def lab(authority):
     """A laboratory of the test's own, taken down at its end."""
     with ExitStack() as stack:
         yield Lab(authority, stack)
+
+
+@pytest.fixture
+def panel(lab, request):
+    """The panel that --panel names."""
+    return lab.start_panel(request.config.getoption("panel", skip=True))
 
 
 @pytest.fixture(scope="module")

@@ -423,4 +423,3 @@ def colour_class(red, green, blue):
     if red > 0.75 * green and green > 0.6 * red:
         return "yellow"
     return "green" if green > red else "red"
-

@@ -12,9 +12,9 @@ from desktop import Logind, StatusArea
 from network import Network
 from panel import Panel
 from program import Program, schedule
-from screen import Screen
 from support.message_bus import MessageBus
 from support.processes import Tool
+from window_screen import WindowScreen
 
 SERVER, TRAFFIC, PROXY = (Path(__file__).with_name(name) for name in ("server.py", "traffic.py", "proxy.py"))
 
@@ -224,7 +224,7 @@ class Lab:
 
     def start_screen(self):
         """A screen for the program's windows, beside `area`."""
-        return Screen(self, self._stack)
+        return WindowScreen(self, self._stack)
 
     def stalls(self):
         """How long the program leaves its callers without an answer: see StatusArea.stalls."""

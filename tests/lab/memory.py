@@ -44,6 +44,16 @@ class Changes:
         time.sleep(1)  # what the last change has set off
         return [name for _, name in self._panel.signals(began)], self._panel.reads() - reads
 
+    def check(self, count):
+        """Each of so many is told once, and the host looks at each."""
+        told, reads = self.make(count)
+        counts = {name: told.count(name) for name in sorted(set(told))}
+        print(f"{self._panel.name}: {counts}, {reads} reads")
+        assert all(number <= count for number in counts.values()), counts
+        assert "LayoutUpdated" not in counts
+        if self._panel.kind.shows not in ("tray", "strip"):
+            assert counts and reads >= max(counts.get("NewIcon", 0), counts.get("NewToolTip", 0)) * 0.8, (counts, reads)
+
     def end(self):
         self._demo.terminate()
         self._demo.wait(5)
@@ -61,7 +71,7 @@ def check_growth(panel, may_judge):
     pids = (*panel.host_pids(), changes.pid)
     looks = [look(panel, pids)]
     for _ in range(panel.kind.rounds):
-        check_signals(panel, panel.kind.round, *changes.make(panel.kind.round))
+        changes.check(panel.kind.round)
         looks.append(look(panel, pids))
     all_changes = panel.kind.rounds * panel.kind.round
     growth = {pid: (kb - looks[0][pid]) * CHANGES / all_changes for pid, kb in looks[-1].items()}
@@ -77,13 +87,3 @@ def look(panel, pids):
     panel.collect_garbage()
     time.sleep(panel.kind.pause_s)
     return {pid: own_kb(pid) for pid in pids}
-
-
-def check_signals(panel, made, told, reads):
-    """Each change is told once, and the host looks at each."""
-    counts = {name: told.count(name) for name in sorted(set(told))}
-    print(f"{panel.name}: {counts}, {reads} reads")
-    assert all(count <= made for count in counts.values()), counts
-    assert "LayoutUpdated" not in counts
-    if panel.kind.shows not in ("tray", "strip"):
-        assert counts and reads >= max(counts.get("NewIcon", 0), counts.get("NewToolTip", 0)) * 0.8, (counts, reads)

@@ -39,8 +39,8 @@ IPV4_ADDRESSES, IPV6_ADDRESSES = ([address for address in SERVER_ADDRESSES if ("
 HALVES = ("0.0.0.0/1", "128.0.0.0/1")
 
 # a project that itself stands below /tmp must not vanish behind a namespace's own /tmp
-PROJECT_FOLDERS = {path.parts[2] for path in (Path(__file__), settings.PROGRAM, settings.LINK, settings.SPEED_SERVER, settings.SPEEDTEST,
-                                                    settings.SHOTS)
+PROJECT_FOLDERS = {path.parts[2] for path in (Path(__file__), settings.PROGRAM, settings.LINK, settings.SPEED_SERVER,
+                                              settings.SPEEDTEST, settings.SHOTS)
                    if path.is_relative_to("/tmp")}
 KEEP_PROJECT = " ".join(f'mkdir -p "$0"/{shlex.quote(name)} && mount --bind /tmp/{shlex.quote(name)} "$0"/{shlex.quote(name)} &&'
                         for name in sorted(PROJECT_FOLDERS))
@@ -240,7 +240,7 @@ class Network:
         self.client.ip(f"-6 route add default via {GATEWAY_IPV6_ADDRESS} dev wlan0")
         with (self.client.etc / "hosts").open("a") as hosts:
             hosts.writelines(f"{address} {name}\n" for address, name in [*zip(ENDPOINT_IPV6_ADDRESSES, ENDPOINT_NAMES),
-                                                                       (SPEEDTEST_IPV6_ADDRESS, settings.SPEEDTEST_HOST)])
+                                                                         (SPEEDTEST_IPV6_ADDRESS, settings.SPEEDTEST_HOST)])
 
     def add_dead_ipv6(self):
         """The same, but nothing comes back."""

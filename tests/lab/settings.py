@@ -19,3 +19,14 @@ SPEEDTEST = Path(_of_build("SPEEDTEST"))
 SPEEDTEST_HOST = _of_build("SPEEDTEST_HOST")
 ENDPOINTS = _of_build("ENDPOINTS").split()
 SHOTS = Path(_of_build("SHOTS"))
+
+
+def why_outdated():
+    """Which source is younger than the program that was built from it; None for a program of somewhere else."""
+    source = Path(__file__).parents[2]
+    if not PROGRAM.is_relative_to(source):
+        return None
+    youngest = max(source.glob("src/**/*.*"), key=lambda path: path.stat().st_mtime)
+    if youngest.stat().st_mtime <= PROGRAM.stat().st_mtime:
+        return None
+    return f"{PROGRAM} is older than {youngest}: build it first"

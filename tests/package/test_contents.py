@@ -222,7 +222,9 @@ class TestHardening:
         assert "__memcpy_chk" in imports(unpacked)
 
     def test_every_file_is_compiled_with_checks_on_buffers_and_stacks(self):
-        compiled = json.loads((PACKAGE.parent / "compile_commands.json").read_text())
+        everything = json.loads((PACKAGE.parent / "compile_commands.json").read_text())
+        compiled = [entry for entry in everything
+                    if any(Path(entry["file"]).is_relative_to(folder / "src") for folder in (SOURCE, PACKAGE.parent))]
         # files that the build has joined include those of the project
         texts = [Path(entry["file"]).read_text() for entry in compiled]
         assert {path.name for path in (SOURCE / "src").rglob("*.cpp")} <= {

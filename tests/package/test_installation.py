@@ -53,7 +53,7 @@ class CleanRoot:
     def command(self, *command, user="root", **environment):
         home = "/root" if user == "root" else f"/home/{user}"
         words = [f"{key}={value}" for key, value in {"HOME": home, "PATH": package.ENVIRONMENT["PATH"], "LANG": "C.UTF-8",
-                                                      "DEBIAN_FRONTEND": "noninteractive", **environment}.items()]
+                                                     "DEBIAN_FRONTEND": "noninteractive", **environment}.items()]
         # the user's number is that inside: chroot looks the name up there
         return ["chroot", f"--userspec={user}", self.path, "env", "-i", *words, *command]
 

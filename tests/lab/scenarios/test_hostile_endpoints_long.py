@@ -1,9 +1,9 @@
 """Endpoints that are hostile in every way and at every stage: a quarter of a minute each."""
 
 import pytest
-from hostility import DRIPS, EARLY, ENDS, HTTP1, IDLE, INSTEAD, ONCE, STALLS, check_both_hostile, check_one_hostile_endpoint
+from hostility import DRIPS, EARLY, ENDS, HTTP1, IDLE, INSTEAD, ONCE, STALLS, check_both_hostile, check_one_hostile_endpoint, floods
 
-FLOODS = [*IDLE, *INSTEAD, *EARLY, *ONCE, *HTTP1]
+FLOODS = [*IDLE, *INSTEAD, *floods("request", "closedHeaders"), *EARLY, *ONCE, *HTTP1]
 
 
 @pytest.mark.parametrize("hostile", [*FLOODS, *STALLS, *DRIPS], ids=str)

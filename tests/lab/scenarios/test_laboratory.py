@@ -33,6 +33,7 @@ def code(lab, url, *arguments):
     return curl(lab, "-w", "%{http_code} %{http_version}", *arguments, url)
 
 
+@pytest.mark.alone
 @pytest.mark.parametrize("rtt_ms", [0, 20, 150])
 def test_the_link_delays_by_what_was_asked(lab, rtt_ms):
     lab.serve_traffic()
@@ -53,6 +54,7 @@ def test_the_link_loses_the_share_that_was_asked_and_the_same_packets_each_time(
     assert 4 <= lost[0] <= 17
 
 
+@pytest.mark.alone
 def test_loss_delay_and_rate_are_each_ways_own(lab):
     lab.serve_traffic()
     lab.link.set(way="down", delay_ms=80, rate_kbit=2000)
@@ -64,6 +66,7 @@ def test_loss_delay_and_rate_are_each_ways_own(lab):
     assert not ping(lab, 2)
 
 
+@pytest.mark.alone
 def test_jitter_spreads_the_delay_and_keeps_the_order(lab):
     lab.serve_traffic()
     lab.link.set(way="up", delay_ms=20, jitter_ms=60, seed=3)
@@ -84,6 +87,7 @@ def test_a_share_of_the_packets_overtakes_those_that_are_under_way(lab):
     assert order[overtaking:] == sorted(order[overtaking:])
 
 
+@pytest.mark.alone
 def test_the_link_carries_the_rate_that_was_asked(lab):
     lab.serve_traffic()
     lab.link.set(rtt_ms=20, rate_kbit=5000)
@@ -92,6 +96,7 @@ def test_the_link_carries_the_rate_that_was_asked(lab):
         assert received * 8 / 3 == pytest.approx(5e6, rel=0.1), verb
 
 
+@pytest.mark.alone
 def test_the_link_carries_300_megabits(lab):
     lab.serve_traffic()
     lab.link.set(rtt_ms=10, rate_kbit=350_000)
@@ -316,6 +321,7 @@ def test_a_second_link_has_an_address_of_its_own(lab):
     assert lab.servers.first.connections()[-1]["address"] == usb0.near
 
 
+@pytest.mark.alone
 def test_the_stall_meter_sees_a_program_that_stands_still(lab):
     lab.start()
     with lab.stalls() as stalls:

@@ -28,6 +28,7 @@ def warm_state(lab, rtt_ms):
     return sorted(states, key=lambda state: state.milliseconds)[PROBES // 2]
 
 
+@pytest.mark.alone
 @pytest.mark.parametrize("rtt_ms, colour, word", [
     (20, "green", "Quick response"), (200, "green", "Moderate delay"), (600, "yellow", "High delay")])
 def test_the_number_is_the_round_trip_time_of_the_link(lab, rtt_ms, colour, word):

@@ -1,10 +1,14 @@
 """On screens of scale 2 the item is drawn with the screen's own pixels, never stretched from a picture for scale 1."""
 
-from panels import check_sharp
+from panel_checks import check_sharp
 
 
 def test_a_badge(lab):
     check_sharp(lab, lab.start_panel("xfce-2"))
+
+
+def test_the_whole_title_on_a_light_bar(lab):
+    check_sharp(lab, lab.start_panel("waybar-light"), wide=True)
 
 
 def test_the_icon_in_a_tray_of_x11(lab):

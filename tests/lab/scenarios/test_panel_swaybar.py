@@ -1,7 +1,7 @@
 """The item on a real swaybar in sway, where its menu is a window like any other."""
 
 from panel import BELOW, SCREEN, WIDTH
-from panels import large_enough
+from panel_checks import large_enough
 from support.processes import wait_until
 
 

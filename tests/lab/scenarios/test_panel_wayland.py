@@ -1,7 +1,7 @@
 """The item on Wayland without any panel: in a window of its own, wherever the compositor puts that."""
 
 from panel import SCREEN
-from panels import large_enough
+from panel_checks import large_enough
 from support.processes import wait_until
 
 

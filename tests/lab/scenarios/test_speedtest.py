@@ -14,7 +14,7 @@ QUIET_AFTER = 0.3  # seconds from a cut-off
 
 
 # more of them in test_speedtest_matrix.py; with the program itself in test_speedtest_window.py
-@pytest.mark.parametrize("mbit,rtt_ms", [(20, 250), (300, 20)])
+@pytest.mark.parametrize("mbit,rtt_ms", [(20, 250), pytest.param(300, 20, marks=pytest.mark.alone)])
 def test_both_results_are_the_bytes_that_the_server_counted(lab, mbit, rtt_ms):
     speed = lab.serve_speed_test()
     lab.link.set(rtt_ms=rtt_ms, rate_kbit=mbit * 1000)
@@ -36,6 +36,7 @@ def test_a_link_of_64_kbit_moves_the_needle_packet_by_packet(lab):
         assert moments[0] - result[way]["began"] < 2 and result[way]["ended"] - moments[-1] < 0.5
 
 
+@pytest.mark.alone
 def test_an_upload_cut_off_on_the_connection_that_the_download_left_counts_its_own_bytes(lab):
     speed = lab.serve_speed_test()
     lab.link.set(rtt_ms=20, rate_kbit=300_000)
@@ -90,6 +91,7 @@ def test_what_the_deadline_cut_off_is_soon_off_the_wire(lab, mbit):
     assert speed.connections() == 2, "a cut-off connection carries nothing more"
 
 
+@pytest.mark.alone
 def test_a_download_that_came_whole_leaves_its_connection_to_the_upload(lab):
     speed = lab.serve_speed_test()
     result = lab.run_speed_test()

@@ -3,6 +3,7 @@
 #include "NetworkNamespace.h"
 #include "platform/linux/system/FileDescriptor.h"
 #include "support/EventLoop.h"
+#include "support/Timing.h"
 
 #include <QElapsedTimer>
 #include <QLoggingCategory>
@@ -94,12 +95,6 @@ class LongestTurn {
     std::chrono::milliseconds value() const { return std::chrono::duration_cast<std::chrono::milliseconds>(longest_); }
 
   private:
-    static std::chrono::nanoseconds processorTime() {
-        timespec used{};
-        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
-        return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
-    }
-
     QTimer tick_;
     std::chrono::nanoseconds last_ = processorTime();
     std::chrono::nanoseconds longest_{0};
@@ -603,7 +598,7 @@ TEST_F(NetlinkPathMonitorTest, TimedTheFirstReportIsNotPutOff) {
     elapsed.start();
     start();
     ASSERT_TRUE(reported(patience));
-    EXPECT_LT(elapsed.elapsed(), 80);
+    EXPECT_LT(std::chrono::milliseconds(elapsed.elapsed()), allowing(80ms));
 }
 
 TEST_F(NetlinkPathMonitorTest, TimedAChangeIsGatheredFor100MillisecondsAndReportedWithin250) {
@@ -615,7 +610,7 @@ TEST_F(NetlinkPathMonitorTest, TimedAChangeIsGatheredFor100MillisecondsAndReport
     namespace_->ip("route add default via 10.1.0.2");
     ASSERT_TRUE(reported(patience));
     EXPECT_GE(elapsed.elapsed(), 100);
-    EXPECT_LT(std::chrono::milliseconds(elapsed.elapsed()), promptly);
+    EXPECT_LT(std::chrono::milliseconds(elapsed.elapsed()), allowing(promptly));
 }
 
 TEST_F(NetlinkPathMonitorTest, TimedALostCarrierIsReportedOnceAndAsSoonAsTheKernelTells) {
@@ -630,7 +625,7 @@ TEST_F(NetlinkPathMonitorTest, TimedALostCarrierIsReportedOnceAndAsSoonAsTheKern
     // The second command brings a message that the first may bring only a second later.
     namespace_->batch("link set tunnel carrier off\nlink set tunnel alias told\n");
     ASSERT_TRUE(reported(patience));
-    EXPECT_LT(std::chrono::milliseconds(elapsed.elapsed()), promptly);
+    EXPECT_LT(std::chrono::milliseconds(elapsed.elapsed()), allowing(promptly));
     runFor(longerThanTheCarrierDelay);
     EXPECT_EQ(takeReports(), std::vector{false});
 }
@@ -682,7 +677,9 @@ TEST_F(NetlinkPathMonitorTest, AFloodOfRouteMessagesStallsNothingAndEndsInTheRig
     ASSERT_TRUE(waitUntil([&] { return writer.state() == QProcess::NotRunning; }, 30s));
     ASSERT_EQ(writer.exitCode(), 0);
     runFor(longEnoughForAnotherReport);
-    EXPECT_LT(turn.value(), 50ms);
+    if (runsAlone()) {
+        EXPECT_LT(turn.value(), allowing(50ms));
+    }
     ASSERT_FALSE(reports_.empty());
     EXPECT_TRUE(takeReports().back());
     namespace_->ip("route del default");

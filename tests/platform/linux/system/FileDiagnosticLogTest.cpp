@@ -120,6 +120,7 @@ TEST_F(FileDiagnosticLogTest, NothingIsWrittenToAFileWithASecondName) {
 
 TEST_F(FileDiagnosticLogTest, APipeNobodyReadsIsNotWaitedFor) {
     ASSERT_EQ(mkfifo(path_.constData(), 0600), 0);
+    // For good, were it opened to be written to.
     log_.append(QStringLiteral("line\n"));
     struct stat status {};
     ASSERT_EQ(lstat(path_.constData(), &status), 0);

@@ -3,6 +3,7 @@
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
+#include "support/Timing.h"
 
 #include <QDBusArgument>
 #include <QDBusMessage>
@@ -261,7 +262,7 @@ TEST_F(LogindSleepMonitorTest, AnInhibitorGrantedTooLateIsNotHeld) {
                             "poll.register(globals()['kept'], 0)\n"
                             "ret = 'released' if poll.poll(0) else 'held'\n") == QStringLiteral("released");
     };
-    EXPECT_TRUE(waitUntil(isReleased, 1s));
+    EXPECT_TRUE(waitUntil(isReleased));
 }
 
 TEST_F(LogindSleepMonitorTest, IsToldOfSleepAlsoWhereInhibitorsAreRefused) {
@@ -376,7 +377,9 @@ TEST_F(LogindSleepMonitorTest, ALogindThatDoesNotAnswerIsNotWaitedFor) {
     elapsed.start();
     startMonitor();
     runFor(50ms);
-    EXPECT_LT(elapsed.elapsed(), 500);
+    if (runsAlone()) {
+        EXPECT_LT(std::chrono::milliseconds(elapsed.elapsed()), allowing(500ms));
+    }
     logind_->thaw();
     EXPECT_TRUE(inhibitorsBecome(1));
 }

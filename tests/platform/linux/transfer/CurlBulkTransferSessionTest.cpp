@@ -6,6 +6,7 @@
 #include "Proxy.h"
 #include "SpeedServer.h"
 #include "SystemNames.h"
+#include "support/Timing.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -20,7 +21,6 @@
 #include <linux/tcp.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -168,16 +168,20 @@ class CurlBulkTransferSessionTest : public testing::Test {
     }
 
     /// The share of TLS in what is not read yet is an estimate, and the more waits unread, on a busy machine, the
-    /// coarser; only at a normal end is the count exact.
+    /// coarser. Only at a normal end is the count exact.
     static void expectAbout(std::int64_t bytes, std::int64_t expected) {
-        EXPECT_NEAR(static_cast<double>(bytes), static_cast<double>(expected), 2000);
+        EXPECT_NEAR(static_cast<double>(bytes), static_cast<double>(expected), 0.05 * static_cast<double>(expected));
     }
 
-    /// The share of a processor that this process takes in the next while.
-    double processorShare(std::chrono::milliseconds time) {
-        const auto before = processorTime();
-        runFor(time);
-        return std::chrono::duration<double>(processorTime() - before) / std::chrono::duration<double>(time);
+    /// The event loop turns no more often than something happens, which is at most each of the two milliseconds of
+    /// runUntil and of the five of a slow server, on any machine. One that turns for nothing turns 100,000 times a
+    /// second.
+    void expectIdleFor(std::chrono::milliseconds time) {
+        QElapsedTimer since;
+        since.start();
+        int turns = 0;
+        runUntil([&turns] { return ++turns < 0; }, time);
+        EXPECT_LT(turns, 3 * since.elapsed() + 100);
     }
 
     static std::int64_t residentBytes() {
@@ -212,15 +216,6 @@ class CurlBulkTransferSessionTest : public testing::Test {
                 action(columns);
             }
         }
-    }
-
-    static std::chrono::microseconds processorTime() {
-        rusage usage{};
-        ::getrusage(RUSAGE_SELF, &usage);
-        const auto time = [](const timeval& value) {
-            return std::chrono::seconds(value.tv_sec) + std::chrono::microseconds(value.tv_usec);
-        };
-        return time(usage.ru_utime) + time(usage.ru_stime);
     }
 };
 
@@ -451,6 +446,9 @@ class StalledServerTest : public CurlBulkTransferSessionTest {
   protected:
     void SetUp() override {
         CurlBulkTransferSessionTest::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
         for (const auto& way : {QStringLiteral("down"), QStringLiteral("up")}) {
             server->set(way, {{QStringLiteral("at"), 100'000}, {QStringLiteral("deed"), QStringLiteral("stall")}});
         }
@@ -480,8 +478,7 @@ TEST_F(StalledServerTest, CancellingCompletesOnceFromTheEventLoopAndLeavesNoSock
 TEST_F(StalledServerTest, WhatHadBeenAcknowledgedIsReportedBeforeACancelledTransferCompletes) {
     const auto task = upload(20'000'000);
     // Cancelled before the first report is due.
-    ASSERT_TRUE(runUntil([&] { return server->requests().size() == 1; }));
-    runFor(5ms);
+    ASSERT_TRUE(runUntil([&] { return server->requests().size() == 1 && kernelCounts().first > 20'000; }));
     task->cancel();
     EXPECT_EQ(finish(task).end, End::cancelled);
     EXPECT_GE(told(task).sent, 16'000);
@@ -491,17 +488,18 @@ TEST_F(StalledServerTest, WhatHadBeenAcknowledgedIsReportedBeforeACancelledTrans
 TEST_F(StalledServerTest, AnUploadCountsOnlyWhatTheOtherEndHasAcknowledged) {
     const auto task = upload(20'000'000);
     runFor(300ms);
-    const auto [acknowledged, unsent] = kernelCounts();
-    ASSERT_GT(unsent, 100'000) << "the kernel was to hold a part of the body";
-    EXPECT_LE(told(task).sent, acknowledged);
-    EXPECT_GT(static_cast<double>(told(task).sent), 0.98 * static_cast<double>(acknowledged));
+    EXPECT_TRUE(runUntil([&] {
+        const auto [acknowledged, unsent] = kernelCounts();
+        EXPECT_LE(told(task).sent, acknowledged);
+        return unsent > 100'000 && static_cast<double>(told(task).sent) > 0.98 * static_cast<double>(acknowledged);
+    })) << "the kernel was to hold a part of the body, and the rest to be counted";
 }
 
-TEST_F(StalledServerTest, AStallCostsNoProcessorTime) {
+TEST_F(StalledServerTest, AStallLeavesTheEventLoopIdle) {
     const auto down = session->download(test::SpeedServer::down(20'000'000));
     const auto up = upload(20'000'000);
     runFor(100ms);
-    EXPECT_LT(processorShare(500ms), 0.15);
+    expectIdleFor(500ms);
     EXPECT_TRUE(told(down).results.empty());
     EXPECT_TRUE(told(up).results.empty());
 }
@@ -520,20 +518,20 @@ TEST_F(StalledServerTest, TheResourceLimitHoldsForTheWholeTransfer) {
 
 TEST_F(CurlBulkTransferSessionTest, TheRequestLimitIsForHowLongNothingMoves) {
     makeSession({Seconds(0.3), 15s});
-    server->set(QStringLiteral("down"), {{QStringLiteral("rate"), 200'000},
-                                         {QStringLiteral("at"), 200'000},
+    server->set(QStringLiteral("down"), {{QStringLiteral("rate"), 2'000'000},
+                                         {QStringLiteral("at"), 2'000'000},
                                          {QStringLiteral("deed"), QStringLiteral("stall")}});
     server->set(QStringLiteral("up"), {{QStringLiteral("at"), 0}, {QStringLiteral("deed"), QStringLiteral("stall")}});
     QElapsedTimer since;
     since.start();
     const auto down = session->download(test::SpeedServer::down(20'000'000));
-    const auto up = session->upload(test::SpeedServer::up(), "text/plain", 20'000'000, Seconds(2.5));
+    const auto up = session->upload(test::SpeedServer::up(), "text/plain", 20'000'000, Seconds(4));
     EXPECT_EQ(finish(down).end, End::failed);
     EXPECT_GE(since.elapsed(), 1100) << "a second of moving, and the limit";
-    expectAbout(told(down).received, 200'000);
+    expectAbout(told(down).received, 2'000'000);
     EXPECT_TRUE(told(up).results.empty()) << "the request's own limit takes the place of the session's";
     EXPECT_EQ(finish(up).end, End::failed);
-    EXPECT_GE(since.elapsed(), 2500);
+    EXPECT_GE(since.elapsed(), 4000);
 }
 
 TEST_F(CurlBulkTransferSessionTest, AServerThatAcceptsAndSaysNothingFailsAtTheLimit) {
@@ -655,7 +653,7 @@ TEST_F(CurlBulkTransferSessionTest, BytesAreReportedInSteps) {
     since.start();
     const auto task = session->download(test::SpeedServer::down(10'000'000));
     finish(task);
-    EXPECT_GE(told(task).pieces, 10);
+    EXPECT_GE(told(task).pieces, 3);
     EXPECT_LE(told(task).pieces, since.elapsed() / 20 + 2) << "one report every 20 ms";
 }
 
@@ -757,12 +755,12 @@ TEST_F(HostileServerTest, WhoeverOnlyKeepsTheProcessorBusyIsLeft) {
     }
 }
 
-TEST_F(HostileServerTest, ATrickleCostsNoProcessorTime) {
+TEST_F(HostileServerTest, ATrickleLeavesTheEventLoopIdle) {
     for (const auto& way : {QStringLiteral("down"), QStringLiteral("up")}) {
         server->set(way, {{QStringLiteral("rate"), 20'000}});
         const auto task = start(way);
         runFor(200ms);
-        EXPECT_LT(processorShare(500ms), 0.15);
+        expectIdleFor(500ms);
         EXPECT_TRUE(told(task).results.empty());
         task->cancel();
         finish(task);
@@ -837,7 +835,7 @@ TEST_F(EarlyAnswerTest, WhoAnswersAndReadsNoMoreGetsNoMore) {
         const auto task = answered(200, at, "stop");
         ASSERT_TRUE(runUntil([&] { return !told(task).heads.empty(); }));
         runFor(100ms);
-        EXPECT_LT(processorShare(400ms), 0.15) << at;
+        expectIdleFor(400ms);
         EXPECT_LT(told(task).sent, size / 2) << "only what has been acknowledged counts";
         EXPECT_TRUE(told(task).results.empty()) << "the caller's deadline decides";
         task->cancel();
@@ -901,8 +899,8 @@ TEST_F(CurlBulkTransferSessionTest, AProxyWhoseAnswerHasNoEndIsLeftBeforeItHolds
     const auto result = finish(session->download(test::SpeedServer::down(1'000'000)));
     qunsetenv("https_proxy");
     EXPECT_EQ(result.end, End::failed);
-    if (!test::isSanitized) {
-        EXPECT_LT(watch.longestTurn() / 1ms, 100) << "ms of the processor at one go";
+    if (test::runsAlone()) {
+        EXPECT_LT(watch.longestTurn(), test::allowing(100ms)) << "of the processor at one go";
     }
 }
 

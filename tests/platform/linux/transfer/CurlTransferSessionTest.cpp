@@ -4,6 +4,8 @@
 #include "PrivateSystem.h"
 #include "SilentSocket.h"
 #include "SystemNames.h"
+#include "support/EventLoop.h"
+#include "support/Timing.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -48,11 +50,17 @@ class CurlTransferSessionTest : public testing::Test {
         });
     }
 
-    void runUntil(std::size_t count, std::chrono::milliseconds longest = 5000ms) {
+    void runUntil(std::size_t count, std::chrono::milliseconds longest = 30s) {
         QElapsedTimer since;
         since.start();
         while (results.size() < count && since.elapsed() < longest.count()) {
             QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
+        }
+    }
+
+    static void expectSoonerThan(std::chrono::nanoseconds limit, const Result& result) {
+        if (test::runsAlone()) {
+            EXPECT_LT(result.after, test::allowing(limit));
         }
     }
 
@@ -75,13 +83,13 @@ class CurlTransferSessionTest : public testing::Test {
 
 TEST_F(CurlTransferSessionTest, ARefusedConnectionFailsAtOnceAndNotFromInsideTheCall) {
     const test::SilentSocket closed(SOCK_STREAM);
+    makeSession(1h);
     head(closed.url());
     EXPECT_TRUE(results.empty());
     runUntil(1);
     ASSERT_EQ(results.size(), 1U);
     EXPECT_TRUE(results[0].error.has_value());
     EXPECT_FALSE(results[0].response.has_value());
-    EXPECT_LT(results[0].after, 100ms);
 }
 
 TEST_F(CurlTransferSessionTest, AServerThatAcceptsAndSaysNothingFailsAtTheLimitNeitherEarlyNorLate) {
@@ -92,7 +100,7 @@ TEST_F(CurlTransferSessionTest, AServerThatAcceptsAndSaysNothingFailsAtTheLimitN
     ASSERT_EQ(results.size(), 1U);
     EXPECT_TRUE(results[0].error.has_value());
     EXPECT_GE(results[0].after, 200ms);
-    EXPECT_LT(results[0].after, 250ms);
+    expectSoonerThan(250ms, results[0]);
     runFor(500ms);
     EXPECT_EQ(results.size(), 1U);
 }
@@ -100,16 +108,18 @@ TEST_F(CurlTransferSessionTest, AServerThatAcceptsAndSaysNothingFailsAtTheLimitN
 TEST_F(CurlTransferSessionTest, TheSmallerOfTheTwoLimitsRules) {
     const test::SilentSocket silent(SOCK_STREAM);
     silent.listen();
-    session = std::make_unique<CurlTransferSession>(SessionConfiguration{Seconds(0.1), Seconds(5)}, epoch, names);
+    session = std::make_unique<CurlTransferSession>(SessionConfiguration{Seconds(0.1), 1h}, epoch, names);
     head(silent.url());
     runUntil(1);
     ASSERT_EQ(results.size(), 1U);
-    EXPECT_LT(results[0].after, 150ms);
+    EXPECT_GE(results[0].after, 100ms);
 }
 
 TEST_F(CurlTransferSessionTest, SpeaksHttpsAlone) {
     const test::SilentSocket silent(SOCK_STREAM);
     silent.listen();
+    // In which a plain connection would wait for the silent server.
+    makeSession(1h);
     for (const auto& scheme : {QStringLiteral("http"), QStringLiteral("ftp"), QStringLiteral("file")}) {
         auto url = silent.url();
         url.setScheme(scheme);
@@ -119,7 +129,6 @@ TEST_F(CurlTransferSessionTest, SpeaksHttpsAlone) {
     ASSERT_EQ(results.size(), 3U);
     for (const auto& result : results) {
         EXPECT_TRUE(result.error.has_value());
-        EXPECT_LT(result.after, 100ms) << "a plain connection would have waited for the silent server";
     }
 }
 
@@ -134,7 +143,7 @@ TEST_F(CurlTransferSessionTest, CancellingCompletesOnceWithAnErrorFromTheEventLo
     runUntil(1);
     ASSERT_EQ(results.size(), 1U);
     EXPECT_TRUE(results[0].error.has_value());
-    EXPECT_LT(results[0].after, 100ms);
+    expectSoonerThan(100ms, results[0]);
     runFor(400ms);
     EXPECT_EQ(results.size(), 1U);
     task->cancel();
@@ -145,13 +154,13 @@ TEST_F(CurlTransferSessionTest, CancellingCompletesOnceWithAnErrorFromTheEventLo
 TEST_F(CurlTransferSessionTest, ACancelledTransferIsGoneFromTheWireAfterItsLimits) {
     const test::SilentSocket silent(SOCK_STREAM);
     silent.listen();
+    makeSession(1s);
     runFor(5ms);
     const auto before = openDescriptors();
     head(silent.url())->cancel();
     runFor(20ms);
     EXPECT_GT(openDescriptors(), before);
-    runFor(600ms);
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_TRUE(test::waitUntil([&] { return openDescriptors() == before; }));
 }
 
 TEST_F(CurlTransferSessionTest, ADroppedHandleDoesNotEndTheTransfer) {
@@ -180,6 +189,7 @@ TEST_F(CurlTransferSessionTest, AnotherNetworkDropsWhatRanUnseen) {
 TEST_F(CurlTransferSessionTest, InvalidateEndsEveryTransferOnceWithAnError) {
     const test::SilentSocket silent(SOCK_STREAM);
     silent.listen();
+    makeSession(1h);
     const auto before = openDescriptors();
     head(silent.url());
     head(silent.url());
@@ -189,7 +199,6 @@ TEST_F(CurlTransferSessionTest, InvalidateEndsEveryTransferOnceWithAnError) {
     ASSERT_EQ(results.size(), 2U);
     for (const auto& result : results) {
         EXPECT_TRUE(result.error.has_value());
-        EXPECT_LT(result.after, 150ms);
     }
     runFor(20ms);
     EXPECT_EQ(openDescriptors(), before);
@@ -265,7 +274,7 @@ TEST_F(DeadNamesTest, ALookUpWithoutAnAnswerFailsAtTheLimitAndHoldsUpNothing) {
     ASSERT_EQ(results.size(), 1U);
     EXPECT_TRUE(results[0].error.has_value());
     EXPECT_GE(results[0].after, 200ms);
-    EXPECT_LT(results[0].after, 250ms);
+    expectSoonerThan(250ms, results[0]);
 }
 
 TEST_F(DeadNamesTest, ANameIsLookedUpOnceHoweverManyAskForIt) {

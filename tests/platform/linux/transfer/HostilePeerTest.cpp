@@ -1,5 +1,7 @@
 #include "HostilePeerTest.h"
 
+#include "support/Timing.h"
+
 namespace skylet::test {
 
 using namespace std::chrono_literals;
@@ -88,20 +90,24 @@ void HostilePeerTest::expectLittleCost() {
     RecordProperty("totalMs", std::to_string(milliseconds(total)));
     RecordProperty("grownKB", std::to_string(grown / 1024));
     RecordProperty("floodedKB", std::to_string(hostile->flooded() / 1024));
-    if (!isSanitized) {
-        EXPECT_LT(milliseconds(turn), longestTurn.count()) << "ms of the processor at one go";
-        EXPECT_LT(milliseconds(total), totalCost.count()) << "ms of the processor in all";
+    if (runsAlone()) {
+        EXPECT_LT(turn, allowing(longestTurn)) << "of the processor at one go";
+        EXPECT_LT(total, allowing(totalCost)) << "of the processor in all";
         EXPECT_LT(grown, memoryLimit);
     }
 }
 
 void HostilePeerTest::expectNothingLeft() {
-    runUntil([this] { return Holdings::now() == holdingsBefore; }, 10s);
+    // An earlier test's look-up may have ended meanwhile.
+    const auto isNoMore = [this](const Holdings& now) {
+        return now.descriptors <= holdingsBefore.descriptors && now.threads <= holdingsBefore.threads;
+    };
+    runUntil([&] { return isNoMore(Holdings::now()); }, slack);
     const auto now = Holdings::now();
-    EXPECT_EQ(now.descriptors, holdingsBefore.descriptors);
-    EXPECT_EQ(now.threads, holdingsBefore.threads);
+    EXPECT_LE(now.descriptors, holdingsBefore.descriptors);
+    EXPECT_LE(now.threads, holdingsBefore.threads);
     RecordProperty("keptKB", std::to_string((privateMemory() - memoryBefore) / 1024));
-    if (!isSanitized) {
+    if (runsAlone()) {
         EXPECT_LT(privateMemory() - memoryBefore, memoryLimit);
     }
 }

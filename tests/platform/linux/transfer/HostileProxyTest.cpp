@@ -3,6 +3,7 @@
 #include "Proxy.h"
 #include "SystemNames.h"
 #include "platform/linux/transfer/CurlTransferSession.h"
+#include "support/Timing.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
@@ -44,7 +45,7 @@ TEST_P(HostileProxyTest, IsLeftWithAnErrorBeforeItHoldsUpTheProgram) {
             EXPECT_FALSE(response.has_value());
             ended = error;
         });
-    const auto end = std::chrono::steady_clock::now() + 10s;
+    const auto end = std::chrono::steady_clock::now() + 60s;
     while (!ended && std::chrono::steady_clock::now() < end) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
@@ -52,8 +53,8 @@ TEST_P(HostileProxyTest, IsLeftWithAnErrorBeforeItHoldsUpTheProgram) {
     EXPECT_EQ(proxy->connections(), 1);
     RecordProperty("longestTurnMs", std::to_string(watch.longestTurn() / 1ms));
     RecordProperty("totalMs", std::to_string(watch.total() / 1ms));
-    if (!isSanitized) {
-        EXPECT_LT(watch.longestTurn() / 1ms, 100) << "ms of the processor at one go";
+    if (runsAlone()) {
+        EXPECT_LT(watch.longestTurn(), allowing(100ms)) << "of the processor at one go";
     }
 }
 

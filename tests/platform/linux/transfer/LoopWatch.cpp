@@ -1,5 +1,7 @@
 #include "LoopWatch.h"
 
+#include "support/Timing.h"
+
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
@@ -7,19 +9,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <ctime>
 
 namespace skylet::test {
 
 namespace {
 
 using namespace std::chrono_literals;
-
-std::chrono::nanoseconds threadTime() {
-    timespec used{};
-    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
-    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
-}
 
 /// A line "NAME: 123 kB" of /proc/self/status.
 std::int64_t bytesOfStatus(const QByteArray& name) {
@@ -36,26 +31,26 @@ std::int64_t bytesOfStatus(const QByteArray& name) {
 
 } // namespace
 
-LoopWatch::LoopWatch() : lastTurn_(threadTime()) {
+LoopWatch::LoopWatch() : lastTurn_(processorTime()) {
     beat_.setTimerType(Qt::PreciseTimer);
     beat_.callOnTimeout([this] { turn(); });
     beat_.start(5ms);
 }
 
 std::chrono::nanoseconds LoopWatch::longestTurn() const {
-    return std::max(longestTurn_, threadTime() - lastTurn_);
+    return std::max(longestTurn_, processorTime() - lastTurn_);
 }
 
 std::chrono::nanoseconds LoopWatch::total() const {
-    return total_ + threadTime() - lastTurn_;
+    return total_ + processorTime() - lastTurn_;
 }
 
 void LoopWatch::skip() {
-    lastTurn_ = threadTime();
+    lastTurn_ = processorTime();
 }
 
 void LoopWatch::turn() {
-    const auto now = threadTime();
+    const auto now = processorTime();
     longestTurn_ = std::max(longestTurn_, now - lastTurn_);
     total_ += now - lastTurn_;
     lastTurn_ = now;

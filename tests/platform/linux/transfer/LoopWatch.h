@@ -7,13 +7,6 @@
 
 namespace skylet::test {
 
-#ifdef __SANITIZE_ADDRESS__
-/// A sanitizer makes everything slower by a factor that nobody knows, and has memory of its own.
-inline constexpr bool isSanitized = true;
-#else
-inline constexpr bool isSanitized = false;
-#endif
-
 /// Measures what this thread's event loop does while the object lives: in processor time, to which a busy machine adds
 /// nothing. What is not the loop's, and the test's own waiting, has to be kept apart with `skip`.
 class LoopWatch {
@@ -41,7 +34,6 @@ struct Holdings {
     qsizetype threads = 0;
 
     static Holdings now();
-    bool operator==(const Holdings&) const = default;
 };
 
 /// Private memory of this process, in bytes.

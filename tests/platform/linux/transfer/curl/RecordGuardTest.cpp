@@ -1,10 +1,11 @@
 #include "platform/linux/transfer/curl/RecordGuard.h"
 
+#include "support/Timing.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdint>
-#include <ctime>
 #include <thread>
 
 namespace skylet {
@@ -12,15 +13,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-std::chrono::nanoseconds processorTime() {
-    timespec used{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
-    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
-}
-
 void work(std::chrono::nanoseconds amount) {
-    const auto end = processorTime() + amount;
-    while (processorTime() < end) {
+    const auto end = test::processorTime() + amount;
+    while (test::processorTime() < end) {
     }
 }
 

@@ -10,7 +10,7 @@ from support.processes import BARE_ENVIRONMENT, Tool, wait_until
 from support.virtual_screen import VirtualScreen
 
 
-class Screen:
+class WindowScreen:
     """The screen, ready for windows. The program of the lab is told to use it, beside the lab's own status area."""
 
     def __init__(self, lab, stack, width=1024, height=768):

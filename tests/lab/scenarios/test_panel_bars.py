@@ -1,7 +1,7 @@
 """The item in the trays of other bars of X11."""
 
 import pytest
-from panels import check_click_and_keys
+from panel_checks import check_click_and_keys
 
 
 @pytest.mark.parametrize("bar", ["i3bar", "polybar"])
