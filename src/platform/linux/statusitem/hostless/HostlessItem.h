@@ -33,7 +33,6 @@ class HostlessItem final : public QObject {
         /// The one of the session, where windows are X11's at all: asking would wake an X server that nobody uses.
         static QByteArray usualDisplay();
     };
-    enum class Place { tray, strip };
 
     /// `display` outlives the item. `openMenu`: pops the menu up beside the item, whose place is in logical pixels of
     /// the desktop.
@@ -43,7 +42,6 @@ class HostlessItem final : public QObject {
     void update();
     /// As if it had been clicked. Does nothing while it is not to be seen anywhere.
     void openMenu();
-    Place place() const { return strip_ ? Place::strip : Place::tray; }
     /// Null while the item is elsewhere.
     QWidget* strip() const { return strip_.get(); }
 

@@ -28,10 +28,6 @@ QString textOf(const StatusTitle& title) {
     return text.trimmed();
 }
 
-TitleLine lineOf(const StatusDisplay& display) {
-    return {display.status, display.title, QFontDatabase::systemFont(QFontDatabase::GeneralFont), 1};
-}
-
 int distance(const QRect& area, QPoint place) {
     return std::max({area.left() - place.x(), 0, place.x() - area.right()}) +
            std::max({area.top() - place.y(), 0, place.y() - area.bottom()});
@@ -39,7 +35,7 @@ int distance(const QRect& area, QPoint place) {
 
 } // namespace
 
-TitleStrip::TitleStrip(const StatusDisplay& display) : line_(lineOf(display)) {
+TitleStrip::TitleStrip(const StatusDisplay& display) {
     setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus);
     setFocusPolicy(Qt::NoFocus);
     setObjectName(QStringLiteral("titleStrip"));
@@ -70,7 +66,7 @@ void TitleStrip::followScreens() {
 }
 
 void TitleStrip::setDisplay(const StatusDisplay& display) {
-    line_ = lineOf(display);
+    line_ = TitleLine(display.status, display.title, QFontDatabase::systemFont(QFontDatabase::GeneralFont), 1);
     setAccessibleName(textOf(display.title));
     setToolTip(display.toolTip);
     place();

@@ -36,7 +36,7 @@ class TitleStrip final : public QAbstractButton {
     /// Where the top right corner has to be for the whole strip to be seen, on the screen that is nearest.
     QPoint cornerOnScreen(QPoint corner) const;
 
-    TitleLine line_;
+    TitleLine line_{Status::checking, {}, {}, 1};
     /// Where on the strip a button went down that may still become a click or a drag.
     std::optional<QPoint> pressedAt_;
     bool dragged_ = false;

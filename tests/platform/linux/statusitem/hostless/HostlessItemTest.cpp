@@ -22,7 +22,6 @@ namespace {
 using test::waitUntil;
 
 using namespace std::chrono_literals;
-using Place = HostlessItem::Place;
 
 class HostlessItemTest : public testing::Test {
   protected:
@@ -31,8 +30,11 @@ class HostlessItemTest : public testing::Test {
                                                [this](QRect item) { menuPlace_ = item; });
     }
 
-    bool isAt(Place place) {
-        return waitUntil([&] { return item_->place() == place; });
+    bool becomesAStrip() {
+        return waitUntil([this] { return item_->strip() != nullptr; });
+    }
+    bool becomesAnIcon() {
+        return waitUntil([this] { return item_->strip() == nullptr; });
     }
 
     VirtualScreen screen_;
@@ -43,7 +45,6 @@ class HostlessItemTest : public testing::Test {
 
 TEST_F(HostlessItemTest, IsAStripWhereThereIsNoTray) {
     show(screen_.display());
-    EXPECT_EQ(item_->place(), Place::strip);
     ASSERT_NE(item_->strip(), nullptr);
     EXPECT_TRUE(item_->strip()->isVisible());
     EXPECT_EQ(item_->strip()->toolTip(), sample::toolTip);
@@ -51,7 +52,7 @@ TEST_F(HostlessItemTest, IsAStripWhereThereIsNoTray) {
 
 TEST_F(HostlessItemTest, IsAStripWhereThereIsNoX11) {
     show(QByteArray());
-    EXPECT_EQ(item_->place(), Place::strip);
+    EXPECT_NE(item_->strip(), nullptr);
 }
 
 TEST_F(HostlessItemTest, IsAnIconInTheTrayWithoutAStripBefore) {
@@ -60,7 +61,7 @@ TEST_F(HostlessItemTest, IsAnIconInTheTrayWithoutAStripBefore) {
     EXPECT_EQ(item_->strip(), nullptr);
     EXPECT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
     waitUntil([] { return false; }, 700ms);
-    EXPECT_EQ(item_->place(), Place::tray);
+    EXPECT_EQ(item_->strip(), nullptr);
     EXPECT_EQ(tray.requests(), 1);
 }
 
@@ -68,9 +69,9 @@ TEST_F(HostlessItemTest, MovesWithTheTrayThatComesAndGoes) {
     show(screen_.display());
     for (int round = 0; round < 2; ++round) {
         auto tray = std::make_unique<FakeTray>(screen_.display(), Qt::white);
-        ASSERT_TRUE(isAt(Place::tray));
+        ASSERT_TRUE(becomesAnIcon());
         tray.reset();
-        ASSERT_TRUE(isAt(Place::strip));
+        ASSERT_TRUE(becomesAStrip());
         EXPECT_TRUE(item_->strip()->isVisible());
     }
 }
@@ -79,7 +80,7 @@ TEST_F(HostlessItemTest, IsAStripWhereTheTrayDoesNotTakeIt) {
     const FakeTray tray(screen_.display(), Qt::white, FakeTray::Manner::ignoresThem);
     show(screen_.display());
     EXPECT_EQ(item_->strip(), nullptr);
-    EXPECT_TRUE(isAt(Place::strip));
+    EXPECT_TRUE(becomesAStrip());
     EXPECT_EQ(tray.requests(), 1);
 }
 
@@ -88,7 +89,7 @@ TEST_F(HostlessItemTest, IsAStripWhenTheTrayPutsItOut) {
     show(screen_.display());
     ASSERT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
     tray.expel();
-    EXPECT_TRUE(isAt(Place::strip));
+    EXPECT_TRUE(becomesAStrip());
 }
 
 TEST_F(HostlessItemTest, OpensTheMenuBesideThePressedIcon) {
@@ -107,7 +108,7 @@ TEST_F(HostlessItemTest, OpensTheMenuOnRequestWhereverItIs) {
     EXPECT_EQ(*menuPlace_, item_->strip()->geometry());
     menuPlace_.reset();
     FakeTray tray(screen_.display(), Qt::white);
-    ASSERT_TRUE(isAt(Place::tray));
+    ASSERT_TRUE(becomesAnIcon());
     ASSERT_TRUE(waitUntil([&] {
         item_->openMenu();
         return menuPlace_ == QRect(8, 8, 24, 24);
@@ -118,7 +119,7 @@ TEST_F(HostlessItemTest, OpensNoMenuWhileTheTrayHasNotTakenTheIcon) {
     const FakeTray tray(screen_.display(), Qt::white, FakeTray::Manner::ignoresThem);
     show(screen_.display());
     ASSERT_TRUE(waitUntil([&] { return tray.requests() == 1; }));
-    ASSERT_EQ(item_->place(), Place::tray);
+    ASSERT_EQ(item_->strip(), nullptr);
     item_->openMenu();
     EXPECT_FALSE(menuPlace_.has_value());
 }
@@ -153,7 +154,7 @@ TEST_F(HostlessItemTest, IsAStripWhenTheServerOfTheTrayEnds) {
     const FakeTray tray(screen_.display(), Qt::white);
     show(screen_.display());
     screen_.kill();
-    EXPECT_TRUE(isAt(Place::strip));
+    EXPECT_TRUE(becomesAStrip());
     display_ = sample::offline();
     item_->update();
     EXPECT_EQ(item_->strip()->accessibleName(), QStringLiteral("Offline"));
