@@ -102,8 +102,11 @@ void CurlTransferSession::renewIfDue(const QString& key, const QUrl& url, const 
     host.isEarly = isSuspect;
     host.replacement = makePool(host);
     host.replacement->head({url, accepts, std::max<std::chrono::milliseconds>(renewalLimit, limit_), true},
-                           // Its end is seen by what the pool is like after it.
-                           [](const auto& /*response*/, const auto& /*error*/) {});
+                           // What it means is seen by what the pool is like after it.
+                           [key](const auto& /*response*/, const auto& error) {
+                               qCInfo(transferLog, "%s: the fresh connection: %s", qPrintable(key),
+                                      error ? qPrintable(error->description) : "answered");
+                           });
 }
 
 void CurlTransferSession::finishRenewal(const QString& key, Host& host) {
