@@ -37,7 +37,7 @@ endfunction()
 # For unit_tests: a selection of the target's cases as one test.
 function(unit_test name label target filter)
   add_test(NAME ${name} COMMAND ${target} --gtest_filter=${filter})
-  set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 900 FAIL_REGULAR_EXPRESSION "Running 0 tests"
+  set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 1800 FAIL_REGULAR_EXPRESSION "Running 0 tests"
     ENVIRONMENT "${arg_ENVIRONMENT}")
   if(NOT label STREQUAL unit)
     set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT SKYLET_RUNS_ALONE=1)

@@ -39,7 +39,7 @@ using namespace std::chrono_literals;
 using End = BulkTransferResult::End;
 
 /// For as long as 400 MB take where many others want the processor too.
-constexpr auto aBusyMachinesTime = 2min;
+constexpr auto aBusyMachinesTime = 10min;
 
 /// What a delegate was told about one transfer.
 struct Told {

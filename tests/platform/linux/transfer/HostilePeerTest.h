@@ -67,6 +67,8 @@ class HostilePeerTest : public testing::TestWithParam<Hostile> {
     /// A request to a server that is well, or more of them.
     static void expectAnswer(CurlTransferSession& session, const SpeedServer& server);
 
+    /// Whether the hostile server has not come to its flood yet, on a busy machine because a request came too late.
+    bool lacksItsFlood() const { return GetParam().isEndless() && hostile->flooded() == 0; }
     /// From here on the hostile server is.
     void beginHostility();
     /// From here on it is well again, as far as new connections are concerned.

@@ -104,6 +104,9 @@ class HostileSpeedServerTest : public HostilePeerTest {
             runFor(300ms);
             transfer(isUpload);
         }
+        for (int i = 0; i < attempts && lacksItsFlood(); ++i) {
+            transfer(isUpload);
+        }
         endHostility();
         // its old connections have not come to their senses, and may cost a transfer each
         expectTransfer(isUpload);
