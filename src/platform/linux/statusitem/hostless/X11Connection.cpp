@@ -47,8 +47,8 @@ xcb_atom_t X11Connection::atom(const QByteArray& name) {
     return reply ? reply->atom : xcb_atom_t{XCB_ATOM_NONE};
 }
 
-std::optional<quint32> X11Connection::property(xcb_window_t window, xcb_atom_t name, xcb_atom_t type) {
-    const auto cookie = xcb_get_property(connection_, 0, window, name, type, 0, 1);
+std::optional<quint32> X11Connection::property(xcb_window_t window, const QByteArray& name, xcb_atom_t type) {
+    const auto cookie = xcb_get_property(connection_, 0, window, atom(name), type, 0, 1);
     const XcbReply<xcb_get_property_reply_t> reply(xcb_get_property_reply(connection_, cookie, nullptr));
     readSoon();
     const bool usable = reply && reply->format == 32 && xcb_get_property_value_length(reply.get()) >= 4;

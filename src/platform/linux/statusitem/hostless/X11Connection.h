@@ -35,7 +35,7 @@ class X11Connection final : public QObject {
     /// Asks the server, so each is to be asked for once.
     xcb_atom_t atom(const QByteArray& name);
     /// The first 32-bit value of a property, where there is one.
-    std::optional<quint32> property(xcb_window_t window, xcb_atom_t name, xcb_atom_t type);
+    std::optional<quint32> property(xcb_window_t window, const QByteArray& name, xcb_atom_t type);
     /// Sends what is waiting to be sent and returns once the server has carried it out.
     void settle();
     void flush() { xcb_flush(connection_); }

@@ -94,9 +94,7 @@ XembedIcon::~XembedIcon() {
     xcb_connection_t* const server = connection_.get();
     xcb_free_gc(server, context_);
     xcb_destroy_window(server, window_);
-    if (colormap_ != XCB_NONE) {
-        xcb_free_colormap(server, colormap_);
-    }
+    xcb_free_colormap(server, colormap_);
     connection_.flush();
 }
 
@@ -105,8 +103,7 @@ void XembedIcon::createWindow(xcb_window_t tray) {
     const xcb_screen_t& screen = connection_.screen();
     // A tray that can show transparency names a visual for it.
     const xcb_visualid_t wanted =
-        connection_.property(tray, connection_.atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_VISUAL")), XCB_ATOM_VISUALID)
-            .value_or(XCB_NONE);
+        connection_.property(tray, QByteArrayLiteral("_NET_SYSTEM_TRAY_VISUAL"), XCB_ATOM_VISUALID).value_or(XCB_NONE);
     Visual visual = findVisual(screen, wanted);
     if (visual.depth != depthWithAlpha) {
         visual = findVisual(screen, screen.root_visual);
@@ -121,8 +118,8 @@ void XembedIcon::createWindow(xcb_window_t tray) {
     xcb_create_window(server, depth_, window_, screen.root, -1, -1, wantedSide_, wantedSide_, 0,
                       XCB_WINDOW_CLASS_INPUT_OUTPUT, id,
                       XCB_CW_BACK_PIXEL | XCB_CW_BORDER_PIXEL | XCB_CW_EVENT_MASK | XCB_CW_COLORMAP, values.data());
-    if (const std::optional<quint32> orientation = connection_.property(
-            tray, connection_.atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_ORIENTATION")), XCB_ATOM_CARDINAL)) {
+    if (const auto orientation =
+            connection_.property(tray, QByteArrayLiteral("_NET_SYSTEM_TRAY_ORIENTATION"), XCB_ATOM_CARDINAL)) {
         upright_ = *orientation == uprightTray;
     }
     context_ = xcb_generate_id(server);
