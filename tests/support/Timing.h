@@ -27,7 +27,7 @@ inline std::chrono::nanoseconds processorTime() {
 /// that it takes for what is always the same work.
 inline double slowness() {
     constexpr std::chrono::duration<double> usual = std::chrono::milliseconds(20);
-    const QByteArray work(4 * 1024 * 1024, 'x');
+    const QByteArray work(qsizetype{4} * 1024 * 1024, 'x');
     const auto begun = std::chrono::steady_clock::now();
     const auto hash = QCryptographicHash::hash(work, QCryptographicHash::Sha256);
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begun;

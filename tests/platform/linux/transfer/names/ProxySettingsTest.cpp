@@ -14,7 +14,7 @@ std::optional<Proxy> proxy(const std::map<std::string, QByteArray>& variables, c
     for (const auto& [name, value] : variables) {
         qputenv(name.c_str(), value);
     }
-    const auto found = proxyFor(url);
+    auto found = proxyFor(url);
     for (const auto& [name, value] : variables) {
         qunsetenv(name.c_str());
     }
