@@ -10,6 +10,11 @@ def sign_in_page(lab):
         endpoint.set(status=302, headers={"location": "https://portal.example/login"})
 
 
+def certificate_of_its_own(lab):
+    for endpoint in lab.servers.both:
+        endpoint.set(certificate="self-signed")
+
+
 def dead_resolver(lab):
     lab.network.names_from_dns()
     lab.servers.answer_dns(False)
@@ -18,7 +23,8 @@ def dead_resolver(lab):
 REASONS = {
     "gate": (lambda lab: lab.link.set(hole=True), "timed out connecting after"),
     "resolver": (dead_resolver, "timed out looking up its name after"),
-    "portal": (sign_in_page, "status 302 from https://"),
+    "portal": (certificate_of_its_own, "certificate"),
+    "redirect": (sign_in_page, "status 302 from https://"),
     "route": (lambda lab: lab.link.remove_default_route(), "skylet.connectivity: offline: the network path is gone"),
 }
 

@@ -11,12 +11,32 @@ namespace {
 using namespace std::chrono_literals;
 using Received = NetlinkSocket::Received;
 
+// While interfaces come and go without pause, a table may never come in whole.
+constexpr int maximumAttempts = 8;
+
 std::optional<NetlinkSocket> listen() {
     auto socket = NetlinkSocket::open();
-    if (socket) {
-        socket->join(RTNLGRP_LINK);
+    return socket && socket->join(RTNLGRP_LINK) ? std::move(socket) : std::nullopt;
+}
+
+std::optional<LinkTable> readTable() {
+    auto socket = NetlinkSocket::open();
+    if (!socket || !socket->requestLinks()) {
+        return std::nullopt;
     }
-    return socket;
+    LinkTable links;
+    bool isEnd = false;
+    bool isBroken = false;
+    while (!isEnd && !isBroken) {
+        const auto received = socket->receive([&](const nlmsghdr& message) {
+            isEnd = isEnd || message.nlmsg_type == NLMSG_DONE;
+            // NLM_F_DUMP_INTR: links came or went while the kernel wrote the table out, so that others may be missing.
+            isBroken = isBroken || message.nlmsg_type == NLMSG_ERROR || (message.nlmsg_flags & NLM_F_DUMP_INTR) != 0;
+            applyMessage(message, links);
+        });
+        isBroken = isBroken || received != Received::messages;
+    }
+    return isBroken ? std::nullopt : std::optional(std::move(links));
 }
 
 } // namespace
@@ -55,23 +75,12 @@ void LinkWatch::receiveMessages() {
 /// Listens before it reads: the messages then bring up to date what the table lacks, or repeat what it says already.
 std::optional<LinkWatch::Reading> LinkWatch::read() {
     auto events = listen();
-    auto socket = NetlinkSocket::open();
-    if (!events || !socket || !socket->requestLinks()) {
-        return std::nullopt;
+    for (int attempt = 0; events && attempt < maximumAttempts; ++attempt) {
+        if (auto links = readTable()) {
+            return Reading{std::move(*events), std::move(*links)};
+        }
     }
-    LinkTable links;
-    bool isEnd = false;
-    bool isBroken = false;
-    while (!isEnd && !isBroken) {
-        const auto received = socket->receive([&](const nlmsghdr& message) {
-            isEnd = isEnd || message.nlmsg_type == NLMSG_DONE;
-            // NLM_F_DUMP_INTR: links came or went while the kernel wrote the table out, so that others may be missing.
-            isBroken = isBroken || message.nlmsg_type == NLMSG_ERROR || (message.nlmsg_flags & NLM_F_DUMP_INTR) != 0;
-            applyMessage(message, links);
-        });
-        isBroken = isBroken || received != Received::messages;
-    }
-    return isBroken ? std::nullopt : std::optional(Reading{std::move(*events), std::move(links)});
+    return std::nullopt;
 }
 
 } // namespace skylet

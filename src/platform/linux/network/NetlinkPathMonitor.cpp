@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <net/if.h>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -23,9 +24,11 @@ constexpr auto retryInterval = 1s;
 constexpr int messagesPerTurn = 256;
 
 // Links, addresses and next-hop objects are listened to because routes, or their source address, vanish with them
-// without a route message. RTNLGRP_NEXTHOP: Linux 5.3 and later.
-constexpr auto groups = {RTNLGRP_LINK,        RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_IFADDR,
-                         RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_RULE,  RTNLGRP_IPV6_RULE,  RTNLGRP_NEXTHOP};
+// without a route message.
+constexpr std::array groups = {RTNLGRP_LINK,        RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_IFADDR,
+                               RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_RULE,  RTNLGRP_IPV6_RULE};
+// Linux 5.3 and later.
+constexpr auto recentGroup = RTNLGRP_NEXTHOP;
 
 QString text(const QByteArray& address) {
     std::array<char, INET6_ADDRSTRLEN> buffer{};
@@ -79,13 +82,12 @@ void NetlinkPathMonitor::listen() {
     if (events_) {
         return;
     }
-    events_ = NetlinkSocket::open();
-    if (!events_) {
+    auto socket = NetlinkSocket::open();
+    if (!socket || !std::all_of(groups.begin(), groups.end(), [&socket](auto group) { return socket->join(group); })) {
         return;
     }
-    for (const auto group : groups) {
-        events_->join(group);
-    }
+    socket->join(recentGroup);
+    events_ = std::move(socket);
     eventReadable_.setSocket(events_->descriptor());
     eventReadable_.setEnabled(true);
 }

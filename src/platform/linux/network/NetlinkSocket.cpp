@@ -20,9 +20,9 @@ std::optional<NetlinkSocket> NetlinkSocket::open() {
     return isOpen ? std::optional(std::move(socket)) : std::nullopt;
 }
 
-void NetlinkSocket::join(rtnetlink_groups group) {
+bool NetlinkSocket::join(rtnetlink_groups group) {
     int number = group;
-    mnl_socket_setsockopt(socket_.get(), NETLINK_ADD_MEMBERSHIP, &number, sizeof number);
+    return mnl_socket_setsockopt(socket_.get(), NETLINK_ADD_MEMBERSHIP, &number, sizeof number) == 0;
 }
 
 bool NetlinkSocket::requestLinks() {

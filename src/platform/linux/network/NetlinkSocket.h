@@ -28,8 +28,8 @@ class NetlinkSocket {
     /// Empty optional: the system gives no such socket.
     static std::optional<NetlinkSocket> open();
 
-    /// Subscribes to the notifications of `group`, if the kernel knows it.
-    void join(rtnetlink_groups group);
+    /// Subscribes to the notifications of `group`; false when the kernel refuses or does not know it.
+    bool join(rtnetlink_groups group);
     int descriptor() const { return mnl_socket_get_fd(socket_.get()); }
     /// Asks for all links; the first part of the answer has come in when this returns.
     bool requestLinks();

@@ -350,6 +350,14 @@ TEST_F(StatusItemOnHostTest, DescribesItselfForTheLog) {
 
 // What it tells.
 
+TEST_F(StatusItemOnHostTest, TellsNothingOfWhatItIsFromTheStart) {
+    host_.appear();
+    makeItem(QStringLiteral("panel-2-systray"));
+    ASSERT_TRUE(waitUntil([this] { return host_.registrations().size() == 1; }));
+    host_.settle();
+    EXPECT_EQ(host_.countAll(), 0);
+}
+
 TEST_F(StatusItemOnHostTest, TellsNothingWhenNothingChanged) {
     showBadge();
     for (int round = 0; round < 3; ++round) {

@@ -99,7 +99,9 @@ QString DBusMenuExporter::textDirection() const {
 }
 
 void DBusMenuExporter::refuse() {
-    sendErrorReply(QDBusError::InvalidArgs, QStringLiteral("no such menu entry"));
+    if (message().isReplyRequired()) {
+        sendErrorReply(QDBusError::InvalidArgs, QStringLiteral("no such menu entry"));
+    }
 }
 
 uint DBusMenuExporter::GetLayout(int parent, int depth, const QStringList& names, DBusMenuLayout& layout) {

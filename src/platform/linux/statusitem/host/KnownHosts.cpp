@@ -61,10 +61,14 @@ constexpr std::array knownDesktops = {
 
 StatusHostTraits traitsOfHost(const QString& processName, const QString& currentDesktop) {
     if (processName.isEmpty() || processName == sharedWatcher) {
-        const QStringList names = currentDesktop.split(QLatin1Char(':'));
-        const auto desktop = std::find_if(knownDesktops.cbegin(), knownDesktops.cend(),
-                                          [&](const KnownHost& known) { return names.contains(known.name); });
-        return desktop == knownDesktops.cend() ? StatusHostTraits() : desktop->traits;
+        for (const QString& name : currentDesktop.split(QLatin1Char(':'))) {
+            const auto desktop = std::find_if(knownDesktops.cbegin(), knownDesktops.cend(),
+                                              [&](const KnownHost& known) { return name == known.name; });
+            if (desktop != knownDesktops.cend()) {
+                return desktop->traits;
+            }
+        }
+        return {};
     }
     const auto program = std::find_if(knownPrograms.cbegin(), knownPrograms.cend(), [&](const KnownHost& known) {
         return processName == known.name.left(longestProcessName);

@@ -70,7 +70,10 @@ void SniObject::openMenu(QPoint place, const QDBusMessage& call) {
     if (!menuOpener_ || !menuOpener_(call.service(), place)) {
         // "Unknown method" is the one refusal after which GNOME's extension never tries again.
         call.setDelayedReply(true);
-        connection_.send(call.createErrorReply(QDBusError::UnknownMethod, QStringLiteral("a click opens the menu")));
+        if (call.isReplyRequired()) {
+            connection_.send(
+                call.createErrorReply(QDBusError::UnknownMethod, QStringLiteral("a click opens the menu")));
+        }
     }
 }
 
@@ -114,9 +117,10 @@ void SniObject::scheduleSignals() {
 
 void SniObject::sendSignals() {
     signalsScheduled_ = false;
-    const Sent before = std::exchange(sent_, {appearance_.icon, appearance_.label, status_, wantedToolTip()});
-    const bool newIcon = sent_.icon != before.icon;
-    const bool newStatus = sent_.status != before.status;
+    const Sent now{appearance_.icon, appearance_.label, status_, wantedToolTip()};
+    const Sent before = std::exchange(sent_, now).value_or(now);
+    const bool newIcon = now.icon != before.icon;
+    const bool newStatus = now.status != before.status;
     if (newIcon) {
         Q_EMIT interface_->NewIcon();
     }
@@ -127,10 +131,10 @@ void SniObject::sendSignals() {
     if (newStatus) {
         Q_EMIT interface_->NewStatus(statusName());
     }
-    if (sent_.label != before.label) {
+    if (now.label != before.label) {
         Q_EMIT interface_->XAyatanaNewLabel(appearance_.label, appearance_.labelGuide);
     }
-    if (sent_.toolTip != before.toolTip) {
+    if (now.toolTip != before.toolTip) {
         Q_EMIT interface_->NewToolTip();
     }
 }
@@ -140,7 +144,10 @@ DBusToolTip SniObject::wantedToolTip() const {
     case OpenMenu::none:
         break;
     case OpenMenu::ofHost:
-        return sent_.toolTip;
+        if (sent_) {
+            return sent_->toolTip;
+        }
+        break;
     case OpenMenu::own:
         // With every new icon MATE shows the tooltip of what the mouse is on, and there it would hide the menu's lines.
         return {};

@@ -61,7 +61,7 @@ class SniObject final : public QObject {
     QList<DBusPixmap> iconPixmap();
     QList<DBusPixmap> attentionIconPixmap();
     /// As it was sent last: a host that reads a new icon may read the tooltip as well.
-    const DBusToolTip& toolTip() const { return sent_.toolTip; }
+    DBusToolTip toolTip() const { return sent_ ? sent_->toolTip : wantedToolTip(); }
     void openMenu(QPoint place, const QDBusMessage& call);
     void takeActivationToken(const QString& token);
 
@@ -90,8 +90,9 @@ class SniObject final : public QObject {
     ItemAppearance appearance_;
     Status status_ = Status::active;
     OpenMenu openMenu_ = OpenMenu::none;
-    /// As hosts have it.
-    Sent sent_;
+    /// What hosts have read or were told of by the last signals; absent before the first turn of the event loop, in
+    /// which nothing changes for anybody.
+    std::optional<Sent> sent_;
     bool signalsScheduled_ = false;
     MenuOpener menuOpener_;
     std::function<void(const QString& token)> tokenTaker_;

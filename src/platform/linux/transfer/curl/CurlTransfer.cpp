@@ -4,6 +4,8 @@
 #include "platform/linux/transfer/curl/CurlOptions.h"
 #include "platform/linux/transfer/curl/TcpInfo.h"
 
+#include <QRegularExpression>
+
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -163,7 +165,10 @@ QString CurlTransfer::errorText(CURLcode result) const {
     if (result == CURLE_OK) {
         return QStringLiteral("the head of the answer breaks off");
     }
-    return QString::fromUtf8(errorBuffer_.front() != '\0' ? errorBuffer_.data() : curl_easy_strerror(result));
+    // libcurl repeats a proxy's address, the password in it included.
+    static const QRegularExpression userInfo(QStringLiteral("//[^/@\\s]*@"));
+    return QString::fromUtf8(errorBuffer_.front() != '\0' ? errorBuffer_.data() : curl_easy_strerror(result))
+        .replace(userInfo, QStringLiteral("//"));
 }
 
 std::chrono::milliseconds CurlTransfer::elapsed() const {
