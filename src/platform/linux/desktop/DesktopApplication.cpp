@@ -9,7 +9,8 @@ namespace skylet {
 
 namespace {
 
-// A connection of its own keeps the item's fixed object paths apart from whatever else Qt exports for the program.
+// On a connection of its own the item has no name but the unique one. GNOME's extension also looks for items by itself:
+// one that it has found under another name and one that registers would be two.
 QString busName() {
     return QStringLiteral("skylet-status-item");
 }

@@ -24,8 +24,9 @@ void keepActivationToken(const QString& token) {
 } // namespace
 
 DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusItemOptions options)
-    : connection_(connection), object_(itemPath(), menuPath()), registration_(connection, options.registration),
-      monitor_(connection, std::move(options.environment)) {
+    : connection_(connection),
+      object_(itemPath(), menuPath(), [this](const QString& host, QPoint place) { return openMenu(host, place); }),
+      registration_(connection, options.registration), monitor_(connection, std::move(options.environment)) {
     attentionTimer_.setSingleShot(true);
     attentionTimer_.setInterval(options.attention);
     connect(&attentionTimer_, &QTimer::timeout, this, &DesktopStatusItem::updateStatus);
@@ -39,8 +40,7 @@ DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusIt
     connect(&menuExporter_, &DBusMenuExporter::openChanged, this, &DesktopStatusItem::updateMenuOpen);
     connect(&menuExporter_, &DBusMenuExporter::layoutRequested, &registration_, &SniRegistration::layoutRead);
     connect(&monitor_, &StatusHostMonitor::changed, this, &DesktopStatusItem::followHost);
-    object_.setActivationTokenTaker(keepActivationToken);
-    object_.setMenuOpener([this](const QString& host, QPoint place) { return openMenu(host, place); });
+    connect(&object_, &SniObject::activationTokenProvided, this, keepActivationToken);
     updateHostless();
     if (!connection_.isConnected()) {
         return;
@@ -55,12 +55,12 @@ QString DesktopStatusItem::buttonDescription() const {
     if (!connection_.isConnected()) {
         return QStringLiteral("none (no session bus)");
     }
-    return QStringLiteral("StatusNotifierItem of %1 at %2").arg(registration_.serviceName(), itemPath());
+    return QStringLiteral("StatusNotifierItem of %1 at %2").arg(connection_.baseService(), itemPath());
 }
 
 QString DesktopStatusItem::windowDescription() const {
-    return registration_.watcherOwner().isEmpty() ? QStringLiteral("none (no status host yet)")
-                                                  : QStringLiteral("status host ") + registration_.watcherOwner();
+    return monitor_.watcherOwner().isEmpty() ? QStringLiteral("none (no status host yet)")
+                                             : QStringLiteral("status host ") + monitor_.watcherOwner();
 }
 
 void DesktopStatusItem::setVisible(bool visible) {
@@ -101,10 +101,9 @@ void DesktopStatusItem::show() {
 void DesktopStatusItem::followHost() {
     show();
     const QString owner = monitor_.watcherOwner();
-    const StatusHostTraits traits = monitor_.traitsOfConnection(owner);
-    object_.setIconByName(traits.prefersIconName);
+    object_.setIconByName(monitor_.traitsOfConnection(owner).prefersIconName);
     // The hosts that set a label are those that are known to read the menu at once.
-    registration_.setWatcher({owner, monitor_.presentation() == Presentation::label, traits.prefersConnectionName});
+    registration_.setWatcher(owner, monitor_.presentation() == Presentation::label);
     updateHostless();
 }
 

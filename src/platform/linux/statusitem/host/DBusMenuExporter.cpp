@@ -214,26 +214,16 @@ void DBusMenuExporter::setOpenIn(const QString& host, bool open) {
         aboutToShowIn_.clear();
         aboutToShowTimer_.stop();
     }
-    followHosts();
+    hostWatcher_.setWatchedServices(openIn_.values());
+    Q_EMIT openChanged();
 }
 
 void DBusMenuExporter::setAboutToShowIn(const QString& host) {
-    if (!openIn_.contains(host)) {
+    if (!openIn_.contains(host) || host == aboutToShowIn_) {
+        openIn_.remove(aboutToShowIn_);
+        setOpenIn(host, true);
         aboutToShowIn_ = host;
         aboutToShowTimer_.start();
-        followHosts();
-    }
-}
-
-void DBusMenuExporter::followHosts() {
-    QStringList hosts = openIn_.values();
-    if (!aboutToShowIn_.isEmpty()) {
-        hosts.append(aboutToShowIn_);
-    }
-    hostWatcher_.setWatchedServices(hosts);
-    if (isOpen() != wasOpen_) {
-        wasOpen_ = isOpen();
-        Q_EMIT openChanged(wasOpen_);
     }
 }
 
