@@ -2,6 +2,7 @@
 
 #include "platform/linux/desktop/Wayland.h"
 #include "platform/linux/statusitem/drawing/ItemAppearance.h"
+#include "platform/linux/system/BusCall.h"
 
 #include <utility>
 
@@ -26,19 +27,24 @@ void keepActivationToken(const QString& token) {
 DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusItemOptions options)
     : connection_(connection),
       object_(itemPath(), menuPath(), [this](const QString& host, QPoint place) { return openMenu(host, place); }),
-      registration_(connection, options.registration), monitor_(connection, std::move(options.environment)) {
+      registration_(connection, options.registration), monitor_(connection, std::move(options.environment)),
+      hostlessDelay_(options.hostlessDelay), hostlessOptions_(std::move(options.hostless)) {
+    hostlessOptions_.noStripBefore.setRemainingTime(options.stripDelay);
     attentionTimer_.setSingleShot(true);
     attentionTimer_.setInterval(options.attention);
     connect(&attentionTimer_, &QTimer::timeout, this, &DesktopStatusItem::updateStatus);
     hostlessTimer_.setSingleShot(true);
-    hostlessTimer_.setInterval(options.hostlessDelay);
-    connect(&hostlessTimer_, &QTimer::timeout, this, [this, hostless = options.hostless] {
-        hostless_ = std::make_unique<HostlessItem>(hostless, display_, [this](QRect anchor) { menu_.popUp(anchor); });
-    });
+    connect(&hostlessTimer_, &QTimer::timeout, this, &DesktopStatusItem::showWithoutHost);
     connect(&menu_.widget(), &QMenu::aboutToShow, this, &DesktopStatusItem::updateMenuOpen, Qt::QueuedConnection);
     connect(&menu_.widget(), &QMenu::aboutToHide, this, &DesktopStatusItem::updateMenuOpen, Qt::QueuedConnection);
     connect(&menuExporter_, &DBusMenuExporter::openChanged, this, &DesktopStatusItem::updateMenuOpen);
-    connect(&menuExporter_, &DBusMenuExporter::layoutRequested, &registration_, &SniRegistration::layoutRead);
+    connect(&registration_, &SniRegistration::registering, this, [this] { object_.setLabelHeldBack(true); });
+    connect(&menuExporter_, &DBusMenuExporter::layoutRequested, this, [this] {
+        registration_.layoutRead();
+        // Not before the answer is on its way: a host is ready for the label when it has the menu.
+        QMetaObject::invokeMethod(
+            &object_, [this] { object_.setLabelHeldBack(false); }, Qt::QueuedConnection);
+    });
     connect(&monitor_, &StatusHostMonitor::changed, this, &DesktopStatusItem::followHost);
     connect(&object_, &SniObject::activationTokenProvided, this, keepActivationToken);
     updateHostless();
@@ -108,16 +114,49 @@ void DesktopStatusItem::followHost() {
 }
 
 void DesktopStatusItem::updateHostless() {
-    if (monitor_.hasHost() || !visible_) {
-        hostlessTimer_.stop();
-        if (hostless_) {
-            // On Wayland the menu goes with the strip that it belongs to, and would count as open for ever.
-            menu_.close();
-            hostless_.reset();
-        }
-    } else if (!hostless_ && !hostlessTimer_.isActive()) {
-        hostlessTimer_.start();
+    const bool isHostless = !monitor_.hasHost() && visible_;
+    if (isHostless == isHostless_) {
+        return;
     }
+    isHostless_ = isHostless;
+    if (isHostless) {
+        if (hostlessFrom_.isForever()) {
+            hostlessFrom_.setRemainingTime(hostlessDelay_);
+        }
+        hostlessTimer_.start(std::chrono::ceil<std::chrono::milliseconds>(hostlessFrom_.remainingTimeAsDuration()));
+        return;
+    }
+    hostlessTimer_.start(hostlessDelay_);
+    if (hostless_) {
+        // On Wayland the menu goes with the strip that it belongs to, and would count as open for ever.
+        menu_.close();
+        hostless_.reset();
+    }
+}
+
+void DesktopStatusItem::showWithoutHost() {
+    if (!isHostless_) {
+        hostlessFrom_ = QDeadlineTimer(QDeadlineTimer::Forever);
+        return;
+    }
+    // GNOME takes its host away while the screen is locked.
+    auto question = QDBusMessage::createMethodCall(
+        QStringLiteral("org.gnome.ScreenSaver"), QStringLiteral("/org/gnome/ScreenSaver"),
+        QStringLiteral("org.gnome.ScreenSaver"), QStringLiteral("GetActive"));
+    question.setAutoStartService(false);
+    callAsync(connection_, question, this, [this](const QDBusMessage& reply) {
+        const bool wasLocked = std::exchange(screenIsLocked_, QDBusReply<bool>(reply).value());
+        if (hostless_ || !isHostless_) {
+            return;
+        }
+        // Its host needs a moment to come back.
+        if (screenIsLocked_ || wasLocked) {
+            hostlessTimer_.start(hostlessDelay_);
+        } else {
+            hostless_ = std::make_unique<HostlessItem>(hostlessOptions_, display_,
+                                                       [this](QRect anchor) { menu_.popUp(anchor); });
+        }
+    });
 }
 
 void DesktopStatusItem::updateStatus() {

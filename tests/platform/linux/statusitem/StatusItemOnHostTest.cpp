@@ -201,8 +201,31 @@ TEST_F(StatusItemOnHostTest, IsCompleteBeforeAnybodyHearsOfIt) {
         makeItem(processName);
         ASSERT_TRUE(waitUntil([&] { return !seen.isEmpty(); }));
         EXPECT_EQ(seen.value(QStringLiteral("Id")), QStringLiteral("skylet"));
-        EXPECT_EQ(seen.contains(QStringLiteral("XAyatanaLabel")), processName == QLatin1String("gnome-shell"));
         item_.reset();
+        host_.disappear();
+    }
+}
+
+TEST_F(StatusItemOnHostTest, TellsEachWatchersHostTheFirstLabelOnceItHasReadTheMenu) {
+    makeItem(QStringLiteral("gnome-shell"));
+    for (int round = 1; round <= 2; ++round) {
+        host_.forgetSignals();
+        host_.appear();
+        ASSERT_TRUE(waitUntil([&] { return host_.registrations().size() == round; }));
+        EXPECT_FALSE(host_.itemProperties().contains(QStringLiteral("XAyatanaLabel")));
+        item_->setDisplay(sample::slow());
+        item_->setDisplay(sample::fast());
+        host_.settle();
+        EXPECT_EQ(count("XAyatanaNewLabel"), 0);
+        readLayout();
+        host_.settle();
+        EXPECT_EQ(count("XAyatanaNewLabel"), 1);
+        EXPECT_EQ(host_.last(QStringLiteral("XAyatanaNewLabel")).value(0),
+                  QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
+        EXPECT_EQ(property(QStringLiteral("XAyatanaLabel")), QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
+        readLayout();
+        host_.settle();
+        EXPECT_EQ(count("XAyatanaNewLabel"), 1);
         host_.disappear();
     }
 }
@@ -261,6 +284,8 @@ TEST_F(StatusItemOnHostTest, ShowsTheTitleInAnotherWayOnAnotherHost) {
     FakeStatusHost gnome(bus_.connect());
     gnome.appear();
     ASSERT_TRUE(waitUntil([&] { return !gnome.item().isEmpty(); }));
+    gnome.callMenu(QStringLiteral("GetLayout"), {0, -1, QStringList()});
+    gnome.settle();
     EXPECT_EQ(gnome.itemProperties().value(QStringLiteral("XAyatanaLabel")),
               QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
 }

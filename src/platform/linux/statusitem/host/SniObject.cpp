@@ -45,10 +45,11 @@ bool SniObject::exportOn(const QDBusConnection& connection) {
 }
 
 bool SniObject::exportItem() {
+    labelIsExported_ = !label().isEmpty();
     QDBusConnection::RegisterOptions contents = QDBusConnection::ExportAllSlots |
                                                 QDBusConnection::ExportScriptableSignals |
                                                 QDBusConnection::ExportScriptableProperties;
-    contents.setFlag(QDBusConnection::ExportNonScriptableProperties, !appearance_.label.isEmpty());
+    contents.setFlag(QDBusConnection::ExportNonScriptableProperties, labelIsExported_);
     connection_.unregisterObject(path_);
     return connection_.registerObject(path_, this, contents);
 }
@@ -79,9 +80,20 @@ void SniObject::ProvideXdgActivationToken(const QString& token) {
 }
 
 void SniObject::setAppearance(const ItemAppearance& appearance) {
-    const bool hadLabel = !appearance_.label.isEmpty();
     appearance_ = appearance;
-    if (hadLabel == appearance_.label.isEmpty()) {
+    updateLabel();
+}
+
+void SniObject::setLabelHeldBack(bool heldBack) {
+    labelIsHeldBack_ = heldBack;
+    if (heldBack && sent_) {
+        sent_->label.clear();
+    }
+    updateLabel();
+}
+
+void SniObject::updateLabel() {
+    if (labelIsExported_ == label().isEmpty()) {
         exportItem();
     }
     scheduleSignals();
@@ -112,7 +124,7 @@ void SniObject::scheduleSignals() {
 
 void SniObject::sendSignals() {
     signalsScheduled_ = false;
-    const Sent now{appearance_.icon, appearance_.label, status_, wantedToolTip()};
+    const Sent now{appearance_.icon, label(), status_, wantedToolTip()};
     const Sent before = std::exchange(sent_, now).value_or(now);
     const bool newIcon = now.icon != before.icon;
     const bool newStatus = now.status != before.status;

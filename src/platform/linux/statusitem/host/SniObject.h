@@ -62,6 +62,10 @@ class SniObject final : public QObject, protected QDBusContext {
     /// Hosts read it once, so it has to be right before they come.
     void setId(const QString& id) { id_ = id; }
     void setAppearance(const ItemAppearance& appearance);
+    /// Leaves the label out, for a host that reads the item for the first time, or shows it again. GNOME's extension
+    /// (59) does not follow a label that it has read at once, nor a signal with the text that it has read; so the first
+    /// label is told by a signal.
+    void setLabelHeldBack(bool heldBack);
     /// Whether hosts are given the icon as a file, by its name, instead of its pixels.
     void setIconByName(bool byName);
     void setStatus(Status status);
@@ -103,10 +107,11 @@ class SniObject final : public QObject, protected QDBusContext {
     QList<DBusPixmap> attentionIconPixmap();
     /// As it was sent last: a host that reads a new icon may read the tooltip as well.
     DBusToolTip toolTip() const { return sent_ ? sent_->toolTip : wantedToolTip(); }
-    QString label() const { return appearance_.label; }
+    QString label() const { return labelIsHeldBack_ ? QString() : appearance_.label; }
     QString labelGuide() const { return appearance_.labelGuide; }
 
     bool exportItem();
+    void updateLabel();
     void openMenu(QPoint place);
     void scheduleSignals();
     void sendSignals();
@@ -127,6 +132,8 @@ class SniObject final : public QObject, protected QDBusContext {
     QDBusConnection connection_{QString()};
     QString id_;
     ItemAppearance appearance_;
+    bool labelIsHeldBack_ = false;
+    bool labelIsExported_ = false;
     Status status_ = Status::active;
     OpenMenu openMenu_ = OpenMenu::none;
     /// What hosts have read or were told of by the last signals; absent before the first turn of the event loop, in

@@ -31,6 +31,7 @@ void SniRegistration::setWatcher(const QString& owner, bool readsLayout) {
 void SniRegistration::registerItem() {
     ++tries_;
     refused_ = false;
+    Q_EMIT registering();
     qCInfo(statusItemLog) << "registers as" << connection_.baseService() << "with" << watcher_ << "try" << tries_;
     auto call = QDBusMessage::createMethodCall(watcher_, QStringLiteral("/StatusNotifierWatcher"),
                                                QStringLiteral("org.kde.StatusNotifierWatcher"),

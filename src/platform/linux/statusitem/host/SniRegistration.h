@@ -34,7 +34,11 @@ class SniRegistration final : public QObject {
     /// A host has read the menu.
     void layoutRead() { layoutRead_ = true; }
 
-  private:
+  Q_SIGNALS:
+    /// The watcher is about to be told of the item, for the first time or once more.
+    void registering();
+
+  private: // NOLINT(readability-redundant-access-specifiers): the one above is moc's
     void registerItem();
     void tryAgainLater();
     void tryAgainIfLost();
