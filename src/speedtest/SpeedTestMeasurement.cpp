@@ -1,6 +1,7 @@
 #include "speedtest/SpeedTestMeasurement.h"
 
 #include "BuildConstants.h"
+#include "platform/ConstantUrl.h"
 #include "ui/Strings.h"
 
 #include <QByteArray>
@@ -30,19 +31,8 @@ SessionConfiguration limited(SessionConfiguration configuration) {
     return configuration;
 }
 
-void cancelAndClear(std::shared_ptr<Cancellation>& pending) {
-    if (pending) {
-        std::exchange(pending, nullptr)->cancel();
-    }
-}
-
 QUrl endpoint(const QString& pathAndQuery) {
-    const auto text = QStringLiteral("https://") + QString::fromUtf8(build::speedTestHost) + pathAndQuery;
-    QUrl url(text, QUrl::StrictMode);
-    if (!url.isValid() || url.host().isEmpty()) {
-        qFatal("SpeedTestMeasurement: \"%s\" is not a URL", qUtf8Printable(text));
-    }
-    return url;
+    return constantUrl(QStringLiteral("https://") + QString::fromUtf8(build::speedTestHost) + pathAndQuery);
 }
 
 } // namespace
