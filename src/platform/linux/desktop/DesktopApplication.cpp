@@ -4,14 +4,15 @@
 
 #include <QApplication>
 #include <QDesktopServices>
+#include <QSessionManager>
 
 namespace skylet {
 
 namespace {
 
-// A connection of its own keeps the item's fixed object paths apart from whatever else Qt exports for the program.
+// A connection of its own keeps the program's fixed object paths apart from whatever Qt exports for it.
 QString busName() {
-    return QStringLiteral("skylet-status-item");
+    return QStringLiteral("skylet");
 }
 
 } // namespace
@@ -19,6 +20,9 @@ QString busName() {
 DesktopApplication::DesktopApplication() {
     QGuiApplication::setDesktopFileName(QStringLiteral("com.vorn.skylet"));
     QGuiApplication::setWindowIcon(applicationIcon());
+    // A session manager would start the program again at the next login, whatever "Launch at Login" says.
+    QObject::connect(qGuiApp, &QGuiApplication::saveStateRequest,
+                     [](QSessionManager& manager) { manager.setRestartHint(QSessionManager::RestartNever); });
 }
 
 DesktopApplication::~DesktopApplication() {
@@ -31,13 +35,13 @@ void DesktopApplication::becomeAccessory() {
     QCoreApplication::setQuitLockEnabled(false);
 }
 
-QDBusConnection DesktopApplication::statusItemBus() {
+QDBusConnection DesktopApplication::sessionBus() {
     const QDBusConnection open(busName());
     return open.isConnected() ? open : QDBusConnection::connectToBus(QDBusConnection::SessionBus, busName());
 }
 
 std::unique_ptr<StatusItem> DesktopApplication::makeStatusItem() {
-    auto item = std::make_unique<DesktopStatusItem>(statusItemBus());
+    auto item = std::make_unique<DesktopStatusItem>(sessionBus());
     statusItem_ = item.get();
     return item;
 }
@@ -52,10 +56,6 @@ void DesktopApplication::openURL(const QUrl& url) {
 
 void DesktopApplication::terminate() {
     QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit, Qt::QueuedConnection);
-}
-
-bool DesktopApplication::sessionBusAvailable() {
-    return statusItemBus().isConnected();
 }
 
 void DesktopApplication::requestAttention() {
