@@ -13,6 +13,7 @@
 #include "platform/linux/system/HomeFolder.h"
 #include "platform/linux/system/IniUserDefaults.h"
 #include "platform/linux/system/LogindSleepMonitor.h"
+#include "platform/linux/system/PortalLaunchAgent.h"
 #include "platform/linux/system/SingleInstance.h"
 #include "platform/linux/system/SystemClock.h"
 #include "platform/linux/system/UnixSignals.h"
@@ -61,6 +62,15 @@ SpeedTestFactory makeSpeedTest(const std::shared_ptr<const Clock>& clock,
     };
 }
 
+std::unique_ptr<LaunchAgent> makeLaunchAgent(const QDBusConnection& bus) {
+    const QString path = AutostartLaunchAgent::defaultPath();
+    const QString executable = QCoreApplication::applicationFilePath();
+    if (PortalLaunchAgent::isNeeded()) {
+        return std::make_unique<PortalLaunchAgent>(bus, path, executable);
+    }
+    return std::make_unique<AutostartLaunchAgent>(path, executable);
+}
+
 /// For the time in which Qt looks for a display: where there is none it would end the process with a core dump.
 void endWithoutDisplay(QtMsgType type, const QMessageLogContext& context, const QString& message) {
     if (type == QtFatalMsg) {
@@ -98,7 +108,7 @@ int main(int argc, char** argv) {
     NetlinkInterfaceCounters interfaceCounters;
     IniUserDefaults userDefaults(IniUserDefaults::defaultPath());
     FileDiagnosticLog diagnosticLog;
-    AutostartLaunchAgent launchAgent(AutostartLaunchAgent::defaultPath(), QCoreApplication::applicationFilePath());
+    const auto launchAgent = makeLaunchAgent(bus);
     DesktopWindows windows;
 
     Skylet skylet({.application = application,
@@ -107,7 +117,7 @@ int main(int argc, char** argv) {
                    .interfaceCounters = interfaceCounters,
                    .userDefaults = userDefaults,
                    .diagnosticLog = diagnosticLog,
-                   .launchAgent = launchAgent,
+                   .launchAgent = *launchAgent,
                    .clock = *clock,
                    .repeatingTimer = repeatingTimer,
                    .oneShotTimer = commonTimer,
