@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QDesktopServices>
+#include <QSessionManager>
 
 namespace skylet {
 
@@ -12,7 +13,7 @@ namespace {
 // On a connection of its own the item has no name but the unique one. GNOME's extension also looks for items by itself:
 // one that it has found under another name and one that registers would be two.
 QString busName() {
-    return QStringLiteral("skylet-status-item");
+    return QStringLiteral("skylet");
 }
 
 } // namespace
@@ -20,6 +21,9 @@ QString busName() {
 DesktopApplication::DesktopApplication() {
     QGuiApplication::setDesktopFileName(QStringLiteral("com.vorn.skylet"));
     QGuiApplication::setWindowIcon(applicationIcon());
+    // A session manager would start the program again at the next login, whatever "Launch at Login" says.
+    QObject::connect(qGuiApp, &QGuiApplication::saveStateRequest,
+                     [](QSessionManager& manager) { manager.setRestartHint(QSessionManager::RestartNever); });
 }
 
 DesktopApplication::~DesktopApplication() {
@@ -32,13 +36,13 @@ void DesktopApplication::becomeAccessory() {
     QCoreApplication::setQuitLockEnabled(false);
 }
 
-QDBusConnection DesktopApplication::statusItemBus() {
+QDBusConnection DesktopApplication::sessionBus() {
     const QDBusConnection open(busName());
     return open.isConnected() ? open : QDBusConnection::connectToBus(QDBusConnection::SessionBus, busName());
 }
 
 std::unique_ptr<StatusItem> DesktopApplication::makeStatusItem() {
-    auto item = std::make_unique<DesktopStatusItem>(statusItemBus());
+    auto item = std::make_unique<DesktopStatusItem>(sessionBus());
     statusItem_ = item.get();
     return item;
 }
@@ -53,10 +57,6 @@ void DesktopApplication::openURL(const QUrl& url) {
 
 void DesktopApplication::terminate() {
     QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit, Qt::QueuedConnection);
-}
-
-bool DesktopApplication::sessionBusAvailable() {
-    return statusItemBus().isConnected();
 }
 
 void DesktopApplication::requestAttention() {
