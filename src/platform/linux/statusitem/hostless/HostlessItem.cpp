@@ -28,7 +28,7 @@ HostlessItem::HostlessItem(const Options& options, const StatusDisplay& display,
     if (server_) {
         tray_ = std::make_unique<X11Tray>(*server_);
         // Queued, since what follows destroys icons and connections in the middle of their own signals otherwise.
-        connect(tray_.get(), &X11Tray::changed, this, &HostlessItem::followTray, Qt::QueuedConnection);
+        connect(tray_.get(), &X11Tray::changed, this, &HostlessItem::updatePlace, Qt::QueuedConnection);
         connect(
             server_.get(), &X11Connection::lost, this,
             [this] {
@@ -38,7 +38,7 @@ HostlessItem::HostlessItem(const Options& options, const StatusDisplay& display,
             },
             Qt::QueuedConnection);
     }
-    followTray();
+    updatePlace();
 }
 
 void HostlessItem::update() {
@@ -50,7 +50,7 @@ void HostlessItem::update() {
     }
 }
 
-void HostlessItem::followTray() {
+void HostlessItem::updatePlace() {
     if (tray_ && tray_->window() != XCB_WINDOW_NONE) {
         showIcon();
     } else {
@@ -70,10 +70,7 @@ void HostlessItem::showIcon() {
     });
     connect(icon_.get(), &XembedIcon::expelled, this, &HostlessItem::leaveTray, Qt::QueuedConnection);
     connect(icon_.get(), &XembedIcon::pressed, this, &HostlessItem::openMenuAtIcon);
-    connect(icon_.get(), &XembedIcon::entered, this, [this](QRect place) {
-        hovered_ = place;
-        toolTipTimer_.start();
-    });
+    connect(icon_.get(), &XembedIcon::entered, this, [this] { toolTipTimer_.start(); });
     connect(icon_.get(), &XembedIcon::left, this, [this] {
         toolTipTimer_.stop();
         QToolTip::hideText();
@@ -111,7 +108,7 @@ void HostlessItem::openMenuAtIcon(QRect icon) {
 
 void HostlessItem::showToolTip() {
     const ItemAppearance shown = appearance(Presentation::badge, display_);
-    QToolTip::showText(logicalPlace(QPoint(hovered_.x(), hovered_.y() + hovered_.height())),
+    QToolTip::showText(logicalPlace(icon_->place().bottomLeft() + QPoint(0, 1)),
                        shown.toolTipTitle + u'\n' + shown.toolTipText);
 }
 

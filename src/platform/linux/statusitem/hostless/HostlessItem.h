@@ -46,7 +46,7 @@ class HostlessItem final : public QObject {
     QWidget* strip() const { return strip_.get(); }
 
   private:
-    void followTray();
+    void updatePlace();
     void showIcon();
     void leaveTray();
     void openMenuAtIcon(QRect icon);
@@ -60,7 +60,6 @@ class HostlessItem final : public QObject {
     std::unique_ptr<TitleStrip> strip_;
     QTimer embeddingTimer_;
     QTimer toolTipTimer_;
-    QRect hovered_;
 };
 
 /// The logical place that Qt has for a place in device pixels of the X11 screen.
