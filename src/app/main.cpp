@@ -88,8 +88,8 @@ int main(int argc, char** argv) {
     const QApplication qt(argc, argv);
     qInstallMessageHandler(nullptr);
     DesktopApplication application;
-    const QDBusConnection bus = application.sessionBus();
-    if (!bus.isConnected()) {
+    const QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected() || !application.statusItemBus().isConnected()) {
         std::fputs("skylet: there is no D-Bus session bus, so no desktop can show the status item\n", stderr);
         return EXIT_FAILURE;
     }
@@ -99,6 +99,7 @@ int main(int argc, char** argv) {
     }
     const UnixSignals signals([&application] { application.terminate(); });
     const BusLoss busLoss(bus, [&application] { application.terminate(); });
+    const BusLoss statusItemBusLoss(application.statusItemBus(), [&application] { application.terminate(); });
 
     const auto clock = std::make_shared<SystemClock>();
     const auto epoch = std::make_shared<NetworkEpoch>();

@@ -13,7 +13,7 @@ namespace {
 // On a connection of its own the item has no name but the unique one. GNOME's extension also looks for items by itself:
 // one that it has found under another name and one that registers would be two.
 QString busName() {
-    return QStringLiteral("skylet");
+    return QStringLiteral("skylet-status-item");
 }
 
 } // namespace
@@ -36,13 +36,13 @@ void DesktopApplication::becomeAccessory() {
     QCoreApplication::setQuitLockEnabled(false);
 }
 
-QDBusConnection DesktopApplication::sessionBus() {
+QDBusConnection DesktopApplication::statusItemBus() {
     const QDBusConnection open(busName());
     return open.isConnected() ? open : QDBusConnection::connectToBus(QDBusConnection::SessionBus, busName());
 }
 
 std::unique_ptr<StatusItem> DesktopApplication::makeStatusItem() {
-    auto item = std::make_unique<DesktopStatusItem>(sessionBus());
+    auto item = std::make_unique<DesktopStatusItem>(statusItemBus());
     statusItem_ = item.get();
     return item;
 }

@@ -22,9 +22,8 @@ class DesktopApplication final : public Application {
     void openURL(const QUrl& url) override;
     void terminate() override;
 
-    /// The program's one connection to the session bus, made with the first call. Without it no desktop can show the
-    /// status item.
-    QDBusConnection sessionBus();
+    /// The item's own connection to the session bus, made with the first call. Without it no desktop can show the item.
+    QDBusConnection statusItemBus();
     /// Draws the user's eye to the status item, if there is one.
     void requestAttention();
 
