@@ -1,9 +1,9 @@
 #include "app/Skylet.h"
 
 #include "BuildConstants.h"
+#include "platform/ConstantUrl.h"
 
 #include <QLoggingCategory>
-#include <QUrl>
 
 #include <functional>
 #include <utility>
@@ -112,11 +112,7 @@ void Skylet::showAbout() {
 }
 
 void Skylet::openBrimlake() {
-    const QUrl url(QString::fromUtf8(build::webSite), QUrl::StrictMode);
-    if (!url.isValid() || url.host().isEmpty()) {
-        qFatal("Skylet: \"%s\" is not a URL", build::webSite);
-    }
-    services_.application.openURL(url);
+    services_.application.openURL(constantUrl(QString::fromUtf8(build::webSite)));
 }
 
 void Skylet::willSleep() {

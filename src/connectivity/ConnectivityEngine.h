@@ -61,7 +61,6 @@ class ConnectivityEngine {
     /// `reason`: for the log.
     void assign(const ConnectionState& state, const char* reason);
     void scheduleCycle(Seconds delay, bool confirming);
-    void cancelTimer();
 
     std::shared_ptr<ConnectivityProbing> probe_;
     Schedule schedule_;

@@ -10,7 +10,8 @@ namespace skylet {
 
 namespace {
 
-// A connection of its own keeps the program's fixed object paths apart from whatever Qt exports for it.
+// On a connection of its own the item has no name but the unique one. GNOME's extension also looks for items by itself:
+// one that it has found under another name and one that registers would be two.
 QString busName() {
     return QStringLiteral("skylet");
 }

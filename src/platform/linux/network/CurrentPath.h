@@ -14,7 +14,7 @@ struct FamilyPath {
     /// Empty optional: there is none.
     std::optional<Route> route = Route{};
     /// Why there is none, in words for the log.
-    QString obstacle;
+    QString unreachableReason;
 
     bool operator==(const FamilyPath& other) const { return route == other.route; }
 };

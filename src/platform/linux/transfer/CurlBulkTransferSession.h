@@ -45,7 +45,6 @@ class CurlBulkTransferSession final : public BulkTransferSession {
     std::shared_ptr<BulkTransferTask> start(BulkTransfer::Request request);
     void tick();
     void reportAll();
-    static void reportProgress(const std::shared_ptr<BulkTransfer>& transfer, BulkTransferDelegate& delegate);
     void reportEnd(const std::shared_ptr<BulkTransfer>& transfer);
     void dropConnections();
 

@@ -47,8 +47,8 @@ class CurlTransferSession final : public TransferSession {
         /// Makes the connection that is to replace the current one, or waits for a slow proxy while the current one
         /// tries anew.
         Pool replacement;
-        /// The replacement was begun before its turn, since another host's had failed.
-        bool isEarly = false;
+        /// The replacement was begun before its turn.
+        bool wasRenewedAfterOtherHostFailed = false;
     };
 
     /// With a current pool that is fit for use.
@@ -60,7 +60,8 @@ class CurlTransferSession final : public TransferSession {
     void finishRenewal(const QString& key, Host& host);
     void retireAll();
     void retire(Pool pool);
-    void sweep();
+    /// Takes finished replacements into use, and lets go of pools where nothing runs any more.
+    void finishIdlePools();
 
     const std::chrono::milliseconds limit_;
     const std::shared_ptr<const NetworkEpoch> epoch_;

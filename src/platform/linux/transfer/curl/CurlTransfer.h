@@ -38,7 +38,7 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
     /// whatever has come of it.
     std::optional<int> status() const { return status_; }
     /// Grows whenever the transfer gets anywhere before its end.
-    virtual std::int64_t moved() const { return 0; }
+    virtual std::int64_t progress() const { return 0; }
 
     // For CurlMulti:
 
@@ -85,7 +85,7 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
 
     static int nameWanted(void* state, void* reserved, void* self);
     static curl_socket_t openSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
-    static int requestGoes(void* self, char* address, char* localAddress, int port, int localPort);
+    static int onPreRequest(void* self, char* address, char* localAddress, int port, int localPort);
     static std::size_t headReceived(const char* data, std::size_t size, std::size_t count, void* self);
     static std::size_t bodyReceived(const char* data, std::size_t size, std::size_t count, void* self);
     static int debug(CURL* handle, curl_infotype type, char* data, std::size_t size, void* self);
@@ -93,7 +93,6 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
     /// Looks up what is needed, from the `next`-th name on, and begins.
     void lookUp(std::size_t next);
     void begin();
-    void addResolveEntry(const QByteArray& entry);
     bool isConnectingThroughProxy() const { return isThroughProxy_ && !proxyConnected_; }
     void finish(CURLcode result);
 

@@ -10,6 +10,7 @@
 #include <QSize>
 
 #include <memory>
+#include <string_view>
 
 namespace skylet {
 
@@ -48,21 +49,21 @@ class FakeTray final : public QObject {
     QSize wantedSize();
     /// The pixels of the screen, as Qt calls them.
     QImage::Format format() const;
-    void setProperty(const QByteArray& name, xcb_atom_t type, uint32_t value);
+    void setProperty(std::string_view name, xcb_atom_t type, uint32_t value);
     /// The icon as it is to be seen, in the screen's own format.
     QImage picture();
     void resizeIcon(QSize size);
     /// As if the user had pressed the mouse button there.
-    void press(QPoint place, QPoint placeOnScreen, xcb_button_t button = XCB_BUTTON_INDEX_1);
+    void press(xcb_button_t button = XCB_BUTTON_INDEX_1);
     /// As if the mouse had come there, or gone.
-    void enter(QPoint place, QPoint placeOnScreen);
+    void enter();
     void leave();
     /// Puts the icon out onto the bare screen.
     void expel();
 
   private:
     uint32_t pixelOf(const QColor& color) const;
-    void take(const xcb_generic_event_t& event);
+    void handleEvent(const xcb_generic_event_t& event);
     /// To the icon.
     template <typename Event>
     void send(Event event, uint32_t mask);
