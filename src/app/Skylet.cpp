@@ -89,6 +89,10 @@ void Skylet::toggleTraffic() {
 
 void Skylet::toggleLogin() {
     services_.launchAgent.toggle();
+    showLaunchAgent();
+}
+
+void Skylet::showLaunchAgent() {
     loginItem_->setChecked(services_.launchAgent.exists());
 }
 
@@ -171,7 +175,8 @@ Menu Skylet::makeMenu() {
                            lifetime_.guard([this] { toggleTraffic(); }));
     pauseItem_ = command(QStringLiteral("Pause Automatic Checks"), lifetime_.guard([this] { togglePause(); }));
     loginItem_ = command(QStringLiteral("Launch at Login"), lifetime_.guard([this] { toggleLogin(); }));
-    loginItem_->setChecked(services_.launchAgent.exists());
+    showLaunchAgent();
+    services_.launchAgent.onChange = lifetime_.guard([this] { showLaunchAgent(); });
     const auto aboutItem = command(QStringLiteral("About Skylet"), lifetime_.guard([this] { showAbout(); }));
     if (!services_.application.hasApplicationIcon()) {
         qFatal("Skylet: the application icon is missing");

@@ -12,8 +12,8 @@ namespace {
 
 constexpr char16_t leftToRightMark = u'\u200E';
 
-/// The title without the gap before it. A host lays the text out as a whole, in a direction of its own choice; where a
-/// segment runs from right to left, marks keep the segments themselves in their order from left to right.
+} // namespace
+
 QString titleText(const StatusTitle& title) {
     QString text;
     bool rightToLeft = false;
@@ -29,8 +29,6 @@ QString titleText(const StatusTitle& title) {
     text.remove(0, start - text.cbegin());
     return rightToLeft ? QChar(leftToRightMark) + text : text;
 }
-
-} // namespace
 
 ItemAppearance appearance(Presentation presentation, const StatusDisplay& display) {
     ItemAppearance result;

@@ -20,6 +20,10 @@ struct ItemAppearance {
     bool operator==(const ItemAppearance&) const = default;
 };
 
+/// The title without the gap before it. A host lays the text out as a whole, in a direction of its own choice; where a
+/// segment runs from right to left, marks keep the segments themselves in their order from left to right.
+QString titleText(const StatusTitle& title);
+
 ItemAppearance appearance(Presentation presentation, const StatusDisplay& display);
 
 } // namespace skylet

@@ -26,14 +26,4 @@ DotShades dotShades(Status status) {
     return {QColor(146, 146, 150), QColor(88, 88, 92), white};
 }
 
-// Dark under white letters, not quite opaque so that it blends with dark panels. Letters with an outline were tried: at
-// 16 and 22 px the outline runs into the digits' own holes on a panel of the outline's opposite shade.
-QColor plateColor() {
-    return {28, 28, 28, 230};
-}
-
-QColor plateTextColor() {
-    return white;
-}
-
 } // namespace skylet

@@ -21,8 +21,10 @@ struct DotShades {
 /// one it sits on.
 DotShades dotShades(Status status);
 
-/// The ground that text brings with it, and the text's colour on it: it reads the same on every panel.
-QColor plateColor();
-QColor plateTextColor();
+/// The ground that text brings with it, and the text's colour on it: it reads the same on every panel. Dark under white
+/// letters, not quite opaque so that it blends with dark panels. Letters with an outline were tried: at 16 and 22 px
+/// the outline runs into the digits' own holes on a panel of the outline's opposite shade.
+inline constexpr QColor plateColor{28, 28, 28, 230};
+inline constexpr QColor plateTextColor{255, 255, 255};
 
 } // namespace skylet

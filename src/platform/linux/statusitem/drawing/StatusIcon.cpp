@@ -1,5 +1,6 @@
 #include "platform/linux/statusitem/drawing/StatusIcon.h"
 
+#include "platform/desktop/TabularLine.h"
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 #include "platform/linux/statusitem/drawing/TitleLine.h"
 
@@ -20,35 +21,34 @@ constexpr double textDotShare = 0.66;
 constexpr double loneDotShare = 0.78;
 constexpr double digitHeightShare = 0.45;
 constexpr double rimShare = 1.0 / 26;
-constexpr int maximumDigits = 3;
 
-/// Digits in cells of equal width, in units of a font of `referenceSize` pixels, the baseline at 0.
-struct DigitRun {
+/// A number's outline in units of a font of `referenceSize` pixels, the baseline at 0.
+struct NumberOutline {
     QPainterPath path;
     double width = 0;
-    double cellWidth = 0;
+    double widestWidth = 0;
     double height = 0;
 };
 
 constexpr int referenceSize = 100;
 
-DigitRun layOutDigits(const QString& number, QFont font) {
+NumberOutline outlineOf(const QString& number, QFont font) {
     font.setPixelSize(referenceSize);
     // A weight above regular: a regular stem is thinner than a pixel in the small icons.
     font.setWeight(QFont::DemiBold);
     const QFontMetricsF metrics(font);
-    DigitRun run;
-    run.cellWidth = widestDigit(metrics);
+    const auto advance = [&metrics](const QString& text) { return metrics.horizontalAdvance(text); };
+    const TabularLine line = layOutTabular(number, advance);
     QPainterPath allDigits;
     allDigits.addText(0, 0, font, QStringLiteral("0123456789"));
-    run.height = -allDigits.boundingRect().top();
-    for (const QChar character : number) {
-        const double advance = metrics.horizontalAdvance(character);
-        const double cell = character.isDigit() ? run.cellWidth : advance;
-        run.path.addText(run.width + (cell - advance) / 2, 0, font, QString(character));
-        run.width += cell;
+    NumberOutline outline{.path = {},
+                          .width = line.width,
+                          .widestWidth = layOutTabular(QStringLiteral("000"), advance).width,
+                          .height = -allDigits.boundingRect().top()};
+    for (const TextRun& run : line.runs) {
+        outline.path.addText(run.place, font, run.text);
     }
-    return run;
+    return outline;
 }
 
 /// Dots while an answer is awaited, a cross when nothing gets through, two bars as on a player.
@@ -81,20 +81,20 @@ void paintSign(QPainter& painter, const QRectF& dot, Status status) {
     }
 }
 
-void paintNumber(QPainter& painter, const QRectF& plate, double margin, const DigitRun& run) {
+void paintNumber(QPainter& painter, const QRectF& plate, double margin, const NumberOutline& outline) {
     painter.setPen(Qt::NoPen);
-    painter.setBrush(plateColor());
+    painter.setBrush(plateColor);
     painter.drawRoundedRect(plate, 2 * margin, 2 * margin);
-    const double scaleY = (plate.height() - 2 * margin) / run.height;
+    const double scaleY = (plate.height() - 2 * margin) / outline.height;
     const double room = plate.width() - 2 * margin;
     // Sized for the widest number whatever the number is, so that it does not jump from one measurement to the next.
-    const double scaleX = std::min({scaleY, room / (run.cellWidth * maximumDigits), room / run.width});
+    const double scaleX = std::min({scaleY, room / outline.widestWidth, room / outline.width});
     QTransform place;
     place.translate(plate.center().x(), plate.bottom() - margin);
     place.scale(scaleX, scaleY);
-    place.translate(-run.width / 2, 0);
-    painter.setBrush(plateTextColor());
-    painter.drawPath(place.map(run.path));
+    place.translate(-outline.width / 2, 0);
+    painter.setBrush(plateTextColor);
+    painter.drawPath(place.map(outline.path));
 }
 
 /// The largest circle diameter up to `wanted` that leaves equal whole pixels on both sides.
@@ -133,7 +133,7 @@ QImage paintStatusIcon(const StatusIcon& icon, int size, const QFont& font) {
     }
     const double margin = std::max(1, size / 16);
     const double plateHeight = std::round(size * digitHeightShare) + 2 * margin;
-    paintNumber(painter, QRectF(0, size - plateHeight, size, plateHeight), margin, layOutDigits(icon.number, font));
+    paintNumber(painter, QRectF(0, size - plateHeight, size, plateHeight), margin, outlineOf(icon.number, font));
     // It may lie over the plate's edge: in the small icons each pixel of its size counts.
     const double diameter = evenDiameter(size, size - plateHeight + 1);
     paintStatusDot(painter, QRectF((size - diameter) / 2, 0, diameter, diameter), rim, icon.status);

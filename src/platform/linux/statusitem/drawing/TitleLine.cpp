@@ -1,5 +1,6 @@
 #include "platform/linux/statusitem/drawing/TitleLine.h"
 
+#include "platform/desktop/TabularLine.h"
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 
 #include <QFontMetricsF>
@@ -23,14 +24,6 @@ constexpr double usualHeight = 22;
 
 } // namespace
 
-double widestDigit(const QFontMetricsF& metrics) {
-    double widest = 0;
-    for (char16_t digit = u'0'; digit <= u'9'; ++digit) {
-        widest = std::max(widest, metrics.horizontalAdvance(QChar(digit)));
-    }
-    return widest;
-}
-
 TitleLine::TitleLine(Status status, const StatusTitle& title, const QFont& font, double scale)
     : status_(status), dotDiameter_(std::round(dotDiameter * scale)), width_(dotDiameter_) {
     for (const TitleSegment& segment : title) {
@@ -44,32 +37,27 @@ void TitleLine::add(const TitleSegment& segment, QFont font, double scale) {
     font.setPixelSize(std::max(1, static_cast<int>(std::lround(segment.font.size * scale))));
     font.setWeight(segment.font.weight == FontWeight::medium ? QFont::Medium : QFont::Normal);
     const QFontMetricsF metrics(font);
-    drop_ = std::max(drop_, std::round(metrics.capHeight() / 2));
+    belowMiddle_ = std::max(belowMiddle_, std::round(metrics.capHeight() / 2));
     // Half a pixel up is made a whole one.
     const double raise = std::round(segment.baselineOffset * scale);
-    const double cell = widestDigit(metrics);
-    const auto isInCell = [&](QChar character) {
-        return segment.font.monospacedDigits && character >= u'0' && character <= u'9';
-    };
-    for (auto at = segment.text.cbegin(); at != segment.text.cend();) {
-        const bool digit = isInCell(*at);
-        const auto end = digit ? at + 1 : std::find_if(at, segment.text.cend(), isInCell);
-        const QString piece(at, end - at);
-        const double width = metrics.horizontalAdvance(piece);
-        const double room = digit ? cell : width;
-        pieces_.push_back({piece, font, width_ + (room - width) / 2, raise});
-        width_ += room;
-        at = end;
+    const auto advance = [&metrics](const QString& text) { return metrics.horizontalAdvance(text); };
+    TabularLine line{{{segment.text, {}}}, advance(segment.text)};
+    if (segment.font.monospacedDigits) {
+        line = layOutTabular(segment.text, advance);
     }
+    for (const TextRun& run : line.runs) {
+        pieces_.push_back({run.text, font, width_ + run.place.x(), raise});
+    }
+    width_ += line.width;
 }
 
 void TitleLine::paint(QPainter& painter, double left, double middle) const {
     const double radius = dotDiameter_ / 2;
     paintStatusDot(painter, QRectF(left, middle - radius, dotDiameter_, dotDiameter_),
                    std::max(0.75, dotDiameter_ * dotRimShare), status_);
-    painter.setPen(plateTextColor());
+    painter.setPen(plateTextColor);
     painter.setLayoutDirection(Qt::LeftToRight);
-    const double baseline = std::round(middle + drop_);
+    const double baseline = std::round(middle + belowMiddle_);
     for (const Piece& piece : pieces_) {
         painter.setFont(piece.font);
         painter.drawText(QPointF(left + piece.left, baseline - piece.raise), piece.text);
@@ -87,7 +75,7 @@ void paintStatusDot(QPainter& painter, const QRectF& area, double rim, Status st
 
 void paintTitleGround(QPainter& painter, const QRectF& area, double scale) {
     painter.setPen(Qt::NoPen);
-    painter.setBrush(plateColor());
+    painter.setBrush(plateColor);
     painter.drawRoundedRect(area, plateRadius * scale, plateRadius * scale);
 }
 

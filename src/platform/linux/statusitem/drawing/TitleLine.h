@@ -8,7 +8,6 @@
 
 #include <vector>
 
-class QFontMetricsF;
 class QPainter;
 class QRectF;
 
@@ -41,12 +40,9 @@ class TitleLine {
     double dotDiameter_;
     double width_;
     std::vector<Piece> pieces_;
-    /// How far the line's baseline is below the middle of its digits.
-    double drop_ = 0;
+    /// How far the baseline is below the middle of its digits.
+    double belowMiddle_ = 0;
 };
-
-/// The room that each digit gets.
-double widestDigit(const QFontMetricsF& metrics);
 
 /// A dot with its darker edge, `rim` wide.
 void paintStatusDot(QPainter& painter, const QRectF& area, double rim, Status status);

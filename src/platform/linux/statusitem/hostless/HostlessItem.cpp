@@ -18,17 +18,20 @@ QByteArray HostlessItem::Options::usualDisplay() {
 
 HostlessItem::HostlessItem(const Options& options, const StatusDisplay& display,
                            std::function<void(QRect item)> openMenu)
-    : display_(display), openMenu_(std::move(openMenu)), server_(X11Connection::open(options.x11Display)) {
+    : display_(display), openMenu_(std::move(openMenu)), server_(X11Connection::open(options.x11Display)),
+      noStripBefore_(options.noStripBefore) {
     embeddingTimer_.setSingleShot(true);
     embeddingTimer_.setInterval(options.embedding);
     connect(&embeddingTimer_, &QTimer::timeout, this, &HostlessItem::leaveTray);
+    stripTimer_.setSingleShot(true);
+    connect(&stripTimer_, &QTimer::timeout, this, &HostlessItem::showStrip);
     toolTipTimer_.setSingleShot(true);
     toolTipTimer_.setInterval(QApplication::style()->styleHint(QStyle::SH_ToolTip_WakeUpDelay));
     connect(&toolTipTimer_, &QTimer::timeout, this, &HostlessItem::showToolTip);
     if (server_) {
         tray_ = std::make_unique<X11Tray>(*server_);
         // Queued, since what follows destroys icons and connections in the middle of their own signals otherwise.
-        connect(tray_.get(), &X11Tray::changed, this, &HostlessItem::followTray, Qt::QueuedConnection);
+        connect(tray_.get(), &X11Tray::changed, this, &HostlessItem::updatePlace, Qt::QueuedConnection);
         connect(
             server_.get(), &X11Connection::lost, this,
             [this] {
@@ -38,7 +41,7 @@ HostlessItem::HostlessItem(const Options& options, const StatusDisplay& display,
             },
             Qt::QueuedConnection);
     }
-    followTray();
+    updatePlace();
 }
 
 void HostlessItem::update() {
@@ -50,7 +53,7 @@ void HostlessItem::update() {
     }
 }
 
-void HostlessItem::followTray() {
+void HostlessItem::updatePlace() {
     if (tray_ && tray_->window() != XCB_WINDOW_NONE) {
         showIcon();
     } else {
@@ -66,14 +69,12 @@ void HostlessItem::showIcon() {
     connect(icon_.get(), &XembedIcon::embedded, this, [this] {
         qCInfo(statusItemLog) << "without a host: in the X11 tray";
         embeddingTimer_.stop();
+        stripTimer_.stop();
         strip_.reset();
     });
     connect(icon_.get(), &XembedIcon::expelled, this, &HostlessItem::leaveTray, Qt::QueuedConnection);
     connect(icon_.get(), &XembedIcon::pressed, this, &HostlessItem::openMenuAtIcon);
-    connect(icon_.get(), &XembedIcon::entered, this, [this](QRect place) {
-        hovered_ = place;
-        toolTipTimer_.start();
-    });
+    connect(icon_.get(), &XembedIcon::entered, this, [this] { toolTipTimer_.start(); });
     connect(icon_.get(), &XembedIcon::left, this, [this] {
         toolTipTimer_.stop();
         QToolTip::hideText();
@@ -86,6 +87,14 @@ void HostlessItem::leaveTray() {
     icon_.reset();
     embeddingTimer_.stop();
     toolTipTimer_.stop();
+    if (noStripBefore_.hasExpired()) {
+        showStrip();
+    } else {
+        stripTimer_.start(std::chrono::ceil<std::chrono::milliseconds>(noStripBefore_.remainingTimeAsDuration()));
+    }
+}
+
+void HostlessItem::showStrip() {
     if (!strip_) {
         qCInfo(statusItemLog) << "without a host: a strip";
         strip_ = std::make_unique<TitleStrip>(display_);
@@ -111,7 +120,7 @@ void HostlessItem::openMenuAtIcon(QRect icon) {
 
 void HostlessItem::showToolTip() {
     const ItemAppearance shown = appearance(Presentation::badge, display_);
-    QToolTip::showText(logicalPlace(QPoint(hovered_.x(), hovered_.y() + hovered_.height())),
+    QToolTip::showText(logicalPlace(icon_->place().bottomLeft() + QPoint(0, 1)),
                        shown.toolTipTitle + u'\n' + shown.toolTipText);
 }
 

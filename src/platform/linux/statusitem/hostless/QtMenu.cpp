@@ -18,14 +18,6 @@ namespace skylet {
 
 namespace {
 
-/// Nearer to the first, by so much that it stays readable on the second (4.5:1 for black on white).
-QColor mixed(const QColor& text, const QColor& behind) {
-    constexpr float share = 0.6F;
-    const auto mix = [](float one, float other) { return share * one + (1 - share) * other; };
-    return QColor::fromRgbF(mix(text.redF(), behind.redF()), mix(text.greenF(), behind.greenF()),
-                            mix(text.blueF(), behind.blueF()));
-}
-
 /// A menu that runs its entries' shortcuts while it is open. Qt looks a shortcut up among the active window's actions
 /// only, to which those of a popup without a parent never belong; so nothing is grabbed outside the open menu.
 class ShortcutMenu final : public QMenu {
@@ -63,15 +55,15 @@ class ShortcutMenu final : public QMenu {
     }
 
   private:
-    // Lines that cannot be chosen are there to be read, and some styles all but hide them.
+    // Lines that cannot be chosen are there to be read, and some styles all but hide them. With this opacity they stay
+    // readable (4.5:1 for black on white).
     void darkenDisabledText() {
+        constexpr float opacity = 0.6F;
         QPalette own;
-        for (const auto& [text, behind] :
-             {std::pair(QPalette::Text, QPalette::Base), std::pair(QPalette::WindowText, QPalette::Window),
-              std::pair(QPalette::ButtonText, QPalette::Button)}) {
-            const QPalette general = QGuiApplication::palette();
-            own.setColor(QPalette::Disabled, text,
-                         mixed(general.color(QPalette::Active, text), general.color(QPalette::Active, behind)));
+        for (const auto text : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText}) {
+            QColor color = QGuiApplication::palette().color(QPalette::Active, text);
+            color.setAlphaF(opacity);
+            own.setColor(QPalette::Disabled, text, color);
         }
         setPalette(own);
     }
@@ -105,7 +97,7 @@ void fixSize(QMenu& menu) {
     menu.setFixedSize(menu.sizeHint());
 }
 
-QPoint onto(const QRect& area, QPoint place) {
+QPoint clampedTo(const QRect& area, QPoint place) {
     return {std::clamp(place.x(), area.left(), area.right()), std::clamp(place.y(), area.top(), area.bottom())};
 }
 
@@ -127,23 +119,23 @@ void QtMenu::setMenu(const Menu& menu) {
             action->setIcon(menuIcon(QSize(side, side)));
         }
         apply(*item, *action);
-        connect(item.get(), &MenuItem::changed, action, [this, item = item.get(), action] {
+        QObject::connect(item.get(), &MenuItem::changed, action, [this, item = item.get(), action] {
             // A width that is fixed would count as one that the entries need.
             widget_->setMinimumSize(0, 0);
             apply(*item, *action);
-            followTexts();
+            updateLayout();
         });
-        connect(action, &QAction::triggered, this, [item, action] {
+        QObject::connect(action, &QAction::triggered, action, [item, action] {
             item->trigger();
             // Qt has flipped the check mark on its own; the item decides whether it stays so.
             apply(*item, *action);
         });
         widget_->addAction(action);
     }
-    followTexts();
+    updateLayout();
 }
 
-void QtMenu::followTexts() {
+void QtMenu::updateLayout() {
     widget_->setLayoutDirection(isRightToLeft(menu_) ? Qt::RightToLeft : Qt::LeftToRight);
     if (keepsSize_ && widget_->isVisible()) {
         fixSize(*widget_);
@@ -153,7 +145,7 @@ void QtMenu::followTexts() {
 void QtMenu::popUp(QRect anchor) {
     const QScreen* screen = QGuiApplication::screenAt(anchor.center());
     const QRect area = (screen != nullptr ? screen : QGuiApplication::primaryScreen())->geometry();
-    const QRect seen(onto(area, anchor.topLeft()), onto(area, anchor.bottomRight()));
+    const QRect seen(clampedTo(area, anchor.topLeft()), clampedTo(area, anchor.bottomRight()));
     if (keepsSize_) {
         fixSize(*widget_);
     }

@@ -4,7 +4,6 @@
 #include "platform/linux/desktop/Wayland.h"
 
 #include <QMenu>
-#include <QObject>
 #include <QRect>
 
 #include <memory>
@@ -12,9 +11,7 @@
 namespace skylet {
 
 /// The menu that the program pops up itself. Follows every change of the items.
-class QtMenu : public QObject {
-    Q_OBJECT
-
+class QtMenu {
   public:
     /// `keepsSize`: while open the menu can be made neither larger nor smaller. On Wayland one that has none of our
     /// windows beneath it is a window like any other, and compositors that lay windows out as tiles leave those alone
@@ -31,9 +28,9 @@ class QtMenu : public QObject {
     void close() { widget_->close(); }
 
   private:
-    void followTexts();
+    void updateLayout();
 
-    std::unique_ptr<QMenu> widget_;
+    const std::unique_ptr<QMenu> widget_;
     Menu menu_;
     const bool keepsSize_;
 };

@@ -1,6 +1,7 @@
 #include "platform/linux/statusitem/hostless/TitleStrip.h"
 
 #include "platform/linux/desktop/Wayland.h"
+#include "platform/linux/statusitem/drawing/ItemAppearance.h"
 
 #include <QApplication>
 #include <QFontDatabase>
@@ -19,14 +20,6 @@ namespace {
 // Logical pixels.
 constexpr int stripHeight = 22;
 constexpr int gapToScreenEdge = 4;
-
-QString textOf(const StatusTitle& title) {
-    QString text;
-    for (const TitleSegment& segment : title) {
-        text += segment.text;
-    }
-    return text.trimmed();
-}
 
 int distance(const QRect& area, QPoint place) {
     return std::max({area.left() - place.x(), 0, place.x() - area.right()}) +
@@ -50,15 +43,15 @@ TitleStrip::TitleStrip(const StatusDisplay& display) {
     connect(this, &QAbstractButton::clicked, this,
             [this] { Q_EMIT activated(QRect(isOnWayland() ? mapToGlobal(QPoint(0, 0)) : wantedPlace_, size())); });
     setDisplay(display);
-    followScreens();
+    watchScreens();
     for (const auto change : {&QGuiApplication::primaryScreenChanged, &QGuiApplication::screenAdded}) {
-        connect(qApp, change, this, &TitleStrip::followScreens);
+        connect(qApp, change, this, &TitleStrip::watchScreens);
     }
     // Queued, since Qt moves the windows of that screen after the signal.
-    connect(qApp, &QGuiApplication::screenRemoved, this, &TitleStrip::followScreens, Qt::QueuedConnection);
+    connect(qApp, &QGuiApplication::screenRemoved, this, &TitleStrip::watchScreens, Qt::QueuedConnection);
 }
 
-void TitleStrip::followScreens() {
+void TitleStrip::watchScreens() {
     for (const QScreen* screen : QGuiApplication::screens()) {
         connect(screen, &QScreen::availableGeometryChanged, this, &TitleStrip::place, Qt::UniqueConnection);
     }
@@ -67,7 +60,7 @@ void TitleStrip::followScreens() {
 
 void TitleStrip::setDisplay(const StatusDisplay& display) {
     line_ = TitleLine(display.status, display.title, QFontDatabase::systemFont(QFontDatabase::GeneralFont), 1);
-    setAccessibleName(textOf(display.title));
+    setAccessibleName(titleText(display.title));
     setToolTip(display.toolTip);
     place();
     update();

@@ -32,7 +32,7 @@ class TitleStrip final : public QAbstractButton {
 
   private:
     void place();
-    void followScreens();
+    void watchScreens();
     /// Where the top right corner has to be for the whole strip to be seen, on the screen that is nearest.
     QPoint cornerOnScreen(QPoint corner) const;
 

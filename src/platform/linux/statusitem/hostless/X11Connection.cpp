@@ -40,14 +40,13 @@ X11Connection::~X11Connection() {
     xcb_disconnect(connection_);
 }
 
-xcb_atom_t X11Connection::atom(const QByteArray& name) {
-    const auto cookie = xcb_intern_atom(connection_, 0, static_cast<uint16_t>(name.size()), name.constData());
-    const XcbReply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(connection_, cookie, nullptr));
+xcb_atom_t X11Connection::atom(std::string_view name) {
+    const xcb_atom_t result = internAtom(connection_, name);
     readSoon();
-    return reply ? reply->atom : xcb_atom_t{XCB_ATOM_NONE};
+    return result;
 }
 
-std::optional<quint32> X11Connection::property(xcb_window_t window, const QByteArray& name, xcb_atom_t type) {
+std::optional<quint32> X11Connection::property(xcb_window_t window, std::string_view name, xcb_atom_t type) {
     const auto cookie = xcb_get_property(connection_, 0, window, atom(name), type, 0, 1);
     const XcbReply<xcb_get_property_reply_t> reply(xcb_get_property_reply(connection_, cookie, nullptr));
     readSoon();
@@ -56,13 +55,6 @@ std::optional<quint32> X11Connection::property(xcb_window_t window, const QByteA
         return std::nullopt;
     }
     return *static_cast<const quint32*>(xcb_get_property_value(reply.get()));
-}
-
-void X11Connection::settle() {
-    // Requests are carried out in order, so an answer to the last one stands for all of them.
-    const XcbReply<xcb_get_input_focus_reply_t> reply(
-        xcb_get_input_focus_reply(connection_, xcb_get_input_focus(connection_), nullptr));
-    readSoon();
 }
 
 void X11Connection::readSoon() {

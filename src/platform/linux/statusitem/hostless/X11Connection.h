@@ -1,23 +1,16 @@
 #pragma once
 
+#include "platform/linux/desktop/Xcb.h"
+
 #include <QByteArray>
 #include <QObject>
 #include <QSocketNotifier>
 
-#include <xcb/xcb.h>
-
-#include <cstdlib>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 namespace skylet {
-
-/// Frees what xcb hands out.
-struct XcbFree {
-    void operator()(void* memory) const { std::free(memory); }
-};
-template <typename T>
-using XcbReply = std::unique_ptr<T, XcbFree>;
 
 /// A connection of our own to the X server, read from the event loop. Beside Qt's one, so that nothing here can upset
 /// the events that Qt has asked for, and what goes wrong in a window of ours ends this connection at worst.
@@ -33,11 +26,9 @@ class X11Connection final : public QObject {
     const xcb_screen_t& screen() const { return *screen_; }
     int screenNumber() const { return screenNumber_; }
     /// Asks the server, so each is to be asked for once.
-    xcb_atom_t atom(const QByteArray& name);
+    xcb_atom_t atom(std::string_view name);
     /// The first 32-bit value of a property, where there is one.
-    std::optional<quint32> property(xcb_window_t window, const QByteArray& name, xcb_atom_t type);
-    /// Sends what is waiting to be sent and returns once the server has carried it out.
-    void settle();
+    std::optional<quint32> property(xcb_window_t window, std::string_view name, xcb_atom_t type);
     void flush() { xcb_flush(connection_); }
     /// To be called after a reply was waited for: what came in before it lies in memory, where the socket does not tell
     /// of it.

@@ -1,5 +1,7 @@
 #include "platform/linux/statusitem/hostless/X11Tray.h"
 
+#include <string>
+
 namespace skylet {
 
 namespace {
@@ -12,16 +14,16 @@ void selectStructure(X11Connection& connection, xcb_window_t window) {
 } // namespace
 
 X11Tray::X11Tray(X11Connection& connection)
-    : connection_(connection), selection_(connection.atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_S") +
-                                                          QByteArray::number(connection.screenNumber()))),
-      manager_(connection.atom(QByteArrayLiteral("MANAGER"))) {
-    connect(&connection_, &X11Connection::received, this, &X11Tray::take);
+    : connection_(connection),
+      selection_(connection.atom("_NET_SYSTEM_TRAY_S" + std::to_string(connection.screenNumber()))),
+      manager_(connection.atom("MANAGER")) {
+    connect(&connection_, &X11Connection::received, this, &X11Tray::handleEvent);
     // A new tray announces itself by a message to the root window.
     selectStructure(connection_, connection_.screen().root);
-    look();
+    findOwner();
 }
 
-void X11Tray::look() {
+void X11Tray::findOwner() {
     // Held still, so that the tray cannot go unseen between the two questions.
     xcb_grab_server(connection_.get());
     const auto cookie = xcb_get_selection_owner(connection_.get(), selection_);
@@ -36,18 +38,18 @@ void X11Tray::look() {
     connection_.readSoon();
 }
 
-void X11Tray::take(const xcb_generic_event_t& event) {
+void X11Tray::handleEvent(const xcb_generic_event_t& event) {
     const xcb_window_t before = window_;
     if (event.response_type == XCB_CLIENT_MESSAGE) {
         const auto& message = reinterpret_cast<const xcb_client_message_event_t&>(event);
         if (message.type == manager_ && message.format == 32 && message.data.data32[1] == selection_) {
-            look();
+            findOwner();
         }
     } else if (event.response_type == XCB_DESTROY_NOTIFY) {
         const auto& destroyed = reinterpret_cast<const xcb_destroy_notify_event_t&>(event);
         if (window_ != XCB_WINDOW_NONE && destroyed.window == window_) {
             // Another one may have taken over already.
-            look();
+            findOwner();
         }
     }
     if (window_ != before) {

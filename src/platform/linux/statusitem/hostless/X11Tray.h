@@ -23,8 +23,8 @@ class X11Tray final : public QObject {
     void changed();
 
   private:
-    void look();
-    void take(const xcb_generic_event_t& event);
+    void findOwner();
+    void handleEvent(const xcb_generic_event_t& event);
 
     X11Connection& connection_;
     xcb_atom_t selection_;

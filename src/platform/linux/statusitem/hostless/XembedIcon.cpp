@@ -7,9 +7,12 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 namespace skylet {
+
+using namespace std::string_view_literals;
 
 namespace {
 
@@ -45,34 +48,22 @@ Visual findVisual(const xcb_screen_t& screen, xcb_visualid_t wanted) {
     return {};
 }
 
-int bitsPerPixel(const xcb_setup_t* setup, uint8_t depth) {
-    for (auto formats = xcb_setup_pixmap_formats_iterator(setup); formats.rem > 0; xcb_format_next(&formats)) {
-        if (formats.data->depth == depth) {
-            return formats.data->bits_per_pixel;
-        }
-    }
-    return 0;
-}
-
 /// Qt's name for the layout of a visual's pixels; invalid where it has none.
-QImage::Format formatOf(const xcb_setup_t* setup, const Visual& visual) {
-    if (visual.type == nullptr) {
-        return QImage::Format_Invalid;
-    }
-    const auto looksLike = [&](int bits, uint32_t red, uint32_t green, uint32_t blue) {
-        return bitsPerPixel(setup, visual.depth) == bits && visual.type->red_mask == red &&
-               visual.type->green_mask == green && visual.type->blue_mask == blue;
+QImage::Format formatOf(const Visual& visual) {
+    const auto isOf = [&visual](uint32_t red, uint32_t green, uint32_t blue) {
+        return visual.type != nullptr && visual.type->red_mask == red && visual.type->green_mask == green &&
+               visual.type->blue_mask == blue;
     };
-    if (looksLike(32, 0xff0000, 0xff00, 0xff)) {
+    if (isOf(0xff0000, 0xff00, 0xff)) {
         return visual.depth == depthWithAlpha ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32;
     }
-    if (looksLike(32, 0x3ff00000, 0xffc00, 0x3ff)) {
+    if (isOf(0x3ff00000, 0xffc00, 0x3ff)) {
         return QImage::Format_RGB30;
     }
-    if (looksLike(32, 0x3ff, 0xffc00, 0x3ff00000)) {
+    if (isOf(0x3ff, 0xffc00, 0x3ff00000)) {
         return QImage::Format_BGR30;
     }
-    return looksLike(16, 0xf800, 0x7e0, 0x1f) ? QImage::Format_RGB16 : QImage::Format_Invalid;
+    return isOf(0xf800, 0x7e0, 0x1f) ? QImage::Format_RGB16 : QImage::Format_Invalid;
 }
 
 } // namespace
@@ -81,7 +72,7 @@ XembedIcon::XembedIcon(X11Connection& connection, xcb_window_t tray, StatusIcon 
     : connection_(connection), icon_(std::move(icon)),
       wantedSide_(static_cast<uint16_t>(std::lround(std::clamp(usualSide * scale, usualSide, double{largestSide})))),
       size_(wantedSide_, wantedSide_) {
-    connect(&connection_, &X11Connection::received, this, &XembedIcon::take);
+    connect(&connection_, &X11Connection::received, this, &XembedIcon::handleEvent);
     createWindow(tray);
     describeWindow();
     if (format_ != QImage::Format_Invalid) {
@@ -103,13 +94,13 @@ void XembedIcon::createWindow(xcb_window_t tray) {
     const xcb_screen_t& screen = connection_.screen();
     // A tray that can show transparency names a visual for it.
     const xcb_visualid_t wanted =
-        connection_.property(tray, QByteArrayLiteral("_NET_SYSTEM_TRAY_VISUAL"), XCB_ATOM_VISUALID).value_or(XCB_NONE);
+        connection_.property(tray, "_NET_SYSTEM_TRAY_VISUAL", XCB_ATOM_VISUALID).value_or(XCB_NONE);
     Visual visual = findVisual(screen, wanted);
     if (visual.depth != depthWithAlpha) {
         visual = findVisual(screen, screen.root_visual);
     }
     depth_ = visual.depth;
-    format_ = formatOf(xcb_get_setup(server), visual);
+    format_ = formatOf(visual);
     const xcb_visualid_t id = depth_ == depthWithAlpha ? wanted : screen.root_visual;
     colormap_ = xcb_generate_id(server);
     xcb_create_colormap(server, XCB_COLORMAP_ALLOC_NONE, colormap_, screen.root, id);
@@ -118,8 +109,7 @@ void XembedIcon::createWindow(xcb_window_t tray) {
     xcb_create_window(server, depth_, window_, screen.root, -1, -1, wantedSide_, wantedSide_, 0,
                       XCB_WINDOW_CLASS_INPUT_OUTPUT, id,
                       XCB_CW_BACK_PIXEL | XCB_CW_BORDER_PIXEL | XCB_CW_EVENT_MASK | XCB_CW_COLORMAP, values.data());
-    if (const auto orientation =
-            connection_.property(tray, QByteArrayLiteral("_NET_SYSTEM_TRAY_ORIENTATION"), XCB_ATOM_CARDINAL)) {
+    if (const auto orientation = connection_.property(tray, "_NET_SYSTEM_TRAY_ORIENTATION", XCB_ATOM_CARDINAL)) {
         upright_ = *orientation == uprightTray;
     }
     context_ = xcb_generate_id(server);
@@ -127,14 +117,14 @@ void XembedIcon::createWindow(xcb_window_t tray) {
 }
 
 void XembedIcon::describeWindow() {
-    setProperty(XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8, QByteArrayLiteral("Skylet"));
-    setProperty(XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8, QByteArrayLiteral("skylet\0skylet\0"));
-    const xcb_atom_t info = connection_.atom(QByteArrayLiteral("_XEMBED_INFO"));
+    setProperty(XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8, "Skylet"sv);
+    setProperty(XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8, "skylet\0skylet\0"sv);
+    const xcb_atom_t info = connection_.atom("_XEMBED_INFO");
     setProperty(info, info, 32, std::array{xembedVersion, xembedMapped});
-    wantSide(wantedSide_);
+    requestMinimumSize(wantedSide_);
 }
 
-void XembedIcon::wantSide(uint32_t side) {
+void XembedIcon::requestMinimumSize(uint32_t side) {
     std::array<uint32_t, 18> hints{};
     hints[0] = minimumSizeHint;
     hints[5] = side;
@@ -153,7 +143,7 @@ void XembedIcon::askForDock(xcb_window_t tray) {
     message.response_type = XCB_CLIENT_MESSAGE;
     message.format = 32;
     message.window = tray;
-    message.type = connection_.atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_OPCODE"));
+    message.type = connection_.atom("_NET_SYSTEM_TRAY_OPCODE");
     message.data.data32[0] = XCB_CURRENT_TIME;
     message.data.data32[1] = requestDock;
     message.data.data32[2] = window_;
@@ -172,14 +162,10 @@ QRect XembedIcon::place() const {
     const XcbReply<xcb_translate_coordinates_reply_t> reply(
         xcb_translate_coordinates_reply(connection_.get(), cookie, nullptr));
     connection_.readSoon();
-    return reply ? placeAround(reply->dst_x, reply->dst_y, 0, 0) : QRect();
+    return reply ? QRect(QPoint(reply->dst_x, reply->dst_y), size_) : QRect();
 }
 
-QRect XembedIcon::placeAround(int rootX, int rootY, int eventX, int eventY) const {
-    return {QPoint(rootX - eventX, rootY - eventY), size_};
-}
-
-void XembedIcon::take(const xcb_generic_event_t& event) {
+void XembedIcon::handleEvent(const xcb_generic_event_t& event) {
     // Null where the event, of whose type `window` is a field, is about another window.
     const auto mine = [&]<typename Event>(xcb_window_t Event::*window) -> const Event* {
         const auto& typed = reinterpret_cast<const Event&>(event);
@@ -188,12 +174,12 @@ void XembedIcon::take(const xcb_generic_event_t& event) {
     switch (event.response_type) {
     case XCB_REPARENT_NOTIFY:
         if (const auto* reparented = mine(&xcb_reparent_notify_event_t::window)) {
-            takeParent(reparented->parent);
+            onReparented(reparented->parent);
         }
         break;
     case XCB_CONFIGURE_NOTIFY:
         if (const auto* configured = mine(&xcb_configure_notify_event_t::window)) {
-            takeSize(QSize(configured->width, configured->height));
+            onResized(QSize(configured->width, configured->height));
         }
         break;
     case XCB_EXPOSE:
@@ -209,12 +195,12 @@ void XembedIcon::take(const xcb_generic_event_t& event) {
         break;
     case XCB_BUTTON_PRESS:
         if (const auto* press = mine(&xcb_button_press_event_t::event)) {
-            takePress(*press);
+            onPress(*press);
         }
         break;
     case XCB_ENTER_NOTIFY:
-        if (const auto* entry = mine(&xcb_enter_notify_event_t::event)) {
-            Q_EMIT entered(placeAround(entry->root_x, entry->root_y, entry->event_x, entry->event_y));
+        if (mine(&xcb_enter_notify_event_t::event) != nullptr) {
+            Q_EMIT entered();
         }
         break;
     case XCB_LEAVE_NOTIFY:
@@ -227,7 +213,7 @@ void XembedIcon::take(const xcb_generic_event_t& event) {
     }
 }
 
-void XembedIcon::takeSize(QSize size) {
+void XembedIcon::onResized(QSize size) {
     if (size == size_) {
         return;
     }
@@ -239,13 +225,13 @@ void XembedIcon::takeSize(QSize size) {
     const int length = upright_.value_or(isWide) ? size.height() : size.width();
     if (!hasAskedForMore_ && thickness > length) {
         hasAskedForMore_ = true;
-        wantSide(static_cast<uint32_t>(std::min(thickness, largestSide)));
+        requestMinimumSize(static_cast<uint32_t>(std::min(thickness, largestSide)));
         connection_.flush();
     }
     paint();
 }
 
-void XembedIcon::takeParent(xcb_window_t parent) {
+void XembedIcon::onReparented(xcb_window_t parent) {
     const bool inside = parent != connection_.screen().root;
     if (inside && depth_ != depthWithAlpha) {
         // Possible in a parent of the same depth alone; in another one the window keeps its plain ground.
@@ -267,18 +253,16 @@ void XembedIcon::takeParent(xcb_window_t parent) {
     }
 }
 
-void XembedIcon::takePress(const xcb_button_press_event_t& event) {
+void XembedIcon::onPress(const xcb_button_press_event_t& event) {
     // The wheel comes as buttons, too.
-    if (event.detail != XCB_BUTTON_INDEX_1 && event.detail != XCB_BUTTON_INDEX_3) {
-        return;
+    if (event.detail == XCB_BUTTON_INDEX_1 || event.detail == XCB_BUTTON_INDEX_3) {
+        // The press has given the mouse to this connection, but the menu opens on Qt's.
+        xcb_ungrab_pointer(connection_.get(), event.time);
+        Q_EMIT pressed(place());
     }
-    // The press has given the mouse to this connection, but the menu opens on Qt's.
-    xcb_ungrab_pointer(connection_.get(), event.time);
-    connection_.settle();
-    Q_EMIT pressed(placeAround(event.root_x, event.root_y, event.event_x, event.event_y));
 }
 
-std::optional<QImage> XembedIcon::ground() {
+std::optional<QImage> XembedIcon::grabBackground() {
     const auto width = static_cast<uint16_t>(size_.width());
     const auto height = static_cast<uint16_t>(size_.height());
     xcb_clear_area(connection_.get(), 0, window_, 0, 0, width, height);
@@ -311,7 +295,7 @@ void XembedIcon::paint() {
     QImage image(size_, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     if (depth_ != depthWithAlpha) {
-        const std::optional<QImage> below = ground();
+        const std::optional<QImage> below = grabBackground();
         if (!below) {
             return;
         }

@@ -25,7 +25,8 @@ class XembedIcon final : public QObject {
 
     void setIcon(const StatusIcon& icon);
     bool isEmbedded() const { return embedded_; }
-    /// Where it is now, in device pixels of the screen. Asks the server.
+    /// Where it is now, in device pixels of the screen. The server has been asked, and so has carried out what it was
+    /// sent before.
     QRect place() const;
 
   Q_SIGNALS:
@@ -33,10 +34,9 @@ class XembedIcon final : public QObject {
     void embedded();
     /// The tray has put the icon out again, or the window is gone.
     void expelled();
-    /// The left or the right mouse button went down on it; the mouse is free to be grabbed. `place`: the icon, in
-    /// device pixels of the screen.
+    /// The left or the right mouse button went down on it; the mouse is free to be grabbed. `place`: as above.
     void pressed(QRect place);
-    void entered(QRect place);
+    void entered();
     void left();
 
   private:
@@ -44,18 +44,17 @@ class XembedIcon final : public QObject {
 
     void createWindow(xcb_window_t tray);
     void describeWindow();
-    void wantSide(uint32_t side);
+    void requestMinimumSize(uint32_t side);
     template <typename Values>
     void setProperty(xcb_atom_t property, xcb_atom_t type, uint8_t bits, const Values& values);
     void askForDock(xcb_window_t tray);
-    void take(const xcb_generic_event_t& event);
-    void takeSize(QSize size);
-    void takeParent(xcb_window_t parent);
-    void takePress(const xcb_button_press_event_t& event);
+    void handleEvent(const xcb_generic_event_t& event);
+    void onResized(QSize size);
+    void onReparented(xcb_window_t parent);
+    void onPress(const xcb_button_press_event_t& event);
     void paint();
     /// What the tray shows where the icon will be; nothing while it cannot be had.
-    std::optional<QImage> ground();
-    QRect placeAround(int rootX, int rootY, int eventX, int eventY) const;
+    std::optional<QImage> grabBackground();
 
     X11Connection& connection_;
     StatusIcon icon_;

@@ -3,7 +3,7 @@
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
 
-#include <gtest/gtest.h>
+#include <QStandardPaths>
 
 #include <array>
 #include <cstring>
@@ -16,18 +16,6 @@ using test::waitUntil;
 
 constexpr uint16_t traySide = 200;
 constexpr int thickness = 48;
-
-/// Of the kinds that say where the mouse is.
-template <typename Event>
-Event mouseEvent(uint8_t type, QPoint place, QPoint placeOnScreen) {
-    Event event{};
-    event.response_type = type;
-    event.root_x = static_cast<int16_t>(placeOnScreen.x());
-    event.root_y = static_cast<int16_t>(placeOnScreen.y());
-    event.event_x = static_cast<int16_t>(place.x());
-    event.event_y = static_cast<int16_t>(place.y());
-    return event;
-}
 
 } // namespace
 
@@ -49,10 +37,16 @@ void VirtualScreen::kill() {
     server_.waitForFinished();
 }
 
+void VirtualScreenTest::SetUpTestSuite() {
+    if (QStandardPaths::findExecutable(QStringLiteral("Xvfb")).isEmpty()) {
+        GTEST_SKIP() << "there is no Xvfb";
+    }
+}
+
 FakeTray::FakeTray(const QByteArray& display, const QColor& ground, Manner manner)
     : connection_(X11Connection::open(display)), manner_(manner), window_(xcb_generate_id(connection_->get())),
-      opcode_(connection_->atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_OPCODE"))) {
-    connect(connection_.get(), &X11Connection::received, this, &FakeTray::take);
+      opcode_(connection_->atom("_NET_SYSTEM_TRAY_OPCODE")) {
+    connect(connection_.get(), &X11Connection::received, this, &FakeTray::handleEvent);
     xcb_connection_t* const server = connection_->get();
     const xcb_screen_t& screen = connection_->screen();
     const std::array<uint32_t, 2> values = {pixelOf(ground), 1};
@@ -60,13 +54,13 @@ FakeTray::FakeTray(const QByteArray& display, const QColor& ground, Manner manne
                       XCB_WINDOW_CLASS_INPUT_OUTPUT, screen.root_visual, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT,
                       values.data());
     xcb_map_window(server, window_);
-    const xcb_atom_t selection = connection_->atom(QByteArrayLiteral("_NET_SYSTEM_TRAY_S0"));
+    const xcb_atom_t selection = connection_->atom("_NET_SYSTEM_TRAY_S0");
     xcb_set_selection_owner(server, window_, selection, XCB_CURRENT_TIME);
     xcb_client_message_event_t message{};
     message.response_type = XCB_CLIENT_MESSAGE;
     message.format = 32;
     message.window = screen.root;
-    message.type = connection_->atom(QByteArrayLiteral("MANAGER"));
+    message.type = connection_->atom("MANAGER");
     message.data.data32[1] = selection;
     message.data.data32[2] = window_;
     xcb_send_event(server, 0, screen.root, XCB_EVENT_MASK_STRUCTURE_NOTIFY, reinterpret_cast<const char*>(&message));
@@ -92,13 +86,14 @@ uint32_t FakeTray::pixelOf(const QColor& color) const {
     return static_cast<uint32_t>(pixel & ((uint64_t{1} << connection_->screen().root_depth) - 1));
 }
 
-void FakeTray::setProperty(const QByteArray& name, xcb_atom_t type, uint32_t value) {
+void FakeTray::setProperty(std::string_view name, xcb_atom_t type, uint32_t value) {
     xcb_change_property(connection_->get(), XCB_PROP_MODE_REPLACE, window_, connection_->atom(name), type, 32, 1,
                         &value);
-    connection_->settle();
+    // An answer stands for all that was sent before it.
+    connection_->atom("ATOM");
 }
 
-void FakeTray::take(const xcb_generic_event_t& event) {
+void FakeTray::handleEvent(const xcb_generic_event_t& event) {
     if (event.response_type == XCB_CLIENT_MESSAGE) {
         const auto& message = reinterpret_cast<const xcb_client_message_event_t&>(event);
         if (message.type == opcode_ && message.data.data32[1] == 0) {
@@ -182,18 +177,23 @@ void FakeTray::send(Event event, uint32_t mask) {
     connection_->flush();
 }
 
-void FakeTray::press(QPoint place, QPoint placeOnScreen, xcb_button_t button) {
-    auto event = mouseEvent<xcb_button_press_event_t>(XCB_BUTTON_PRESS, place, placeOnScreen);
+void FakeTray::press(xcb_button_t button) {
+    xcb_button_press_event_t event{};
+    event.response_type = XCB_BUTTON_PRESS;
     event.detail = button;
     send(event, XCB_EVENT_MASK_BUTTON_PRESS);
 }
 
-void FakeTray::enter(QPoint place, QPoint placeOnScreen) {
-    send(mouseEvent<xcb_enter_notify_event_t>(XCB_ENTER_NOTIFY, place, placeOnScreen), XCB_EVENT_MASK_ENTER_WINDOW);
+void FakeTray::enter() {
+    xcb_enter_notify_event_t event{};
+    event.response_type = XCB_ENTER_NOTIFY;
+    send(event, XCB_EVENT_MASK_ENTER_WINDOW);
 }
 
 void FakeTray::leave() {
-    send(mouseEvent<xcb_leave_notify_event_t>(XCB_LEAVE_NOTIFY, {}, {}), XCB_EVENT_MASK_LEAVE_WINDOW);
+    xcb_leave_notify_event_t event{};
+    event.response_type = XCB_LEAVE_NOTIFY;
+    send(event, XCB_EVENT_MASK_LEAVE_WINDOW);
 }
 
 void FakeTray::expel() {

@@ -9,7 +9,10 @@
 #include <QProcess>
 #include <QSize>
 
+#include <gtest/gtest.h>
+
 #include <memory>
+#include <string_view>
 
 namespace skylet {
 
@@ -31,6 +34,12 @@ class VirtualScreen {
     QByteArray display_;
 };
 
+/// What needs a virtual screen, and is skipped where there is no server for one.
+class VirtualScreenTest : public testing::Test {
+  protected:
+    static void SetUpTestSuite();
+};
+
 /// A system tray on the X11 screen: owns the selection, and takes what asks to be docked into a window of its own.
 class FakeTray final : public QObject {
     Q_OBJECT
@@ -48,21 +57,21 @@ class FakeTray final : public QObject {
     QSize wantedSize();
     /// The pixels of the screen, as Qt calls them.
     QImage::Format format() const;
-    void setProperty(const QByteArray& name, xcb_atom_t type, uint32_t value);
+    void setProperty(std::string_view name, xcb_atom_t type, uint32_t value);
     /// The icon as it is to be seen, in the screen's own format.
     QImage picture();
     void resizeIcon(QSize size);
     /// As if the user had pressed the mouse button there.
-    void press(QPoint place, QPoint placeOnScreen, xcb_button_t button = XCB_BUTTON_INDEX_1);
+    void press(xcb_button_t button = XCB_BUTTON_INDEX_1);
     /// As if the mouse had come there, or gone.
-    void enter(QPoint place, QPoint placeOnScreen);
+    void enter();
     void leave();
     /// Puts the icon out onto the bare screen.
     void expel();
 
   private:
     uint32_t pixelOf(const QColor& color) const;
-    void take(const xcb_generic_event_t& event);
+    void handleEvent(const xcb_generic_event_t& event);
     /// To the icon.
     template <typename Event>
     void send(Event event, uint32_t mask);

@@ -8,6 +8,7 @@
 #include <QIcon>
 #include <QImage>
 #include <QKeyEvent>
+#include <QPainter>
 #include <QPalette>
 #include <QScreen>
 
@@ -73,7 +74,10 @@ TEST_F(QtMenuTest, KeepsLinesReadableThatCannotBeChosenOnEveryDesktop) {
         QGuiApplication::setPalette(palette);
         QCoreApplication::processEvents();
         const QPalette seen = menu_.widget().palette();
-        const int disabled = seen.color(QPalette::Disabled, QPalette::WindowText).lightness();
+        QImage pixel(1, 1, QImage::Format_RGB32);
+        pixel.fill(ground);
+        QPainter(&pixel).fillRect(0, 0, 1, 1, seen.color(QPalette::Disabled, QPalette::WindowText));
+        const int disabled = pixel.pixelColor(0, 0).lightness();
         EXPECT_GT(std::abs(disabled - QColor(ground).lightness()), 140);
         EXPECT_GT(std::abs(disabled - QColor(text).lightness()), 80) << "looks as if it could be chosen";
         EXPECT_EQ(seen.color(QPalette::Active, QPalette::WindowText), QColor(text));

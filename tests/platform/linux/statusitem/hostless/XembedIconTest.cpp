@@ -15,8 +15,8 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <utility>
-#include <vector>
 
 namespace skylet {
 namespace {
@@ -30,7 +30,7 @@ StatusIcon badgeWith(const char* number, Status status = Status::online) {
     return {Presentation::badge, status, QString::fromLatin1(number)};
 }
 
-class XembedIconTest : public testing::Test {
+class XembedIconTest : public VirtualScreenTest {
   protected:
     explicit XembedIconTest(int depth = 24) : screen_(depth) {}
 
@@ -84,7 +84,7 @@ class XembedIconTest : public testing::Test {
         return depths.rem > 0 ? xcb_depth_visuals_iterator(depths.data).data->visual_id : XCB_NONE;
     }
 
-    const QByteArray orientation_ = QByteArrayLiteral("_NET_SYSTEM_TRAY_ORIENTATION");
+    static constexpr std::string_view orientation_ = "_NET_SYSTEM_TRAY_ORIENTATION";
     VirtualScreen screen_;
     std::unique_ptr<X11Connection> connection_ = X11Connection::open(screen_.display());
     X11Tray knownTray_{*connection_};
@@ -126,7 +126,7 @@ TEST_F(XembedIconTest, TakesTheSizeThatTheTrayGivesIt) {
 TEST_F(XembedIconTest, LetsTheTrayShowThroughWhereTheTrayHasAVisualForThat) {
     startTray(darkTray);
     ASSERT_NE(visualWithAlpha(), xcb_visualid_t{XCB_NONE});
-    tray_->setProperty(QByteArrayLiteral("_NET_SYSTEM_TRAY_VISUAL"), XCB_ATOM_VISUALID, visualWithAlpha());
+    tray_->setProperty("_NET_SYSTEM_TRAY_VISUAL", XCB_ATOM_VISUALID, visualWithAlpha());
     enter();
     const QImage wanted = paintStatusIcon(badgeWith("87"), 24, QFontDatabase::systemFont(QFontDatabase::GeneralFont));
     EXPECT_TRUE(waitUntil([&] { return iconWithAlpha(24) == wanted; }));
@@ -188,8 +188,9 @@ TEST_P(XembedIconAtDepth, IsShownInItsColours) {
     EXPECT_NEAR(seen.blue(), dot.blue(), 8);
 }
 
-TEST(XembedIcon, DoesNotAskForARoomThatItCannotPaint) {
-    // Colours from a palette.
+using XembedIconWithAPaletteTest = VirtualScreenTest;
+
+TEST_F(XembedIconWithAPaletteTest, DoesNotAskForARoomThatItCannotPaint) {
     const VirtualScreen screen(8);
     const std::unique_ptr<X11Connection> connection = X11Connection::open(screen.display());
     ASSERT_NE(connection, nullptr);
@@ -197,7 +198,7 @@ TEST(XembedIcon, DoesNotAskForARoomThatItCannotPaint) {
     const X11Tray knownTray(*connection);
     ASSERT_TRUE(waitUntil([&] { return knownTray.window() != XCB_WINDOW_NONE; }));
     const XembedIcon icon(*connection, knownTray.window(), badgeWith("87"), 1);
-    connection->settle();
+    connection->flush();
     EXPECT_FALSE(waitUntil([&] { return tray.requests() > 0; }, std::chrono::milliseconds(300)));
 }
 
@@ -220,28 +221,26 @@ TEST_F(XembedIconTest, AsksForMorePixelsWhereTheScreenHasMore) {
 
 TEST_F(XembedIconTest, TellsWhereItIsWhenItIsPressed) {
     dock(darkTray);
+    ASSERT_TRUE(waitUntil([this] { return icon_->place() == QRect(8, 8, 24, 24); }));
     QRect pressed;
     QObject::connect(icon_.get(), &XembedIcon::pressed, icon_.get(), [&](QRect place) { pressed = place; });
-    tray_->press(QPoint(5, 7), QPoint(105, 57));
+    tray_->press();
     ASSERT_TRUE(waitUntil([&] { return !pressed.isNull(); }));
-    EXPECT_EQ(pressed, QRect(100, 50, 24, 24));
-}
-
-TEST_F(XembedIconTest, KnowsWhereItIs) {
-    dock(darkTray);
-    EXPECT_TRUE(waitUntil([this] { return icon_->place() == QRect(8, 8, 24, 24); }));
+    EXPECT_EQ(pressed, QRect(8, 8, 24, 24));
 }
 
 TEST_F(XembedIconTest, LeavesTheWheelAndTheMiddleButtonAlone) {
     dock(darkTray);
-    std::vector<QPoint> presses;
-    QObject::connect(icon_.get(), &XembedIcon::pressed, icon_.get(),
-                     [&](QRect place) { presses.push_back(place.topLeft()); });
-    for (const xcb_button_t button : std::array<xcb_button_t, 5>{2, 4, 5, 1, 3}) {
-        tray_->press(QPoint(0, 0), QPoint(button, 0), button);
+    int presses = 0;
+    bool allSeen = false;
+    QObject::connect(icon_.get(), &XembedIcon::pressed, icon_.get(), [&] { ++presses; });
+    QObject::connect(icon_.get(), &XembedIcon::entered, icon_.get(), [&] { allSeen = true; });
+    for (const xcb_button_t button : std::array<xcb_button_t, 5>{1, 2, 3, 4, 5}) {
+        tray_->press(button);
     }
-    ASSERT_TRUE(waitUntil([&] { return presses.size() >= 2 && presses.back() == QPoint(3, 0); }));
-    EXPECT_EQ(presses, (std::vector{QPoint(1, 0), QPoint(3, 0)}));
+    tray_->enter();
+    ASSERT_TRUE(waitUntil([&] { return allSeen; }));
+    EXPECT_EQ(presses, 2) << "the left and the right button";
 }
 
 TEST_F(XembedIconTest, FreesTheMouseThatThePressHasGivenIt) {
@@ -259,7 +258,7 @@ TEST_F(XembedIconTest, FreesTheMouseThatThePressHasGivenIt) {
     ASSERT_FALSE(grab(*other));
     std::optional<bool> free;
     QObject::connect(icon_.get(), &XembedIcon::pressed, icon_.get(), [&] { free = grab(*other); });
-    tray_->press(QPoint(5, 7), QPoint(105, 57));
+    tray_->press();
     ASSERT_TRUE(waitUntil([&] { return free.has_value(); }));
     EXPECT_TRUE(*free);
 }
@@ -293,7 +292,9 @@ TEST(X11Connection, IsNotThereWhereNoServerIs) {
     EXPECT_EQ(X11Connection::open(QByteArrayLiteral(":4711")), nullptr);
 }
 
-TEST(X11Connection, TellsOfTheEndOfTheServer) {
+using X11ServerTest = VirtualScreenTest;
+
+TEST_F(X11ServerTest, TellsOfTheEndOfTheServer) {
     VirtualScreen screen;
     const std::unique_ptr<X11Connection> connection = X11Connection::open(screen.display());
     ASSERT_NE(connection, nullptr);
