@@ -2,6 +2,9 @@
 
 #include "platform/linux/desktop/Wayland.h"
 #include "platform/linux/statusitem/drawing/ItemAppearance.h"
+#include "platform/linux/statusitem/drawing/TitleLine.h"
+
+#include <QFontDatabase>
 
 #include <utility>
 
@@ -25,7 +28,8 @@ void keepActivationToken(const QString& token) {
 
 DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusItemOptions options)
     : connection_(connection), object_(itemPath(), menuPath()), registration_(connection, options.registration),
-      monitor_(connection, std::move(options.environment)) {
+      monitor_(connection, std::move(options.environment)),
+      titleWidth_(std::move(options.schedule), [this] { show(); }) {
     attentionTimer_.setSingleShot(true);
     attentionTimer_.setInterval(options.attention);
     connect(&attentionTimer_, &QTimer::timeout, this, &DesktopStatusItem::updateStatus);
@@ -92,7 +96,12 @@ void DesktopStatusItem::requestAttention() {
 }
 
 void DesktopStatusItem::show() {
-    object_.setAppearance(appearance(monitor_.presentation(), display_));
+    ItemAppearance shown = appearance(monitor_.presentation(), display_);
+    if (shown.icon.presentation == Presentation::wide) {
+        titleWidth_.setNeeded(plateTitleWidth(display_.title, QFontDatabase::systemFont(QFontDatabase::GeneralFont)));
+        shown.icon.titleWidth = titleWidth_.width();
+    }
+    object_.setAppearance(shown);
     if (hostless_) {
         hostless_->update();
     }

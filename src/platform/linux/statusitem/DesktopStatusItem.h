@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/desktop/StatusItem.h"
+#include "platform/linux/statusitem/drawing/TitleWidth.h"
 #include "platform/linux/statusitem/host/DBusMenuExporter.h"
 #include "platform/linux/statusitem/host/SniObject.h"
 #include "platform/linux/statusitem/host/SniRegistration.h"
@@ -26,6 +27,7 @@ struct StatusItemOptions {
     /// and an item that jumps into it from elsewhere would be a nuisance.
     std::chrono::milliseconds hostlessDelay{3000};
     HostlessItem::Options hostless;
+    Schedule schedule = commonTimer;
 };
 
 /// The status item wherever this desktop can show it: on a host of the StatusNotifierItem protocol, with the display as
@@ -70,6 +72,8 @@ class DesktopStatusItem final : public QObject, public StatusItem {
     SniRegistration registration_;
     StatusHostMonitor monitor_;
     QTimer attentionTimer_;
+    /// Of the title that is drawn into a wide icon.
+    TitleWidth titleWidth_;
     std::unique_ptr<HostlessItem> hostless_;
     QTimer hostlessTimer_;
 };
