@@ -1,9 +1,9 @@
 #include "app/Skylet.h"
 
 #include "BuildConstants.h"
+#include "platform/ConstantUrl.h"
 
 #include <QLoggingCategory>
-#include <QUrl>
 
 #include <functional>
 #include <utility>
@@ -89,6 +89,10 @@ void Skylet::toggleTraffic() {
 
 void Skylet::toggleLogin() {
     services_.launchAgent.toggle();
+    showLaunchAgent();
+}
+
+void Skylet::showLaunchAgent() {
     loginItem_->setChecked(services_.launchAgent.exists());
 }
 
@@ -108,11 +112,7 @@ void Skylet::showAbout() {
 }
 
 void Skylet::openBrimlake() {
-    const QUrl url(QString::fromUtf8(build::webSite), QUrl::StrictMode);
-    if (!url.isValid() || url.host().isEmpty()) {
-        qFatal("Skylet: \"%s\" is not a URL", build::webSite);
-    }
-    services_.application.openURL(url);
+    services_.application.openURL(constantUrl(QString::fromUtf8(build::webSite)));
 }
 
 void Skylet::willSleep() {
@@ -175,7 +175,8 @@ Menu Skylet::makeMenu() {
                            lifetime_.guard([this] { toggleTraffic(); }));
     pauseItem_ = command(QStringLiteral("Pause Automatic Checks"), lifetime_.guard([this] { togglePause(); }));
     loginItem_ = command(QStringLiteral("Launch at Login"), lifetime_.guard([this] { toggleLogin(); }));
-    loginItem_->setChecked(services_.launchAgent.exists());
+    showLaunchAgent();
+    services_.launchAgent.onChange = lifetime_.guard([this] { showLaunchAgent(); });
     const auto aboutItem = command(QStringLiteral("About Skylet"), lifetime_.guard([this] { showAbout(); }));
     if (!services_.application.hasApplicationIcon()) {
         qFatal("Skylet: the application icon is missing");

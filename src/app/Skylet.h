@@ -81,6 +81,7 @@ class Skylet {
   private:
     void dbg(const QString& message);
     Menu makeMenu();
+    void showLaunchAgent();
     void connectionChanged(const ConnectionState& connection);
     void pathChanged(bool satisfied);
     void startRateTimer();

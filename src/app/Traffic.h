@@ -28,7 +28,7 @@ struct TrafficRates {
 };
 
 /// Whether the interface is one of the machine's own uplinks: a wired, Wi-Fi, tethering or cellular port that is up
-/// and does not ride on another. Names are those of systemd.net-naming-scheme(7) and of the kernel's drivers.
+/// and is not stacked on another. Names are those of systemd.net-naming-scheme(7) and of the kernel's drivers.
 bool carriesUserTraffic(const InterfaceCounter& interface);
 
 /// The sums over the interfaces that carry the user's traffic; zero for an empty optional (the system did not answer).

@@ -10,9 +10,9 @@
 
 namespace skylet {
 
-/// Whether what the interface sends leaves the machine there: it is up, is no loopback and rides on no other, and does
-/// not hand it to a program, a VPN's say, that sends it on over another one. What carries the user's traffic always
-/// does.
+/// Whether what the interface sends leaves the machine there: it is up, is no loopback and is stacked on no other, and
+/// does not hand it to a program, a VPN's say, that sends it on over another one. What carries the user's traffic
+/// always does.
 bool isUplink(const InterfaceCounter& interface);
 
 /// Counts what leaves the machine, over whichever uplinks and from whichever program.

@@ -10,8 +10,10 @@
 #include "platform/linux/system/AutostartLaunchAgent.h"
 #include "platform/linux/system/BusLoss.h"
 #include "platform/linux/system/FileDiagnosticLog.h"
+#include "platform/linux/system/HomeFolder.h"
 #include "platform/linux/system/IniUserDefaults.h"
 #include "platform/linux/system/LogindSleepMonitor.h"
+#include "platform/linux/system/PortalLaunchAgent.h"
 #include "platform/linux/system/SingleInstance.h"
 #include "platform/linux/system/SystemClock.h"
 #include "platform/linux/system/UnixSignals.h"
@@ -60,31 +62,54 @@ SpeedTestFactory makeSpeedTest(const std::shared_ptr<const Clock>& clock,
     };
 }
 
+std::unique_ptr<LaunchAgent> makeLaunchAgent(const QDBusConnection& bus) {
+    const QString path = AutostartLaunchAgent::defaultPath();
+    const QString executable = QCoreApplication::applicationFilePath();
+    if (PortalLaunchAgent::isNeeded()) {
+        return std::make_unique<PortalLaunchAgent>(bus, path, executable);
+    }
+    return std::make_unique<AutostartLaunchAgent>(path, executable);
+}
+
+/// For the time in which Qt looks for a display: where there is none it would end the process with a core dump.
+void endWithoutDisplay(QtMsgType type, const QMessageLogContext& context, const QString& message) {
+    if (type == QtFatalMsg) {
+        std::fputs("skylet: no display can be opened (see DISPLAY, WAYLAND_DISPLAY and QT_QPA_PLATFORM)\n", stderr);
+        std::_Exit(EXIT_FAILURE);
+    }
+    std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, message)));
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    ensureHome();
+    qInstallMessageHandler(endWithoutDisplay);
     const QApplication qt(argc, argv);
+    qInstallMessageHandler(nullptr);
     DesktopApplication application;
-    if (!application.sessionBusAvailable()) {
+    const QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected() || !application.statusItemBus().isConnected()) {
         std::fputs("skylet: there is no D-Bus session bus, so no desktop can show the status item\n", stderr);
         return EXIT_FAILURE;
     }
-    SingleInstance instance(QDBusConnection::sessionBus(), [&application] { application.requestAttention(); });
+    SingleInstance instance(bus, [&application] { application.requestAttention(); });
     if (instance.claim() == SingleInstance::Role::second) {
         return EXIT_SUCCESS;
     }
     const UnixSignals signals([&application] { application.terminate(); });
-    const BusLoss busLoss(QDBusConnection::sessionBus(), [&application] { application.terminate(); });
+    const BusLoss busLoss(bus, [&application] { application.terminate(); });
+    const BusLoss statusItemBusLoss(application.statusItemBus(), [&application] { application.terminate(); });
 
     const auto clock = std::make_shared<SystemClock>();
     const auto epoch = std::make_shared<NetworkEpoch>();
     const auto names = std::make_shared<NameResolver>(clock, epoch);
     NetlinkPathMonitor pathMonitor(*epoch);
-    LogindSleepMonitor sleepMonitor(QDBusConnection::systemBus(), *epoch);
+    LogindSleepMonitor sleepMonitor(LogindSleepMonitor::systemBusAddress(), *epoch);
     NetlinkInterfaceCounters interfaceCounters;
     IniUserDefaults userDefaults(IniUserDefaults::defaultPath());
     FileDiagnosticLog diagnosticLog;
-    AutostartLaunchAgent launchAgent(AutostartLaunchAgent::defaultPath(), QCoreApplication::applicationFilePath());
+    const auto launchAgent = makeLaunchAgent(bus);
     DesktopWindows windows;
 
     Skylet skylet({.application = application,
@@ -93,7 +118,7 @@ int main(int argc, char** argv) {
                    .interfaceCounters = interfaceCounters,
                    .userDefaults = userDefaults,
                    .diagnosticLog = diagnosticLog,
-                   .launchAgent = launchAgent,
+                   .launchAgent = *launchAgent,
                    .clock = *clock,
                    .repeatingTimer = repeatingTimer,
                    .oneShotTimer = commonTimer,

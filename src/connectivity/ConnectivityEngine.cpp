@@ -2,6 +2,7 @@
 
 #include "BuildConstants.h"
 #include "connectivity/ConnectivityLog.h"
+#include "platform/ConstantUrl.h"
 
 #include <limits>
 #include <utility>
@@ -39,11 +40,7 @@ ConnectivityEngine::ConnectivityEngine(std::shared_ptr<ConnectivityProbing> prob
 std::vector<QUrl> ConnectivityEngine::defaultEndpoints() {
     std::vector<QUrl> endpoints;
     for (const char* text : build::endpoints) {
-        const QUrl url(QString::fromUtf8(text), QUrl::StrictMode);
-        if (!url.isValid() || url.host().isEmpty()) {
-            qFatal("ConnectivityEngine: \"%s\" is not a URL", text);
-        }
-        endpoints.push_back(url);
+        endpoints.push_back(constantUrl(QString::fromUtf8(text)));
     }
     return endpoints;
 }
@@ -52,7 +49,7 @@ void ConnectivityEngine::checkNow() {
     if (paused_ || sleeping_ || checking_) {
         return;
     }
-    cancelTimer();
+    cancelAndClear(timer_);
     if (pathAvailable_ == false) {
         assign(ConnectionState::offline(), "there is no network path");
         return;
@@ -161,7 +158,7 @@ void ConnectivityEngine::invalidate() {
         qFatal("ConnectivityEngine: the cycle counter overflowed");
     }
     ++generation_;
-    cancelTimer();
+    cancelAndClear(timer_);
     // A handle may run its completion inside cancel() and so come back here; the list is ours alone by then.
     const auto tasks = std::exchange(tasks_, {});
     for (const auto& task : tasks) {
@@ -180,12 +177,6 @@ void ConnectivityEngine::assign(const ConnectionState& state, const char* reason
 
 void ConnectivityEngine::scheduleCycle(Seconds delay, bool confirming) {
     timer_ = schedule_(delay, lifetime_.guard([this, confirming] { begin(confirming); }));
-}
-
-void ConnectivityEngine::cancelTimer() {
-    if (timer_) {
-        std::exchange(timer_, nullptr)->cancel();
-    }
 }
 
 } // namespace skylet

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <utility>
 
 namespace skylet {
@@ -23,5 +24,12 @@ class CancellationAction final : public Cancellation {
   private:
     const std::function<void()> action_;
 };
+
+/// Cancels `pending`, if there is any, and lets go of it.
+inline void cancelAndClear(std::shared_ptr<Cancellation>& pending) {
+    if (pending) {
+        std::exchange(pending, nullptr)->cancel();
+    }
+}
 
 } // namespace skylet

@@ -1,6 +1,7 @@
 #include "speedtest/SpeedTestMeasurement.h"
 
 #include "BuildConstants.h"
+#include "platform/ConstantUrl.h"
 #include "ui/Strings.h"
 
 #include <QByteArray>
@@ -14,14 +15,6 @@ namespace {
 
 double megabits(std::int64_t bytes, Seconds elapsed) {
     return static_cast<double>(bytes) * 8 / elapsed.count() / 1'000'000;
-}
-
-std::int64_t sum(std::int64_t a, std::int64_t b) {
-    std::int64_t result = 0;
-    if (__builtin_add_overflow(a, b, &result)) {
-        qFatal("SpeedTestMeasurement: the count of bytes overflowed");
-    }
-    return result;
 }
 
 QString resultText(std::optional<double> result) {
@@ -38,19 +31,8 @@ SessionConfiguration limited(SessionConfiguration configuration) {
     return configuration;
 }
 
-void cancelAndClear(std::shared_ptr<Cancellation>& pending) {
-    if (pending) {
-        std::exchange(pending, nullptr)->cancel();
-    }
-}
-
 QUrl endpoint(const QString& pathAndQuery) {
-    const auto text = QStringLiteral("https://") + QString::fromUtf8(build::speedTestHost) + pathAndQuery;
-    QUrl url(text, QUrl::StrictMode);
-    if (!url.isValid() || url.host().isEmpty()) {
-        qFatal("SpeedTestMeasurement: \"%s\" is not a URL", qUtf8Printable(text));
-    }
-    return url;
+    return constantUrl(QStringLiteral("https://") + QString::fromUtf8(build::speedTestHost) + pathAndQuery);
 }
 
 } // namespace
@@ -113,7 +95,7 @@ std::shared_ptr<BulkTransferTask> SpeedTestMeasurement::startTransfer() const {
 }
 
 void SpeedTestMeasurement::deadlineReached(TaskIdentifier task) {
-    if (!isRunning_ || !isCurrent(task)) {
+    if (!isCurrent(task)) {
         return;
     }
     deadlineTaskID_ = task;
@@ -129,19 +111,19 @@ ResponseDisposition SpeedTestMeasurement::responseReceived(TaskIdentifier /*task
 }
 
 void SpeedTestMeasurement::dataReceived(TaskIdentifier task, std::int64_t count) {
-    if (isRunning_ && isCurrent(task) && !isUpload_) {
+    if (isCurrent(task) && !isUpload_) {
         progress(count);
     }
 }
 
 void SpeedTestMeasurement::bodySent(TaskIdentifier task, std::int64_t count) {
-    if (isRunning_ && isCurrent(task) && isUpload_) {
+    if (isCurrent(task) && isUpload_) {
         progress(count);
     }
 }
 
 void SpeedTestMeasurement::progress(std::int64_t count) {
-    bytes_ = sum(bytes_, count);
+    bytes_ += count;
     const auto now = clock_.systemUptime();
     samples_.push_back({now, bytes_});
     while (now - samples_.front().time > sampleWindow) {
@@ -153,11 +135,11 @@ void SpeedTestMeasurement::progress(std::int64_t count) {
         return;
     }
     // The oldest sample's own piece arrived before its time stamp, so it is no part of the span.
-    display_.setGaugeTarget(megabits(sum(bytes_, -first.bytes), span));
+    display_.setGaugeTarget(megabits(bytes_ - first.bytes, span));
 }
 
 void SpeedTestMeasurement::completed(TaskIdentifier task, const BulkTransferResult& result) {
-    if (!isRunning_ || !isCurrent(task)) {
+    if (!isCurrent(task)) {
         return;
     }
     const auto elapsed = clock_.systemUptime() - phaseStart_;

@@ -72,6 +72,7 @@ class SpeedTestMeasurement final : public BulkTransferDelegate {
     void progress(std::int64_t count);
     void downloadEnded(std::optional<double> result);
     void uploadEnded(std::optional<double> result);
+    /// Whether a test runs and this is its phase's transfer.
     bool isCurrent(TaskIdentifier task) const;
 
     SpeedTestDisplay& display_;
@@ -81,6 +82,7 @@ class SpeedTestMeasurement final : public BulkTransferDelegate {
     const Seconds phaseSeconds_;
     const QUrl downURL_;
     const QUrl upURL_;
+    /// Of the phase that runs; absent between phases and while no test runs.
     std::shared_ptr<BulkTransferTask> task_;
     Seconds phaseStart_{0};
     /// Moved in this phase.

@@ -25,8 +25,8 @@ void IconView::paintEvent(QPaintEvent* /*event*/) {
 }
 
 TextLabel::TextLabel(const QString& objectName, const QString& text, const QFont& font, Qt::Alignment alignment,
-                     Rank rank)
-    : QLabel(text), rank_(rank) {
+                     ColorRole color)
+    : QLabel(text), color_(color) {
     setObjectName(objectName);
     setTextFormat(Qt::PlainText);
     setFont(font);
@@ -42,7 +42,7 @@ void TextLabel::paintEvent(QPaintEvent* /*event*/) {
     const auto flags = static_cast<int>(QStyle::visualAlignment(layoutDirection(), alignment())) | Qt::TextWordWrap |
                        (rightToLeft ? Qt::TextForceRightToLeft : Qt::TextForceLeftToRight);
     QPainter painter(this);
-    painter.setPen(semanticColors(palette()).*rank_);
+    painter.setPen(semanticColors(palette()).*color_);
     painter.drawText(rect(), flags | Qt::AlignAbsolute, text());
 }
 

@@ -24,17 +24,17 @@ class IconView final : public QLabel {
 /// does, also where it begins with a name in Latin letters. Its colour follows the desktop's.
 class TextLabel final : public QLabel {
   public:
-    using Rank = QColor SemanticColors::*;
+    using ColorRole = QColor SemanticColors::*;
 
     /// `alignment`: horizontal; left stands for the edge at which the text begins.
     TextLabel(const QString& objectName, const QString& text, const QFont& font,
-              Qt::Alignment alignment = Qt::AlignHCenter, Rank rank = &SemanticColors::label);
+              Qt::Alignment alignment = Qt::AlignHCenter, ColorRole color = &SemanticColors::label);
 
   protected:
     void paintEvent(QPaintEvent* event) override;
 
   private:
-    const Rank rank_;
+    const ColorRole color_;
 };
 
 /// A check box whose box stands out from the window, also where Qt's own style draws its outline too faintly. Styles of

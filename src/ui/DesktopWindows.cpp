@@ -59,7 +59,7 @@ class WelcomePanel final : public PlainWindow, public WelcomeWindow {
 /// What the program is, its version, and a link to its maker. All texts stand in the middle, in both languages.
 class AboutPanel final : public PlainWindow, public Window {
   public:
-    AboutPanel(const QString& version, std::function<void()> openBrimlake)
+    explicit AboutPanel(std::function<void()> openBrimlake)
         : PlainWindow(L(QStringLiteral("About Skylet")), QSize(380, 450)) {
         setObjectName(QStringLiteral("aboutWindow"));
         constexpr auto label = &SemanticColors::label;
@@ -67,8 +67,8 @@ class AboutPanel final : public PlainWindow, public Window {
         constexpr auto tertiary = &SemanticColors::tertiaryLabel;
         place(new IconView, {140, 330, 100, 100});
         add(QStringLiteral("name"), QStringLiteral("Skylet"), systemFont(22, QFont::Bold), label, {292, 30});
-        add(QStringLiteral("version"), formatted(L(QStringLiteral("Version %@")), {version}), systemFont(12), secondary,
-            {272, 20});
+        add(QStringLiteral("version"), formatted(L(QStringLiteral("Version %@")), {QString::fromUtf8(build::version)}),
+            systemFont(12), secondary, {272, 20});
         add(QStringLiteral("tagline"), L(QStringLiteral("about.tagline")), systemFont(13), label, {210, 50});
         add(QStringLiteral("details"), L(QStringLiteral("about.details")), systemFont(11.5), secondary, {132, 76});
         add(QStringLiteral("language"), L(QStringLiteral("about.language")), systemFont(10.5), secondary, {88, 42});
@@ -90,23 +90,19 @@ class AboutPanel final : public PlainWindow, public Window {
         int height;
     };
 
-    void add(const QString& objectName, const QString& text, const QFont& font, TextLabel::Rank rank, Rows rows) {
-        place(new TextLabel(objectName, text, font, Qt::AlignHCenter, rank), {30, rows.y, 320, rows.height});
+    void add(const QString& objectName, const QString& text, const QFont& font, TextLabel::ColorRole color, Rows rows) {
+        place(new TextLabel(objectName, text, font, Qt::AlignHCenter, color), {30, rows.y, 320, rows.height});
     }
 };
 
 } // namespace
-
-QString DesktopWindows::buildVersion() {
-    return QString::fromUtf8(build::version);
-}
 
 std::unique_ptr<WelcomeWindow> DesktopWindows::makeWelcomeWindow(bool loginBoxOn, std::function<void()> finishWelcome) {
     return std::make_unique<WelcomePanel>(loginBoxOn, std::move(finishWelcome));
 }
 
 std::unique_ptr<Window> DesktopWindows::makeAboutWindow(std::function<void()> openBrimlake) {
-    return std::make_unique<AboutPanel>(version_.value_or(QStringLiteral("1.0")), std::move(openBrimlake));
+    return std::make_unique<AboutPanel>(std::move(openBrimlake));
 }
 
 } // namespace skylet

@@ -1,51 +1,31 @@
 #pragma once
 
-#include <QHash>
+#include "ui/texts/Texts.h"
+
 #include <QString>
 #include <QStringList>
 
-#include <functional>
-#include <mutex>
-#include <utility>
 #include <vector>
 
 namespace skylet {
 
-/// The texts in the language of the user: English, or Hebrew when the first preferred language begins with "he".
-/// English sentences are their own keys; four long texts have dotted keys. Knows nothing of layout direction.
+/// The texts in the language of the user: English, or another one when the first preferred language is that. English
+/// sentences are their own keys; four long texts have dotted keys. Knows nothing of layout direction.
 class Strings {
   public:
-    /// Rows of (key, text). Keys are unique: a duplicate stops the program when the table is built.
-    using Rows = std::vector<std::pair<QString, QString>>;
-    using RowSource = std::function<Rows()>;
-
     /// `preferredLanguages`: language tags such as "he-IL", the most preferred first; an empty list means English.
-    explicit Strings(const QStringList& preferredLanguages, RowSource hebrew = hebrewRows,
-                     RowSource english = englishRows);
+    explicit Strings(const QStringList& preferredLanguages, const std::vector<Language>& choice = languages());
 
-    bool isHebrew() const { return isHebrew_; }
-    /// The text to show for `key`: Hebrew if in force, else English, else the key itself. Exact match only. The tables
-    /// are built with the first look-up that reaches them.
+    /// The languages besides English.
+    static const std::vector<Language>& languages();
+
+    bool isHebrew() const { return texts_ == he; }
+    /// The text to show for `key`: in the user's language, else English, else the key itself. Exact match only.
     QString text(const QString& key) const;
 
-    /// 52 rows.
-    static Rows hebrewRows();
-    /// 4 rows, those with dotted keys.
-    static Rows englishRows();
-
   private:
-    using Table = QHash<QString, QString>;
-    /// Built with the first use, once, whichever thread that is on.
-    struct LazyTable {
-        RowSource rows;
-        std::once_flag once;
-        Table table;
-    };
-    static const Table& built(LazyTable& lazy);
-
-    const bool isHebrew_;
-    mutable LazyTable hebrew_;
-    mutable LazyTable english_;
+    /// Absent for English.
+    const Texts& (*texts_)() = nullptr;
 };
 
 /// The text to show for `key` in the user's language, which is decided once per process.

@@ -102,6 +102,16 @@ TEST_F(SkyletTest, TheLoginItemIsCheckedAtStartWhenTheAgentWasThere) {
     EXPECT_TRUE(item(login)->isChecked());
 }
 
+TEST_F(SkyletTest, TheLoginItemFollowsAnAgentThatIsAnsweredLater) {
+    launchAgent.canToggle = false;
+    launch();
+    item(login)->trigger();
+    EXPECT_FALSE(item(login)->isChecked());
+    launchAgent.present = true;
+    launchAgent.onChange();
+    EXPECT_TRUE(item(login)->isChecked());
+}
+
 TEST_F(SkyletTest, TheQuitItemTerminatesTheApplication) {
     launch();
     item(quit)->trigger();

@@ -2,6 +2,8 @@
 
 #include "platform/Clock.h"
 
+#include <QTimeZone>
+
 namespace skylet::test {
 
 /// Stands still until the test moves it.
@@ -11,7 +13,7 @@ class FakeClock final : public Clock {
     QDateTime currentDate() const override { return date; }
 
     Seconds uptime{1000};
-    QDateTime date{QDate(2024, 3, 5), QTime(14, 7, 9), Qt::UTC};
+    QDateTime date{QDate(2024, 3, 5), QTime(14, 7, 9), QTimeZone::utc()};
 };
 
 } // namespace skylet::test

@@ -9,10 +9,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <atomic>
 #include <cstdio>
 #include <limits>
-#include <thread>
+#include <utility>
 #include <vector>
 
 namespace skylet {
@@ -22,14 +21,14 @@ namespace {
 const QStringList hebrewFirst{QStringLiteral("he-IL"), QStringLiteral("en-US")};
 const QStringList englishFirst{QStringLiteral("en-GB"), QStringLiteral("he-IL")};
 
-/// The rows of a table as they are wanted, from a text file beside this one.
-Strings::Rows wantedRows(const char* name) {
-    QFile file(QStringLiteral(TABLES "/") + QString::fromUtf8(name));
+/// A table as it is wanted, from the text file of that name beside this one.
+std::vector<std::pair<QString, QString>> wantedRows(const char* name) {
+    QFile file(QStringLiteral(TABLES "/%1.tsv").arg(QLatin1String(name)));
     if (!file.open(QIODevice::ReadOnly)) {
         ADD_FAILURE() << name << " cannot be read";
         return {};
     }
-    Strings::Rows rows;
+    std::vector<std::pair<QString, QString>> rows;
     for (auto line : QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts)) {
         if (line.startsWith(u'#')) {
             continue;
@@ -49,34 +48,33 @@ QStringList placeholders(const QString& text) {
     return found;
 }
 
-TEST(Strings, EveryRowOfTheHebrewTableIsReturnedToAHebrewReader) {
-    const Strings strings(hebrewFirst);
-    const auto rows = wantedRows("hebrew.tsv");
-    ASSERT_EQ(rows.size(), 52U);
-    for (const auto& [key, text] : rows) {
-        EXPECT_EQ(strings.text(key), text);
+TEST(Strings, EveryLanguageHasAllTextsAndIsReturnedToItsReaders) {
+    for (const Language& language : Strings::languages()) {
+        SCOPED_TRACE(language.code);
+        const Strings strings({QLatin1String(language.code), QStringLiteral("en")});
+        const auto rows = wantedRows(language.code);
+        EXPECT_EQ(rows.size(), 52U);
+        EXPECT_EQ(language.texts().size(), static_cast<qsizetype>(rows.size()));
+        for (const auto& [key, text] : rows) {
+            EXPECT_EQ(strings.text(key), text);
+        }
     }
 }
 
-TEST(Strings, EveryRowOfTheEnglishTableIsReturnedToAnEnglishReader) {
+TEST(Strings, TheFourLongTextsAreReturnedToAnEnglishReader) {
     const Strings strings(englishFirst);
-    const auto rows = wantedRows("english.tsv");
+    const auto rows = wantedRows("en");
     ASSERT_EQ(rows.size(), 4U);
+    EXPECT_EQ(en().size(), 4);
     for (const auto& [key, text] : rows) {
         EXPECT_EQ(strings.text(key), text);
     }
-}
-
-TEST(Strings, TheTablesHoldNothingElse) {
-    EXPECT_EQ(Strings::hebrewRows(), wantedRows("hebrew.tsv"));
-    EXPECT_EQ(Strings::englishRows(), wantedRows("english.tsv"));
 }
 
 TEST(Strings, ShortTextsAreTheirOwnEnglish) {
     const Strings strings(englishFirst);
-    for (const auto& [key, text] : wantedRows("hebrew.tsv")) {
-        const bool dotted = key.contains(u'.') && !key.contains(u' ') && !key.endsWith(u'.');
-        if (!dotted) {
+    for (const QString& key : he().keys()) {
+        if (!en().contains(key)) {
             EXPECT_EQ(strings.text(key), key);
         }
     }
@@ -86,55 +84,28 @@ TEST(Strings, AHebrewReaderGetsTheHebrewWelcome) {
     EXPECT_TRUE(Strings(hebrewFirst).text(QStringLiteral("welcome.body")).startsWith(QStringLiteral("חפשו נקודה")));
 }
 
-TEST(Strings, HebrewAsSecondPreferenceMeansEnglishAndTheHebrewTableIsNeverBuilt) {
-    int built = 0;
-    const Strings strings(englishFirst, [&] {
-        ++built;
-        return Strings::hebrewRows();
-    });
+TEST(Strings, ALanguageOfSecondPreferenceIsNotInForceAndItsTableNeverBuilt) {
+    const Strings strings(englishFirst, {{"he", []() -> const Texts& {
+                                              ADD_FAILURE() << "the table is built";
+                                              return he();
+                                          }}});
     EXPECT_FALSE(strings.isHebrew());
     EXPECT_EQ(strings.text(QStringLiteral("Offline")), QStringLiteral("Offline"));
-    EXPECT_EQ(built, 0);
 }
 
-TEST(Strings, EachTableIsBuiltOnceWithTheFirstLookUpThatReachesIt) {
-    int hebrew = 0;
-    int english = 0;
-    const Strings strings(
-        hebrewFirst,
-        [&] {
-            ++hebrew;
-            return Strings::hebrewRows();
-        },
-        [&] {
-            ++english;
-            return Strings::englishRows();
-        });
-    EXPECT_EQ(hebrew, 0);
-    strings.text(QStringLiteral("Offline"));
-    strings.text(QStringLiteral("Paused"));
-    EXPECT_EQ(hebrew, 1);
-    EXPECT_EQ(english, 0);
-    strings.text(QStringLiteral("unknown"));
-    strings.text(QStringLiteral("unknown"));
-    EXPECT_EQ(english, 1);
-}
-
-TEST(Strings, FirstLookUpsOnManyThreadsBuildTheTableOnce) {
-    std::atomic<int> built = 0;
-    const Strings strings(hebrewFirst, [&] {
-        ++built;
-        return Strings::hebrewRows();
-    });
-    std::atomic<int> right = 0;
-    std::vector<std::jthread> threads;
-    threads.reserve(8);
-    for (int i = 0; i < 8; ++i) {
-        threads.emplace_back([&] { right += strings.text(QStringLiteral("Offline")) == QStringLiteral("אין רשת"); });
-    }
-    threads.clear();
-    EXPECT_EQ(right, 8);
-    EXPECT_EQ(built, 1);
+TEST(Strings, AnotherLanguageIsChosenByItsCode) {
+    const std::vector<Language> languages{
+        {"he", he}, {"qx", []() -> const Texts& {
+                         static const Texts texts = uniqueTexts({{QStringLiteral("Offline"), QStringLiteral("nope")}});
+                         return texts;
+                     }}};
+    const Strings strings({QStringLiteral("qx-QX"), QStringLiteral("he")}, languages);
+    EXPECT_FALSE(strings.isHebrew());
+    EXPECT_EQ(strings.text(QStringLiteral("Offline")), QStringLiteral("nope"));
+    // What it lacks is shown in English.
+    EXPECT_EQ(strings.text(QStringLiteral("Paused")), QStringLiteral("Paused"));
+    EXPECT_TRUE(strings.text(QStringLiteral("welcome.body")).startsWith(QStringLiteral("Look at the top-right")));
+    EXPECT_TRUE(Strings(hebrewFirst, languages).isHebrew());
 }
 
 TEST(Strings, AnEmptyListOfLanguagesMeansEnglish) {
@@ -172,11 +143,6 @@ TEST(Strings, AboutDetailsHasTwoLinesInTheLanguageInForce) {
     EXPECT_TRUE(hebrew.first().startsWith(QStringLiteral("בדיקות HTTPS")));
 }
 
-TEST(Strings, ADottedKeyThatHebrewLacksFallsBackToEnglish) {
-    const Strings strings(hebrewFirst, [] { return Strings::Rows{}; });
-    EXPECT_TRUE(strings.text(QStringLiteral("welcome.body")).startsWith(QStringLiteral("Look at the top-right")));
-}
-
 TEST(Strings, TheHebrewStatusLineKeepsTheLatencyTogetherWithLeftToRightMarks) {
     const auto form = Strings(hebrewFirst).text(QStringLiteral("Online — %d ms (%@)"));
     EXPECT_EQ(formatted(form, {QStringLiteral("42"), QStringLiteral("תגובה מהירה")}),
@@ -185,7 +151,7 @@ TEST(Strings, TheHebrewStatusLineKeepsTheLatencyTogetherWithLeftToRightMarks) {
 
 TEST(Strings, OnlyTheFourTextsWithALeftToRightRunHaveMarks) {
     QStringList marked;
-    for (const auto& [key, text] : Strings::hebrewRows()) {
+    for (const auto& [key, text] : wantedRows("he")) {
         if (text.contains(QChar(0x200E))) {
             marked += key.left(12);
         }
@@ -194,9 +160,11 @@ TEST(Strings, OnlyTheFourTextsWithALeftToRightRunHaveMarks) {
                                    QStringLiteral("Online — %d "), QStringLiteral("Live traffic")}));
 }
 
-TEST(Strings, PlaceholdersStandInTheSameOrderInBothLanguages) {
-    for (const auto& [key, text] : Strings::hebrewRows()) {
-        EXPECT_EQ(placeholders(text), placeholders(key)) << key.toStdString();
+TEST(Strings, PlaceholdersStandInTheSameOrderInEveryLanguage) {
+    for (const Language& language : Strings::languages()) {
+        for (const QString& key : language.texts().keys()) {
+            EXPECT_EQ(placeholders(language.texts()[key]), placeholders(key)) << key.toStdString();
+        }
     }
 }
 
@@ -205,15 +173,10 @@ TEST(Strings, TheCopyrightLineOfTheBuildIsTranslated) {
         Strings(hebrewFirst).text(QString::fromUtf8(build::copyright)).endsWith(QStringLiteral("כל הזכויות שמורות.")));
 }
 
-TEST(StringsDeathTest, ADuplicateKeyStopsTheProgramWhenTheTableIsBuilt) {
-    const auto twice = [] {
-        return Strings::Rows{{QStringLiteral("Quit"), QStringLiteral("a")},
-                             {QStringLiteral("Quit"), QStringLiteral("b")}};
-    };
-    const Strings hebrew(hebrewFirst, twice);
-    EXPECT_DEATH(hebrew.text(QStringLiteral("Offline")), "\"Quit\" stands twice");
-    const Strings english(englishFirst, Strings::hebrewRows, twice);
-    EXPECT_DEATH(english.text(QStringLiteral("Offline")), "\"Quit\" stands twice");
+TEST(StringsDeathTest, AKeyThatStandsTwiceStopsTheProgramWhenTheTableIsBuilt) {
+    EXPECT_DEATH(
+        uniqueTexts({{QStringLiteral("Quit"), QStringLiteral("a")}, {QStringLiteral("Quit"), QStringLiteral("b")}}),
+        "\"Quit\" stands twice");
 }
 
 TEST(Formatted, ReplacesPlaceholdersFromLeftToRight) {

@@ -1,6 +1,5 @@
 #include "platform/linux/desktop/ApplicationIcon.h"
 #include "support/RuntimeFolder.h"
-#include "ui/Strings.h"
 #include "ui/WindowStates.h"
 
 #include <QApplication>
@@ -34,7 +33,7 @@ int main(int argc, char** argv) {
         QWidget* window = states.show(name);
         QCoreApplication::processEvents();
         const QString file = QStringLiteral("%1-%2-%3-x%4.png")
-                                 .arg(name, isHebrew() ? QStringLiteral("he") : QStringLiteral("en"), shade)
+                                 .arg(name, qEnvironmentVariable("LANGUAGE"), shade)
                                  .arg(window->devicePixelRatioF());
         if (!window->grab().save(folder.filePath(file))) {
             return EXIT_FAILURE;

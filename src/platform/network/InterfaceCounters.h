@@ -13,8 +13,8 @@ struct InterfaceCounter {
     QString name;
     /// Administratively up.
     bool up = false;
-    /// Rides on another interface of this system, or bundles others, so that its bytes are counted there too:
-    /// a VLAN, a MAC or IP VLAN, a bridge, a bond, a tunnel bound to a port, a container's veth.
+    /// Stacked on other interfaces of this system, so that its bytes are counted there too: a VLAN, a MAC or IP VLAN, a
+    /// bridge, a bond, a tunnel bound to a port, a container's veth.
     bool stacked = false;
     std::uint64_t receivedBytes = 0;
     std::uint64_t sentBytes = 0;

@@ -19,6 +19,13 @@ def source(lab, request):
     return next(connection for connection in endpoint.connections() if connection["id"] == request["connection"])
 
 
+def expect_check_over(lab, link, start, within):
+    """The change at `start` brings a check over this link, seen as yellow and then green."""
+    assert source(lab, requested_within(lab, start, within))["address"] == link.near
+    yellow = lab.area.wait_for("yellow", within, since=start)
+    lab.area.wait_for("green", 1, since=yellow.time)
+
+
 def slow_enough_to_be_seen(*links):
     """A check over them takes longer than the status area may take to be shown that it is under way."""
     for link in links:
@@ -71,10 +78,7 @@ def test_a_default_route_that_moves_is_checked_at_once_over_the_new_interface(la
         lab.network.client.ip(f"route replace default via {usb0.gateway} dev usb0 metric 100")
     else:
         usb0.add_default_route(metric=50)
-    request = requested_within(lab, moved, 0.5)
-    assert source(lab, request)["address"] == usb0.near
-    yellow = lab.area.wait_for("yellow", 0.5, since=moved)
-    lab.area.wait_for("green", 1, since=yellow.time)
+    expect_check_over(lab, usb0, moved, 0.5)
 
 
 def test_a_tunnel_over_a_live_path_is_checked_at_once_and_so_is_its_end(lab):
@@ -84,13 +88,11 @@ def test_a_tunnel_over_a_live_path_is_checked_at_once_and_so_is_its_end(lab):
     time.sleep(0.5)  # nothing is under way any more
     covered = time.monotonic()
     tunnel.cover_everything()
-    assert source(lab, requested_within(lab, covered, 0.5))["address"] == tunnel.near
-    lab.area.wait_for("green", 1, since=lab.area.wait_for("yellow", 0.5, since=covered).time)
+    expect_check_over(lab, tunnel, covered, 0.5)
     time.sleep(0.5)
     gone = time.monotonic()
     lab.network.client.ip("link delete tun0")
-    assert source(lab, requested_within(lab, gone, 1))["address"] == lab.link.near
-    lab.area.wait_for("green", 1, since=lab.area.wait_for("yellow", 1, since=gone).time)
+    expect_check_over(lab, lab.link, gone, 1)
     assert "red" not in [colour for _, colour in lab.area.dots(covered)]
 
 
@@ -141,8 +143,7 @@ def test_a_rule_that_sends_packets_another_way_makes_new_connections(lab):
     time.sleep(0.5)
     moved = time.monotonic()
     usb0.add_policy_route()
-    assert source(lab, requested_within(lab, moved, 0.5))["address"] == usb0.near
-    lab.area.wait_for("green", 1, since=lab.area.wait_for("yellow", 0.5, since=moved).time)
+    expect_check_over(lab, usb0, moved, 0.5)
 
 
 def test_a_rule_for_https_alone_is_a_way_out(lab):
@@ -161,13 +162,11 @@ def test_rules_as_wireguard_sets_them_lead_into_the_tunnel_and_out_again(lab):
     lab.network.client.ip(f"route add default via {tunnel.gateway} dev tun0 table 51820")
     lab.network.client.ip("rule add not fwmark 51820 table 51820")
     lab.network.client.ip("rule add table main suppress_prefixlength 0")
-    assert source(lab, requested_within(lab, begun, 1))["address"] == tunnel.near
-    lab.area.wait_for("green", 1, since=lab.area.wait_for("yellow", 1, since=begun).time)
+    expect_check_over(lab, tunnel, begun, 1)
     time.sleep(0.5)
     ended = time.monotonic()
     lab.network.client.ip("rule delete not fwmark 51820 table 51820")
-    assert source(lab, requested_within(lab, ended, 1))["address"] == lab.link.near
-    lab.area.wait_for("green", 1, since=lab.area.wait_for("yellow", 1, since=ended).time)
+    expect_check_over(lab, lab.link, ended, 1)
     assert "red" not in [colour for _, colour in lab.area.dots(begun)]
 
 

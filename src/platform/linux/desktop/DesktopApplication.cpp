@@ -4,12 +4,14 @@
 
 #include <QApplication>
 #include <QDesktopServices>
+#include <QSessionManager>
 
 namespace skylet {
 
 namespace {
 
-// A connection of its own keeps the item's fixed object paths apart from whatever else Qt exports for the program.
+// On a connection of its own the item has no name but the unique one. GNOME's extension also looks for items by itself:
+// one that it has found under another name and one that registers would be two.
 QString busName() {
     return QStringLiteral("skylet-status-item");
 }
@@ -19,6 +21,9 @@ QString busName() {
 DesktopApplication::DesktopApplication() {
     QGuiApplication::setDesktopFileName(QStringLiteral("com.vorn.skylet"));
     QGuiApplication::setWindowIcon(applicationIcon());
+    // A session manager would start the program again at the next login, whatever "Launch at Login" says.
+    QObject::connect(qGuiApp, &QGuiApplication::saveStateRequest,
+                     [](QSessionManager& manager) { manager.setRestartHint(QSessionManager::RestartNever); });
 }
 
 DesktopApplication::~DesktopApplication() {
@@ -52,10 +57,6 @@ void DesktopApplication::openURL(const QUrl& url) {
 
 void DesktopApplication::terminate() {
     QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit, Qt::QueuedConnection);
-}
-
-bool DesktopApplication::sessionBusAvailable() {
-    return statusItemBus().isConnected();
 }
 
 void DesktopApplication::requestAttention() {

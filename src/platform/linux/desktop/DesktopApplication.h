@@ -16,21 +16,19 @@ class DesktopApplication final : public Application {
     ~DesktopApplication() override;
 
     void becomeAccessory() override;
-    /// The session bus is connected to on the first call. There is one item at a time.
+    /// There is one item at a time.
     std::unique_ptr<StatusItem> makeStatusItem() override;
     bool hasApplicationIcon() const override;
     void openURL(const QUrl& url) override;
     void terminate() override;
 
-    /// Without it no desktop can show the status item, and someone who started the program by hand should be told.
-    bool sessionBusAvailable();
+    /// The item's own connection to the session bus, made with the first call. Without it no desktop can show the item.
+    QDBusConnection statusItemBus();
     /// Draws the user's eye to the status item, if there is one.
     void requestAttention();
 
   private:
     Q_DISABLE_COPY_MOVE(DesktopApplication)
-
-    QDBusConnection statusItemBus();
 
     QPointer<DesktopStatusItem> statusItem_;
 };

@@ -47,7 +47,8 @@ FamilyPath pathOf(std::uint8_t family, std::span<const std::uint8_t> internet, N
         socket.receive([&path](const nlmsghdr& answer) {
             path.route = parseRoute(answer);
             const auto* error = answer.nlmsg_type == NLMSG_ERROR ? netlink::fixedPart<nlmsgerr>(answer) : nullptr;
-            path.obstacle = error != nullptr ? qt_error_string(-error->error) : QStringLiteral("leads nowhere");
+            path.unreachableReason =
+                error != nullptr ? qt_error_string(-error->error) : QStringLiteral("leads nowhere");
         });
     }
     if (!path.route || !path.route->isKnown()) {
@@ -61,7 +62,7 @@ FamilyPath pathOf(std::uint8_t family, std::span<const std::uint8_t> internet, N
     // through.
     if (!hops.empty() &&
         std::none_of(hops.begin(), hops.end(), [&](const RouteHop& hop) { return isUsable(hop, family, links); })) {
-        return {.route = std::nullopt, .obstacle = QStringLiteral("no carrier")};
+        return {.route = std::nullopt, .unreachableReason = QStringLiteral("no carrier")};
     }
     path.route->running = (flagsOf(path.route->interface, links).value_or(IFF_RUNNING) & IFF_RUNNING) != 0;
     return path;

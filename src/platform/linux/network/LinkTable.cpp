@@ -16,9 +16,9 @@ namespace {
 
 using namespace netlink;
 
-// Only drivers without hardware of their own name a kind (IFLA_INFO_KIND), and what names no link that it rides on
-// bundles others (bridge, bond) or wraps what it carries into packets of their own (tunnels), except for these.
-constexpr std::array<std::string_view, 6> kindsOnTheirOwn = {"dummy", "ifb", "ipoib", "ppp", "tun", "wwan"};
+// Only drivers without hardware of their own name a kind (IFLA_INFO_KIND). One that names no lower link is an aggregate
+// (bridge, bond) or a tunnel, except for these.
+constexpr std::array<std::string_view, 6> independentKinds = {"dummy", "ifb", "ipoib", "ppp", "tun", "wwan"};
 
 /// A view into the message; empty where it does not say.
 std::string_view kindOf(const nlattr& linkInfo) {
@@ -72,15 +72,17 @@ void applyMessage(const nlmsghdr& message, LinkTable& links) {
         return;
     }
     link.isTun = kind == "tun";
-    link.bundlesOrWraps = link.lower == 0 && !kind.empty() &&
-                          std::find(kindsOnTheirOwn.begin(), kindsOnTheirOwn.end(), kind) == kindsOnTheirOwn.end();
-    // An interface that rides on one of another namespace (a container's end of a veth) is an uplink of this namespace.
+    link.isAggregateOrTunnel =
+        link.lower == 0 && !kind.empty() &&
+        std::find(independentKinds.begin(), independentKinds.end(), kind) == independentKinds.end();
+    // An interface that is stacked on one of another namespace (a container's end of a veth) is an uplink of this
+    // namespace.
     links[interface] = lowerLinkIsElsewhere ? Link{.flags = link.flags} : link;
 }
 
 bool isStacked(std::uint32_t interface, const LinkTable& links) {
     const auto found = links.find(interface);
-    return found != links.end() && (found->second.bundlesOrWraps || links.count(found->second.lower) != 0);
+    return found != links.end() && (found->second.isAggregateOrTunnel || links.count(found->second.lower) != 0);
 }
 
 bool isTun(std::uint32_t interface, const LinkTable& links) {

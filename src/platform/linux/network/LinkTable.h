@@ -11,10 +11,10 @@ namespace skylet {
 struct Link {
     /// IFF_*.
     std::uint32_t flags = 0;
-    /// Index of the link of this namespace that it rides on, or whose other end it is; 0: none, or one elsewhere.
+    /// Index of the link of this namespace that it is stacked on, or whose other end it is; 0: none, or one elsewhere.
     std::uint32_t lower = 0;
-    /// Bundles other links or wraps what it carries, although the kernel names none of them.
-    bool bundlesOrWraps = false;
+    /// A bridge, a bond, a tunnel: stacked on other links, although the kernel names none of them.
+    bool isAggregateOrTunnel = false;
     /// A TUN or TAP device: its other end is a program.
     bool isTun = false;
 };
@@ -30,7 +30,7 @@ void applyMessage(const nlmsghdr& message, LinkTable& links);
 /// stacked; nor is one whose lower link has left the namespace, of which the kernel says nothing further.
 bool isStacked(std::uint32_t interface, const LinkTable& links);
 
-/// Whether the other end of `interface` is a program. Of one that is not in the table that is not known: no.
+/// Whether the other end of `interface` is a program; false for one that is not in the table.
 bool isTun(std::uint32_t interface, const LinkTable& links);
 
 } // namespace skylet

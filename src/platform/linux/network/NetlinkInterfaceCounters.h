@@ -12,7 +12,7 @@ namespace skylet {
 
 /// The links of the process's own network namespace: the 64-bit counters of /proc/self/net/dev, with what netlink tells
 /// of the links. A read never waits for the lock that the kernel holds while anybody sets up or removes interfaces. A
-/// link of which it is not known yet what it rides on is told as not stacked.
+/// link whose lower device is not known yet is reported as not stacked.
 class NetlinkInterfaceCounters : public InterfaceCounters {
   public:
     std::optional<std::vector<InterfaceCounter>> read() override;

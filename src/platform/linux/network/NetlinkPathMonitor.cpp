@@ -39,7 +39,7 @@ QString text(const QByteArray& address) {
 
 QString text(const FamilyPath& path) {
     if (!path.route) {
-        return path.obstacle;
+        return path.unreachableReason;
     }
     if (!path.route->isKnown()) {
         return QStringLiteral("cannot be asked");

@@ -3,6 +3,7 @@
 #include "platform/linux/desktop/Wayland.h"
 #include "platform/linux/statusitem/drawing/ItemAppearance.h"
 #include "platform/linux/statusitem/drawing/TitleLine.h"
+#include "platform/linux/system/BusCall.h"
 
 #include <QFontDatabase>
 
@@ -27,24 +28,29 @@ void keepActivationToken(const QString& token) {
 } // namespace
 
 DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusItemOptions options)
-    : connection_(connection), object_(itemPath(), menuPath()), registration_(connection, options.registration),
-      monitor_(connection, std::move(options.environment)),
-      titleWidth_(std::move(options.schedule), [this] { show(); }) {
+    : connection_(connection),
+      object_(itemPath(), menuPath(), [this](const QString& host, QPoint place) { return openMenu(host, place); }),
+      registration_(connection, options.registration), monitor_(connection, std::move(options.environment)),
+      titleWidth_(std::move(options.schedule), [this] { show(); }), hostlessDelay_(options.hostlessDelay),
+      hostlessOptions_(std::move(options.hostless)) {
+    hostlessOptions_.noStripBefore.setRemainingTime(options.stripDelay);
     attentionTimer_.setSingleShot(true);
     attentionTimer_.setInterval(options.attention);
     connect(&attentionTimer_, &QTimer::timeout, this, &DesktopStatusItem::updateStatus);
     hostlessTimer_.setSingleShot(true);
-    hostlessTimer_.setInterval(options.hostlessDelay);
-    connect(&hostlessTimer_, &QTimer::timeout, this, [this, hostless = options.hostless] {
-        hostless_ = std::make_unique<HostlessItem>(hostless, display_, [this](QRect anchor) { menu_.popUp(anchor); });
-    });
+    connect(&hostlessTimer_, &QTimer::timeout, this, &DesktopStatusItem::showWithoutHost);
     connect(&menu_.widget(), &QMenu::aboutToShow, this, &DesktopStatusItem::updateMenuOpen, Qt::QueuedConnection);
     connect(&menu_.widget(), &QMenu::aboutToHide, this, &DesktopStatusItem::updateMenuOpen, Qt::QueuedConnection);
     connect(&menuExporter_, &DBusMenuExporter::openChanged, this, &DesktopStatusItem::updateMenuOpen);
-    connect(&menuExporter_, &DBusMenuExporter::layoutRequested, &registration_, &SniRegistration::layoutRead);
+    connect(&registration_, &SniRegistration::registering, this, [this] { object_.setLabelHeldBack(true); });
+    connect(&menuExporter_, &DBusMenuExporter::layoutRequested, this, [this] {
+        registration_.layoutRead();
+        // Not before the answer is on its way: a host is ready for the label when it has the menu.
+        QMetaObject::invokeMethod(
+            &object_, [this] { object_.setLabelHeldBack(false); }, Qt::QueuedConnection);
+    });
     connect(&monitor_, &StatusHostMonitor::changed, this, &DesktopStatusItem::followHost);
-    object_.setActivationTokenTaker(keepActivationToken);
-    object_.setMenuOpener([this](const QString& host, QPoint place) { return openMenu(host, place); });
+    connect(&object_, &SniObject::activationTokenProvided, this, keepActivationToken);
     updateHostless();
     if (!connection_.isConnected()) {
         return;
@@ -59,12 +65,12 @@ QString DesktopStatusItem::buttonDescription() const {
     if (!connection_.isConnected()) {
         return QStringLiteral("none (no session bus)");
     }
-    return QStringLiteral("StatusNotifierItem of %1 at %2").arg(registration_.serviceName(), itemPath());
+    return QStringLiteral("StatusNotifierItem of %1 at %2").arg(connection_.baseService(), itemPath());
 }
 
 QString DesktopStatusItem::windowDescription() const {
-    return registration_.watcherOwner().isEmpty() ? QStringLiteral("none (no status host yet)")
-                                                  : QStringLiteral("status host ") + registration_.watcherOwner();
+    return monitor_.watcherOwner().isEmpty() ? QStringLiteral("none (no status host yet)")
+                                             : QStringLiteral("status host ") + monitor_.watcherOwner();
 }
 
 void DesktopStatusItem::setVisible(bool visible) {
@@ -110,24 +116,56 @@ void DesktopStatusItem::show() {
 void DesktopStatusItem::followHost() {
     show();
     const QString owner = monitor_.watcherOwner();
-    const StatusHostTraits traits = monitor_.traitsOfConnection(owner);
-    object_.setIconByName(traits.prefersIconName);
+    object_.setIconByName(monitor_.traitsOfConnection(owner).prefersIconName);
     // The hosts that set a label are those that are known to read the menu at once.
-    registration_.setWatcher({owner, monitor_.presentation() == Presentation::label, traits.prefersConnectionName});
+    registration_.setWatcher(owner, monitor_.presentation() == Presentation::label);
     updateHostless();
 }
 
 void DesktopStatusItem::updateHostless() {
-    if (monitor_.hasHost() || !visible_) {
-        hostlessTimer_.stop();
-        if (hostless_) {
-            // On Wayland the menu goes with the strip that it belongs to, and would count as open for ever.
-            menu_.close();
-            hostless_.reset();
-        }
-    } else if (!hostless_ && !hostlessTimer_.isActive()) {
-        hostlessTimer_.start();
+    const bool isHostless = !monitor_.hasHost() && visible_;
+    if (isHostless == isHostless_) {
+        return;
     }
+    isHostless_ = isHostless;
+    if (isHostless) {
+        if (hostlessFrom_.isForever()) {
+            hostlessFrom_.setRemainingTime(hostlessDelay_);
+        }
+        hostlessTimer_.start(std::chrono::ceil<std::chrono::milliseconds>(hostlessFrom_.remainingTimeAsDuration()));
+        return;
+    }
+    hostlessTimer_.start(hostlessDelay_);
+    if (hostless_) {
+        // On Wayland the menu goes with the strip that it belongs to, and would count as open for ever.
+        menu_.close();
+        hostless_.reset();
+    }
+}
+
+void DesktopStatusItem::showWithoutHost() {
+    if (!isHostless_) {
+        hostlessFrom_ = QDeadlineTimer(QDeadlineTimer::Forever);
+        return;
+    }
+    // GNOME takes its host away while the screen is locked.
+    auto question = QDBusMessage::createMethodCall(
+        QStringLiteral("org.gnome.ScreenSaver"), QStringLiteral("/org/gnome/ScreenSaver"),
+        QStringLiteral("org.gnome.ScreenSaver"), QStringLiteral("GetActive"));
+    question.setAutoStartService(false);
+    callAsync(connection_, question, this, [this](const QDBusMessage& reply) {
+        const bool wasLocked = std::exchange(screenIsLocked_, QDBusReply<bool>(reply).value());
+        if (hostless_ || !isHostless_) {
+            return;
+        }
+        // Its host needs a moment to come back.
+        if (screenIsLocked_ || wasLocked) {
+            hostlessTimer_.start(hostlessDelay_);
+        } else {
+            hostless_ = std::make_unique<HostlessItem>(hostlessOptions_, display_,
+                                                       [this](QRect anchor) { menu_.popUp(anchor); });
+        }
+    });
 }
 
 void DesktopStatusItem::updateStatus() {

@@ -10,6 +10,7 @@
 #include "platform/linux/statusitem/hostless/QtMenu.h"
 
 #include <QDBusConnection>
+#include <QDeadlineTimer>
 #include <QObject>
 #include <QTimer>
 
@@ -26,6 +27,8 @@ struct StatusItemOptions {
     /// How long to wait for a host before showing the item without one: a panel that starts or restarts needs a moment,
     /// and an item that jumps into it from elsewhere would be a nuisance.
     std::chrono::milliseconds hostlessDelay{3000};
+    /// How long after its start the item shows no strip: a desktop that is starting has its panel last.
+    std::chrono::milliseconds stripDelay{10000};
     HostlessItem::Options hostless;
     Schedule schedule = commonTimer;
 };
@@ -59,6 +62,7 @@ class DesktopStatusItem final : public QObject, public StatusItem {
     void show();
     void followHost();
     void updateHostless();
+    void showWithoutHost();
     void updateStatus();
     void updateMenuOpen();
     bool openMenu(const QString& host, QPoint place);
@@ -75,7 +79,14 @@ class DesktopStatusItem final : public QObject, public StatusItem {
     /// Of the title that is drawn into a wide icon.
     TitleWidth titleWidth_;
     std::unique_ptr<HostlessItem> hostless_;
+    bool isHostless_ = false;
+    const std::chrono::milliseconds hostlessDelay_;
+    /// When the wait for a host ends. It goes on while a host comes and goes again, and begins anew once one has
+    /// stayed.
+    QDeadlineTimer hostlessFrom_{QDeadlineTimer::Forever};
     QTimer hostlessTimer_;
+    HostlessItem::Options hostlessOptions_;
+    bool screenIsLocked_ = false;
 };
 
 } // namespace skylet

@@ -9,15 +9,19 @@
 #include <QVariantList>
 
 #include <functional>
+#include <limits>
 #include <utility>
 
 namespace skylet {
 
+/// A time-out for `callAsync`: no reply is too late.
+inline constexpr int noTimeout = std::numeric_limits<int>::max();
+
 /// Sends `call` and hands the reply, which may be an error, to `take` from the event loop; never once `context` is
-/// gone.
+/// gone. `timeout` in milliseconds; -1: what D-Bus usually takes.
 inline void callAsync(const QDBusConnection& connection, const QDBusMessage& call, QObject* context,
-                      std::function<void(const QDBusMessage& reply)> take) {
-    auto* watcher = new QDBusPendingCallWatcher(connection.asyncCall(call), context);
+                      std::function<void(const QDBusMessage& reply)> take, int timeout = -1) {
+    auto* watcher = new QDBusPendingCallWatcher(connection.asyncCall(call, timeout), context);
     QObject::connect(watcher, &QDBusPendingCallWatcher::finished, context, [watcher, take = std::move(take)] {
         watcher->deleteLater();
         take(watcher->reply());

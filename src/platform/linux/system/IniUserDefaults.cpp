@@ -1,10 +1,12 @@
 #include "platform/linux/system/IniUserDefaults.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSettings>
+#include <QSaveFile>
 #include <QStandardPaths>
 #include <QStringDecoder>
+#include <QStringList>
 
 #include <algorithm>
 #include <cstdio>
@@ -33,28 +35,83 @@ bool isControlCharacter(QChar character) {
     return character.unicode() < 0x20 && character != u'\t' && character != u'\r' && character != u'\n';
 }
 
-/// QSettings picks what it can out of any bytes and reports hardly anything as an error, so the text is judged here.
-bool isIniText(const QByteArray& bytes) {
-    QStringDecoder decode(QStringDecoder::Utf8);
-    const QString text = decode(bytes);
-    if (decode.hasError() || std::any_of(text.begin(), text.end(), isControlCharacter)) {
-        return false;
-    }
-    const QStringList lines = text.split(u'\n');
-    return std::all_of(lines.begin(), lines.end(), isIniLine);
-}
-
-/// Whether QSettings may be let near the path. It would wait for ever for a pipe, and read a file of any size.
-bool isSound(const QString& path) {
+/// The lines of the file, none where there is no file; absent where something else stands there: a folder, a pipe, a
+/// file of any size, bytes that are no INI text.
+std::optional<QStringList> readLines(const QString& path) {
     const QFileInfo info(path);
     if (!info.exists()) {
-        return true;
-    }
-    if (!info.isFile() || info.size() > largestSensibleSize) {
-        return false;
+        return QStringList();
     }
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) && isIniText(file.read(largestSensibleSize));
+    if (!info.isFile() || info.size() > largestSensibleSize || !file.open(QIODevice::ReadOnly)) {
+        return std::nullopt;
+    }
+    QStringDecoder decode(QStringDecoder::Utf8);
+    const QString text = decode(file.read(largestSensibleSize));
+    QStringList lines = text.split(u'\n');
+    if (decode.hasError() || std::any_of(text.begin(), text.end(), isControlCharacter) ||
+        !std::all_of(lines.begin(), lines.end(), isIniLine)) {
+        return std::nullopt;
+    }
+    if (lines.constLast().isEmpty()) {
+        lines.removeLast();
+    }
+    return lines;
+}
+
+/// Where a key of the section [General] stands, to which the lines before the first section belong too.
+struct Place {
+    /// The line with the key; -1: there is none.
+    qsizetype line = -1;
+    /// The line behind the section's last; -1: the section is empty.
+    qsizetype endOfSection = -1;
+};
+
+Place findKey(const QStringList& lines, const QString& key) {
+    Place place;
+    bool inSection = true;
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        const QString line = lines[i].trimmed();
+        if (line.startsWith(u'[')) {
+            inSection = line.compare(QStringLiteral("[General]"), Qt::CaseInsensitive) == 0;
+        }
+        if (!inSection || line.isEmpty()) {
+            continue;
+        }
+        place.endOfSection = i + 1;
+        if (line.section(u'=', 0, 0).trimmed() == key) {
+            place.line = i;
+        }
+    }
+    return place;
+}
+
+/// Replaces the file in one step, so that a full disk leaves the old one; where its folder may not be written to, in
+/// place.
+void replaceContent(const QString& path, const QByteArray& text) {
+    // What a link leads to is replaced, not the link, over however many links it goes.
+    const QString target = QFileInfo(path).canonicalFilePath();
+    QSaveFile replacement(target.isEmpty() ? path : target);
+    if (replacement.open(QIODevice::WriteOnly)) {
+        // Flushed first, because `commit` overlooks a disk that turns out to be full while it closes the file.
+        if (replacement.write(text) == text.size() && replacement.flush()) {
+            replacement.commit();
+        }
+        return;
+    }
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered)) {
+        return;
+    }
+    const QByteArray before = file.readAll();
+    file.seek(0);
+    if (file.write(text) == text.size()) {
+        file.resize(text.size());
+    } else {
+        file.seek(0);
+        file.write(before);
+        file.resize(before.size());
+    }
 }
 
 } // namespace
@@ -67,8 +124,9 @@ QString IniUserDefaults::defaultPath() {
 }
 
 std::optional<bool> IniUserDefaults::boolForKey(const QString& key) const {
-    const QVariant value = isSound(path_) ? QSettings(path_, QSettings::IniFormat).value(key) : QVariant();
-    const QString text = value.typeId() == QMetaType::QString ? value.toString() : QString();
+    const QStringList lines = readLines(path_).value_or(QStringList());
+    const QString line = lines.value(findKey(lines, key).line);
+    const QString text = line.section(u'=', 1).section(u';', 0, 0).trimmed();
     if (text == textOf(true)) {
         return true;
     }
@@ -76,22 +134,26 @@ std::optional<bool> IniUserDefaults::boolForKey(const QString& key) const {
 }
 
 void IniUserDefaults::setBool(bool value, const QString& key) {
-    if (!isSound(path_)) {
+    std::optional<QStringList> lines = readLines(path_);
+    if (!lines) {
         // Not QFile::rename, which leaves an older copy in place and moves no folder.
         const QByteArray from = QFile::encodeName(path_);
         if (std::rename(from.constData(), (from + ".corrupt").constData()) != 0) {
             return;
         }
+        lines.emplace();
     }
-    QSettings settings(path_, QSettings::IniFormat);
-    // A file that may be written in a folder that may not is written in place.
-    settings.setAtomicSyncRequired(false);
-    // Otherwise QSettings would remember for the rest of the process what it could not store.
-    if (!settings.isWritable()) {
-        return;
+    const QString entry = key + u'=' + textOf(value);
+    const Place place = findKey(*lines, key);
+    if (place.line >= 0) {
+        lines->replace(place.line, entry);
+    } else if (place.endOfSection >= 0) {
+        lines->insert(place.endOfSection, entry);
+    } else {
+        *lines = QStringList{QStringLiteral("[General]"), entry} + *lines;
     }
-    settings.setValue(key, textOf(value));
-    // Written as `settings` goes out of scope.
+    QDir().mkpath(QFileInfo(path_).path());
+    replaceContent(path_, (lines->join(u'\n') + u'\n').toUtf8());
 }
 
 } // namespace skylet

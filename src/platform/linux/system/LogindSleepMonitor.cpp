@@ -10,49 +10,90 @@ namespace skylet {
 
 namespace {
 
+constexpr QLatin1StringView busService("org.freedesktop.DBus");
 constexpr QLatin1StringView logindService("org.freedesktop.login1");
 constexpr QLatin1StringView logindPath("/org/freedesktop/login1");
 constexpr QLatin1StringView managerInterface("org.freedesktop.login1.Manager");
 constexpr QLatin1StringView sleepSignal("PrepareForSleep");
 
+QDBusMessage matchRequest(const QString& rule) {
+    return busCall(QStringLiteral("AddMatch"), {QStringLiteral("type='signal',") + rule});
+}
+
 } // namespace
 
-LogindSleepMonitor::LogindSleepMonitor(QDBusConnection bus, NetworkEpoch& epoch,
-                                       std::chrono::milliseconds toleratedAbsence)
-    : bus_(std::move(bus)), busLoss_(bus_, [this] { followOwner(QString()); }), epoch_(epoch) {
-    watcher_.setConnection(bus_);
-    watcher_.setWatchMode(QDBusServiceWatcher::WatchForOwnerChange);
-    connect(&watcher_, &QDBusServiceWatcher::serviceOwnerChanged, this,
-            [this](const QString&, const QString&, const QString& newOwner) { followOwner(newOwner); });
+LogindSleepMonitor::LogindSleepMonitor(QString busAddress, NetworkEpoch& epoch,
+                                       std::chrono::milliseconds toleratedAbsence,
+                                       std::chrono::milliseconds retryInterval)
+    : busAddress_(std::move(busAddress)), bus_((QString())), epoch_(epoch) {
+    retry_.setSingleShot(true);
+    retry_.setInterval(retryInterval);
+    connect(&retry_, &QTimer::timeout, this, &LogindSleepMonitor::connectToBus);
     absence_.setSingleShot(true);
     absence_.setInterval(toleratedAbsence);
     connect(&absence_, &QTimer::timeout, this, &LogindSleepMonitor::wakeUp);
+}
+
+QString LogindSleepMonitor::systemBusAddress() {
+    return qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS", QStringLiteral("unix:path=/var/run/dbus/system_bus_socket"));
 }
 
 void LogindSleepMonitor::start(std::function<void()> willSleep, std::function<void()> didWake) {
     stop();
     willSleep_ = std::move(willSleep);
     didWake_ = std::move(didWake);
-    watcher_.addWatchedService(logindService);
-    findOwner();
+    connectToBus();
 }
 
 void LogindSleepMonitor::stop() {
-    watcher_.removeWatchedService(logindService);
     asleep_ = false;
     followOwner(QString());
     absence_.stop();
+    retry_.stop();
     questions_.reset();
     inhibitor_ = QDBusUnixFileDescriptor();
+    disconnectFromBus();
 }
 
-// Asks who is there without starting it: logind runs where the system uses it.
-void LogindSleepMonitor::findOwner() {
+// To Qt the bus is a peer. To a bus it would say "Hello" itself and wait for the answer, and with it all of the
+// process that talks to another bus. What is sent here waits in order until the bus takes it.
+void LogindSleepMonitor::connectToBus() {
+    disconnectFromBus();
+    bus_ = QDBusConnection::connectToPeer(busAddress_, QStringLiteral("skylet-logind-%1").arg(quintptr(this)));
+    if (!bus_.isConnected()) {
+        retry_.start();
+        return;
+    }
+    busLoss_.emplace(bus_, [this] {
+        followOwner(QString());
+        retry_.start();
+    });
+    bus_.connect(busService, QString(), busService, QStringLiteral("NameOwnerChanged"), this,
+                 SLOT(ownerChanged(QString, QString, QString)));
+    bus_.send(busCall(QStringLiteral("Hello")));
+    bus_.send(matchRequest(
+        QStringLiteral("sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='%1'").arg(logindService)));
+    bus_.send(matchRequest(QStringLiteral("sender='%1',member='%2'").arg(logindService, sleepSignal)));
+    // Asks who is there without starting it: logind runs where the system uses it.
     callAsync(bus_, busCall(QStringLiteral("GetNameOwner"), {QString(logindService)}), this,
-              questions_.guard([this](const QDBusMessage& reply) { followOwner(QDBusReply<QString>(reply).value()); }));
+              questions_.guard([this](const QDBusMessage& reply) { followOwner(QDBusReply<QString>(reply).value()); }),
+              noTimeout);
 }
 
-// The signal is taken from the owner's unique name: to match the well-known one Qt would ask the bus and wait.
+void LogindSleepMonitor::disconnectFromBus() {
+    const QString name = bus_.name();
+    busLoss_.reset();
+    bus_ = QDBusConnection(QString());
+    QDBusConnection::disconnectFromPeer(name);
+}
+
+void LogindSleepMonitor::ownerChanged(const QString& name, const QString& /*oldOwner*/, const QString& newOwner) {
+    if (name == logindService) {
+        followOwner(newOwner);
+    }
+}
+
+// Only the owner is believed, by its unique name, which is what a message's sender is called.
 void LogindSleepMonitor::followOwner(const QString& owner) {
     if (owner == owner_) {
         return;

@@ -15,6 +15,9 @@
 namespace skylet {
 
 /// One large transfer: the request on libcurl's side, and what is still to be reported about it.
+///
+/// Bytes of the answer's body have arrived when the kernel has them, and are read when they come out of libcurl. Bytes
+/// of the request's body are given to libcurl, and acknowledged by the other end.
 class BulkTransfer final : public CurlTransfer, public BulkTransferTask {
   public:
     using End = BulkTransferResult::End;
@@ -23,7 +26,7 @@ class BulkTransfer final : public CurlTransfer, public BulkTransferTask {
 
     struct Request {
         QUrl url;
-        /// How long nothing may move.
+        /// How long there may be no progress.
         Seconds inactivityLimit;
         Seconds wholeLimit;
         /// Zero bytes to send in a POST; absent: a GET.
@@ -31,9 +34,9 @@ class BulkTransfer final : public CurlTransfer, public BulkTransferTask {
         QByteArray contentType;
     };
 
-    /// `onNews` is called, also from inside libcurl, when something should be reported soon.
+    /// `onReportDue` is called, also from inside libcurl, when something should be reported soon.
     BulkTransfer(CurlMulti& multi, TaskIdentifier identifier, Request request, SentByMachine sentByMachine,
-                 std::function<void()> onNews);
+                 std::function<void()> onReportDue);
 
     TaskIdentifier taskIdentifier() const override { return identifier_; }
     void cancel() override;
@@ -43,18 +46,12 @@ class BulkTransfer final : public CurlTransfer, public BulkTransferTask {
     void detach();
     bool isDetached() const { return isDetached_; }
 
-    /// The answer is not wanted.
-    void refuse();
     /// Asks how far the bodies have got, and ends the transfer where a limit is over.
     void checkLimits();
+    /// Reports what is new, but for the end. The delegate may detach the transfer meanwhile.
+    void report(BulkTransferDelegate& delegate);
 
-    // What is to be reported, once each:
-
-    bool takeHead();
-    std::int64_t takeReceived();
-    std::int64_t takeSent();
-
-    std::int64_t moved() const override;
+    std::int64_t progress() const override;
 
   private:
     void ended(CURLcode result) override;
@@ -64,17 +61,14 @@ class BulkTransfer final : public CurlTransfer, public BulkTransferTask {
     void connectionCloses() override { measure(); }
 
     void configureBody();
-    void addHeader(const QByteArray& line);
     /// Ends it before its time; its connection is not used again.
     void endNow(End end);
     void log(const QString& outcome) const;
     void measure();
-    /// So much of the body has been taken by the other end of the connection.
-    void countSent(std::int64_t taken);
-    /// Of the answer's body, by its head; negative: not said.
+    /// `count` bytes of the request's body have been acknowledged, if nobody on this machine did so for the other end.
+    void countAcknowledged(std::int64_t count);
+    /// The length of the answer's body by its head; negative: not said.
     std::int64_t announcedLength() const;
-    /// Bytes of the answer's body that the kernel has, those that cannot be read yet included.
-    std::int64_t arrivedBody() const;
 
     static std::size_t bodyWanted(char* buffer, std::size_t size, std::size_t count, void* self);
     static int bodyRewound(void* self, curl_off_t offset, int origin);
@@ -82,32 +76,33 @@ class BulkTransfer final : public CurlTransfer, public BulkTransferTask {
     const TaskIdentifier identifier_;
     const Request request_;
     const SentByMachine sentByMachine_;
-    const std::function<void()> onNews_;
+    const std::function<void()> onReportDue_;
     CurlList headers_;
     bool isDetached_ = false;
-    /// Bytes moved either way, and when they last grew.
-    std::int64_t lastMoved_ = 0;
-    SteadyClock::time_point lastMove_ = SteadyClock::now();
+    std::int64_t lastProgress_ = 0;
+    SteadyClock::time_point lastProgressTime_ = SteadyClock::now();
     bool isHeadReported_ = false;
-    /// Of the answer's body: come out of libcurl, and arrived.
-    std::int64_t received_ = 0;
+
+    // Bytes of the answer's body.
+    std::int64_t read_ = 0;
     std::int64_t arrived_ = 0;
     std::int64_t arrivedReported_ = 0;
     DownloadMeter downloadMeter_;
     /// Readings of the meter that are left until the next report.
     int readingsLeft_ = 0;
-    /// Of the request's body: given to libcurl, and taken by the network.
-    std::int64_t handedOver_ = 0;
-    std::int64_t sent_ = 0;
-    std::int64_t sentReported_ = 0;
+
+    // Bytes of the request's body.
+    std::int64_t given_ = 0;
+    std::int64_t acknowledged_ = 0;
+    std::int64_t acknowledgedReported_ = 0;
     bool isBodyBegun_ = false;
-    /// The answer's head came before the body had been given away.
+    /// The answer's head came before the whole body had been given.
     bool isAnsweredEarly_ = false;
     UploadMeter uploadMeter_;
     /// Bytes that had left the machine when the body began; absent when unknown.
     std::optional<std::int64_t> sentBefore_;
-    /// The other end may be on this machine.
-    bool isNear_ = true;
+    /// Whoever acknowledges may be on this machine.
+    bool ackerMayBeLocal_ = true;
     std::optional<End> end_;
 };
 

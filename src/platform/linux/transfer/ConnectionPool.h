@@ -1,11 +1,7 @@
 #pragma once
 
-#include "platform/Lifetime.h"
+#include "platform/linux/transfer/HeadRequest.h"
 #include "platform/linux/transfer/curl/CurlMulti.h"
-#include "platform/linux/transfer/curl/CurlTransfer.h"
-#include "platform/transfer/TransferSession.h"
-
-#include <QUrl>
 
 #include <chrono>
 #include <functional>
@@ -20,22 +16,13 @@ namespace skylet {
 /// to act on that.
 class ConnectionPool {
   public:
-    struct Request {
-        QUrl url;
-        TransferSession::Accepts accepts;
-        /// For the exchange as a whole, name look-ups included.
-        std::chrono::milliseconds limit;
-        /// To replace a connection that is in use meanwhile: names are looked up anew, and at the limit it is over.
-        bool isRenewal = false;
-    };
-
     /// `names` and `share` (TLS sessions to resume) outlive the pool. HTTP/2 is spoken where the server speaks it,
     /// unless `isHttp1Only`. `onSettled` is called from the event loop after a request has ended or the pool has become
     /// unusable, possibly after the pool has gone; it may destroy the pool.
     ConnectionPool(NameResolver& names, CURLSH* share, bool isHttp1Only, std::function<void()> onSettled);
     ~ConnectionPool();
 
-    std::shared_ptr<Cancellation> head(Request request, TransferSession::Completion completion);
+    std::shared_ptr<Cancellation> head(HeadRequest::Settings settings, TransferSession::Completion completion);
 
     /// False once a request has failed here, or brought an answer that its asker does not accept: a connection is used
     /// again only while all went well on it.
@@ -58,24 +45,27 @@ class ConnectionPool {
     /// Ends every request for its caller.
     void cancelAll();
     /// Nothing runs any more.
-    bool isIdle() const { return exchanges_.empty(); }
+    bool isIdle() const { return requests_.empty(); }
+
+    // For HeadRequest:
+
+    void connectionOpens();
+    void ended(HeadRequest& request, CURLcode result);
+    void limitReached(HeadRequest& request);
 
   private:
-    class Exchange;
-
     /// Longer than proxies take to find out that a target does not answer (TCP gives up after some 20 s).
     static constexpr std::chrono::seconds proxyLimit{25};
 
     Q_DISABLE_COPY_MOVE(ConnectionPool)
 
-    void done(Exchange& exchange, CURLcode result);
-    void limitReached(Exchange& exchange);
-    void drop(Exchange& exchange);
-    void failed(Exchange& exchange);
+    void remove(const HeadRequest& request);
+    void failed(HeadRequest& request);
     /// Whether a new connection is on its way to its first answer. On a link with a round trip of a second or more none
     /// can answer within the limit; dropped each time, it never would.
     bool isConnecting() const;
-    void settle();
+    /// Not guarded by a Lifetime: the pool may go in the call.
+    void settle() { QTimer::singleShot(0, onSettled_); }
 
     CURLSH* share_;
     bool isHttp1Only_;
@@ -86,8 +76,7 @@ class ConnectionPool {
     bool hasAnswered_ = false;
     CurlTransfer::SteadyClock::time_point newestConnection_ = CurlTransfer::SteadyClock::now();
     CurlMulti multi_;
-    std::list<std::shared_ptr<Exchange>> exchanges_;
-    Lifetime lifetime_;
+    std::list<std::shared_ptr<HeadRequest>> requests_;
 };
 
 } // namespace skylet

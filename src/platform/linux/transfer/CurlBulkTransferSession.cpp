@@ -69,25 +69,10 @@ void CurlBulkTransferSession::reportAll() {
     // Any call may end transfers, or the session itself, which detaches them all.
     auto& delegate = delegate_;
     for (const auto& transfer : Transfers(transfers_)) {
-        reportProgress(transfer, delegate);
+        transfer->report(delegate);
         if (transfer->isOver() && !transfer->isDetached()) {
             reportEnd(transfer);
         }
-    }
-}
-
-void CurlBulkTransferSession::reportProgress(const std::shared_ptr<BulkTransfer>& transfer,
-                                             BulkTransferDelegate& delegate) {
-    const auto identifier = transfer->taskIdentifier();
-    if (transfer->takeHead() &&
-        delegate.responseReceived(identifier, transfer->status()) == ResponseDisposition::cancel) {
-        transfer->refuse();
-    }
-    if (const auto count = transfer->takeReceived(); count > 0) {
-        delegate.dataReceived(identifier, count);
-    }
-    if (const auto count = transfer->takeSent(); count > 0) {
-        delegate.bodySent(identifier, count);
     }
 }
 

@@ -76,7 +76,7 @@ bool CurlTransferSession::isFitForUse(const ConnectionPool& pool) const {
 
 CurlTransferSession::Pool CurlTransferSession::makePool(const Host& host) {
     return std::make_unique<ConnectionPool>(*names_, share_.get(), host.isHttp1Only,
-                                            lifetime_.guard([this] { sweep(); }));
+                                            lifetime_.guard([this] { finishIdlePools(); }));
 }
 
 void CurlTransferSession::renewIfDue(const QString& key, const QUrl& url, const Accepts& accepts) {
@@ -99,7 +99,7 @@ void CurlTransferSession::renewIfDue(const QString& key, const QUrl& url, const 
     }
     qCInfo(transferLog, "%s: making a fresh connection beside the kept one", qPrintable(key));
     lastRenewal_ = now;
-    host.isEarly = isSuspect;
+    host.wasRenewedAfterOtherHostFailed = isSuspect;
     host.replacement = makePool(host);
     host.replacement->head({url, accepts, std::max<std::chrono::milliseconds>(renewalLimit, limit_), true},
                            // What it means is seen by what the pool is like after it.
@@ -122,7 +122,7 @@ void CurlTransferSession::finishRenewal(const QString& key, Host& host) {
         host.current->markUnusable();
         // If no new connection can be made here, then perhaps nowhere. This goes round once: a server that takes one
         // connection at a time refuses each fresh one beside the kept one.
-        if (!host.isEarly) {
+        if (!host.wasRenewedAfterOtherHostFailed) {
             lastFailure_ = SteadyClock::now();
         }
     }
@@ -142,10 +142,10 @@ void CurlTransferSession::retire(Pool pool) {
     }
     pool->retire();
     retired_.push_back(std::move(pool));
-    QTimer::singleShot(0, lifetime_.guard([this] { sweep(); }));
+    QTimer::singleShot(0, lifetime_.guard([this] { finishIdlePools(); }));
 }
 
-void CurlTransferSession::sweep() {
+void CurlTransferSession::finishIdlePools() {
     for (auto& [key, host] : hosts_) {
         if (host.replacement && host.replacement->isIdle()) {
             finishRenewal(key, host);
@@ -155,7 +155,13 @@ void CurlTransferSession::sweep() {
             host.current.reset();
         }
     }
-    std::erase_if(retired_, [](const Pool& pool) { return pool->isIdle(); });
+    const bool isAnyNew = std::any_of(hosts_.begin(), hosts_.end(), [](const auto& entry) {
+        return entry.second.current && !entry.second.current->hasAnswered();
+    });
+    // A new connection resumes the TLS session of an older one only while that is open (libcurl before 8.4, HTTP/2).
+    std::erase_if(retired_, [isAnyNew](const Pool& pool) {
+        return pool->isIdle() && !(isAnyNew && pool->isUsable() && pool->hasAnswered());
+    });
 }
 
 } // namespace skylet

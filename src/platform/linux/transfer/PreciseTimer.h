@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/linux/DeleteLater.h"
+
 #include <QTimer>
 
 #include <memory>
@@ -7,13 +9,10 @@
 namespace skylet {
 
 /// May be let go from inside its own signal.
-using PreciseTimer = std::unique_ptr<QTimer, void (*)(QTimer*)>;
+using PreciseTimer = std::unique_ptr<QTimer, DeleteLater>;
 
 inline PreciseTimer makePreciseTimer(bool isSingleShot) {
-    PreciseTimer timer(new QTimer, [](QTimer* old) {
-        old->stop();
-        old->deleteLater();
-    });
+    PreciseTimer timer(new QTimer);
     timer->setSingleShot(isSingleShot);
     timer->setTimerType(Qt::PreciseTimer);
     return timer;

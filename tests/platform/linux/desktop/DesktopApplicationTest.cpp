@@ -63,7 +63,7 @@ TEST(DesktopApplication, TerminatesFromTheEventLoop) {
 
 TEST(DesktopApplication, HasAHarmlessItemWhereThereIsNoSessionBus) {
     DesktopApplication application;
-    EXPECT_FALSE(application.sessionBusAvailable());
+    EXPECT_FALSE(application.statusItemBus().isConnected());
     const std::unique_ptr<StatusItem> item = application.makeStatusItem();
     ASSERT_NE(item, nullptr);
     EXPECT_EQ(item->buttonDescription(), QStringLiteral("none (no session bus)"));
@@ -84,7 +84,7 @@ TEST(DesktopApplication, AsksForNoAttentionWithoutAnItem) {
     application.makeStatusItem().reset();
     application.requestAttention();
     QCoreApplication::processEvents();
-    EXPECT_FALSE(application.sessionBusAvailable());
+    EXPECT_FALSE(application.statusItemBus().isConnected());
 }
 
 } // namespace

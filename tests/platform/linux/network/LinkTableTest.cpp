@@ -43,7 +43,7 @@ LinkTable portAndRider() {
 
 } // namespace
 
-TEST(LinkTable, KindsThatBundleOrWrapAreStacked) {
+TEST(LinkTable, AggregatesAndTunnelsAreStacked) {
     for (const char* kind : {"bond", "bridge", "team", "vxlan", "geneve", "gre", "sit", "wireguard", "xfrm"}) {
         EXPECT_TRUE(isStackedKind(kind)) << kind;
     }

@@ -6,6 +6,7 @@
 #include "support/QStringPrinting.h"
 
 #include <QApplication>
+#include <QDBusVirtualObject>
 #include <QMenu>
 #include <QMouseEvent>
 
@@ -13,14 +14,37 @@
 
 #include <chrono>
 #include <memory>
+#include <utility>
 
 namespace skylet {
 namespace {
 
 using test::PrivateBus;
+using test::runFor;
 using test::waitUntil;
 
 using namespace std::chrono_literals;
+
+/// GNOME's screen lock, as far as it can be asked.
+class FakeScreenLock final : public QDBusVirtualObject {
+  public:
+    explicit FakeScreenLock(QDBusConnection bus) : bus_(std::move(bus)) {
+        EXPECT_TRUE(bus_.registerVirtualObject(QStringLiteral("/org/gnome/ScreenSaver"), this));
+        EXPECT_TRUE(bus_.registerService(QStringLiteral("org.gnome.ScreenSaver")));
+    }
+
+    bool isLocked = true;
+    int asked = 0;
+
+    QString introspect(const QString& /*path*/) const override { return {}; }
+    bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override {
+        ++asked;
+        return connection.send(message.createReply(isLocked));
+    }
+
+  private:
+    QDBusConnection bus_;
+};
 
 class StatusItemMovesTest : public testing::Test {
   protected:
@@ -31,7 +55,8 @@ class StatusItemMovesTest : public testing::Test {
         options.environment.processName = [](uint /*processId*/) { return QStringLiteral("panel-2-systray"); };
         options.environment.currentDesktop = QString();
         options.hostlessDelay = delay;
-        options.hostless = {QByteArray(), 100ms};
+        options.stripDelay = stripDelay_;
+        options.hostless = {QByteArray(), 100ms, {}};
         item_ = std::make_unique<DesktopStatusItem>(itemConnection_, options);
         item_->setMenu({std::make_shared<MenuItem>(QStringLiteral("line"), nullptr, QString())});
         item_->setDisplay(sample::fast());
@@ -41,6 +66,7 @@ class StatusItemMovesTest : public testing::Test {
 
     bool isShownWithoutHost() const { return item_->hostless() != nullptr; }
 
+    std::chrono::milliseconds stripDelay_{0};
     PrivateBus bus_;
     QDBusConnection itemConnection_ = bus_.connect();
     FakeStatusHost host_{bus_.connect()};
@@ -83,6 +109,47 @@ TEST_F(StatusItemMovesTest, StaysOutOfSightWhileAHostRestarts) {
     host_.appear();
     ASSERT_TRUE(waitUntil([this] { return host_.registrations().size() == 2; }));
     EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, 2 * delay));
+}
+
+TEST_F(StatusItemMovesTest, ShowsItselfWhereHostsComeAndGoWithoutEnd) {
+    makeItem();
+    bool wasShown = false;
+    for (int round = 0; round < 40 && !wasShown; ++round) {
+        host_.appear();
+        runFor(delay / 2);
+        host_.disappear();
+        wasShown = waitUntil([this] { return isShownWithoutHost(); }, delay / 2);
+    }
+    EXPECT_TRUE(wasShown);
+}
+
+TEST_F(StatusItemMovesTest, ShowsNoStripWhileTheScreenIsLocked) {
+    FakeScreenLock lock(bus_.connect());
+    makeItem();
+    ASSERT_TRUE(waitUntil([&] { return lock.asked >= 3; }));
+    EXPECT_FALSE(isShownWithoutHost());
+    lock.isLocked = false;
+    ASSERT_TRUE(waitUntil([&] { return lock.asked >= 5; }));
+    EXPECT_TRUE(waitUntil([this] { return isShownWithoutHost(); }));
+}
+
+TEST_F(StatusItemMovesTest, GivesAHostTimeToComeBackToTheUnlockedScreen) {
+    FakeScreenLock lock(bus_.connect());
+    makeItem();
+    ASSERT_TRUE(waitUntil([&] { return lock.asked == 1; }));
+    lock.isLocked = false;
+    ASSERT_TRUE(waitUntil([&] { return lock.asked == 2; }));
+    host_.appear();
+    EXPECT_FALSE(waitUntil([this] { return isShownWithoutHost(); }, 2 * delay));
+}
+
+TEST_F(StatusItemMovesTest, ShowsNoStripInItsFirstSeconds) {
+    stripDelay_ = 4 * delay;
+    const auto began = std::chrono::steady_clock::now();
+    makeItem();
+    ASSERT_TRUE(waitUntil([this] { return isShownWithoutHost() && item_->hostless()->strip() != nullptr; }));
+    // Timers may be early by a twentieth.
+    EXPECT_GE(std::chrono::steady_clock::now() - began, stripDelay_ * 9 / 10);
 }
 
 TEST_F(StatusItemMovesTest, ShowsItselfBesideAWatcherThatHasNoHost) {

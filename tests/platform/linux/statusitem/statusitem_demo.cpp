@@ -115,7 +115,7 @@ int main(int argc, char** argv) {
     QApplication qt(argc, argv);
     DesktopApplication application;
     application.becomeAccessory();
-    if (!application.sessionBusAvailable()) {
+    if (!application.statusItemBus().isConnected()) {
         std::cerr << "statusitem_demo: there is no session bus\n";
         return 1;
     }

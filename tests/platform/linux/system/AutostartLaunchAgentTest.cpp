@@ -1,5 +1,6 @@
 #include "platform/linux/system/AutostartLaunchAgent.h"
 
+#include "support/FullDisk.h"
 #include "support/QStringPrinting.h"
 #include "support/UnprivilegedUser.h"
 
@@ -13,7 +14,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -84,28 +84,6 @@ class FolderEvents {
 
   private:
     const int descriptor_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-};
-
-/// Lets no file of this process become larger than `bytes`, like a disk that is full.
-class FullDisk {
-  public:
-    explicit FullDisk(rlim_t bytes) : signal_(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit{.rlim_cur = bytes, .rlim_max = before_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FullDisk() {
-        setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, signal_);
-    }
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-    FullDisk(FullDisk&&) = delete;
-    FullDisk& operator=(FullDisk&&) = delete;
-
-  private:
-    rlimit before_{};
-    void (*signal_)(int);
 };
 
 /// A folder name that is hard to write down in a desktop entry.

@@ -1,5 +1,6 @@
 #include "platform/linux/system/IniUserDefaults.h"
 
+#include "support/FullDisk.h"
 #include "support/UnprivilegedUser.h"
 
 #include <QDir>
@@ -28,6 +29,11 @@ class IniUserDefaultsTest : public testing::Test {
     QByteArray content(const QString& suffix = QString()) const {
         QFile file(path_ + suffix);
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArrayLiteral("(not readable)");
+    }
+
+    /// All that is in its folder.
+    QStringList files() const {
+        return QDir(folder_.path()).entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot);
     }
 
     bool exists(const QString& suffix) const { return QFile::exists(path_ + suffix); }
@@ -84,7 +90,7 @@ TEST_F(IniUserDefaultsTest, IsStoredAtOnceAsLiteralText) {
     defaults.setBool(false, key);
     EXPECT_EQ(content(), "[General]\nshowTraffic=false\n");
     defaults.setBool(true, QStringLiteral("didOnboard"));
-    EXPECT_EQ(content(), "[General]\ndidOnboard=true\nshowTraffic=false\n");
+    EXPECT_EQ(content(), "[General]\nshowTraffic=false\ndidOnboard=true\n");
 }
 
 TEST_F(IniUserDefaultsTest, MakesTheFoldersItNeeds) {
@@ -105,6 +111,69 @@ TEST_F(IniUserDefaultsTest, SeesWhatTheUserChangedByHand) {
     defaults.setBool(true, key);
     write("; mine\n# too\r\n[General]\r\nshowTraffic = false\n");
     EXPECT_EQ(defaults.boolForKey(key), false);
+}
+
+TEST_F(IniUserDefaultsTest, LeavesEveryOtherLineAsItIs) {
+    const QByteArray before = "; mine\nfirst = a, \"b\" ; c\n\n[group]\nshowTraffic=no\n\n[General]\n# too\n";
+    const QByteArray after = "last=%41\n\n[end]\n";
+    write(before + "showTraffic = true\n" + after);
+    IniUserDefaults(path_).setBool(false, key);
+    EXPECT_EQ(content(), before + "showTraffic=false\n" + after);
+    EXPECT_EQ(stored(), false);
+}
+
+TEST_F(IniUserDefaultsTest, LinesBeforeAnySectionAreRead) {
+    write("showTraffic=false ; for now\n[group]\nshowTraffic=true\n");
+    EXPECT_EQ(stored(), false);
+}
+
+TEST_F(IniUserDefaultsTest, AFullDiskLeavesTheOldFile) {
+    write("[General]\nshowTraffic=true\n");
+    {
+        const FullDisk disk(20);
+        IniUserDefaults(path_).setBool(false, key);
+    }
+    EXPECT_EQ(content(), "[General]\nshowTraffic=true\n");
+    EXPECT_EQ(files(), QStringList{QStringLiteral("skylet.ini")});
+}
+
+TEST_F(IniUserDefaultsTest, OnAFullDiskAFirstChoiceLeavesNoFile) {
+    {
+        const FullDisk disk(0);
+        IniUserDefaults(path_).setBool(false, key);
+    }
+    EXPECT_EQ(files(), QStringList());
+}
+
+TEST_F(IniUserDefaultsTest, NoLockIsWaitedForOrTouched) {
+    const QString lock = path_ + QStringLiteral(".lock");
+    ASSERT_EQ(mkfifo(QFile::encodeName(lock).constData(), 0600), 0);
+    IniUserDefaults(path_).setBool(true, key);
+    EXPECT_EQ(stored(), true);
+    EXPECT_EQ(files(), (QStringList{QStringLiteral("skylet.ini"), QStringLiteral("skylet.ini.lock")}));
+}
+
+TEST_F(IniUserDefaultsTest, LinksToTheFileStay) {
+    const QString middle = folder_.filePath(QStringLiteral("middle"));
+    const QString target = folder_.filePath(QStringLiteral("dotfiles/target"));
+    ASSERT_TRUE(QDir().mkpath(folder_.filePath(QStringLiteral("dotfiles"))));
+    ASSERT_TRUE(QFile::link(target, middle));
+    ASSERT_TRUE(QFile::link(middle, path_));
+    write("[General]\nshowTraffic=true\n");
+    IniUserDefaults(path_).setBool(false, key);
+    EXPECT_EQ(content(), "[General]\nshowTraffic=false\n");
+    EXPECT_TRUE(QFileInfo(path_).isSymLink());
+    EXPECT_TRUE(QFileInfo(middle).isSymLink());
+    EXPECT_FALSE(QFileInfo(target).isSymLink());
+}
+
+TEST_F(IniUserDefaultsTest, ALinkToNothingLeadsToTheNewFile) {
+    const QString target = folder_.filePath(QStringLiteral("target"));
+    ASSERT_TRUE(QFile::link(target, path_));
+    IniUserDefaults(path_).setBool(true, key);
+    EXPECT_EQ(stored(), true);
+    EXPECT_TRUE(QFileInfo(path_).isSymLink());
+    EXPECT_TRUE(QFile::exists(target));
 }
 
 TEST_F(IniUserDefaultsTest, OnlyTheLiteralTextsCountAsBool) {
@@ -214,6 +283,21 @@ TEST_F(IniUserDefaultsTest, AFileThatMayBeWrittenInAFolderThatMayNotIsWrittenInP
     }
     ASSERT_EQ(chmod(QFile::encodeName(folder_.path()).constData(), 0700), 0);
     EXPECT_EQ(content(), "[General]\nshowTraffic=false\n");
+}
+
+TEST_F(IniUserDefaultsTest, AFullDiskLeavesTheOldFileAlsoWhereItIsWrittenInPlace) {
+    const QByteArray text = "[General]\nshowTraffic=true\n";
+    write(text);
+    ASSERT_EQ(chmod(QFile::encodeName(path_).constData(), 0666), 0);
+    ASSERT_EQ(chmod(QFile::encodeName(folder_.path()).constData(), 0555), 0);
+    {
+        const UnprivilegedUser user;
+        ASSERT_TRUE(user.isReady());
+        const FullDisk disk(static_cast<rlim_t>(text.size()));
+        IniUserDefaults(path_).setBool(false, key);
+    }
+    ASSERT_EQ(chmod(QFile::encodeName(folder_.path()).constData(), 0700), 0);
+    EXPECT_EQ(content(), text);
 }
 
 TEST_F(IniUserDefaultsTest, AFolderThatMayNotBeWrittenToIsNoMatter) {

@@ -1,5 +1,6 @@
 #include "platform/linux/system/LogindSleepMonitor.h"
 
+#include "platform/linux/system/FileDescriptor.h"
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
@@ -10,13 +11,19 @@
 #include <QDBusReply>
 #include <QDBusVariant>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QStringList>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
+#include <algorithm>
 #include <csignal>
+#include <iterator>
 #include <memory>
 
 namespace skylet::test {
@@ -185,7 +192,7 @@ class LogindSleepMonitorTest : public testing::Test {
     NetworkEpoch epoch_;
     QStringList calls_;
     qsizetype heldInWillSleep_ = -1;
-    LogindSleepMonitor monitor_{bus_.connect(), epoch_, toleratedAbsence};
+    LogindSleepMonitor monitor_{bus_.address(), epoch_, toleratedAbsence};
 };
 
 } // namespace
@@ -277,7 +284,7 @@ TEST_F(LogindSleepMonitorTest, IsToldOfSleepAlsoWhereInhibitorsAreRefused) {
 }
 
 TEST_F(LogindSleepMonitorTest, ASystemWithoutABusIsSilent) {
-    LogindSleepMonitor monitor(QDBusConnection(QStringLiteral("nowhere")), epoch_);
+    LogindSleepMonitor monitor(QStringLiteral("unix:path=/nonexistent/bus"), epoch_);
     monitor.start([this] { calls_ += QStringLiteral("sleep"); }, [this] { calls_ += QStringLiteral("wake"); });
     EXPECT_EQ(callsSoFar(), QStringList{});
     monitor.stop();
@@ -326,7 +333,7 @@ TEST_F(LogindSleepMonitorTest, WakesWhenLogindWasRestartedDuringTheSuspendAndSay
 
 TEST_F(LogindSleepMonitorTest, StaysAsleepWhenLogindWasRestartedAndTheSuspendGoesOn) {
     constexpr auto longerThanTheRestart = 1500ms;
-    LogindSleepMonitor patient(bus_.connect(), epoch_, longerThanTheRestart);
+    LogindSleepMonitor patient(bus_.address(), epoch_, longerThanTheRestart);
     patient.start([this] { calls_ += QStringLiteral("sleep"); }, [this] { calls_ += QStringLiteral("wake"); });
     startLogind();
     ASSERT_TRUE(inhibitorsBecome(1));
@@ -368,6 +375,37 @@ TEST_F(LogindSleepMonitorTest, ABusThatBreaksWhileAwakeIsNoMatter) {
     bus_.kill();
     runFor(2 * toleratedAbsence);
     EXPECT_EQ(calls_, QStringList{});
+}
+
+TEST_F(LogindSleepMonitorTest, FindsABusThatComesLateAndOneThatComesBack) {
+    const QTemporaryDir folder;
+    const QString socket = folder.filePath(QStringLiteral("bus"));
+    LogindSleepMonitor monitor(QStringLiteral("unix:path=") + socket, epoch_, toleratedAbsence, 20ms);
+    monitor.start([this] { calls_ += QStringLiteral("sleep"); }, [this] { calls_ += QStringLiteral("wake"); });
+    for (const char* whatHappened : {"late", "back"}) {
+        PrivateBus bus;
+        const MockLogind logind(bus, bus.connect(), "{}");
+        ASSERT_TRUE(logind.isThere()) << "python3-dbusmock is needed";
+        const QString path = bus.address().section(u'=', 1, 1).section(u',', 0, 0);
+        ASSERT_TRUE(QFile::link(path, socket));
+        EXPECT_TRUE(waitUntil([&] { return logind.inhibitors().size() == 1; })) << whatHappened;
+        ASSERT_TRUE(QFile::remove(socket));
+    }
+    EXPECT_EQ(callsSoFar(), QStringList{});
+}
+
+TEST_F(LogindSleepMonitorTest, ABusThatAcceptsAndSaysNothingIsNotWaitedFor) {
+    const QTemporaryDir folder;
+    const QByteArray path = QFile::encodeName(folder.filePath(QStringLiteral("bus")));
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    std::copy(path.begin(), path.end(), std::begin(address.sun_path));
+    const FileDescriptor mute(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(mute.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(mute.get(), 1), 0);
+    LogindSleepMonitor monitor(QStringLiteral("unix:path=") + QFile::decodeName(path), epoch_);
+    monitor.start([] {}, [] {});
+    EXPECT_TRUE(isOnBus(control_, QStringLiteral("org.freedesktop.DBus"))) << "and another bus is not held up";
+    EXPECT_EQ(callsSoFar(), QStringList{});
 }
 
 TEST_F(LogindSleepMonitorTest, ALogindThatDoesNotAnswerIsNotWaitedFor) {

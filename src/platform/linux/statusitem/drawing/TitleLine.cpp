@@ -41,8 +41,10 @@ void TitleLine::add(const TitleSegment& segment, QFont font, double scale) {
     // Half a pixel up is made a whole one.
     const double raise = std::round(segment.baselineOffset * scale);
     const auto advance = [&metrics](const QString& text) { return metrics.horizontalAdvance(text); };
-    const TabularLine line = segment.font.monospacedDigits ? layOutTabular(segment.text, advance)
-                                                           : TabularLine{{{segment.text, {}}}, advance(segment.text)};
+    TabularLine line{{{segment.text, {}}}, advance(segment.text)};
+    if (segment.font.monospacedDigits) {
+        line = layOutTabular(segment.text, advance);
+    }
     for (const TextRun& run : line.runs) {
         pieces_.push_back({run.text, font, width_ + run.place.x(), raise});
     }

@@ -195,7 +195,11 @@ void DBusMenuExporter::handleEvent(const DBusMenuEvent& event) {
             setOpenIn(host, false);
         }
         // Only after the answer is on its way: the action may open windows or end the program.
-        const auto trigger = [item = menu_.at(static_cast<std::size_t>(event.id) - 1)] {
+        const auto trigger = [this, index = event.id - 1] {
+            // Plasma has flipped the check mark in its own copy of the menu, whatever the click comes to.
+            sent_[index].remove(QStringLiteral("toggle-state"));
+            scheduleUpdate();
+            const std::shared_ptr<MenuItem> item = menu_.at(static_cast<std::size_t>(index));
             if (item->isEnabled()) {
                 item->trigger();
             }
@@ -214,26 +218,16 @@ void DBusMenuExporter::setOpenIn(const QString& host, bool open) {
         aboutToShowIn_.clear();
         aboutToShowTimer_.stop();
     }
-    followHosts();
+    hostWatcher_.setWatchedServices(openIn_.values());
+    Q_EMIT openChanged();
 }
 
 void DBusMenuExporter::setAboutToShowIn(const QString& host) {
-    if (!openIn_.contains(host)) {
+    if (!openIn_.contains(host) || host == aboutToShowIn_) {
+        openIn_.remove(aboutToShowIn_);
+        setOpenIn(host, true);
         aboutToShowIn_ = host;
         aboutToShowTimer_.start();
-        followHosts();
-    }
-}
-
-void DBusMenuExporter::followHosts() {
-    QStringList hosts = openIn_.values();
-    if (!aboutToShowIn_.isEmpty()) {
-        hosts.append(aboutToShowIn_);
-    }
-    hostWatcher_.setWatchedServices(hosts);
-    if (isOpen() != wasOpen_) {
-        wasOpen_ = isOpen();
-        Q_EMIT openChanged(wasOpen_);
     }
 }
 

@@ -36,10 +36,11 @@ class DBusMenuExporter final : public QObject, protected QDBusContext {
     /// To be called once, in the turn of the event loop in which the exporter is made.
     void setMenu(const Menu& menu);
     /// Some host has the menu open, as far as hosts say. A host that disappears has closed it.
-    bool isOpen() const { return !openIn_.isEmpty() || !aboutToShowIn_.isEmpty(); }
+    bool isOpen() const { return !openIn_.isEmpty(); }
 
   Q_SIGNALS:
-    void openChanged(bool open);
+    /// Another host has it open, or one less.
+    void openChanged();
     /// A host reads what is in the menu, so the status item has arrived there.
     void layoutRequested();
 
@@ -64,7 +65,6 @@ class DBusMenuExporter final : public QObject, protected QDBusContext {
     void handleEvent(const DBusMenuEvent& event);
     void setOpenIn(const QString& host, bool open);
     void setAboutToShowIn(const QString& host);
-    void followHosts();
     QVariantMap properties(int id) const;
     void scheduleUpdate();
     void sendChanges();
@@ -80,9 +80,8 @@ class DBusMenuExporter final : public QObject, protected QDBusContext {
     QList<QVariantMap> sent_;
     bool updateScheduled_ = false;
     QSet<QString> openIn_;
-    /// The host that has called AboutToShow and may say no more; the menu counts as open there for a while.
+    /// The one of them that has only called AboutToShow and may say no more; the menu counts as open there for a while.
     QString aboutToShowIn_;
-    bool wasOpen_ = false;
     QTimer aboutToShowTimer_;
     QDBusServiceWatcher hostWatcher_;
 };

@@ -16,13 +16,9 @@ struct KnownHost {
 };
 
 // Refusing `Activate` keeps GNOME's AppIndicator extension from waiting for a second click before it opens the menu.
-// Under the item's own name the extension (seen in version 46) forgets what it has read of the item when its watch on
-// that name answers after the item has, and then drops the item: 4 of 12 starts on a busy machine, against none under
-// the name of the connection.
 // It paints each icon that is given in pixels anew and leaves them to its garbage collector (GNOME Shell 43 grew by 10
 // MB with 500 changes of the dot's colour); the icons that it has read from files it keeps.
-constexpr StatusHostTraits gnome{
-    .presentation = Presentation::label, .opensMenu = true, .prefersConnectionName = true, .prefersIconName = true};
+constexpr StatusHostTraits gnome{.presentation = Presentation::label, .opensMenu = true, .prefersIconName = true};
 // These read the icon's name alone, never at its pixels.
 constexpr StatusHostTraits indicators{.presentation = Presentation::label, .prefersIconName = true};
 // MATE's panel sets a label too, but hides the icon beside it where the desktop shows no images on buttons.

@@ -11,8 +11,6 @@ struct StatusHostTraits {
     Presentation presentation = Presentation::badge;
     /// The host opens the menu by itself, on a left click at the latest when `Activate` is refused.
     bool opensMenu = false;
-    /// An item should give the watcher the name of its connection rather than one of its own.
-    bool prefersConnectionName = false;
     /// The host is better given the icon's name, which may be the path of a file, than its pixels.
     bool prefersIconName = false;
     /// The program keeps the list of items and shows none itself; what it says of hosts is not to be relied on.

@@ -1,8 +1,7 @@
 #include "platform/linux/statusitem/host/SniObject.h"
 
-#include "platform/linux/statusitem/host/SniInterface.h"
-
 #include <QDBusError>
+#include <QDBusMessage>
 #include <QFontDatabase>
 
 #include <array>
@@ -35,23 +34,24 @@ QString escapedMarkup(QString text) {
 
 } // namespace
 
-SniObject::SniObject(QString path, QString menuPath)
-    : path_(std::move(path)), menuPath_(std::move(menuPath)), id_(QStringLiteral("skylet")) {
+SniObject::SniObject(QString path, const QString& menuPath, MenuOpener menuOpener)
+    : path_(std::move(path)), menuOpener_(std::move(menuOpener)), menuPath_(menuPath), id_(QStringLiteral("skylet")) {
     registerDBusTypes();
-    exportInterface();
 }
 
 bool SniObject::exportOn(const QDBusConnection& connection) {
     connection_ = connection;
-    return exportInterface();
+    return exportItem();
 }
 
-bool SniObject::exportInterface() {
+bool SniObject::exportItem() {
+    labelIsExported_ = !label().isEmpty();
+    QDBusConnection::RegisterOptions contents = QDBusConnection::ExportAllSlots |
+                                                QDBusConnection::ExportScriptableSignals |
+                                                QDBusConnection::ExportScriptableProperties;
+    contents.setFlag(QDBusConnection::ExportNonScriptableProperties, labelIsExported_);
     connection_.unregisterObject(path_);
-    exported_ = std::make_unique<QObject>();
-    interface_ = appearance_.label.isEmpty() ? new SniInterface(exported_.get(), *this)
-                                             : new LabelledSniInterface(exported_.get(), *this);
-    return connection_.registerObject(path_, exported_.get());
+    return connection_.registerObject(path_, this, contents);
 }
 
 QString SniObject::statusName() const {
@@ -66,28 +66,35 @@ QString SniObject::statusName() const {
     return QStringLiteral("Active");
 }
 
-void SniObject::openMenu(QPoint place, const QDBusMessage& call) {
-    if (!menuOpener_ || !menuOpener_(call.service(), place)) {
+void SniObject::openMenu(QPoint place) {
+    if (!menuOpener_(message().service(), place) && message().isReplyRequired()) {
         // "Unknown method" is the one refusal after which GNOME's extension never tries again.
-        call.setDelayedReply(true);
-        if (call.isReplyRequired()) {
-            connection_.send(
-                call.createErrorReply(QDBusError::UnknownMethod, QStringLiteral("a click opens the menu")));
-        }
+        sendErrorReply(QDBusError::UnknownMethod, QStringLiteral("a click opens the menu"));
     }
 }
 
-void SniObject::takeActivationToken(const QString& token) {
-    if (tokenTaker_ && token.size() <= longestToken) {
-        tokenTaker_(token);
+void SniObject::ProvideXdgActivationToken(const QString& token) {
+    if (token.size() <= longestToken) {
+        Q_EMIT activationTokenProvided(token);
     }
 }
 
 void SniObject::setAppearance(const ItemAppearance& appearance) {
-    const bool hadLabel = !appearance_.label.isEmpty();
     appearance_ = appearance;
-    if (hadLabel == appearance_.label.isEmpty()) {
-        exportInterface();
+    updateLabel();
+}
+
+void SniObject::setLabelHeldBack(bool heldBack) {
+    labelIsHeldBack_ = heldBack;
+    if (heldBack && sent_) {
+        sent_->label.clear();
+    }
+    updateLabel();
+}
+
+void SniObject::updateLabel() {
+    if (labelIsExported_ == label().isEmpty()) {
+        exportItem();
     }
     scheduleSignals();
 }
@@ -117,25 +124,25 @@ void SniObject::scheduleSignals() {
 
 void SniObject::sendSignals() {
     signalsScheduled_ = false;
-    const Sent now{appearance_.icon, appearance_.label, status_, wantedToolTip()};
+    const Sent now{appearance_.icon, label(), status_, wantedToolTip()};
     const Sent before = std::exchange(sent_, now).value_or(now);
     const bool newIcon = now.icon != before.icon;
     const bool newStatus = now.status != before.status;
     if (newIcon) {
-        Q_EMIT interface_->NewIcon();
+        Q_EMIT NewIcon();
     }
     // Its changes are sent only while it is on show, so a host may hold an old one when attention is asked for.
     if (status_ == Status::needsAttention && (newIcon || newStatus)) {
-        Q_EMIT interface_->NewAttentionIcon();
+        Q_EMIT NewAttentionIcon();
     }
     if (newStatus) {
-        Q_EMIT interface_->NewStatus(statusName());
+        Q_EMIT NewStatus(statusName());
     }
     if (now.label != before.label) {
-        Q_EMIT interface_->XAyatanaNewLabel(appearance_.label, appearance_.labelGuide);
+        Q_EMIT XAyatanaNewLabel(label(), labelGuide());
     }
     if (now.toolTip != before.toolTip) {
-        Q_EMIT interface_->NewToolTip();
+        Q_EMIT NewToolTip();
     }
 }
 

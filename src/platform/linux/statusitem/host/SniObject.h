@@ -5,25 +5,44 @@
 #include "platform/linux/statusitem/host/DBusTypes.h"
 
 #include <QDBusConnection>
+#include <QDBusContext>
+#include <QDBusObjectPath>
 #include <QObject>
 #include <QPoint>
 
 #include <functional>
 #include <memory>
 #include <optional>
-#include <utility>
-
-class QDBusMessage;
 
 namespace skylet {
 
-class SniInterface;
-
-/// The item as hosts see it on the bus. A host answers every signal by reading properties, pixmaps included; so signals
-/// go out once per turn of the event loop, only for what differs from what was sent last, and none about the tooltip
-/// while a host shows the menu, which would make some hosts close it.
-class SniObject final : public QObject {
+/// The item as hosts see it on the bus (org.kde.StatusNotifierItem, with the label that libayatana-appindicator added).
+/// A host answers every signal by reading properties, pixmaps included; so signals go out once per turn of the event
+/// loop, only for what differs from what was sent last, and none about the tooltip while a host shows the menu, which
+/// would make some hosts close it.
+class SniObject final : public QObject, protected QDBusContext {
     Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierItem")
+    Q_PROPERTY(QString Category MEMBER category_ CONSTANT)
+    Q_PROPERTY(QString Id READ id)
+    Q_PROPERTY(QString Title MEMBER title_ CONSTANT)
+    Q_PROPERTY(QString Status READ statusName)
+    Q_PROPERTY(int WindowId MEMBER windowId_ CONSTANT)
+    Q_PROPERTY(QString IconThemePath MEMBER none_ CONSTANT)
+    Q_PROPERTY(QDBusObjectPath Menu MEMBER menuPath_ CONSTANT)
+    Q_PROPERTY(bool ItemIsMenu MEMBER itemIsMenu_ CONSTANT)
+    Q_PROPERTY(QString IconName READ iconName)
+    Q_PROPERTY(QList<skylet::DBusPixmap> IconPixmap READ iconPixmap)
+    Q_PROPERTY(QString OverlayIconName MEMBER none_ CONSTANT)
+    Q_PROPERTY(QList<skylet::DBusPixmap> OverlayIconPixmap MEMBER overlay_ CONSTANT)
+    Q_PROPERTY(QString AttentionIconName READ iconName)
+    Q_PROPERTY(QList<skylet::DBusPixmap> AttentionIconPixmap READ attentionIconPixmap)
+    Q_PROPERTY(QString AttentionMovieName MEMBER none_ CONSTANT)
+    Q_PROPERTY(skylet::DBusToolTip ToolTip READ toolTip)
+    Q_PROPERTY(uint XAyatanaOrderingIndex MEMBER orderingIndex_ CONSTANT)
+    // MATE 1.27 hides an item whose label is there but empty. Not "scriptable", these can be left out of the export.
+    Q_PROPERTY(QString XAyatanaLabel READ label SCRIPTABLE false)
+    Q_PROPERTY(QString XAyatanaLabelGuide READ labelGuide SCRIPTABLE false)
 
   public:
     enum class Status { passive, active, needsAttention };
@@ -37,33 +56,40 @@ class SniObject final : public QObject {
     /// Opens the menu at a place, in logical pixels; false when the calling host shall open it by itself.
     using MenuOpener = std::function<bool(const QString& host, QPoint place)>;
 
-    SniObject(QString path, QString menuPath);
+    SniObject(QString path, const QString& menuPath, MenuOpener menuOpener);
 
     bool exportOn(const QDBusConnection& connection);
-    void setMenuOpener(MenuOpener opener) { menuOpener_ = std::move(opener); }
-    /// Gets the token with which the host lets the program bring the next window to the front.
-    void setActivationTokenTaker(std::function<void(const QString& token)> taker) { tokenTaker_ = std::move(taker); }
     /// Hosts read it once, so it has to be right before they come.
     void setId(const QString& id) { id_ = id; }
     void setAppearance(const ItemAppearance& appearance);
+    /// Leaves the label out, for a host that reads the item for the first time, or shows it again. GNOME's extension
+    /// (59) does not follow a label that it has read at once, nor a signal with the text that it has read; so the first
+    /// label is told by a signal.
+    void setLabelHeldBack(bool heldBack);
     /// Whether hosts are given the icon as a file, by its name, instead of its pixels.
     void setIconByName(bool byName);
     void setStatus(Status status);
     void setOpenMenu(OpenMenu menu);
 
-    // What the interface tells and is asked for.
-    const QString& id() const { return id_; }
-    const QString& menuPath() const { return menuPath_; }
-    const ItemAppearance& appearance() const { return appearance_; }
-    QString statusName() const;
-    /// Empty while hosts are given pixels.
-    QString iconName();
-    QList<DBusPixmap> iconPixmap();
-    QList<DBusPixmap> attentionIconPixmap();
-    /// As it was sent last: a host that reads a new icon may read the tooltip as well.
-    DBusToolTip toolTip() const { return sent_ ? sent_->toolTip : wantedToolTip(); }
-    void openMenu(QPoint place, const QDBusMessage& call);
-    void takeActivationToken(const QString& token);
+  Q_SIGNALS:
+    /// The host lets the program bring the next window to the front by this token.
+    void activationTokenProvided(const QString& token);
+
+    // The protocol.
+    Q_SCRIPTABLE void NewTitle();
+    Q_SCRIPTABLE void NewIcon();
+    Q_SCRIPTABLE void NewAttentionIcon();
+    Q_SCRIPTABLE void NewToolTip();
+    Q_SCRIPTABLE void NewStatus(const QString& status);
+    Q_SCRIPTABLE void XAyatanaNewLabel(const QString& label, const QString& guide);
+
+  public Q_SLOTS: // NOLINT(readability-redundant-access-specifiers): the protocol's
+    void Activate(int x, int y) { openMenu(QPoint(x, y)); }
+    void ContextMenu(int x, int y) { openMenu(QPoint(x, y)); }
+    void SecondaryActivate(int /*x*/, int /*y*/) {}
+    void XAyatanaSecondaryActivate(uint /*timestamp*/) {}
+    void Scroll(int /*delta*/, const QString& /*orientation*/) {}
+    void ProvideXdgActivationToken(const QString& token);
 
   private:
     struct Sent {
@@ -73,29 +99,47 @@ class SniObject final : public QObject {
         DBusToolTip toolTip;
     };
 
-    bool exportInterface();
+    QString id() const { return id_; }
+    QString statusName() const;
+    /// Empty while hosts are given pixels.
+    QString iconName();
+    QList<DBusPixmap> iconPixmap();
+    QList<DBusPixmap> attentionIconPixmap();
+    /// As it was sent last: a host that reads a new icon may read the tooltip as well.
+    DBusToolTip toolTip() const { return sent_ ? sent_->toolTip : wantedToolTip(); }
+    QString label() const { return labelIsHeldBack_ ? QString() : appearance_.label; }
+    QString labelGuide() const { return appearance_.labelGuide; }
+
+    bool exportItem();
+    void updateLabel();
+    void openMenu(QPoint place);
     void scheduleSignals();
     void sendSignals();
     DBusToolTip wantedToolTip() const;
     const QList<DBusPixmap>& pixmaps();
 
     const QString path_;
-    const QString menuPath_;
+    const MenuOpener menuOpener_;
+    const QString category_ = QStringLiteral("ApplicationStatus");
+    const QString title_ = QStringLiteral("Skylet");
+    const QString none_;
+    const QList<DBusPixmap> overlay_;
+    const QDBusObjectPath menuPath_;
+    const int windowId_ = 0;
+    const bool itemIsMenu_ = true;
+    // The host chooses the place.
+    const uint orderingIndex_ = 0;
     QDBusConnection connection_{QString()};
-    /// What is at the path. A property is there or not by the class of its object, and MATE 1.27 hides an item whose
-    /// label is there but empty; so with the first label, or none any more, there is another object.
-    std::unique_ptr<QObject> exported_;
-    SniInterface* interface_ = nullptr;
     QString id_;
     ItemAppearance appearance_;
+    bool labelIsHeldBack_ = false;
+    bool labelIsExported_ = false;
     Status status_ = Status::active;
     OpenMenu openMenu_ = OpenMenu::none;
     /// What hosts have read or were told of by the last signals; absent before the first turn of the event loop, in
     /// which nothing changes for anybody.
     std::optional<Sent> sent_;
     bool signalsScheduled_ = false;
-    MenuOpener menuOpener_;
-    std::function<void(const QString& token)> tokenTaker_;
     /// Absent while hosts are given pixels.
     std::unique_ptr<IconFiles> iconFiles_;
     std::optional<StatusIcon> paintedIcon_;

@@ -3,8 +3,6 @@
 #include "platform/linux/statusitem/StatusItemLog.h"
 #include "platform/linux/system/BusCall.h"
 
-#include <QCoreApplication>
-
 #include <utility>
 
 namespace skylet {
@@ -16,56 +14,31 @@ SniRegistration::SniRegistration(QDBusConnection connection, SniRegistrationLimi
     connect(&timer_, &QTimer::timeout, this, &SniRegistration::tryAgainIfLost);
 }
 
-QString SniRegistration::serviceName() const {
-    return watcher_.prefersConnectionName || ownName_.isEmpty() ? connection_.baseService() : ownName_;
-}
-
-void SniRegistration::setWatcher(const Watcher& watcher) {
-    const bool sameOwner = watcher.owner == watcher_.owner;
-    watcher_ = watcher;
-    if (sameOwner) {
+void SniRegistration::setWatcher(const QString& owner, bool readsLayout) {
+    readsLayout_ = readsLayout;
+    if (owner == watcher_) {
         return;
     }
+    watcher_ = owner;
     layoutRead_ = false;
     tries_ = 0;
     timer_.stop();
-    if (watcher_.owner.isEmpty()) {
-        return;
-    }
-    // The own name is claimed for those watchers alone that are given it: one that also looks for items by itself could
-    // take an item with two names for two.
-    if (watcher_.prefersConnectionName || !ownName_.isEmpty()) {
+    if (!watcher_.isEmpty()) {
         registerItem();
-    } else {
-        claimName();
     }
-}
-
-void SniRegistration::claimName() {
-    const QString name = QStringLiteral("org.kde.StatusNotifierItem-%1-1").arg(QCoreApplication::applicationPid());
-    // QDBusConnection::registerService() would wait for the answer.
-    callAsync(connection_, nameRequest(name), this, [this, name, owner = watcher_.owner](const QDBusMessage& reply) {
-        // Two programs in different process id namespaces can come to the same name. Watchers take the connection's
-        // name just as well.
-        if (hasGrantedName(reply)) {
-            ownName_ = name;
-        }
-        if (owner == watcher_.owner) {
-            registerItem();
-        }
-    });
 }
 
 void SniRegistration::registerItem() {
     ++tries_;
     refused_ = false;
-    qCInfo(statusItemLog) << "registers as" << serviceName() << "with" << watcher_.owner << "try" << tries_;
-    auto call = QDBusMessage::createMethodCall(watcher_.owner, QStringLiteral("/StatusNotifierWatcher"),
+    Q_EMIT registering();
+    qCInfo(statusItemLog) << "registers as" << connection_.baseService() << "with" << watcher_ << "try" << tries_;
+    auto call = QDBusMessage::createMethodCall(watcher_, QStringLiteral("/StatusNotifierWatcher"),
                                                QStringLiteral("org.kde.StatusNotifierWatcher"),
                                                QStringLiteral("RegisterStatusNotifierItem"));
-    call.setArguments({serviceName()});
-    callAsync(connection_, call, this, [this, owner = watcher_.owner](const QDBusMessage& reply) {
-        if (owner != watcher_.owner) {
+    call.setArguments({connection_.baseService()});
+    callAsync(connection_, call, this, [this, owner = watcher_](const QDBusMessage& reply) {
+        if (owner != watcher_) {
             return;
         }
         refused_ = reply.type() == QDBusMessage::ErrorMessage;
@@ -85,7 +58,7 @@ void SniRegistration::tryAgainLater() {
 }
 
 void SniRegistration::tryAgainIfLost() {
-    if (refused_ || (watcher_.readsLayout && !layoutRead_)) {
+    if (refused_ || (readsLayout_ && !layoutRead_)) {
         registerItem();
     }
 }

@@ -19,43 +19,34 @@ struct SniRegistrationLimits {
     int maximumTries = 20;
 };
 
-/// Makes the item known to the watcher: registers it with each new owner of the watcher's name, whether a host is there
-/// yet or not, and again where that seems to have been lost. The objects behind it have to be exported before. Never
-/// blocks.
+/// Makes the item known to the watcher, under the name of its connection: registers it with each new owner of the
+/// watcher's name, whether a host is there yet or not, and again where that seems to have been lost. The objects behind
+/// it have to be exported before. Never blocks.
 class SniRegistration final : public QObject {
     Q_OBJECT
 
   public:
-    /// What a watcher is like.
-    struct Watcher {
-        /// The connection that owns the watcher's name; empty: there is none.
-        QString owner;
-        /// Its host reads the menu of every item as soon as it knows the item.
-        bool readsLayout = false;
-        /// It does best with the name of the item's connection instead of a name of the item's own.
-        bool prefersConnectionName = false;
-    };
-
     SniRegistration(QDBusConnection connection, SniRegistrationLimits limits);
 
-    void setWatcher(const Watcher& watcher);
+    /// `owner`: the connection that owns the watcher's name; empty: there is none. `readsLayout`: the host behind it
+    /// reads the menu of every item as soon as it knows the item.
+    void setWatcher(const QString& owner, bool readsLayout);
     /// A host has read the menu.
     void layoutRead() { layoutRead_ = true; }
-    /// The name under which the item is, or is about to be, registered.
-    QString serviceName() const;
-    const QString& watcherOwner() const { return watcher_.owner; }
 
-  private:
-    void claimName();
+  Q_SIGNALS:
+    /// The watcher is about to be told of the item, for the first time or once more.
+    void registering();
+
+  private: // NOLINT(readability-redundant-access-specifiers): the one above is moc's
     void registerItem();
     void tryAgainLater();
     void tryAgainIfLost();
 
     QDBusConnection connection_;
     SniRegistrationLimits limits_;
-    Watcher watcher_;
-    /// The item's own name; empty until it is claimed, and when somebody else has it.
-    QString ownName_;
+    QString watcher_;
+    bool readsLayout_ = false;
     bool layoutRead_ = false;
     bool refused_ = false;
     int tries_ = 0;

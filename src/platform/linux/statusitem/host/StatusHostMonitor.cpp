@@ -47,137 +47,121 @@ StatusHostEnvironment StatusHostEnvironment::system() {
 
 StatusHostMonitor::StatusHostMonitor(QDBusConnection connection, StatusHostEnvironment environment)
     : connection_(std::move(connection)), environment_(std::move(environment)),
-      presentation_(traitsOfConnection({}).presentation) {}
+      presentation_(traitsOf({}).presentation) {}
 
 void StatusHostMonitor::start() {
     nameWatcher_.setConnection(connection_);
     nameWatcher_.setWatchMode(QDBusServiceWatcher::WatchForOwnerChange);
     // Hosts bear their process id in their name, so their whole family is watched.
     nameWatcher_.addWatchedService(QStringLiteral("org.kde*"));
-    connect(&nameWatcher_, &QDBusServiceWatcher::serviceOwnerChanged, this, [this](const QString& name) {
-        if (name == watcherName) {
-            forgetWatcher();
-        }
-        if (isOfInterest(name)) {
-            refresh();
-        }
-    });
+    connect(&nameWatcher_, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString& name, const QString& /*before*/, const QString& owner) { setOwner(name, owner); });
     for (const QString& signal :
          {QStringLiteral("StatusNotifierHostRegistered"), QStringLiteral("StatusNotifierHostUnregistered")}) {
-        connection_.connect(QString(), watcherPath(), QString(watcherName), signal, this, SLOT(refresh()));
+        connection_.connect(QString(), watcherPath(), QString(watcherName), signal, this, SLOT(askWatcherForHosts()));
     }
-    refresh();
-}
-
-StatusHostTraits StatusHostMonitor::traitsOfConnection(const QString& connectionName) const {
-    return traitsOfHost(processNames_.value(connectionName), environment_.currentDesktop);
-}
-
-// A watcher that gives its name up and takes it again knows no items, though it is the same connection as before.
-void StatusHostMonitor::forgetWatcher() {
-    watcherIsAlone_ = false;
-    if (!watcherOwner_.isEmpty()) {
-        watcherOwner_.clear();
-        report();
-    }
-}
-
-void StatusHostMonitor::refresh() {
-    questions_.reset();
-    unanswered_ = 0;
-    findings_ = {};
-    ask(QStringLiteral("ListNames"), {}, [this](const QVariant& answer) {
-        for (const QString& name : answer.toStringList()) {
+    callAsync(connection_, busCall(QStringLiteral("ListNames")), this, [this](const QDBusMessage& names) {
+        for (const QString& name : QDBusReply<QStringList>(names).value()) {
             if (isOfInterest(name)) {
-                askForOwner(name);
+                callAsync(
+                    connection_, busCall(QStringLiteral("GetNameOwner"), {name}), this,
+                    [this, name](const QDBusMessage& owner) { setOwner(name, QDBusReply<QString>(owner).value()); });
             }
         }
     });
 }
 
-void StatusHostMonitor::askForOwner(const QString& name) {
-    ask(QStringLiteral("GetNameOwner"), {name}, [this, name](const QVariant& answer) {
-        const QString owner = answer.toString();
-        if (owner.isEmpty()) {
-            return;
-        }
-        if (name == watcherName) {
-            findings_.watcherOwner = owner;
-        } else {
-            findings_.hostOwners.insert(owner);
-        }
-        askForProcess(owner);
-    });
-}
-
-void StatusHostMonitor::askForProcess(const QString& owner) {
-    ask(QStringLiteral("GetConnectionUnixProcessID"), {owner}, [this, owner](const QVariant& answer) {
-        const uint processId = answer.toUInt();
-        findings_.processNames.insert(owner, processId == 0 ? QString() : environment_.processName(processId));
-    });
-}
-
-void StatusHostMonitor::ask(const QString& method, const QVariantList& arguments,
-                            std::function<void(const QVariant& answer)> take) {
-    ++unanswered_;
-    callAsync(connection_, busCall(method, arguments), this,
-              questions_.guard([this, take = std::move(take)](const QDBusMessage& reply) {
-                  // An error: the name has gone since, which the name watcher reports as well.
-                  take(reply.type() == QDBusMessage::ReplyMessage ? reply.arguments().value(0) : QVariant());
-                  if (--unanswered_ == 0) {
-                      conclude();
-                  }
-              }));
-}
-
-void StatusHostMonitor::conclude() {
-    const Findings found = std::exchange(findings_, {});
-    const QString& owner = found.watcherOwner;
-    const QSet<QString>& hosts = found.hostOwners;
-    processNames_ = found.processNames;
-    // Where hosts are known they decide, else the watcher, which then shows the items itself.
-    const Presentation presentation = presentationForAll(hosts.isEmpty() ? QSet<QString>{owner} : hosts);
-    const bool isWithoutHostNames = !owner.isEmpty() && hosts.isEmpty();
-    const bool asksForHosts = isWithoutHostNames && !traitsOfConnection(owner).watchesOnly;
-    const bool alone = isWithoutHostNames && (!asksForHosts || watcherIsAlone_);
-    const bool same = presentation == presentation_ && owner == watcherOwner_ && alone == watcherIsAlone_;
-    presentation_ = presentation;
-    watcherOwner_ = owner;
-    watcherIsAlone_ = alone;
-    if (asksForHosts) {
-        askWatcherForHosts();
+void StatusHostMonitor::setOwner(const QString& name, const QString& owner) {
+    if (!isOfInterest(name)) {
+        return;
     }
+    owners_.remove(name);
+    if (!owner.isEmpty()) {
+        owners_.insert(name, {owner, std::nullopt});
+        callAsync(connection_, busCall(QStringLiteral("GetConnectionUnixProcessID"), {owner}), this,
+                  [this, name, owner](const QDBusMessage& reply) {
+                      const auto program = owners_.find(name);
+                      if (program != owners_.end() && program->connection == owner) {
+                          const uint processId = QDBusReply<uint>(reply).value();
+                          program->process = processId == 0 ? QString() : environment_.processName(processId);
+                          qCInfo(statusItemLog) << name << "belongs to" << owner << *program->process;
+                          update();
+                      }
+                  });
+    }
+    update();
+}
+
+StatusHostTraits StatusHostMonitor::traitsOf(const Program& program) const {
+    return traitsOfHost(program.process.value_or(QString()), environment_.currentDesktop);
+}
+
+StatusHostTraits StatusHostMonitor::traitsOfConnection(const QString& connectionName) const {
+    const auto program = std::find_if(owners_.cbegin(), owners_.cend(),
+                                      [&](const Program& candidate) { return candidate.connection == connectionName; });
+    return traitsOf(program == owners_.cend() ? Program() : *program);
+}
+
+void StatusHostMonitor::update() {
+    const auto watcher = owners_.constFind(watcherName);
+    if (watcher == owners_.cend()) {
+        // A watcher that gives its name up and takes it again knows no items, though it is the same connection.
+        watcherHasNoHost_ = false;
+        if (!watcherOwner_.isEmpty()) {
+            watcherOwner_.clear();
+            report();
+        }
+        return;
+    }
+    if (std::any_of(owners_.cbegin(), owners_.cend(), [](const Program& program) { return !program.process; })) {
+        return;
+    }
+    // Where hosts are known they decide, else the watcher, which then shows the items itself. Every host can show a
+    // badge; so with several hosts another presentation is chosen only where it is that of them all.
+    const bool hasHostNames = owners_.size() > 1;
+    std::optional<Presentation> presentation;
+    for (auto program = owners_.cbegin(); program != owners_.cend(); ++program) {
+        if (program != watcher || !hasHostNames) {
+            const Presentation own = traitsOf(*program).presentation;
+            presentation = presentation.value_or(own) == own ? own : Presentation::badge;
+        }
+    }
+    const bool hasNoHost = !hasHostNames && (watcherHasNoHost_ || traitsOf(*watcher).watchesOnly);
+    const bool same =
+        presentation == presentation_ && watcher->connection == watcherOwner_ && hasNoHost == watcherHasNoHost_;
+    presentation_ = *presentation;
+    watcherOwner_ = watcher->connection;
+    watcherHasNoHost_ = hasNoHost;
+    askWatcherForHosts();
     if (!same) {
         report();
     }
 }
 
-/// Every host can show a badge; so with several hosts another presentation is chosen only where it is that of them all.
-Presentation StatusHostMonitor::presentationForAll(const QSet<QString>& hosts) const {
-    const Presentation first = traitsOfConnection(*hosts.cbegin()).presentation;
-    const bool allAlike = std::all_of(hosts.cbegin(), hosts.cend(), [&](const QString& host) {
-        return traitsOfConnection(host).presentation == first;
-    });
-    return allAlike ? first : Presentation::badge;
-}
-
 // What is known already does not wait for a program that may be slow to answer.
 void StatusHostMonitor::askWatcherForHosts() {
+    const auto isWanted = [this] {
+        return owners_.size() == 1 && !watcherOwner_.isEmpty() && !traitsOfConnection(watcherOwner_).watchesOnly;
+    };
+    if (!isWanted()) {
+        return;
+    }
     callAsync(connection_,
               propertyCall(watcherOwner_, watcherPath(), QString(watcherName),
                            QStringLiteral("IsStatusNotifierHostRegistered")),
-              this, questions_.guard([this](const QDBusMessage& reply) {
+              this, [this, isWanted, asked = watcherOwner_](const QDBusMessage& reply) {
                   const QDBusReply<QDBusVariant> registered(reply);
                   // A watcher that does not say is taken for its own host.
-                  const bool alone = registered.isValid() && registered.value().variant() == QVariant(false);
-                  if (alone != std::exchange(watcherIsAlone_, alone)) {
+                  const bool hasNoHost = registered.isValid() && registered.value().variant() == QVariant(false);
+                  if (asked == watcherOwner_ && isWanted() && hasNoHost != watcherHasNoHost_) {
+                      watcherHasNoHost_ = hasNoHost;
                       report();
                   }
-              }));
+              });
 }
 
 void StatusHostMonitor::report() {
-    qCInfo(statusItemLog) << "watcher:" << watcherOwner_ << "programs:" << processNames_ << "has host:" << hasHost()
+    qCInfo(statusItemLog) << "watcher:" << watcherOwner_ << "has host:" << hasHost()
                           << "presentation:" << nameOf(presentation_);
     Q_EMIT changed();
 }

@@ -1,17 +1,15 @@
 #pragma once
 
-#include "platform/Lifetime.h"
 #include "platform/linux/statusitem/host/KnownHosts.h"
 
 #include <QDBusConnection>
 #include <QDBusServiceWatcher>
 #include <QHash>
 #include <QObject>
-#include <QSet>
 #include <QString>
-#include <QVariantList>
 
 #include <functional>
+#include <optional>
 
 namespace skylet {
 
@@ -39,7 +37,7 @@ class StatusHostMonitor final : public QObject {
     const QString& watcherOwner() const { return watcherOwner_; }
     /// Somebody shows items. A watcher alone, as Plasma's service daemon is while the shell is away, does not; what it
     /// says of hosts counts unless it is known better.
-    bool hasHost() const { return !watcherOwner_.isEmpty() && !watcherIsAlone_; }
+    bool hasHost() const { return !watcherOwner_.isEmpty() && !watcherHasNoHost_; }
     Presentation presentation() const { return presentation_; }
     /// Of the program behind a connection, which need not be a host.
     StatusHostTraits traitsOfConnection(const QString& connectionName) const;
@@ -50,34 +48,25 @@ class StatusHostMonitor final : public QObject {
     void changed();
 
   private:
-    /// Asks the bus who is there; answers to earlier questions are dropped.
-    Q_SLOT void refresh();
-
-    struct Findings {
-        QString watcherOwner;
-        QSet<QString> hostOwners;
-        /// The names of the processes behind these connections.
-        QHash<QString, QString> processNames;
+    struct Program {
+        QString connection;
+        /// The name of its process; absent until it has been found out.
+        std::optional<QString> process;
     };
 
-    void forgetWatcher();
-    void askForOwner(const QString& name);
-    void askForProcess(const QString& owner);
-    void ask(const QString& method, const QVariantList& arguments, std::function<void(const QVariant& answer)> take);
-    void conclude();
-    Presentation presentationForAll(const QSet<QString>& hosts) const;
-    void askWatcherForHosts();
+    void setOwner(const QString& name, const QString& owner);
+    StatusHostTraits traitsOf(const Program& program) const;
+    void update();
+    Q_SLOT void askWatcherForHosts();
     void report();
 
     QDBusConnection connection_;
     StatusHostEnvironment environment_;
     QDBusServiceWatcher nameWatcher_;
-    Lifetime questions_;
-    int unanswered_ = 0;
-    Findings findings_;
-    QHash<QString, QString> processNames_;
+    /// Who owns the watcher's name and the names of hosts.
+    QHash<QString, Program> owners_;
     QString watcherOwner_;
-    bool watcherIsAlone_ = false;
+    bool watcherHasNoHost_ = false;
     Presentation presentation_;
 };
 

@@ -18,10 +18,13 @@ QByteArray HostlessItem::Options::usualDisplay() {
 
 HostlessItem::HostlessItem(const Options& options, const StatusDisplay& display,
                            std::function<void(QRect item)> openMenu)
-    : display_(display), openMenu_(std::move(openMenu)), server_(X11Connection::open(options.x11Display)) {
+    : display_(display), openMenu_(std::move(openMenu)), server_(X11Connection::open(options.x11Display)),
+      noStripBefore_(options.noStripBefore) {
     embeddingTimer_.setSingleShot(true);
     embeddingTimer_.setInterval(options.embedding);
     connect(&embeddingTimer_, &QTimer::timeout, this, &HostlessItem::leaveTray);
+    stripTimer_.setSingleShot(true);
+    connect(&stripTimer_, &QTimer::timeout, this, &HostlessItem::showStrip);
     toolTipTimer_.setSingleShot(true);
     toolTipTimer_.setInterval(QApplication::style()->styleHint(QStyle::SH_ToolTip_WakeUpDelay));
     connect(&toolTipTimer_, &QTimer::timeout, this, &HostlessItem::showToolTip);
@@ -66,6 +69,7 @@ void HostlessItem::showIcon() {
     connect(icon_.get(), &XembedIcon::embedded, this, [this] {
         qCInfo(statusItemLog) << "without a host: in the X11 tray";
         embeddingTimer_.stop();
+        stripTimer_.stop();
         strip_.reset();
     });
     // The icon is the receiver, so that a farewell on its way ends with it and never concerns the next icon.
@@ -88,6 +92,14 @@ void HostlessItem::leaveTray() {
     icon_.reset();
     embeddingTimer_.stop();
     toolTipTimer_.stop();
+    if (noStripBefore_.hasExpired()) {
+        showStrip();
+    } else {
+        stripTimer_.start(std::chrono::ceil<std::chrono::milliseconds>(noStripBefore_.remainingTimeAsDuration()));
+    }
+}
+
+void HostlessItem::showStrip() {
     if (!strip_) {
         qCInfo(statusItemLog) << "without a host: a strip";
         strip_ = std::make_unique<TitleStrip>(display_);

@@ -7,6 +7,7 @@
 #include "platform/linux/statusitem/hostless/XembedIcon.h"
 
 #include <QByteArray>
+#include <QDeadlineTimer>
 #include <QObject>
 #include <QPoint>
 #include <QRect>
@@ -29,6 +30,8 @@ class HostlessItem final : public QObject {
         QByteArray x11Display = usualDisplay();
         /// How long a tray has to take the icon before the strip is shown instead.
         std::chrono::milliseconds embedding{2000};
+        /// Until then there is a place in a tray or none.
+        QDeadlineTimer noStripBefore;
 
         /// The one of the session, where windows are X11's at all: asking would wake an X server that nobody uses.
         static QByteArray usualDisplay();
@@ -49,6 +52,7 @@ class HostlessItem final : public QObject {
     void updatePlace();
     void showIcon();
     void leaveTray();
+    void showStrip();
     void openMenuAtIcon(QRect icon);
     void showToolTip();
 
@@ -59,6 +63,8 @@ class HostlessItem final : public QObject {
     std::unique_ptr<XembedIcon> icon_;
     std::unique_ptr<TitleStrip> strip_;
     QTimer embeddingTimer_;
+    const QDeadlineTimer noStripBefore_;
+    QTimer stripTimer_;
     QTimer toolTipTimer_;
 };
 

@@ -26,9 +26,13 @@ std::optional<ino_t> inodeOf(curl_socket_t socket) {
     return ::fstat(socket, &status) == 0 ? std::optional(status.st_ino) : std::nullopt;
 }
 
+/// An exchange takes a few dozen records, most of them for its handshake. So many of the dearest kind, full of GOAWAY
+/// frames, take 71 ms of the processor.
+constexpr int uselessRecordLimit = 300;
+
 /// Two ends of a connection that leads nowhere.
-struct DeadEnds {
-    DeadEnds() {
+struct SilentSocketPair {
+    SilentSocketPair() {
         std::array<int, 2> ends{-1, -1};
         if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) == 0) {
             near = FileDescriptor(ends[0]);
@@ -54,13 +58,13 @@ bool CurlSocket::isOpen() const {
 }
 
 CurlMulti::CurlMulti(NameResolver& names, std::optional<int> receiveBufferBytes)
-    : names_(names), receiveBufferBytes_(receiveBufferBytes), guard_([this] { return progress(); }) {
+    : names_(names), receiveBufferBytes_(receiveBufferBytes) {
     initializeCurl();
     multi_.reset(curl_multi_init());
     Q_CHECK_PTR(multi_.get());
     timer_.setSingleShot(true);
     timer_.setTimerType(Qt::PreciseTimer);
-    timer_.callOnTimeout([this] { act(CURL_SOCKET_TIMEOUT, 0); });
+    timer_.callOnTimeout([this] { handleEvents(CURL_SOCKET_TIMEOUT, 0); });
     curl_multi_setopt(multi_.get(), CURLMOPT_SOCKETFUNCTION, &CurlMulti::watchSocket);
     curl_multi_setopt(multi_.get(), CURLMOPT_SOCKETDATA, this);
     curl_multi_setopt(multi_.get(), CURLMOPT_TIMERFUNCTION, &CurlMulti::setTimer);
@@ -70,7 +74,7 @@ CurlMulti::CurlMulti(NameResolver& names, std::optional<int> receiveBufferBytes)
 CurlMulti::~CurlMulti() {
     // libcurl reads from a connection once more before it closes it, and TLS goes on reading for as long as records
     // without data arrive. What it finds here is a connection that is silent.
-    const DeadEnds ends;
+    const SilentSocketPair ends;
     if (ends.near.isValid()) {
         for (const auto socket : openSockets()) {
             resetOnClose(socket);
@@ -97,10 +101,7 @@ void CurlMulti::add(CurlTransfer& transfer) {
 }
 
 void CurlMulti::remove(CurlTransfer& transfer) {
-    // May close its connection, from which libcurl reads once more then.
-    guard_.actionBegins();
     curl_multi_remove_handle(multi_.get(), transfer.handle());
-    guard_.actionEnds();
     std::erase(transfers_, &transfer);
 }
 
@@ -115,7 +116,6 @@ CurlSocket CurlMulti::openSocket(const curl_sockaddr& address) {
     if (receiveBufferBytes_) {
         ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &*receiveBufferBytes_, sizeof *receiveBufferBytes_);
     }
-    guard_.connectionOpened();
     std::erase_if(sockets_, [](const CurlSocket& other) { return !other.isOpen(); });
     return sockets_.emplace_back(CurlSocket{socket, inodeOf(socket).value_or(0)});
 }
@@ -132,8 +132,10 @@ int CurlMulti::closeSocket(void* self, curl_socket_t socket) {
     return 0;
 }
 
-void CurlMulti::recordArrived() {
-    if (guard_.recordArrived()) {
+void CurlMulti::recordRead() {
+    const auto soFar = progress();
+    uselessRecords_ = std::exchange(lastProgress_, soFar) == soFar ? uselessRecords_ + 1 : 0;
+    if (uselessRecords_ > uselessRecordLimit) {
         qCInfo(transferLog, "a peer that sends only useless records is cut off");
         cutConnections();
     }
@@ -142,7 +144,7 @@ void CurlMulti::recordArrived() {
 /// In the place of each connection there is one that has ended, so that nothing is read any more of what the peer has
 /// sent already. The kernel resets the real one.
 void CurlMulti::cutConnections() {
-    DeadEnds ends;
+    SilentSocketPair ends;
     ends.far = FileDescriptor();
     for (const auto socket : openSockets()) {
         resetOnClose(socket);
@@ -150,12 +152,14 @@ void CurlMulti::cutConnections() {
             ::shutdown(socket, SHUT_RDWR);
         }
     }
-    guard_.reset();
+    uselessRecords_ = 0;
 }
 
 int CurlMulti::watchSocket(CURL* /*handle*/, curl_socket_t socket, int what, void* self, void* /*socketData*/) {
     auto& multi = *static_cast<CurlMulti*>(self);
-    multi.notifiers_.erase(socket);
+    const auto [first, last] = multi.notifiers_.equal_range(socket);
+    std::for_each(first, last, [](const auto& entry) { entry.second->setEnabled(false); });
+    multi.notifiers_.erase(first, last);
     if (what == CURL_POLL_IN || what == CURL_POLL_INOUT) {
         multi.watch(socket, QSocketNotifier::Read, CURL_CSELECT_IN);
     }
@@ -176,21 +180,15 @@ int CurlMulti::setTimer(CURLM* /*multi*/, long timeoutMs, void* self) {
 }
 
 void CurlMulti::watch(curl_socket_t socket, QSocketNotifier::Type type, int event) {
-    Notifier notifier(new QSocketNotifier(socket, type), [](QSocketNotifier* old) {
-        old->setEnabled(false);
-        old->disconnect();
-        old->deleteLater();
-    });
+    Notifier notifier(new QSocketNotifier(socket, type));
     QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(),
-                     [this, socket, event] { act(socket, event); });
+                     [this, socket, event] { handleEvents(socket, event); });
     notifiers_.emplace(socket, std::move(notifier));
 }
 
-void CurlMulti::act(curl_socket_t socket, int events) {
+void CurlMulti::handleEvents(curl_socket_t socket, int events) {
     int running = 0;
-    guard_.actionBegins();
     curl_multi_socket_action(multi_.get(), socket, events, &running);
-    guard_.actionEnds();
     // One at a time: libcurl drops the messages of handles that are taken out meanwhile.
     int queued = 0;
     while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &queued)) {
@@ -208,7 +206,7 @@ void CurlMulti::act(curl_socket_t socket, int events) {
 
 std::int64_t CurlMulti::progress() const {
     return std::accumulate(transfers_.begin(), transfers_.end(), ended_,
-                           [](std::int64_t sum, const CurlTransfer* transfer) { return sum + transfer->moved(); });
+                           [](std::int64_t sum, const CurlTransfer* transfer) { return sum + transfer->progress(); });
 }
 
 } // namespace skylet

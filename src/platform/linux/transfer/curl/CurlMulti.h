@@ -1,7 +1,7 @@
 #pragma once
 
+#include "platform/linux/DeleteLater.h"
 #include "platform/linux/transfer/curl/CurlHandles.h"
-#include "platform/linux/transfer/curl/RecordGuard.h"
 #include "platform/linux/transfer/names/NameResolver.h"
 
 #include <QSocketNotifier>
@@ -29,16 +29,17 @@ struct CurlSocket {
 };
 
 /// Runs CurlTransfers, and keeps their connections, on the Qt event loop through libcurl's multi-socket interface: no
-/// polling, no wake-up while nothing is to be done. A peer that sends too many useless records loses its connection.
+/// polling, no wake-up while nothing is to be done. A peer that sends too many records without any progress of the
+/// transfers (frames without meaning, pings, TLS session tickets) loses its connection.
 /// Connections are closed by a reset: what the kernel still holds of them is not sent any more.
 class CurlMulti {
   public:
-    /// `receiveBufferBytes`: of each connection's socket, as SO_RCVBUF takes it (socket(7)); absent: as the system has
-    /// it. Must not be destroyed from inside CurlTransfer::ended.
+    /// `receiveBufferBytes`: each socket's SO_RCVBUF (socket(7)); absent: the system's. Must not be destroyed from
+    /// inside CurlTransfer::ended.
     explicit CurlMulti(NameResolver& names, std::optional<int> receiveBufferBytes = {});
     ~CurlMulti();
 
-    /// Of every connection, kept ones included.
+    /// The sockets of all connections, kept ones included.
     std::vector<curl_socket_t> openSockets() const;
 
     // For CurlTransfer:
@@ -49,14 +50,13 @@ class CurlMulti {
     /// Opens a socket for libcurl. Its number is CURL_SOCKET_BAD where none can be had.
     CurlSocket openSocket(const curl_sockaddr& address);
     static int closeSocket(void* self, curl_socket_t socket);
-    /// libcurl reports each TLS record also in the midst of what it does at one go.
-    void recordArrived();
+    /// libcurl has read a TLS record or a message of a handshake; perhaps one of many that it reads at one go.
+    void recordRead();
     /// Cuts every connection off, whatever the peer has sent already.
     void cutConnections();
 
   private:
-    /// May be let go from inside its own signal.
-    using Notifier = std::unique_ptr<QSocketNotifier, void (*)(QSocketNotifier*)>;
+    using Notifier = std::unique_ptr<QSocketNotifier, DeleteLater>;
 
     Q_DISABLE_COPY_MOVE(CurlMulti)
 
@@ -64,7 +64,7 @@ class CurlMulti {
     static int setTimer(CURLM* multi, long timeoutMs, void* self);
 
     void watch(curl_socket_t socket, QSocketNotifier::Type type, int event);
-    void act(curl_socket_t socket, int events);
+    void handleEvents(curl_socket_t socket, int events);
     /// Grows whenever a transfer gets anywhere.
     std::int64_t progress() const;
 
@@ -75,7 +75,9 @@ class CurlMulti {
     std::vector<CurlTransfer*> transfers_;
     std::vector<CurlSocket> sockets_;
     std::int64_t ended_ = 0;
-    RecordGuard guard_;
+    std::int64_t lastProgress_ = 0;
+    /// Records and messages of handshakes since the transfers last got anywhere.
+    int uselessRecords_ = 0;
     CurlMultiHandle multi_;
 };
 

@@ -1,7 +1,6 @@
 #include "platform/linux/transfer/curl/CurlOptions.h"
 
-#include <QDirIterator>
-#include <QRegularExpression>
+#include <QDir>
 
 namespace skylet {
 
@@ -9,19 +8,17 @@ namespace {
 
 /// Whether OpenSSL finds certificates by name in `folder`: libcurl names one where it was built with one, but the
 /// system may keep only a bundle.
-bool holdsHashedCertificates(const QString& folder) {
-    static const QRegularExpression hashedName(QStringLiteral("^[0-9a-f]{8}\\.[0-9]+$"));
-    QDirIterator files(folder, QDir::Files);
-    while (files.hasNext()) {
-        files.next();
-        if (hashedName.match(files.fileName()).hasMatch()) {
-            return true;
-        }
-    }
-    return false;
+bool holdsHashedCertificates(const char* folder) {
+    const QStringList hashedNames{QStringLiteral("????????.[0-9]")};
+    return folder != nullptr && !QDir(QString::fromUtf8(folder)).entryList(hashedNames, QDir::Files).isEmpty();
 }
 
 } // namespace
+
+void append(CurlList& list, const QByteArray& line) {
+    list.reset(curl_slist_append(list.release(), line.constData()));
+    Q_CHECK_PTR(list.get());
+}
 
 void initializeCurl() {
     static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
@@ -30,7 +27,7 @@ void initializeCurl() {
 
 void useHashedCertificates(const CurlEasy& handle) {
     const char* folder = curl_version_info(CURLVERSION_NOW)->capath;
-    static const bool areHashed = folder != nullptr && holdsHashedCertificates(QString::fromUtf8(folder));
+    static const bool areHashed = holdsHashedCertificates(folder);
     if (areHashed) {
         setCurlOption(handle, CURLOPT_CAPATH, folder);
         setCurlOption<const char*>(handle, CURLOPT_CAINFO, nullptr);

@@ -2,7 +2,7 @@
 
 #include "platform/linux/transfer/curl/CurlHandles.h"
 
-#include <QtGlobal>
+#include <QByteArray>
 
 namespace skylet {
 
@@ -13,6 +13,9 @@ void setCurlOption(const CurlEasy& handle, CURLoption option, Value value) {
         qFatal("libcurl refuses option %d: %s", static_cast<int>(option), curl_easy_strerror(result));
     }
 }
+
+/// Adds `line` to the end of `list`.
+void append(CurlList& list, const QByteArray& line);
 
 /// libcurl wants this before anything else. Harmless when repeated.
 void initializeCurl();

@@ -22,7 +22,8 @@ namespace {
 /// More are never tried within the time that a request has.
 constexpr std::size_t addressLimit = 32;
 
-/// Fulfils the promise from a thread of its own, which may outlive whoever waits for the answer.
+/// Fulfils the promise from a thread of its own, which may outlive whoever waits for the answer. Where no thread is to
+/// be had, the promise is broken, which ends the look-up without an answer.
 void askOnThread(QPromise<NameResolver::Answer> promise, const NameResolver::SystemLookUp& systemLookUp,
                  const QByteArray& host) {
     promise.start();
@@ -32,7 +33,7 @@ void askOnThread(QPromise<NameResolver::Answer> promise, const NameResolver::Sys
             promise.finish();
         }).detach();
     } catch (const std::system_error&) {
-        // No thread to be had: the promise has been broken, which ends the question without an answer.
+        // The broken promise says it all.
     }
 }
 
@@ -41,12 +42,12 @@ void askOnThread(QPromise<NameResolver::Answer> promise, const NameResolver::Sys
 NameResolver::NameResolver(std::shared_ptr<const Clock> clock, std::shared_ptr<const NetworkEpoch> epoch,
                            SystemLookUp systemLookUp, Configuration configuration)
     : clock_(std::move(clock)), epoch_(std::move(epoch)), systemLookUp_(std::move(systemLookUp)),
-      configuration_(std::move(configuration)), configurationOfQuestions_(configuration_()),
-      epochOfNames_(epoch_->current()) {}
+      configuration_(std::move(configuration)), lastConfiguration_(configuration_()), epochOfNames_(epoch_->current()) {
+}
 
 void NameResolver::lookUp(const QString& host, Freshness freshness, Completion completion) {
-    followNetwork();
-    followConfiguration();
+    forgetOtherNetwork();
+    askChangedNameServers();
     auto& name = names_[host];
     const auto age = clock_->systemUptime() - name.answered;
     const bool isKept = !name.addresses.empty() && age < keepFor;
@@ -85,58 +86,43 @@ void NameResolver::setStale(const QString& host, bool isStale) {
     }
 }
 
-void NameResolver::followNetwork() {
+void NameResolver::forgetOtherNetwork() {
     if (epochOfNames_ == epoch_->current()) {
         return;
     }
     epochOfNames_ = epoch_->current();
     ++generation_;
-    queue_.clear();
     for (auto& [host, name] : std::exchange(names_, {})) {
         QTimer::singleShot(0, lifetime_.guard([waiting = std::move(name.waiting)] { complete(waiting, {}); }));
     }
 }
 
-void NameResolver::followConfiguration() {
+void NameResolver::askChangedNameServers() {
     const auto configuration = configuration_();
-    if (std::exchange(configurationOfQuestions_, configuration) == configuration) {
+    if (std::exchange(lastConfiguration_, configuration) == configuration) {
         return;
     }
     ++generation_;
-    queue_.clear();
     for (auto& [host, name] : names_) {
         name.isStale = true;
-        if (std::exchange(name.isAsked, false)) {
+        if (std::exchange(name.isPending, false)) {
             ask(host);
         }
     }
 }
 
 void NameResolver::ask(const QString& host) {
-    auto& name = names_[host];
-    if (name.isAsked) {
+    if (std::exchange(names_[host].isPending, true)) {
         return;
     }
-    name.isAsked = true;
-    if (questions_.size() < threadLimit) {
-        begin(host);
-    } else {
-        queue_.push_back(host);
-    }
-}
-
-void NameResolver::begin(const QString& host) {
-    const auto place = questions_.emplace(questions_.end(), new QFutureWatcher<Answer>, [](QObject* watcher) {
-        watcher->disconnect();
-        watcher->deleteLater();
-    });
+    const auto place = pending_.emplace(pending_.end(), new QFutureWatcher<Answer>);
     auto& watcher = **place;
     QObject::connect(
         &watcher, &QFutureWatcherBase::finished, &watcher,
         [this, place, host, generation = generation_, begun = clock_->systemUptime()] {
             const auto future = (*place)->future();
             const auto answer = future.resultCount() > 0 ? future.result() : Answer{{}, "no thread to ask on"};
-            questions_.erase(place);
+            pending_.erase(place);
             const auto& outcome = answer.addresses.empty() ? answer.error : answer.addresses.front();
             qCInfo(transferLog, "%s: looked up in %.0f ms: %s", qPrintable(host),
                    (clock_->systemUptime() - begun).count() * 1000, outcome.constData());
@@ -144,21 +130,18 @@ void NameResolver::begin(const QString& host) {
         });
     QPromise<Answer> promise;
     watcher.setFuture(promise.future());
-    askOnThread(std::move(promise), systemLookUp_, host.toUtf8());
+    if (pending_.size() <= threadLimit) {
+        askOnThread(std::move(promise), systemLookUp_, host.toUtf8());
+    }
 }
 
 void NameResolver::answered(const QString& host, std::uint64_t generation, const Answer& answer) {
-    followNetwork();
-    if (!queue_.empty()) {
-        const auto next = queue_.front();
-        queue_.pop_front();
-        begin(next);
-    }
+    forgetOtherNetwork();
     if (generation != generation_) {
         return;
     }
     auto& name = names_[host];
-    name.isAsked = false;
+    name.isPending = false;
     if (!answer.addresses.empty()) {
         // The same answer again is as stale as before.
         name.isStale = name.isStale && name.addresses == answer.addresses;

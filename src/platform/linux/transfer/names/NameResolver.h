@@ -2,6 +2,7 @@
 
 #include "platform/Clock.h"
 #include "platform/Lifetime.h"
+#include "platform/linux/DeleteLater.h"
 #include "platform/network/NetworkEpoch.h"
 
 #include <QByteArray>
@@ -52,7 +53,7 @@ class NameResolver {
     /// How long a new answer is waited for by whoever would have to use a stale one.
     static constexpr std::chrono::milliseconds staleTimeout{500};
     /// Threads that may wait for the system at once: look-ups of earlier networks cannot be ended and count on. One
-    /// more look-up than this begins when one of them ends.
+    /// more look-up than this has no answer.
     static constexpr std::size_t threadLimit = 24;
 
     /// Changes when the system's list of name servers does.
@@ -73,27 +74,26 @@ class NameResolver {
 
     /// getaddrinfo(3) for TCP over any family that this machine has. Blocks.
     static Answer askSystem(const QByteArray& host);
-    /// Of /etc/resolv.conf: network managers write it a moment after the route, and the C library reads it anew then.
+    /// Tells one /etc/resolv.conf from the next: network managers write it a moment after the route, and the C library
+    /// reads it anew then.
     static QByteArray systemConfiguration();
 
   private:
-    /// Ends inside its own signal.
-    using Question = std::unique_ptr<QFutureWatcher<Answer>, void (*)(QObject*)>;
+    using PendingLookUp = std::unique_ptr<QFutureWatcher<Answer>, DeleteLater>;
     struct Name {
         Addresses addresses;
         /// When `addresses` came; meaningless while they are empty.
         Seconds answered{0};
-        bool isAsked = false;
+        bool isPending = false;
         bool isStale = false;
         std::vector<Completion> waiting;
     };
 
-    void followNetwork();
-    void followConfiguration();
+    void forgetOtherNetwork();
+    void askChangedNameServers();
     /// `completion` is called with an answer that comes within `staleTimeout`, else with `kept`.
     void waitOrUse(Name& name, const Addresses& kept, Completion completion);
     void ask(const QString& host);
-    void begin(const QString& host);
     /// `generation`: when it was asked for.
     void answered(const QString& host, std::uint64_t generation, const Answer& answer);
     static void complete(const std::vector<Completion>& waiting, const Addresses& addresses);
@@ -102,16 +102,14 @@ class NameResolver {
     const std::shared_ptr<const NetworkEpoch> epoch_;
     const SystemLookUp systemLookUp_;
     const Configuration configuration_;
-    QByteArray configurationOfQuestions_;
-    /// Grows with each change of network or configuration: tells which questions are still of use.
+    QByteArray lastConfiguration_;
+    /// Grows with each change of network or configuration: tells which pending look-ups are still of use.
     std::uint64_t generation_ = 0;
-    /// Of the network that `names_` are from.
+    /// The network that `names_` are from.
     std::uint64_t epochOfNames_;
     std::map<QString, Name> names_;
-    /// Asked names that wait for a thread.
-    std::list<QString> queue_;
-    /// Of this network and earlier ones.
-    std::list<Question> questions_;
+    /// Look-ups of this network and earlier ones.
+    std::list<PendingLookUp> pending_;
     Lifetime lifetime_;
 };
 

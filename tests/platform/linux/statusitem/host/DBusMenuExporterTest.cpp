@@ -277,12 +277,22 @@ TEST_F(DBusMenuExporterTest, TellsNothingThatIsAsItWasTold) {
     EXPECT_EQ(host_.countAll(), 0);
 }
 
-TEST_F(DBusMenuExporterTest, TellsNothingOfACheckMarkThatAClickLeftAsItWas) {
-    event(idOf(3), QStringLiteral("clicked"));
+TEST_F(DBusMenuExporterTest, TellsACheckMarkAfterAClickThoughItIsAsBefore) {
+    const int checkId = idOf(3);
+    event(checkId, QStringLiteral("clicked"));
+    host_.settle();
+    EXPECT_EQ(chosen_.size(), 1);
+    ASSERT_EQ(propertySignals(), 1);
+    ASSERT_EQ(updates().size(), 1);
+    EXPECT_EQ(updates().at(0).id, checkId);
+    EXPECT_EQ(updates().at(0).properties, (QVariantMap{{QStringLiteral("toggle-state"), 1}}));
+}
+
+TEST_F(DBusMenuExporterTest, TellsNothingAfterAClickOnAnEntryWithoutACheckMark) {
+    event(idOf(2), QStringLiteral("clicked"));
     host_.settle();
     EXPECT_EQ(chosen_.size(), 1);
     EXPECT_EQ(host_.countAll(), 0);
-    EXPECT_EQ(property(3, QStringLiteral("toggle-state")), 1);
 }
 
 TEST_F(DBusMenuExporterTest, NeverTellsOfANewLayout) {

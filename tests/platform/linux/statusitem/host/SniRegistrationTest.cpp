@@ -6,9 +6,6 @@
 #include "support/QStringPrinting.h"
 #include "support/Timing.h"
 
-#include <QCoreApplication>
-#include <QDBusConnectionInterface>
-
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -27,8 +24,8 @@ constexpr auto wellBeyondTheLimits = 300ms;
 
 class SniRegistrationTest : public testing::Test {
   protected:
-    SniRegistration::Watcher watcher(bool readsLayout = false, bool prefersConnectionName = false) {
-        return {host_.connection().baseService(), readsLayout, prefersConnectionName};
+    void setWatcher(bool readsLayout = false) {
+        registration_.setWatcher(host_.connection().baseService(), readsLayout);
     }
 
     bool registrationsReach(int count) {
@@ -41,63 +38,42 @@ class SniRegistrationTest : public testing::Test {
         return static_cast<int>(host_.registrations().size());
     }
 
-    QString ownName() const {
-        return QStringLiteral("org.kde.StatusNotifierItem-%1-1").arg(QCoreApplication::applicationPid());
-    }
-
     PrivateBus bus_;
     FakeStatusHost host_{bus_.connect()};
     QDBusConnection connection_ = bus_.connect();
     SniRegistration registration_{connection_, shortLimits};
 };
 
-TEST_F(SniRegistrationTest, RegistersUnderANameOfItsOwn) {
-    registration_.setWatcher(watcher());
+TEST_F(SniRegistrationTest, RegistersUnderTheNameOfItsConnection) {
+    setWatcher();
     ASSERT_TRUE(registrationsReach(1));
-    EXPECT_EQ(host_.item(), ownName());
-    EXPECT_EQ(registration_.serviceName(), ownName());
-    EXPECT_EQ(host_.connection().interface()->serviceOwner(ownName()).value(), connection_.baseService());
+    EXPECT_EQ(host_.item(), connection_.baseService());
 }
 
 TEST_F(SniRegistrationTest, RegistersOnceWhereAllIsWell) {
-    registration_.setWatcher(watcher());
+    setWatcher();
     EXPECT_EQ(registrationsAfterAWhile(), 1);
-}
-
-TEST_F(SniRegistrationTest, GivesTheConnectionsNameToAWatcherThatPrefersIt) {
-    registration_.setWatcher(watcher(false, true));
-    ASSERT_TRUE(registrationsReach(1));
-    EXPECT_EQ(host_.item(), connection_.baseService());
-    EXPECT_FALSE(host_.connection().interface()->isServiceRegistered(ownName()).value());
-}
-
-TEST_F(SniRegistrationTest, GivesTheConnectionsNameWhereItsOwnIsTaken) {
-    QDBusConnection rival = bus_.connect();
-    ASSERT_TRUE(rival.registerService(ownName()));
-    registration_.setWatcher(watcher());
-    ASSERT_TRUE(registrationsReach(1));
-    EXPECT_EQ(host_.item(), connection_.baseService());
 }
 
 TEST_F(SniRegistrationTest, RegistersAgainWithTheNextOwnerOnly) {
-    registration_.setWatcher(watcher());
+    setWatcher();
     ASSERT_TRUE(registrationsReach(1));
-    registration_.setWatcher(watcher());
+    setWatcher();
     EXPECT_EQ(registrationsAfterAWhile(), 1);
-    registration_.setWatcher({});
+    registration_.setWatcher({}, false);
     EXPECT_EQ(registrationsAfterAWhile(), 1);
-    registration_.setWatcher(watcher());
+    setWatcher();
     ASSERT_TRUE(registrationsReach(2));
 }
 
 TEST_F(SniRegistrationTest, RegistersAgainWhenTheMenuIsNotReadAndGivesUpInTheEnd) {
-    registration_.setWatcher(watcher(true));
+    setWatcher(true);
     EXPECT_EQ(registrationsAfterAWhile(), shortLimits.maximumTries);
 }
 
 TEST_F(SniRegistrationTest, IsContentOnceTheMenuIsRead) {
     SniRegistration persistent{connection_, {shortLimits.layoutTimeout, 1000}};
-    persistent.setWatcher(watcher(true));
+    persistent.setWatcher(host_.connection().baseService(), true);
     ASSERT_TRUE(registrationsReach(2));
     persistent.layoutRead();
     host_.settle();
@@ -106,22 +82,22 @@ TEST_F(SniRegistrationTest, IsContentOnceTheMenuIsRead) {
 }
 
 TEST_F(SniRegistrationTest, DoesNotWaitForTheMenuWhereHostsReadItLate) {
-    registration_.setWatcher(watcher(false));
+    setWatcher(false);
     EXPECT_EQ(registrationsAfterAWhile(), 1);
 }
 
 TEST_F(SniRegistrationTest, ExpectsANewWatcherToReadTheMenuAnew) {
-    registration_.setWatcher(watcher(true));
+    setWatcher(true);
     ASSERT_TRUE(registrationsReach(1));
     registration_.layoutRead();
-    registration_.setWatcher({});
-    registration_.setWatcher(watcher(true));
+    registration_.setWatcher({}, false);
+    setWatcher(true);
     EXPECT_TRUE(registrationsReach(3));
 }
 
 TEST_F(SniRegistrationTest, TriesAgainWhereTheWatcherRefuses) {
     host_.setManner(FakeStatusHost::Manner::refuses);
-    registration_.setWatcher(watcher());
+    setWatcher();
     ASSERT_TRUE(registrationsReach(2));
     host_.setManner(FakeStatusHost::Manner::accepts);
     ASSERT_TRUE(registrationsReach(3));
@@ -131,7 +107,7 @@ TEST_F(SniRegistrationTest, TriesAgainWhereTheWatcherRefuses) {
 TEST_F(SniRegistrationTest, TriesAgainWhereTheWatcherRefusesLaterThanItWaits) {
     static_assert(FakeStatusHost::hesitation > 5 * shortLimits.layoutTimeout);
     host_.setManner(FakeStatusHost::Manner::refusesLate);
-    registration_.setWatcher(watcher());
+    setWatcher();
     ASSERT_TRUE(registrationsReach(1));
     host_.setManner(FakeStatusHost::Manner::accepts);
     ASSERT_TRUE(registrationsReach(2));
@@ -141,7 +117,7 @@ TEST_F(SniRegistrationTest, TriesAgainWhereTheWatcherRefusesLaterThanItWaits) {
 TEST_F(SniRegistrationTest, DoesNotWaitForAWatcherThatNeverAnswers) {
     host_.setManner(FakeStatusHost::Manner::isSilent);
     const auto began = std::chrono::steady_clock::now();
-    registration_.setWatcher(watcher());
+    setWatcher();
     if (test::runsAlone()) {
         EXPECT_LT(std::chrono::steady_clock::now() - began, test::allowing(50ms));
     }
@@ -150,13 +126,13 @@ TEST_F(SniRegistrationTest, DoesNotWaitForAWatcherThatNeverAnswers) {
 }
 
 TEST_F(SniRegistrationTest, SurvivesTheEndOfTheBus) {
-    registration_.setWatcher(watcher(true));
+    setWatcher(true);
     ASSERT_TRUE(registrationsReach(1));
     bus_.kill();
     runFor(wellBeyondTheLimits);
-    registration_.setWatcher({QStringLiteral(":1.99"), true, false});
+    registration_.setWatcher(QStringLiteral(":1.99"), true);
     runFor(50ms);
-    EXPECT_EQ(registration_.watcherOwner(), QStringLiteral(":1.99"));
+    EXPECT_EQ(host_.registrations().size(), 1);
 }
 
 } // namespace

@@ -154,6 +154,18 @@ TEST_F(StatusHostMonitorTest, IsNotMisledByAnswersAboutAWatcherThatHasGoneSince)
     }
 }
 
+TEST_F(StatusHostMonitorTest, FindsTheWatcherThoughHostsComeAndGoWithoutEnd) {
+    start();
+    const QDBusConnection watcher = owning(watcherName_);
+    QDBusConnection host = bus_.connect();
+    for (int round = 0; round < 1000 && monitor_->watcherOwner().isEmpty(); ++round) {
+        ASSERT_TRUE(host.registerService(hostName_));
+        ASSERT_TRUE(host.unregisterService(hostName_));
+        QCoreApplication::processEvents();
+    }
+    EXPECT_EQ(monitor_->watcherOwner(), watcher.baseService());
+}
+
 TEST_F(StatusHostMonitorTest, ChoosesTheBadgeWhereSeveralHostsShowTheTitleInDifferentWays) {
     const QDBusConnection watcher = owning(watcherName_);
     const QDBusConnection one = owning(hostName_);

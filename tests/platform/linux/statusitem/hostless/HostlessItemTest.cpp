@@ -23,10 +23,10 @@ using test::waitUntil;
 
 using namespace std::chrono_literals;
 
-class HostlessItemTest : public testing::Test {
+class HostlessItemTest : public VirtualScreenTest {
   protected:
     void show(const QByteArray& display) {
-        item_ = std::make_unique<HostlessItem>(HostlessItem::Options{display, 600ms}, display_,
+        item_ = std::make_unique<HostlessItem>(HostlessItem::Options{display, 600ms, {}}, display_,
                                                [this](QRect item) { menuPlace_ = item; });
     }
 

@@ -30,7 +30,7 @@ StatusIcon badgeWith(const char* number, Status status = Status::online) {
     return {Presentation::badge, status, QString::fromLatin1(number)};
 }
 
-class XembedIconTest : public testing::Test {
+class XembedIconTest : public VirtualScreenTest {
   protected:
     explicit XembedIconTest(int depth = 24) : screen_(depth) {}
 
@@ -227,8 +227,9 @@ TEST_P(XembedIconAtDepth, IsShownInItsColours) {
     EXPECT_NEAR(seen.blue(), dot.blue(), 8);
 }
 
-TEST(XembedIcon, DoesNotAskForARoomThatItCannotPaint) {
-    // Colours from a palette.
+using XembedIconWithAPaletteTest = VirtualScreenTest;
+
+TEST_F(XembedIconWithAPaletteTest, DoesNotAskForARoomThatItCannotPaint) {
     const VirtualScreen screen(8);
     const std::unique_ptr<X11Connection> connection = X11Connection::open(screen.display());
     ASSERT_NE(connection, nullptr);
@@ -332,7 +333,9 @@ TEST(X11Connection, IsNotThereWhereNoServerIs) {
     EXPECT_EQ(X11Connection::open(QByteArrayLiteral(":4711")), nullptr);
 }
 
-TEST(X11Connection, TellsOfTheEndOfTheServer) {
+using X11ServerTest = VirtualScreenTest;
+
+TEST_F(X11ServerTest, TellsOfTheEndOfTheServer) {
     VirtualScreen screen;
     const std::unique_ptr<X11Connection> connection = X11Connection::open(screen.display());
     ASSERT_NE(connection, nullptr);

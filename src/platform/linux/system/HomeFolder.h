@@ -1,0 +1,9 @@
+#pragma once
+
+namespace skylet {
+
+/// Where HOME is not set Qt would write to "/". Sets it to what the user database says, or, where that knows nothing
+/// either, to a place where nothing can be written. To be called before anything asks for a folder.
+void ensureHome();
+
+} // namespace skylet

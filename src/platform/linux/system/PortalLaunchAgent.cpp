@@ -1,0 +1,46 @@
+#include "platform/linux/system/PortalLaunchAgent.h"
+
+#include <QDBusMessage>
+#include <QFile>
+#include <QStringList>
+
+#include <utility>
+
+namespace skylet {
+
+PortalLaunchAgent::PortalLaunchAgent(QDBusConnection bus, const QString& path, const QString& executable)
+    : bus_(std::move(bus)), executable_(executable), record_(path, executable) {}
+
+bool PortalLaunchAgent::isNeeded() {
+    return QFile::exists(QStringLiteral("/.flatpak-info"));
+}
+
+void PortalLaunchAgent::toggle() {
+    // The answer comes as a signal of an object whose path is known beforehand (org.freedesktop.portal.Request).
+    const QString token = QStringLiteral("skylet%1").arg(++requests_);
+    const QString sender = bus_.baseService().mid(1).replace(u'.', u'_');
+    bus_.connect(QString(), QStringLiteral("/org/freedesktop/portal/desktop/request/%1/%2").arg(sender, token),
+                 QStringLiteral("org.freedesktop.portal.Request"), QStringLiteral("Response"), this,
+                 SLOT(answered(uint, QVariantMap)));
+    auto call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.portal.Desktop"), QStringLiteral("/org/freedesktop/portal/desktop"),
+        QStringLiteral("org.freedesktop.portal.Background"), QStringLiteral("RequestBackground"));
+    const QString noWindow;
+    call << noWindow
+         << QVariantMap{{QStringLiteral("handle_token"), token},
+                        {QStringLiteral("autostart"), !exists()},
+                        {QStringLiteral("commandline"), QStringList{executable_}}};
+    bus_.send(call);
+}
+
+void PortalLaunchAgent::answered(uint response, const QVariantMap& results) {
+    constexpr uint success = 0;
+    if (response == success && results.value(QStringLiteral("autostart")).toBool() != exists()) {
+        record_.toggle();
+    }
+    if (onChange) {
+        onChange();
+    }
+}
+
+} // namespace skylet
