@@ -27,6 +27,8 @@ struct StatusIcon {
     QString number = {};
     /// Of the wide icon alone.
     StatusTitle title = {};
+    /// The room for its title, in logical pixels.
+    double titleWidth = 0;
 
     /// Whether they look the same, so that nothing need be painted and sent anew.
     bool operator==(const StatusIcon& other) const;
