@@ -27,6 +27,8 @@ struct StatusIcon {
     QString number = {};
     /// Of the wide icon alone.
     StatusTitle title = {};
+    /// With a frame that calls for a look.
+    bool needsAttention = false;
 
     /// Whether they look the same, so that nothing need be painted and sent anew.
     bool operator==(const StatusIcon& other) const;
