@@ -1,6 +1,7 @@
 #include "platform/linux/desktop/DesktopApplication.h"
 
 #include "platform/linux/desktop/ApplicationIcon.h"
+#include "platform/linux/desktop/Wayland.h"
 
 #include <QApplication>
 #include <QDesktopServices>
@@ -13,7 +14,7 @@ namespace {
 // On a connection of its own the item has no name but the unique one. GNOME's extension also looks for items by itself:
 // one that it has found under another name and one that registers would be two.
 QString busName() {
-    return QStringLiteral("skylet");
+    return QStringLiteral("skylet-status-item");
 }
 
 } // namespace
@@ -36,13 +37,13 @@ void DesktopApplication::becomeAccessory() {
     QCoreApplication::setQuitLockEnabled(false);
 }
 
-QDBusConnection DesktopApplication::sessionBus() {
+QDBusConnection DesktopApplication::statusItemBus() {
     const QDBusConnection open(busName());
     return open.isConnected() ? open : QDBusConnection::connectToBus(QDBusConnection::SessionBus, busName());
 }
 
 std::unique_ptr<StatusItem> DesktopApplication::makeStatusItem() {
-    auto item = std::make_unique<DesktopStatusItem>(sessionBus());
+    auto item = std::make_unique<DesktopStatusItem>(statusItemBus());
     statusItem_ = item.get();
     return item;
 }
@@ -59,10 +60,9 @@ void DesktopApplication::terminate() {
     QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit, Qt::QueuedConnection);
 }
 
-void DesktopApplication::requestAttention() {
-    if (statusItem_) {
-        statusItem_->requestAttention();
-    }
+bool DesktopApplication::requestAttention(const QString& activationToken) {
+    keepActivationToken(activationToken);
+    return statusItem_ && statusItem_->requestAttention();
 }
 
 } // namespace skylet
