@@ -17,14 +17,6 @@ namespace {
 const auto itemPath = [] { return QStringLiteral("/StatusNotifierItem"); };
 const auto menuPath = [] { return QStringLiteral("/MenuBar"); };
 
-/// Puts the token where Qt's Wayland client looks for it when a window is to come to the front. Done there alone:
-/// nothing else reads it, and changing the environment of a running program is best avoided.
-void keepActivationToken(const QString& token) {
-    if (isOnWayland()) {
-        qputenv("XDG_ACTIVATION_TOKEN", token.toUtf8());
-    }
-}
-
 } // namespace
 
 DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusItemOptions options)
@@ -91,7 +83,7 @@ void DesktopStatusItem::setDisplay(const StatusDisplay& display) {
     }
 }
 
-void DesktopStatusItem::requestAttention() {
+bool DesktopStatusItem::requestAttention() {
     if (visible_) {
         attentionTimer_.start();
         updateStatus();
@@ -99,6 +91,7 @@ void DesktopStatusItem::requestAttention() {
     if (hostless_) {
         hostless_->openMenu();
     }
+    return menu_.widget().isVisible();
 }
 
 void DesktopStatusItem::show() {

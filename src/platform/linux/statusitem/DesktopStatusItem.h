@@ -51,10 +51,10 @@ class DesktopStatusItem final : public QObject, public StatusItem {
     void setMenu(const Menu& menu) override;
     void setDisplay(const StatusDisplay& display) override;
 
-    /// Asks the user to look here: a host that keeps idle items out of sight shows this one for some seconds; without a
-    /// host the menu opens, which is the way to it for those who do not use a mouse. Does nothing while the item is
-    /// hidden.
-    void requestAttention();
+    /// Asks the user to look here: a host shows the item with a frame for some seconds, also where it keeps idle items
+    /// out of sight; without a host the menu opens, which is the way to it for those who do not use a mouse. False: the
+    /// menu is not open.
+    bool requestAttention();
     /// Null while the item is on a host, or neither there nor elsewhere yet.
     const HostlessItem* hostless() const { return hostless_.get(); }
 
