@@ -90,7 +90,7 @@ int main(int argc, char** argv) {
     qInstallMessageHandler(nullptr);
     DesktopApplication application;
     const QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected()) {
+    if (!bus.isConnected() || !DesktopApplication::statusItemBus().isConnected()) {
         std::fputs("skylet: there is no D-Bus session bus, so no desktop can show the status item\n", stderr);
         return EXIT_FAILURE;
     }

@@ -2,7 +2,10 @@
 
 #include "platform/linux/desktop/Wayland.h"
 #include "platform/linux/statusitem/drawing/ItemAppearance.h"
+#include "platform/linux/statusitem/drawing/TitleLine.h"
 #include "platform/linux/system/BusCall.h"
+
+#include <QFontDatabase>
 
 #include <utility>
 
@@ -20,7 +23,8 @@ DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusIt
     : connection_(connection),
       object_(itemPath(), menuPath(), [this](const QString& host, QPoint place) { return openMenu(host, place); }),
       registration_(connection, options.registration), monitor_(connection, std::move(options.environment)),
-      hostlessDelay_(options.hostlessDelay), hostlessOptions_(std::move(options.hostless)) {
+      titleWidth_(std::move(options.schedule), [this] { show(); }), hostlessDelay_(options.hostlessDelay),
+      hostlessOptions_(std::move(options.hostless)) {
     hostlessOptions_.noStripBefore.setRemainingTime(options.stripDelay);
     attentionTimer_.setSingleShot(true);
     attentionTimer_.setInterval(options.attention);
@@ -94,6 +98,10 @@ void DesktopStatusItem::show() {
     ItemAppearance shown = appearance(monitor_.presentation(), display_);
     if (monitor_.traitsOfConnection(monitor_.watcherOwner()).showsToolTipTextAlone) {
         shown.toolTipText = shown.toolTipTitle + u'\n' + shown.toolTipText;
+    }
+    if (shown.icon.presentation == Presentation::wide) {
+        titleWidth_.setNeeded(plateTitleWidth(display_.title, QFontDatabase::systemFont(QFontDatabase::GeneralFont)));
+        shown.icon.titleWidth = titleWidth_.width();
     }
     object_.setAppearance(shown);
     if (hostless_) {

@@ -5,6 +5,7 @@
 #include "platform/linux/statusitem/host/DBusReading.h"
 #include "platform/linux/statusitem/host/FakeStatusHost.h"
 #include "support/EventLoop.h"
+#include "support/FakeSchedule.h"
 #include "support/FullDisk.h"
 #include "support/PrivateBus.h"
 #include "support/QStringPrinting.h"
@@ -45,6 +46,7 @@ class StatusItemOnHostTest : public testing::Test {
         options.environment.panelsStandUpright = [this] { return panelsStandUpright_; };
         options.registration = registration_;
         options.attention = attention_;
+        options.schedule = schedule_;
         // Far from being shown anywhere else.
         options.hostlessDelay = 1h;
         item_ = std::make_unique<DesktopStatusItem>(itemConnection_, options);
@@ -97,6 +99,7 @@ class StatusItemOnHostTest : public testing::Test {
     // longer than any test, unless that is what it is about
     SniRegistrationLimits registration_{1min, 3};
     std::chrono::milliseconds attention_{60};
+    test::FakeSchedule schedule_;
     std::shared_ptr<MenuItem> line_ = std::make_shared<MenuItem>(QStringLiteral("line"), nullptr, QString());
     std::shared_ptr<MenuItem> command_ = std::make_shared<MenuItem>(
         QStringLiteral("Quit"), [this] { ++chosen_; }, QStringLiteral("q"));
@@ -374,6 +377,21 @@ TEST_F(StatusItemOnHostTest, HasAPictureOfEverySizeThatPanelsUse) {
     host_.appear();
     ASSERT_TRUE(waitUntil([this] { return pixmaps().first().width > pixmaps().first().height; }));
     hasHeights({16, 22, 24, 28, 32, 44}, true);
+}
+
+TEST_F(StatusItemOnHostTest, KeepsTheWidthOfAWideIconForAWhileWhenTheTitleGetsShorter) {
+    showWide();
+    item_->setDisplay(sample::fast());
+    host_.settle();
+    const int wide = pixmaps().first().width;
+    item_->setDisplay(sample::offline());
+    host_.settle();
+    EXPECT_EQ(pixmaps().first().width, wide);
+    host_.forgetSignals();
+    schedule_.fire();
+    host_.settle();
+    EXPECT_LT(pixmaps().first().width, wide);
+    EXPECT_EQ(count("NewIcon"), 1);
 }
 
 TEST_F(StatusItemOnHostTest, TellsOfANewTitleInAWideIconByTheIconAlone) {

@@ -61,6 +61,11 @@ void paintSign(QPainter& painter, const QRectF& dot, Status status) {
     switch (status) {
     case Status::online:
     case Status::slow:
+        for (const int side : {-1, 1}) {
+            const QPointF base = centre + QPointF(0, side * 0.45 * unit);
+            painter.drawPolygon(QPolygonF(
+                {base + QPointF(-2 * unit, 0), base + QPointF(2 * unit, 0), base + QPointF(0, side * 2.1 * unit)}));
+        }
         break;
     case Status::checking:
         for (const int place : {-1, 0, 1}) {
@@ -121,7 +126,7 @@ bool StatusIcon::operator==(const StatusIcon& other) const {
     const bool sameDot =
         presentation == Presentation::label ? dotShades(status) == dotShades(other.status) : status == other.status;
     return sameDot && needsAttention == other.needsAttention && presentation == other.presentation &&
-           number == other.number && title == other.title;
+           number == other.number && title == other.title && titleWidth == other.titleWidth;
 }
 
 QImage paintStatusIcon(const StatusIcon& icon, int size, const QFont& font) {
@@ -131,7 +136,7 @@ QImage paintStatusIcon(const StatusIcon& icon, int size, const QFont& font) {
         return framed(paintStatusIcon(plain, size, font));
     }
     if (icon.presentation == Presentation::wide) {
-        return paintTitlePlate(icon.status, icon.title, size, font);
+        return paintTitlePlate(icon.status, icon.title, size, font, icon.titleWidth);
     }
     QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);

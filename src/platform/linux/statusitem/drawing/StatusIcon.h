@@ -27,6 +27,8 @@ struct StatusIcon {
     QString number = {};
     /// Of the wide icon alone.
     StatusTitle title = {};
+    /// The room for its title, in logical pixels.
+    double titleWidth = 0;
     /// With a frame that calls for a look.
     bool needsAttention = false;
 
