@@ -85,6 +85,7 @@ void endWithoutDisplay(QtMsgType type, const QMessageLogContext& context, const 
 
 int main(int argc, char** argv) {
     ensureHome();
+    DesktopWindows::awaitScreenReaders();
     qInstallMessageHandler(endWithoutDisplay);
     const QApplication qt(argc, argv);
     qInstallMessageHandler(nullptr);
