@@ -73,7 +73,7 @@ class ConnectivityEngine {
     std::int64_t remaining_ = 0;
     bool checking_ = false;
     bool paused_ = false;
-    /// Asleep, or stopped.
+    /// The system is asleep, or the engine was stopped.
     bool sleeping_ = false;
     /// Absent: not known.
     std::optional<bool> pathAvailable_;

@@ -17,7 +17,7 @@ namespace skylet {
 /// that a captive portal is not taken for the internet.
 class HTTPConnectivityProbe final : public ConnectivityProbing {
   public:
-    /// For one exchange as a whole, in seconds.
+    /// The limit of one exchange as a whole.
     static constexpr Seconds timeout{3.0};
 
     /// Changes nothing but the time limits of `configuration`. The session is made with the first probe.

@@ -51,6 +51,8 @@ class Program:
             "TMPDIR": str(self.home / "tmp"), "LANG": "en_US.UTF-8", "LANGUAGE": "en", "LC_ALL": "C.UTF-8",
             "XDG_CURRENT_DESKTOP": "GNOME", "QT_QPA_PLATFORM": "offscreen",
             "LSAN_OPTIONS": f"suppressions={LEAKS_OF_OTHERS}:print_suppressions=0"} | environment
+        # what it is started by, when not directly: a command line before its own
+        self.starter = []
         self._process = self.started = None
 
     def start(self):
@@ -65,7 +67,7 @@ class Program:
     def _launch(self, log):
         with log.open("w") as output:
             return self._stack.enter_context(self._network.client.popen(
-                [settings.PROGRAM], env=self.environment, stdout=output, stderr=subprocess.STDOUT))
+                [*self.starter, settings.PROGRAM], env=self.environment, stdout=output, stderr=subprocess.STDOUT))
 
     @property
     def file(self):

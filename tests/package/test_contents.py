@@ -154,8 +154,15 @@ def test_what_a_document_leads_to_is_there(document):
     assert [path for path in named + linked if not path.exists()] == []
 
 
+def test_the_table_of_figures_names_constants_that_are_there():
+    rows = re.findall(r"^\|.*\| `([^`]+)` \| `(\w+)` \|$", (SOURCE / "docs/architecture.md").read_text(), re.MULTILINE)
+    assert len(rows) > 10
+    assert [row for row in rows if not re.search(rf"\b{row[1]}\b", (SOURCE / row[0]).read_text())] == []
+
+
 @pytest.mark.parametrize("placeholder", [
-    "LicenseRef-proprietary", "skylet@", "{SKYLET_WEBSITE}/skylet", "2026-11-21", '"https://brimlake.example', "All rights reserved."])
+    "LicenseRef-proprietary", "skylet@", "{SKYLET_WEBSITE}/skylet", "{SKYLET_WEBSITE}/bugs", "{SKYLET_WEBSITE}/source",
+    "No licence has been chosen", "2026-11-21", '"https://brimlake.example', "All rights reserved."])
 def test_what_the_owners_have_to_decide_stands_in_one_place(placeholder):
     files = [SOURCE / "CMakeLists.txt", *SOURCE.glob("cmake/*"), *SOURCE.glob("packaging/**/*"), *SOURCE.glob("src/**/*")]
     lines = [line for path in files if path.is_file() and path.suffix != ".md" for line in path.read_text().splitlines()
@@ -224,7 +231,9 @@ class TestHardening:
         assert {path.name for path in (SOURCE / "src").rglob("*.cpp")} <= {
             Path(name).name for name in (*(entry["file"] for entry in compiled), *re.findall(r'#include "(.*)"', "\n".join(texts)))}
         commands = [entry["command"] for entry in compiled]
-        for flag in ("-D_FORTIFY_SOURCE=3", "-O3", "-fstack-protector-strong", "-fstack-clash-protection", "-fPIC"):
+        for flag in ("-D_FORTIFY_SOURCE=3", "-O3", "-fstack-protector-strong", "-fstack-clash-protection"):
             assert [command for command in commands if flag not in command.split()] == []
+        # -fPIE is enough for what only the program itself has
+        assert [command for command in commands if not {"-fPIC", "-fPIE"} & set(command.split())] == []
         # what stands last wins
         assert not [command for command in commands if re.search("-D_FORTIFY_SOURCE=3 .*(FORTIFY_SOURCE| -O[0g])", command)]

@@ -33,6 +33,7 @@ std::vector<std::pair<QString, QString>> wantedRows(const char* name) {
         if (line.startsWith(u'#')) {
             continue;
         }
+        line.replace(QStringLiteral("@YEAR@"), QString::fromUtf8(build::copyright).section(u' ', 1, 1));
         line.replace(QStringLiteral("\\n"), QStringLiteral("\n")).replace(QStringLiteral("\\u200E"), QChar(0x200E));
         rows.emplace_back(line.section(u'\t', 0, 0), line.section(u'\t', 1));
     }

@@ -25,8 +25,8 @@ struct TransferResponse {
     int statusCode = 0;
     /// The address that answered, as text; absent when the transport does not know it.
     std::optional<QString> url;
-    /// For how much of the exchange's time this program, not the network, was waited for: it was busy with something
-    /// else while the request could have gone out, or when the last byte was there already.
+    /// The part of the exchange's time for which this program was busy with something else, while the request could
+    /// have gone out or the last byte was there already.
     Seconds localDelay{0};
 };
 
@@ -40,7 +40,7 @@ struct TransferError {
 class TransferSession {
   public:
     using Completion = std::function<void(std::optional<TransferResponse>, std::optional<TransferError>)>;
-    /// Whether the answer is what the asker expects of the host itself.
+    /// Whether the answer is what the caller expects of the host itself.
     using Accepts = std::function<bool(const TransferResponse&)>;
 
     virtual ~TransferSession() = default;

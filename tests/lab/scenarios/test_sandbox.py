@@ -3,15 +3,17 @@
 import json
 import shutil
 import subprocess
+import sys
 import tempfile
 import time
 from contextlib import ExitStack
 from pathlib import Path
 
 import pytest
-from support.processes import BARE_ENVIRONMENT, Child, wait_until
+from support.processes import BARE_ENVIRONMENT, Child, Tool, wait_until
 
-MANIFEST = Path(__file__).parents[3] / "packaging/flatpak/com.vorn.skylet.yml"
+TESTS = Path(__file__).parents[2]
+MANIFEST = TESTS.parent / "packaging/flatpak/com.vorn.skylet.yml"
 # seconds: what counts here is whether it happens, and the filter takes its time on a busy machine
 BUSY = 10
 INHIBITOR = ("sleep", "delay")
@@ -108,6 +110,38 @@ def test_without_the_permission_for_it_no_suspend_is_heard_of(lab, enter_sandbox
     lab.start()
     time.sleep(2)
     assert INHIBITOR not in logind.inhibitors()
+
+
+def lay_out_as_flatpak_does(program):
+    """A root of its own with the mark of the sandbox in it."""
+    folders = [part for path in Path("/").iterdir() for part in (
+        ("--symlink", path.readlink(), path) if path.is_symlink() else ("--dev-bind", path, path) if path.is_dir() else ())]
+    program.starter = ["bwrap", "--die-with-parent", "--tmpfs", "/", *folders, "--ro-bind", "/etc/hostname", "/.flatpak-info"]
+
+
+def test_launch_at_login_is_what_the_portal_says(lab, enter_sandbox):
+    environment = BARE_ENVIRONMENT | {"DBUS_SESSION_BUS_ADDRESS": lab.session_bus.address, "PYTHONPATH": str(TESTS)}
+    with Tool([sys.executable, TESTS / "lab/background_portal.py"], env=environment) as portal:
+        enter_sandbox()
+        lay_out_as_flatpak_does(lab.program)
+        lab.start()
+
+        def is_checked():
+            return lab.area.menu()["Launch at Login"].checked
+
+        portal.ask("refuse")
+        lab.area.click("Launch at Login")
+        wait_until(lambda: len(json.loads(portal.ask("asked"))) == 1, BUSY, "the portal is asked")
+        time.sleep(1)
+        assert not is_checked()
+        portal.ask("grant")
+        lab.area.click("Launch at Login")
+        wait_until(is_checked, BUSY, "it is granted")
+        lab.area.click("Launch at Login")
+        wait_until(lambda: not is_checked(), BUSY, "it is taken back")
+        asked = json.loads(portal.ask("asked"))
+    assert [request["autostart"] for request in asked] == [True, True, False]
+    assert all(request["commandline"] == [str(lab.program.file)] for request in asked)
 
 
 def test_these_are_all_that_the_manifest_asks_of_the_buses(manifest):

@@ -24,7 +24,7 @@ struct PathState {
     FamilyPath ipv4;
     FamilyPath ipv6;
 
-    /// Also where the kernel could not be asked: a wrong yes is corrected by the probes, a wrong no would stay.
+    /// True also where the kernel could not be asked: a wrong yes is corrected by the probes, a wrong no would stay.
     bool isSatisfied() const { return ipv4.route || ipv6.route; }
     bool isKnown() const { return (!ipv4.route || ipv4.route->isKnown()) && (!ipv6.route || ipv6.route->isKnown()); }
     bool operator==(const PathState&) const = default;

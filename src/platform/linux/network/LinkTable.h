@@ -30,7 +30,7 @@ void applyMessage(const nlmsghdr& message, LinkTable& links);
 /// stacked; nor is one whose lower link has left the namespace, of which the kernel says nothing further.
 bool isStacked(std::uint32_t interface, const LinkTable& links);
 
-/// Whether the other end of `interface` is a program. Of one that is not in the table that is not known: no.
+/// Whether the other end of `interface` is a program; false for one that is not in the table.
 bool isTun(std::uint32_t interface, const LinkTable& links);
 
 } // namespace skylet

@@ -67,7 +67,7 @@ class BulkTransfer final : public CurlTransfer, public BulkTransferTask {
     void measure();
     /// `count` bytes of the request's body have been acknowledged, if nobody on this machine did so for the other end.
     void countAcknowledged(std::int64_t count);
-    /// Of the answer's body, by its head; negative: not said.
+    /// The length of the answer's body by its head; negative: not said.
     std::int64_t announcedLength() const;
 
     static std::size_t bodyWanted(char* buffer, std::size_t size, std::size_t count, void* self);

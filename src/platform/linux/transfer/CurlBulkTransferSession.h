@@ -25,9 +25,9 @@ class CurlBulkTransferSession final : public BulkTransferSession {
 
     using SentByMachine = BulkTransfer::SentByMachine;
 
-    /// Of the two limits, the one for requests is how long nothing may move. `delegate` outlives the session. An upload
-    /// whose other end is this machine itself, a proxy or a tunnel's program, counts for no more than `sentByMachine`
-    /// has grown by meanwhile.
+    /// The configuration's limit for requests is how long there may be no progress. `delegate` outlives the session. An
+    /// upload that a program of this machine acknowledges, a proxy or a tunnel, counts for no more than `sentByMachine`
+    /// grows by.
     CurlBulkTransferSession(const SessionConfiguration& configuration, std::shared_ptr<const NetworkEpoch> epoch,
                             std::shared_ptr<NameResolver> names, BulkTransferDelegate& delegate,
                             SentByMachine sentByMachine);
@@ -58,7 +58,7 @@ class CurlBulkTransferSession final : public BulkTransferSession {
     const PreciseTimer ticking_ = makePreciseTimer(false);
     const PreciseTimer reporting_ = makePreciseTimer(true);
     const PreciseTimer idle_ = makePreciseTimer(true);
-    /// Whose end has not been reported.
+    /// The transfers whose end has not been reported.
     Transfers transfers_;
     std::unique_ptr<CurlMulti> multi_;
 };

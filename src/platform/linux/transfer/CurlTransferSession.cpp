@@ -155,7 +155,13 @@ void CurlTransferSession::finishIdlePools() {
             host.current.reset();
         }
     }
-    std::erase_if(retired_, [](const Pool& pool) { return pool->isIdle(); });
+    const bool isAnyNew = std::any_of(hosts_.begin(), hosts_.end(), [](const auto& entry) {
+        return entry.second.current && !entry.second.current->hasAnswered();
+    });
+    // A new connection resumes the TLS session of an older one only while that is open (libcurl before 8.4, HTTP/2).
+    std::erase_if(retired_, [isAnyNew](const Pool& pool) {
+        return pool->isIdle() && !(isAnyNew && pool->isUsable() && pool->hasAnswered());
+    });
 }
 
 } // namespace skylet

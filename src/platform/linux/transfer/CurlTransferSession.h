@@ -25,8 +25,8 @@ class CurlTransferSession final : public TransferSession {
     /// Each time this has passed the oldest of the connections is replaced. With two hosts, asked every five seconds,
     /// none gets older than four minutes.
     static constexpr std::chrono::milliseconds defaultRenewalInterval{115'000};
-    /// For a fresh connection and its first answer. Slow resolvers and links may take long: the kept one serves
-    /// meanwhile.
+    /// The time for a fresh connection and its first answer. Slow resolvers and links may take long: the kept one
+    /// serves meanwhile.
     static constexpr std::chrono::seconds renewalLimit{25};
 
     /// `names` is shared with whoever else looks names up.
@@ -42,7 +42,7 @@ class CurlTransferSession final : public TransferSession {
     using SteadyClock = CurlTransfer::SteadyClock;
     struct Host {
         bool isHttp1Only = false;
-        /// Absent before the first request, and after a failed one.
+        /// The pool for new requests; absent before the first one, and after a failed one.
         Pool current;
         /// Makes the connection that is to replace the current one, or waits for a slow proxy while the current one
         /// tries anew.
@@ -51,7 +51,7 @@ class CurlTransferSession final : public TransferSession {
         bool wasRenewedAfterOtherHostFailed = false;
     };
 
-    /// With a current pool that is fit for use.
+    /// The host, with a current pool that is fit for use.
     Host& hostFor(const QString& key);
     bool isFitForUse(const ConnectionPool& pool) const;
     Pool makePool(const Host& host);
@@ -75,9 +75,9 @@ class CurlTransferSession final : public TransferSession {
     /// TLS sessions, so that a new connection to a known host need not carry the certificates again. Outlives the
     /// pools.
     const CurlShare share_;
-    /// By host and port: connections are shared by requests to the same ones, and by no others.
+    /// The key is host and port: requests to the same ones share connections.
     std::map<QString, Host> hosts_;
-    /// Out of use; each goes as soon as nothing runs there any more.
+    /// Pools out of use; each goes as soon as nothing runs there any more.
     std::vector<Pool> retired_;
     Lifetime lifetime_;
 };

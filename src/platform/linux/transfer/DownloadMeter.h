@@ -13,9 +13,9 @@ namespace skylet {
 /// that have been read so far.
 class DownloadMeter {
   public:
-    /// At most so much do TLS and HTTP add to the last bytes: a record's frame, the last chunk, TLS's close message.
+    /// TLS and HTTP add at most this to the last bytes: a record's frame, the last chunk, TLS's close message.
     static constexpr std::int64_t trailingOverhead = 128;
-    /// At most so much comes before the body: TLS's tickets and the head.
+    /// At most this comes before the body: TLS's tickets and the head.
     static constexpr std::int64_t headOverhead = 2048;
     /// RFC 5246, 6.2.3, and the record's head; TLS 1.3 allows less.
     static constexpr std::int64_t largestRecord = 16'384 + 2048 + 5;

@@ -18,9 +18,10 @@ class HeadRequest final : public CurlTransfer {
     struct Settings {
         QUrl url;
         TransferSession::Accepts accepts;
-        /// For the exchange as a whole, name look-ups included.
+        /// The time for the whole exchange, name look-ups included.
         std::chrono::milliseconds limit;
-        /// To replace a connection that is in use meanwhile: names are looked up anew, and at the limit it is over.
+        /// The request makes a connection that is to replace one in use: its names are looked up anew, and at the limit
+        /// it is over.
         bool isRenewal = false;
     };
 

@@ -130,6 +130,17 @@ TEST_P(EndpointTest, AnAnswerThatIsNotAcceptedIsToldAndEndsItsConnection) {
     EXPECT_EQ(server->connections(), 2);
 }
 
+TEST_P(EndpointTest, OnAnotherNetworkTheTlsSessionIsResumed) {
+    EXPECT_EQ(status(), 204);
+    epoch->advance();
+    EXPECT_EQ(status(), 204);
+    const auto requests = server->requests();
+    ASSERT_EQ(requests.size(), 2);
+    EXPECT_FALSE(requests.first().toObject().value(QStringLiteral("resumed")).toBool());
+    EXPECT_TRUE(requests.last().toObject().value(QStringLiteral("resumed")).toBool());
+    EXPECT_EQ(server->connections(), 2);
+}
+
 TEST_P(EndpointTest, AnotherNetworkGetsAnotherConnection) {
     EXPECT_EQ(status(), 204);
     epoch->advance();

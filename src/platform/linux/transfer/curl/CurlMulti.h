@@ -34,12 +34,12 @@ struct CurlSocket {
 /// Connections are closed by a reset: what the kernel still holds of them is not sent any more.
 class CurlMulti {
   public:
-    /// `receiveBufferBytes`: of each connection's socket, as SO_RCVBUF takes it (socket(7)); absent: as the system has
-    /// it. Must not be destroyed from inside CurlTransfer::ended.
+    /// `receiveBufferBytes`: each socket's SO_RCVBUF (socket(7)); absent: the system's. Must not be destroyed from
+    /// inside CurlTransfer::ended.
     explicit CurlMulti(NameResolver& names, std::optional<int> receiveBufferBytes = {});
     ~CurlMulti();
 
-    /// Of every connection, kept ones included.
+    /// The sockets of all connections, kept ones included.
     std::vector<curl_socket_t> openSockets() const;
 
     // For CurlTransfer:

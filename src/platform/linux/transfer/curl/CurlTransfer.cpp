@@ -20,25 +20,25 @@ Q_LOGGING_CATEGORY(transferLog, "skylet.transfer", QtWarningMsg)
 
 namespace {
 
-/// Of a response head, all interim responses included, after which a transfer is to fail. So it is with what a proxy
-/// says before.
+/// A transfer fails when the head of its answer, all interim responses included, or what a proxy says before gets
+/// longer.
 constexpr std::size_t headLimitBytes = std::size_t{64} * 1024;
 
-/// With which an HTTP proxy answered to CONNECT; 0: not yet.
+/// The status with which an HTTP proxy answered to CONNECT; 0: not yet.
 long statusOfProxy(CURL* handle) {
     long status = 0;
     curl_easy_getinfo(handle, CURLINFO_HTTP_CONNECTCODE, &status);
     return status;
 }
 
-/// libcurl would read, and throw away, the whole body of such an answer in one go, even one without end. No other
-/// answer can follow it: what there is of credentials was in the question.
+/// libcurl would read, and throw away, the whole body of such an answer in one go, even one without end. Another answer
+/// cannot be had: the request carried all the credentials there are.
 bool isRefusedByProxy(CURL* handle) {
     constexpr long credentialsWanted = 407;
     return statusOfProxy(handle) == credentialsWanted;
 }
 
-/// What comes before, in TLS, is said to the proxy itself.
+/// TLS records before that are for the proxy itself.
 bool hasProxyConnected(CURL* handle) {
     return statusOfProxy(handle) / 100 == 2;
 }
@@ -72,7 +72,7 @@ CurlTransfer::CurlTransfer(CurlMulti& multi, const QUrl& url, NameResolver::Fres
     setCurlOption(easy_, CURLOPT_ERRORBUFFER, errorBuffer_.data());
     useHashedCertificates(easy_);
     setCurlOption(easy_, CURLOPT_PROXY, proxy_ ? proxy_->url.constData() : "");
-    // The exceptions have been considered.
+    // ProxySettings has considered no_proxy.
     setCurlOption(easy_, CURLOPT_NOPROXY, "");
     setCurlOption(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     setCurlOption(easy_, CURLOPT_RESOLVER_START_FUNCTION, &CurlTransfer::nameWanted);
@@ -190,7 +190,7 @@ int CurlTransfer::nameWanted(void* /*state*/, void* /*reserved*/, void* self) {
     auto& transfer = *static_cast<CurlTransfer*>(self);
     const bool isUnreachable = transfer.proxy_ && transfer.proxy_->host.isEmpty();
     if (transfer.areNamesKnown_ && !isUnreachable) {
-        // What is left to resolve are addresses, which takes libcurl no look-up.
+        // What is left to resolve are numeric addresses, for which libcurl needs no look-up.
         return 0;
     }
     transfer.isNameWanted_ = !transfer.areNamesKnown_;
@@ -210,7 +210,7 @@ curl_socket_t CurlTransfer::openSocket(void* self, curlsocktype /*purpose*/, cur
     return socket.number;
 }
 
-/// Also when the connection has been there before.
+/// Called on kept connections too.
 int CurlTransfer::onPreRequest(void* self, char* /*address*/, char* /*localAddress*/, int /*port*/, int /*localPort*/) {
     auto& transfer = *static_cast<CurlTransfer*>(self);
     long port = 0;

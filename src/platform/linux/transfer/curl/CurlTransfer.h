@@ -34,8 +34,7 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
 
     CURL* handle() const { return easy_.get(); }
     const QUrl& url() const { return url_; }
-    /// Of the final answer, once its head is in whole. For libcurl a head is also over when the connection is, with
-    /// whatever has come of it.
+    /// The status of the final answer, once its head is complete; libcurl alone would take one that breaks off, too.
     std::optional<int> status() const { return status_; }
     /// Grows whenever the transfer gets anywhere before its end.
     virtual std::int64_t progress() const { return 0; }
@@ -49,7 +48,7 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
   protected:
     CurlTransfer(CurlMulti& multi, const QUrl& url, NameResolver::Freshness freshness = NameResolver::Freshness::kept);
 
-    /// From the event loop; last of all.
+    /// Called from the event loop, last of all.
     virtual void ended(CURLcode result) = 0;
     virtual void connectionOpens() {}
     virtual void requestStarts() {}
@@ -65,19 +64,19 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
     std::size_t headBytes() const { return headBytes_; }
     SteadyClock::time_point started() const { return started_; }
     std::chrono::milliseconds elapsed() const;
-    /// Of the connection that carries the request; CURL_SOCKET_BAD before the request goes out, and when it is closed.
+    /// The connection that carries the request; CURL_SOCKET_BAD before the request goes out, and when it is closed.
     curl_socket_t socket() const { return socket_; }
     /// When libcurl began to work on it; absent while names are being looked up.
     std::optional<SteadyClock::time_point> begun() const { return begun_; }
-    /// To the proxy or the target, as the kernel has it, of the connection that was opened for it; absent until the
-    /// peer has accepted that. libcurl's CURLINFO_CONNECT_TIME says nothing before TLS is up, behind proxies too.
+    /// The kernel's round trip to the proxy or the target, on the connection that was opened for this transfer; absent
+    /// until the peer has accepted that. libcurl's CURLINFO_CONNECT_TIME says nothing before TLS is up.
     std::optional<std::chrono::microseconds> roundTrip() const;
     /// It is connected to a proxy, which has not made its connection to the target yet.
     bool isWaitingForProxy() const { return isConnectingThroughProxy() && roundTrip(); }
     /// When the proxy had made its connection to the target, and the TLS handshake began. Absent before, without a
     /// proxy, and on a connection that was there already.
     std::optional<SteadyClock::time_point> proxyConnected() const { return proxyConnected_; }
-    /// The addresses of its names brought it to the right server, or perhaps did not: then they are looked up again.
+    /// Tells the resolver whether the addresses led to the right server; if not, it looks them up again.
     void reportNames(bool areRight);
 
   private:
@@ -101,7 +100,7 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
     const NameResolver::Freshness freshness_;
     const std::optional<Proxy> proxy_;
     const std::vector<HostAndPort> names_;
-    /// For CURLOPT_RESOLVE.
+    /// The value for CURLOPT_RESOLVE.
     CurlList resolveEntries_;
     std::array<char, CURL_ERROR_SIZE> errorBuffer_{};
     CurlEasy easy_;
@@ -111,7 +110,7 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
     /// libcurl asked for a name that is not known yet.
     bool isNameWanted_ = false;
     std::optional<SteadyClock::time_point> begun_;
-    /// Of the connections that were begun for it.
+    /// The connections that were begun for this transfer.
     std::vector<CurlSocket> opened_;
     curl_socket_t socket_ = CURL_SOCKET_BAD;
     /// A connection was begun for it that leads to a proxy.

@@ -9,9 +9,9 @@ namespace skylet {
 /// What the kernel says of a TCP connection at one moment (tcp(7)). Bytes are those of TCP's payload, since the
 /// connection began.
 struct TcpInfo {
-    /// In order, as far as the other end knows.
+    /// Bytes received in order, as the other end has been told.
     std::int64_t received = 0;
-    /// Of the received ones, those that have not been read from the socket.
+    /// Received bytes that have not been read from the socket.
     std::int64_t unread = 0;
     std::int64_t acknowledged = 0;
     /// Given to the kernel and not acknowledged.

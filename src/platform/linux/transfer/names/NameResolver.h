@@ -74,7 +74,8 @@ class NameResolver {
 
     /// getaddrinfo(3) for TCP over any family that this machine has. Blocks.
     static Answer askSystem(const QByteArray& host);
-    /// Of /etc/resolv.conf: network managers write it a moment after the route, and the C library reads it anew then.
+    /// Tells one /etc/resolv.conf from the next: network managers write it a moment after the route, and the C library
+    /// reads it anew then.
     static QByteArray systemConfiguration();
 
   private:
@@ -104,10 +105,10 @@ class NameResolver {
     QByteArray lastConfiguration_;
     /// Grows with each change of network or configuration: tells which pending look-ups are still of use.
     std::uint64_t generation_ = 0;
-    /// Of the network that `names_` are from.
+    /// The network that `names_` are from.
     std::uint64_t epochOfNames_;
     std::map<QString, Name> names_;
-    /// Of this network and earlier ones.
+    /// Look-ups of this network and earlier ones.
     std::list<PendingLookUp> pending_;
     Lifetime lifetime_;
 };

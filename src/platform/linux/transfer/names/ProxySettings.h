@@ -10,9 +10,9 @@ namespace skylet {
 
 /// A proxy that requests to some host go through.
 struct Proxy {
-    /// For CURLOPT_PROXY.
+    /// The value for CURLOPT_PROXY.
     QByteArray url;
-    /// Where it is; empty where the environment's text names no host, and nothing can be reached.
+    /// Its host; empty where the environment's text names no host, and nothing can be reached.
     QString host;
     int port = 0;
     /// SOCKS4 and SOCKS5 get the address of the target, which is looked up here; all others get its name.

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int httpsPort = 443;
 
-/// Also one of IPv6 that means something on one link only ("fe80::1%25eth0" in a URL, RFC 6874).
+/// IPv6 addresses of one link are addresses too ("fe80::1%25eth0" in a URL, RFC 6874).
 bool isAddress(const QString& host) {
     in6_addr buffer{};
     const auto text = host.section(u'%', 0, 0).toUtf8();

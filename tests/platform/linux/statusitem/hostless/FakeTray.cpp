@@ -3,7 +3,7 @@
 #include "support/EventLoop.h"
 #include "support/PrivateBus.h"
 
-#include <gtest/gtest.h>
+#include <QStandardPaths>
 
 #include <array>
 #include <cstring>
@@ -35,6 +35,12 @@ VirtualScreen::~VirtualScreen() {
 void VirtualScreen::kill() {
     server_.terminate();
     server_.waitForFinished();
+}
+
+void VirtualScreenTest::SetUpTestSuite() {
+    if (QStandardPaths::findExecutable(QStringLiteral("Xvfb")).isEmpty()) {
+        GTEST_SKIP() << "there is no Xvfb";
+    }
 }
 
 FakeTray::FakeTray(const QByteArray& display, const QColor& ground, Manner manner)

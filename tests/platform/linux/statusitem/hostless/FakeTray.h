@@ -9,6 +9,8 @@
 #include <QProcess>
 #include <QSize>
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string_view>
 
@@ -30,6 +32,12 @@ class VirtualScreen {
   private:
     QProcess server_;
     QByteArray display_;
+};
+
+/// What needs a virtual screen, and is skipped where there is no server for one.
+class VirtualScreenTest : public testing::Test {
+  protected:
+    static void SetUpTestSuite();
 };
 
 /// A system tray on the X11 screen: owns the selection, and takes what asks to be docked into a window of its own.

@@ -23,7 +23,7 @@ using test::waitUntil;
 
 using namespace std::chrono_literals;
 
-class HostlessItemTest : public testing::Test {
+class HostlessItemTest : public VirtualScreenTest {
   protected:
     void show(const QByteArray& display) {
         item_ = std::make_unique<HostlessItem>(HostlessItem::Options{display, 600ms, {}}, display_,
@@ -90,6 +90,30 @@ TEST_F(HostlessItemTest, IsAStripWhenTheTrayPutsItOut) {
     ASSERT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
     tray.expel();
     EXPECT_TRUE(becomesAStrip());
+}
+
+TEST_F(HostlessItemTest, StaysInTheTrayThatTakesOverFromAnother) {
+    auto first = std::make_unique<FakeTray>(screen_.display(), Qt::white);
+    show(screen_.display());
+    ASSERT_TRUE(waitUntil([&] { return first->icon() != XCB_WINDOW_NONE; }));
+    // What both have to say comes in together: the first one's farewell after the second one has come.
+    FakeTray second(screen_.display(), Qt::white);
+    first.reset();
+    ASSERT_TRUE(waitUntil([&] { return second.icon() != XCB_WINDOW_NONE; }));
+    EXPECT_FALSE(waitUntil([this] { return item_->strip() != nullptr; }, 900ms));
+    EXPECT_EQ(second.requests(), 1);
+}
+
+TEST_F(HostlessItemTest, IsAStripThoughOneTrayAfterAnotherComesAndTakesNoIcon) {
+    show(screen_.display());
+    FakeTray taking(screen_.display(), Qt::white);
+    ASSERT_TRUE(becomesAnIcon());
+    std::unique_ptr<FakeTray> ignoring;
+    for (int round = 0; round < 20 && item_->strip() == nullptr; ++round) {
+        ignoring = std::make_unique<FakeTray>(screen_.display(), Qt::white, FakeTray::Manner::ignoresThem);
+        waitUntil([this] { return item_->strip() != nullptr; }, 200ms);
+    }
+    EXPECT_NE(item_->strip(), nullptr);
 }
 
 TEST_F(HostlessItemTest, OpensTheMenuBesideThePressedIcon) {

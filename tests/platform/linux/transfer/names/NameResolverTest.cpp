@@ -164,6 +164,7 @@ TEST_F(NameResolverTest, AnAgeingAnswerStillServesAndIsLookedUpAgainMeanwhile) {
     settle();
     clock->uptime += Seconds(35);
     lookUp();
+    ASSERT_TRUE(runUntilResults(3));
     EXPECT_THAT(results, ElementsAre(first, first, second)) << "the newer answer, 35 s old";
 }
 
@@ -195,6 +196,7 @@ TEST_F(NameResolverTest, AStaleAnswerServesWhereNoOtherComesSoon) {
     settle();
     EXPECT_EQ(results.size(), 2U) << "told once";
     lookUp();
+    ASSERT_TRUE(runUntilResults(3));
     EXPECT_THAT(results, ElementsAre(first, first, second));
 }
 
