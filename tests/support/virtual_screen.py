@@ -49,9 +49,9 @@ class VirtualScreen:
         self.start("openbox", "--sm-disable")
         wait_until(lambda: "WINDOW" in self.ask("xprop", "-root", "_NET_SUPPORTING_WM_CHECK"), 10, "there is a window manager")
 
-    def start_accessibility_bus(self):
-        """What assistive technologies ask; the environment has a session bus by now."""
-        self.start(ACCESSIBILITY, "--launch-immediately", "--a11y=1")
+    def start_accessibility_bus(self, programs_are_asked=True):
+        """What assistive technologies ask; the environment has a session bus by now. `programs_are_asked`: to connect to it."""
+        self.start(ACCESSIBILITY, "--launch-immediately", f"--a11y={programs_are_asked:d}")
         wait_until(lambda: "unix:" in self.ask("xprop", "-root", "AT_SPI_BUS"), 10, "there is an accessibility bus")
 
     def point(self, x, y):
