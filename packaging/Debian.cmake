@@ -15,7 +15,8 @@ Its menu shows the state in words and the live traffic of the network
 interfaces, and runs a speed test when asked to. The checks use 0.5 MB an
 hour, a speed test up to 63 MB.
 .
-On GNOME it needs gnome-shell-extension-appindicator.")
+GNOME shows it with gnome-shell-extension-appindicator. Where nothing shows
+icons, it puts a small strip on the screen.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)

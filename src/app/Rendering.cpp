@@ -59,9 +59,10 @@ StatusDisplay statusDisplay(const DisplayState& state, const Lookup& text) {
     }
     if (isOnline(state)) {
         const bool inSeconds = state.latencyMs > 999;
-        display.number =
+        const QString figure =
             inSeconds ? fixed(static_cast<double>(state.latencyMs) / 1000.0, 1) : QString::number(state.latencyMs);
-        display.title = {{gap + display.number, titlefont::number},
+        display.number = inSeconds ? figure + u's' : figure;
+        display.title = {{gap + figure, titlefont::number},
                          {inSeconds ? QStringLiteral(" s") : QStringLiteral(" ms"), titlefont::unit, unitOffset}};
     }
     display.title.push_back({gap + statusTexts(state, text).word, titlefont::number});

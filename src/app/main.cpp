@@ -29,6 +29,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 
 using namespace skylet;
@@ -84,22 +85,28 @@ void endWithoutDisplay(QtMsgType type, const QMessageLogContext& context, const 
 
 int main(int argc, char** argv) {
     ensureHome();
+    DesktopWindows::awaitScreenReaders();
     qInstallMessageHandler(endWithoutDisplay);
     const QApplication qt(argc, argv);
     qInstallMessageHandler(nullptr);
     DesktopApplication application;
     const QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected() || !application.statusItemBus().isConnected()) {
+    if (!bus.isConnected() || !DesktopApplication::statusItemBus().isConnected()) {
         std::fputs("skylet: there is no D-Bus session bus, so no desktop can show the status item\n", stderr);
         return EXIT_FAILURE;
     }
-    SingleInstance instance(bus, [&application] { application.requestAttention(); });
+    std::function<void()> showAbout;
+    SingleInstance instance(bus, [&](const QString& activationToken) {
+        if (!application.requestAttention(activationToken) && showAbout) {
+            showAbout();
+        }
+    });
     if (instance.claim() == SingleInstance::Role::second) {
         return EXIT_SUCCESS;
     }
     const UnixSignals signals([&application] { application.terminate(); });
     const BusLoss busLoss(bus, [&application] { application.terminate(); });
-    const BusLoss statusItemBusLoss(application.statusItemBus(), [&application] { application.terminate(); });
+    const BusLoss statusItemBusLoss(DesktopApplication::statusItemBus(), [&application] { application.terminate(); });
 
     const auto clock = std::make_shared<SystemClock>();
     const auto epoch = std::make_shared<NetworkEpoch>();
@@ -128,5 +135,6 @@ int main(int argc, char** argv) {
     // Quit, the end of the session or of its bus, and the signals all leave the event loop this way.
     QObject::connect(&qt, &QCoreApplication::aboutToQuit, &qt, [&skylet] { skylet.applicationWillTerminate(); });
     skylet.applicationDidFinishLaunching();
+    showAbout = [&skylet] { skylet.showAbout(); };
     return QApplication::exec();
 }

@@ -147,9 +147,11 @@ TEST(Title, InHebrewUsesTheTranslatedClassAndStateWords) {
     EXPECT_EQ(joined(inHebrew(paused()).item.title), QStringLiteral("מושהה"));
 }
 
-TEST(Number, IsThatOfTheTitleWithoutItsUnit) {
+TEST(Number, IsThatOfTheTitleAndHasItsUnitFromOneSecondOn) {
+    EXPECT_EQ(display(onlineAt(62)).item.number, QStringLiteral("62"));
     EXPECT_EQ(display(onlineAt(999)).item.number, QStringLiteral("999"));
-    EXPECT_EQ(display(onlineAt(1250)).item.number, QStringLiteral("1.2"));
+    EXPECT_EQ(display(onlineAt(1000)).item.number, QStringLiteral("1.0s"));
+    EXPECT_EQ(display(onlineAt(1250)).item.number, QStringLiteral("1.2s"));
     for (const auto& state : {withBanner(onlineAt(87)), offline(), checking(), paused()}) {
         EXPECT_EQ(display(state).item.number, QString());
     }

@@ -123,7 +123,7 @@ def test_the_manual_is_that_of_this_version(manual):
 
 
 @pytest.mark.parametrize("topic", [
-    "EXIT STATUS", "SIGTERM, SIGINT, SIGHUP", "SIGABRT", "https_proxy, all_proxy, no_proxy", "LANGUAGE, LC_ALL, LC_MESSAGES, LANG",
+    "EXIT STATUS", "SIGTERM, SIGINT, SIGHUP", "no display", "https_proxy, all_proxy, no_proxy", "LANGUAGE, LC_ALL, LC_MESSAGES, LANG",
     "DBUS_SESSION_BUS_ADDRESS", "XDG_CURRENT_DESKTOP", "DISPLAY, WAYLAND_DISPLAY", "$XDG_CONFIG_HOME/skylet/skylet.ini",
     "skylet.ini.corrupt", "$XDG_CONFIG_HOME/autostart/com.vorn.skylet.desktop", "/tmp/skylet.log", "$XDG_RUNTIME_DIR/skylet/"])
 def test_the_manual_tells_what_decides_over_the_program_and_what_it_leaves(manual, topic):
@@ -154,8 +154,15 @@ def test_what_a_document_leads_to_is_there(document):
     assert [path for path in named + linked if not path.exists()] == []
 
 
+def test_the_table_of_figures_names_constants_that_are_there():
+    rows = re.findall(r"^\|.*\| `([^`]+)` \| `(\w+)` \|$", (SOURCE / "docs/architecture.md").read_text(), re.MULTILINE)
+    assert len(rows) > 10
+    assert [row for row in rows if not re.search(rf"\b{row[1]}\b", (SOURCE / row[0]).read_text())] == []
+
+
 @pytest.mark.parametrize("placeholder", [
-    "LicenseRef-proprietary", "skylet@", "{SKYLET_WEBSITE}/skylet", "2026-11-21", '"https://brimlake.example', "All rights reserved."])
+    "LicenseRef-proprietary", "skylet@", "{SKYLET_WEBSITE}/skylet", "{SKYLET_WEBSITE}/bugs", "{SKYLET_WEBSITE}/source",
+    "No licence has been chosen", "2026-11-21", '"https://brimlake.example', "All rights reserved."])
 def test_what_the_owners_have_to_decide_stands_in_one_place(placeholder):
     files = [SOURCE / "CMakeLists.txt", *SOURCE.glob("cmake/*"), *SOURCE.glob("packaging/**/*"), *SOURCE.glob("src/**/*")]
     lines = [line for path in files if path.is_file() and path.suffix != ".md" for line in path.read_text().splitlines()

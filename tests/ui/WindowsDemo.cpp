@@ -113,6 +113,7 @@ class WindowsDemo {
         }
         if (const GaugeView* dial = gauge()) {
             state.insert(QStringLiteral("value"), dial->value());
+            state.insert(QStringLiteral("phase"), dial->phase());
             state.insert(QStringLiteral("animating"), dial->animationIsRunning());
         }
         return state;
@@ -130,6 +131,7 @@ class WindowsDemo {
 } // namespace
 
 int main(int argc, char** argv) {
+    DesktopWindows::awaitScreenReaders();
     const QApplication application(argc, argv);
     QGuiApplication::setWindowIcon(applicationIcon());
     QGuiApplication::setQuitOnLastWindowClosed(false);

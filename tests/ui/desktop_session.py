@@ -25,7 +25,7 @@ class Session:
         self.screen = VirtualScreen(HERE, stack, Path(folder), self.environment, WIDTH, HEIGHT)
         if accessible:
             bus = MessageBus(Path(folder), "session", stack)
-            self.environment |= {"DBUS_SESSION_BUS_ADDRESS": bus.address, "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1"}
+            self.environment |= {"DBUS_SESSION_BUS_ADDRESS": bus.address, "GSETTINGS_BACKEND": "memory"}
             self.screen.start_accessibility_bus()
         self.screen.start_window_manager()
 

@@ -45,7 +45,8 @@ using StatusTitle = std::vector<TitleSegment>;
 /// All that the status item shows beside its menu.
 struct StatusDisplay {
     Status status = Status::checking;
-    /// The response time in the title, at most three digits and a point; empty where the title has none.
+    /// The response time in few characters: milliseconds as a bare number of at most three digits, "87", or seconds
+    /// with their unit, "1.2s". Empty where the title has none.
     QString number;
     StatusTitle title;
     QString toolTip;

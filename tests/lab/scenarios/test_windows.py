@@ -114,6 +114,13 @@ def test_an_opened_window_takes_the_keyboard_from_another_program(lab, screen):
     wait_until(lambda: screen.focused() == ABOUT, 3, "About has the keyboard")
 
 
+def test_a_second_start_shows_about_where_the_menu_is_the_desktops_to_open(lab, screen):
+    start_again(lab)
+    screen.open_another_program()
+    assert lab.program.start_another().wait(5) == 0
+    wait_until(lambda: screen.focused() == ABOUT, 3, "About has the keyboard")
+
+
 def test_everything_is_hebrew_for_who_reads_hebrew(lab, screen):
     lab.program.environment["LANGUAGE"] = "he"
     server = lab.serve_speed_test()

@@ -1,6 +1,7 @@
 #include "platform/linux/desktop/DesktopApplication.h"
 
 #include "platform/linux/desktop/ApplicationIcon.h"
+#include "platform/linux/desktop/Wayland.h"
 
 #include <QApplication>
 #include <QDesktopServices>
@@ -59,10 +60,9 @@ void DesktopApplication::terminate() {
     QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit, Qt::QueuedConnection);
 }
 
-void DesktopApplication::requestAttention() {
-    if (statusItem_) {
-        statusItem_->requestAttention();
-    }
+bool DesktopApplication::requestAttention(const QString& activationToken) {
+    keepActivationToken(activationToken);
+    return statusItem_ && statusItem_->requestAttention();
 }
 
 } // namespace skylet

@@ -22,10 +22,11 @@ class DesktopApplication final : public Application {
     void openURL(const QUrl& url) override;
     void terminate() override;
 
-    /// The item's own connection to the session bus, made with the first call. Without it no desktop can show the item.
-    QDBusConnection statusItemBus();
-    /// Draws the user's eye to the status item, if there is one.
-    void requestAttention();
+    /// The item's own connection to the session bus, made with the first call.
+    static QDBusConnection statusItemBus();
+    /// Draws the user's eye to the status item, if there is one. `activationToken`: may bring the next window to the
+    /// front; may be empty. False: the item's menu is not open, so there may be nothing to be seen.
+    bool requestAttention(const QString& activationToken);
 
   private:
     Q_DISABLE_COPY_MOVE(DesktopApplication)

@@ -2,7 +2,10 @@
 
 #include "platform/linux/desktop/Wayland.h"
 #include "platform/linux/statusitem/drawing/ItemAppearance.h"
+#include "platform/linux/statusitem/drawing/TitleLine.h"
 #include "platform/linux/system/BusCall.h"
+
+#include <QFontDatabase>
 
 #include <utility>
 
@@ -14,21 +17,14 @@ namespace {
 const auto itemPath = [] { return QStringLiteral("/StatusNotifierItem"); };
 const auto menuPath = [] { return QStringLiteral("/MenuBar"); };
 
-/// Puts the token where Qt's Wayland client looks for it when a window is to come to the front. Done there alone:
-/// nothing else reads it, and changing the environment of a running program is best avoided.
-void keepActivationToken(const QString& token) {
-    if (isOnWayland()) {
-        qputenv("XDG_ACTIVATION_TOKEN", token.toUtf8());
-    }
-}
-
 } // namespace
 
 DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusItemOptions options)
     : connection_(connection),
       object_(itemPath(), menuPath(), [this](const QString& host, QPoint place) { return openMenu(host, place); }),
       registration_(connection, options.registration), monitor_(connection, std::move(options.environment)),
-      hostlessDelay_(options.hostlessDelay), hostlessOptions_(std::move(options.hostless)) {
+      titleWidth_(std::move(options.schedule), [this] { show(); }), hostlessDelay_(options.hostlessDelay),
+      hostlessOptions_(std::move(options.hostless)) {
     hostlessOptions_.noStripBefore.setRemainingTime(options.stripDelay);
     attentionTimer_.setSingleShot(true);
     attentionTimer_.setInterval(options.attention);
@@ -87,7 +83,7 @@ void DesktopStatusItem::setDisplay(const StatusDisplay& display) {
     }
 }
 
-void DesktopStatusItem::requestAttention() {
+bool DesktopStatusItem::requestAttention() {
     if (visible_) {
         attentionTimer_.start();
         updateStatus();
@@ -95,10 +91,19 @@ void DesktopStatusItem::requestAttention() {
     if (hostless_) {
         hostless_->openMenu();
     }
+    return menu_.widget().isVisible();
 }
 
 void DesktopStatusItem::show() {
-    object_.setAppearance(appearance(monitor_.presentation(), display_));
+    ItemAppearance shown = appearance(monitor_.presentation(), display_);
+    if (monitor_.traitsOfConnection(monitor_.watcherOwner()).showsToolTipTextAlone) {
+        shown.toolTipText = shown.toolTipTitle + u'\n' + shown.toolTipText;
+    }
+    if (shown.icon.presentation == Presentation::wide) {
+        titleWidth_.setNeeded(plateTitleWidth(display_.title, QFontDatabase::systemFont(QFontDatabase::GeneralFont)));
+        shown.icon.titleWidth = titleWidth_.width();
+    }
+    object_.setAppearance(shown);
     if (hostless_) {
         hostless_->update();
     }
@@ -139,9 +144,10 @@ void DesktopStatusItem::showWithoutHost() {
         hostlessFrom_ = QDeadlineTimer(QDeadlineTimer::Forever);
         return;
     }
-    // GNOME takes its host away while the screen is locked.
+    // GNOME takes its host away while the screen is locked. The shell itself is asked, not the service that passes the
+    // question on and may have to be started for it.
     auto question = QDBusMessage::createMethodCall(
-        QStringLiteral("org.gnome.ScreenSaver"), QStringLiteral("/org/gnome/ScreenSaver"),
+        QStringLiteral("org.gnome.Shell.ScreenShield"), QStringLiteral("/org/gnome/ScreenSaver"),
         QStringLiteral("org.gnome.ScreenSaver"), QStringLiteral("GetActive"));
     question.setAutoStartService(false);
     callAsync(connection_, question, this, [this](const QDBusMessage& reply) {

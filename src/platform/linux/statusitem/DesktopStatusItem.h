@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/desktop/StatusItem.h"
+#include "platform/linux/statusitem/drawing/TitleWidth.h"
 #include "platform/linux/statusitem/host/DBusMenuExporter.h"
 #include "platform/linux/statusitem/host/SniObject.h"
 #include "platform/linux/statusitem/host/SniRegistration.h"
@@ -29,6 +30,7 @@ struct StatusItemOptions {
     /// How long after its start the item shows no strip: a desktop that is starting has its panel last.
     std::chrono::milliseconds stripDelay{10000};
     HostlessItem::Options hostless;
+    Schedule schedule = commonTimer;
 };
 
 /// The status item wherever this desktop can show it: on a host of the StatusNotifierItem protocol, with the display as
@@ -49,10 +51,10 @@ class DesktopStatusItem final : public QObject, public StatusItem {
     void setMenu(const Menu& menu) override;
     void setDisplay(const StatusDisplay& display) override;
 
-    /// Asks the user to look here: a host that keeps idle items out of sight shows this one for some seconds; without a
-    /// host the menu opens, which is the way to it for those who do not use a mouse. Does nothing while the item is
-    /// hidden.
-    void requestAttention();
+    /// Asks the user to look here: a host shows the item with a frame for some seconds, also where it keeps idle items
+    /// out of sight; without a host the menu opens, which is the way to it for those who do not use a mouse. False: the
+    /// menu is not open.
+    bool requestAttention();
     /// Null while the item is on a host, or neither there nor elsewhere yet.
     const HostlessItem* hostless() const { return hostless_.get(); }
 
@@ -74,6 +76,8 @@ class DesktopStatusItem final : public QObject, public StatusItem {
     SniRegistration registration_;
     StatusHostMonitor monitor_;
     QTimer attentionTimer_;
+    /// Of the title that is drawn into a wide icon.
+    TitleWidth titleWidth_;
     std::unique_ptr<HostlessItem> hostless_;
     bool isHostless_ = false;
     const std::chrono::milliseconds hostlessDelay_;

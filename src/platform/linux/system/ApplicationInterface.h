@@ -17,12 +17,14 @@ class ApplicationInterface : public QDBusAbstractAdaptor {
     explicit ApplicationInterface(QObject* owner) : QDBusAbstractAdaptor(owner) {}
 
   public Q_SLOTS: // NOLINT(readability-redundant-access-specifiers): moc's
-    void Activate(const QVariantMap&) { Q_EMIT activated(); }
+    void Activate(const QVariantMap& platformData) {
+        Q_EMIT activated(platformData.value(QStringLiteral("activation-token")).toString());
+    }
     void Open(const QStringList&, const QVariantMap&) {}
     void ActivateAction(const QString&, const QVariantList&, const QVariantMap&) {}
 
   Q_SIGNALS:
-    void activated();
+    void activated(const QString& activationToken);
 };
 
 } // namespace skylet

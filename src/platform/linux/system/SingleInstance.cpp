@@ -22,7 +22,7 @@ bool activateOther(const QDBusConnection& bus, const QDeadlineTimer& deadline) {
     auto request = QDBusMessage::createMethodCall(
         QString::fromLatin1(SingleInstance::serviceName), QString::fromLatin1(SingleInstance::objectPath),
         QStringLiteral("org.freedesktop.Application"), QStringLiteral("Activate"));
-    request << QVariantMap();
+    request << QVariantMap{{QStringLiteral("activation-token"), qEnvironmentVariable("XDG_ACTIVATION_TOKEN")}};
     request.setAutoStartService(false);
     const QDBusMessage reply = bus.call(request, QDBus::Block, remaining(deadline));
     const QDBusError::ErrorType error = QDBusError(reply).type();
@@ -32,7 +32,8 @@ bool activateOther(const QDBusConnection& bus, const QDeadlineTimer& deadline) {
 
 } // namespace
 
-SingleInstance::SingleInstance(QDBusConnection bus, std::function<void()> onActivated) : bus_(std::move(bus)) {
+SingleInstance::SingleInstance(QDBusConnection bus, std::function<void(const QString& activationToken)> onActivated)
+    : bus_(std::move(bus)) {
     auto* interface = new ApplicationInterface(&object_);
     QObject::connect(interface, &ApplicationInterface::activated, interface, std::move(onActivated));
 }

@@ -25,8 +25,9 @@ class SingleInstance {
     static constexpr auto objectPath = "/com/vorn/skylet";
     static constexpr std::chrono::seconds defaultTimeout{2};
 
-    /// `onActivated` runs from the event loop, for the first alone, each time another start is turned away.
-    SingleInstance(QDBusConnection bus, std::function<void()> onActivated);
+    /// `onActivated` runs from the event loop, for the first alone, each time another start is turned away, with the
+    /// token by which the desktop lets that start bring a window to the front (XDG Activation protocol), or empty.
+    SingleInstance(QDBusConnection bus, std::function<void(const QString& activationToken)> onActivated);
 
     /// Waits for the replies of the bus and of the other process, for `timeout` in all. To be called once, before the
     /// program begins to work.

@@ -5,6 +5,8 @@
 #include "platform/linux/statusitem/host/DBusReading.h"
 #include "platform/linux/statusitem/host/FakeStatusHost.h"
 #include "support/EventLoop.h"
+#include "support/FakeSchedule.h"
+#include "support/FullDisk.h"
 #include "support/PrivateBus.h"
 #include "support/QStringPrinting.h"
 #include "support/RuntimeFolder.h"
@@ -13,7 +15,6 @@
 #include <QDBusError>
 #include <QDBusObjectPath>
 #include <QDir>
-#include <QFile>
 #include <QFontDatabase>
 #include <QMenu>
 
@@ -41,9 +42,11 @@ class StatusItemOnHostTest : public testing::Test {
         processName_ = processName;
         StatusItemOptions options;
         options.environment.processName = [this](uint /*processId*/) { return processName_; };
-        options.environment.currentDesktop = QString();
+        options.environment.currentDesktop = currentDesktop_;
+        options.environment.panelsStandUpright = [this] { return panelsStandUpright_; };
         options.registration = registration_;
         options.attention = attention_;
+        options.schedule = schedule_;
         // Far from being shown anywhere else.
         options.hostlessDelay = 1h;
         item_ = std::make_unique<DesktopStatusItem>(itemConnection_, options);
@@ -90,10 +93,13 @@ class StatusItemOnHostTest : public testing::Test {
     FakeStatusHost host_{bus_.connect()};
     QDBusConnection itemConnection_ = bus_.connect();
     QString processName_;
+    QString currentDesktop_;
+    bool panelsStandUpright_ = false;
     int chosen_ = 0;
     // longer than any test, unless that is what it is about
     SniRegistrationLimits registration_{1min, 3};
     std::chrono::milliseconds attention_{60};
+    test::FakeSchedule schedule_;
     std::shared_ptr<MenuItem> line_ = std::make_shared<MenuItem>(QStringLiteral("line"), nullptr, QString());
     std::shared_ptr<MenuItem> command_ = std::make_shared<MenuItem>(
         QStringLiteral("Quit"), [this] { ++chosen_; }, QStringLiteral("q"));
@@ -101,6 +107,17 @@ class StatusItemOnHostTest : public testing::Test {
 };
 
 // What the item is.
+
+TEST_F(StatusItemOnHostTest, HasItsWordsForScreenReaders) {
+    for (const char* processName : {"gnome-shell", "waybar", "panel-2-systray"}) {
+        show(QString::fromLatin1(processName));
+        for (const char* name : {"IconAccessibleDesc", "AttentionAccessibleDesc"}) {
+            EXPECT_EQ(property(QString::fromLatin1(name)), QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
+        }
+        item_.reset();
+        host_.disappear();
+    }
+}
 
 TEST_F(StatusItemOnHostTest, HasThePropertiesOfTheProtocol) {
     showBadge();
@@ -126,9 +143,7 @@ TEST_F(StatusItemOnHostTest, ShowsALabelBesideTheDotWhereTheHostSetsOne) {
 }
 
 TEST_F(StatusItemOnHostTest, HasTheDotInSizesForEveryPanelWhenItHasNoFiles) {
-    const test::RuntimeFolder runtime;
-    QFile inTheWay(runtime.filePath(QStringLiteral("skylet")));
-    ASSERT_TRUE(inTheWay.open(QIODevice::WriteOnly));
+    const test::FullDisk disk(0);
     showLabel();
     EXPECT_EQ(property(QStringLiteral("IconName")), QString());
     const QList<DBusPixmap> icons = pixmaps();
@@ -155,7 +170,9 @@ TEST_P(StatusItemByNameTest, NamesAFileWithTheDot) {
     show(QString::fromLatin1(GetParam()));
     const QImage dot(property(QStringLiteral("IconName")).toString());
     EXPECT_EQ(dot.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(Status::online).fill);
-    EXPECT_EQ(property(QStringLiteral("AttentionIconName")), property(QStringLiteral("IconName")));
+    const QImage framed(property(QStringLiteral("AttentionIconName")).toString());
+    EXPECT_EQ(framed.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(Status::online).fill);
+    EXPECT_NE(framed, dot);
     // They would be read in vain.
     EXPECT_TRUE(pixmaps().isEmpty());
     EXPECT_TRUE(pixmaps(QStringLiteral("AttentionIconPixmap")).isEmpty());
@@ -175,6 +192,25 @@ TEST_F(StatusItemOnHostTest, HasNoLabelAtAllWhereTheHostSetsNone) {
     EXPECT_FALSE(all.contains(QStringLiteral("XAyatanaLabelGuide")));
     EXPECT_EQ(host_.itemProperty(QStringLiteral("XAyatanaLabel")).type(), QDBusMessage::ErrorMessage);
     EXPECT_EQ(toolTip().title, QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
+    EXPECT_EQ(toolTip().text, QStringLiteral("response time"));
+}
+
+TEST_F(StatusItemOnHostTest, SaysAllInTheTooltipsTextWhereThatStandsAlone) {
+    show(QStringLiteral("budgie-daemon"));
+    EXPECT_EQ(toolTip().text, QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K\nresponse time"));
+}
+
+TEST_F(StatusItemOnHostTest, ShowsABadgeWhereAWideIconWouldBeSqueezed) {
+    currentDesktop_ = QStringLiteral("X-Cinnamon");
+    show(QStringLiteral("xapp-sn-watcher"));
+    EXPECT_GT(pixmaps().first().width, pixmaps().first().height);
+    panelsStandUpright_ = true;
+    item_->setDisplay(sample::slow());
+    host_.settle();
+    for (const DBusPixmap& icon : pixmaps()) {
+        EXPECT_EQ(icon.width, icon.height);
+    }
+    EXPECT_EQ(toolTip().title, QStringLiteral("1.2 s  Very high delay  ↓12.4M ↑210K"));
     EXPECT_EQ(toolTip().text, QStringLiteral("response time"));
 }
 
@@ -343,6 +379,21 @@ TEST_F(StatusItemOnHostTest, HasAPictureOfEverySizeThatPanelsUse) {
     hasHeights({16, 22, 24, 28, 32, 44}, true);
 }
 
+TEST_F(StatusItemOnHostTest, KeepsTheWidthOfAWideIconForAWhileWhenTheTitleGetsShorter) {
+    showWide();
+    item_->setDisplay(sample::fast());
+    host_.settle();
+    const int wide = pixmaps().first().width;
+    item_->setDisplay(sample::offline());
+    host_.settle();
+    EXPECT_EQ(pixmaps().first().width, wide);
+    host_.forgetSignals();
+    schedule_.fire();
+    host_.settle();
+    EXPECT_LT(pixmaps().first().width, wide);
+    EXPECT_EQ(count("NewIcon"), 1);
+}
+
 TEST_F(StatusItemOnHostTest, TellsOfANewTitleInAWideIconByTheIconAlone) {
     showWide();
     item_->setDisplay(sample::slow());
@@ -385,12 +436,13 @@ TEST_F(StatusItemOnHostTest, TellsNothingWhenNothingChanged) {
     EXPECT_EQ(host_.countAll(), 0);
 }
 
-TEST_F(StatusItemOnHostTest, TellsOfANewNumberOnALabelHostByTheLabelAlone) {
+TEST_F(StatusItemOnHostTest, TellsOfANewNumberOnALabelHostByTheLabelAndItsDescription) {
     showLabel();
     item_->setDisplay(sample::responsive(QStringLiteral("91")));
     host_.settle();
     EXPECT_EQ(count("XAyatanaNewLabel"), 1);
-    EXPECT_EQ(host_.countAll(), 1);
+    EXPECT_EQ(count("NewIconAccessibleDesc"), 1);
+    EXPECT_EQ(host_.countAll(), 2);
     EXPECT_EQ(host_.last(QStringLiteral("XAyatanaNewLabel")),
               (QVariantList{QStringLiteral("91 ms  Responsive  ↓12.4M ↑210K"),
                             QStringLiteral("00 ms  Responsive  ↓00.0M ↑000K")}));
@@ -522,19 +574,26 @@ TEST_F(StatusItemOnHostTest, IsPassiveWhileItIsHidden) {
     EXPECT_EQ(host_.last(QStringLiteral("NewStatus")), QVariantList{QStringLiteral("Active")});
 }
 
-TEST_F(StatusItemOnHostTest, NeedsAttentionForAWhileWithTheSameDot) {
+TEST_F(StatusItemOnHostTest, NeedsAttentionForAWhileWithAFrameAroundTheSameDot) {
     attention_ = 1s;
     showBadge();
     // Not on show yet: not in every size.
     ASSERT_EQ(pixmaps(QStringLiteral("AttentionIconPixmap")).size(), 1);
-    EXPECT_EQ(pixmaps(QStringLiteral("AttentionIconPixmap")).first().pixels, pixmaps().first().pixels);
+    StatusIcon framed = appearance(Presentation::badge, sample::fast()).icon;
+    framed.needsAttention = true;
+    const auto framedPixels = [&](int size) {
+        return toDBusPixmap(paintStatusIcon(framed, size, QFontDatabase::systemFont(QFontDatabase::GeneralFont)))
+            .pixels;
+    };
+    EXPECT_EQ(pixmaps(QStringLiteral("AttentionIconPixmap")).first().pixels, framedPixels(16));
     item_->requestAttention();
     host_.settle();
     EXPECT_EQ(pixmaps(QStringLiteral("AttentionIconPixmap")).size(), pixmaps().size());
     EXPECT_EQ(count("NewStatus"), 1);
     EXPECT_EQ(host_.last(QStringLiteral("NewStatus")), QVariantList{QStringLiteral("NeedsAttention")});
     EXPECT_EQ(count("NewAttentionIcon"), 1);
-    EXPECT_EQ(pixmaps(QStringLiteral("AttentionIconPixmap")).last().pixels, pixmaps().last().pixels);
+    EXPECT_EQ(pixmaps(QStringLiteral("AttentionIconPixmap")).last().pixels, framedPixels(64));
+    EXPECT_NE(pixmaps().last().pixels, framedPixels(64));
     ASSERT_TRUE(waitUntil([this] { return count("NewStatus") == 2; }));
     EXPECT_EQ(host_.last(QStringLiteral("NewStatus")), QVariantList{QStringLiteral("Active")});
 }

@@ -115,7 +115,7 @@ int main(int argc, char** argv) {
     QApplication qt(argc, argv);
     DesktopApplication application;
     application.becomeAccessory();
-    if (!application.statusItemBus().isConnected()) {
+    if (!DesktopApplication::statusItemBus().isConnected()) {
         std::cerr << "statusitem_demo: there is no session bus\n";
         return 1;
     }
@@ -146,9 +146,9 @@ int main(int argc, char** argv) {
         });
         timer.start(1s);
     } else if (wanted == QLatin1String("attention")) {
-        QObject::connect(&timer, &QTimer::timeout, &timer, [&] { application.requestAttention(); });
+        QObject::connect(&timer, &QTimer::timeout, &timer, [&] { application.requestAttention({}); });
         timer.start(10s);
-        application.requestAttention();
+        application.requestAttention({});
     }
     QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
     input.setEnabled(wanted == QLatin1String("changes"));

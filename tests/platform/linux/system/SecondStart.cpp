@@ -14,7 +14,7 @@ int main(int argc, char** argv) {
     const auto bus =
         QDBusConnection::connectToBus(QCoreApplication::arguments().value(1), QStringLiteral("second start"));
     QTextStream out(stdout);
-    SingleInstance instance(bus, [&out] { out << "activated" << Qt::endl; });
+    SingleInstance instance(bus, [&out](const QString& /*activationToken*/) { out << "activated" << Qt::endl; });
     QElapsedTimer elapsed;
     elapsed.start();
     const auto role = instance.claim();

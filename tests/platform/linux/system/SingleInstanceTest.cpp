@@ -70,7 +70,10 @@ class SingleInstanceTest : public testing::Test {
     void SetUp() override { ASSERT_TRUE(bus_.isRunning()); }
 
     std::unique_ptr<SingleInstance> instance() {
-        return std::make_unique<SingleInstance>(bus_.connect(), [this] { ++activations_; });
+        return std::make_unique<SingleInstance>(bus_.connect(), [this](const QString& token) {
+            ++activations_;
+            token_ = token;
+        });
     }
 
     QDBusMessage::MessageType call(const char* method, const QVariantList& arguments) {
@@ -84,6 +87,7 @@ class SingleInstanceTest : public testing::Test {
     PrivateBus bus_;
     QDBusConnection control_ = bus_.connect();
     int activations_ = 0;
+    QString token_;
 };
 
 } // namespace
@@ -98,13 +102,16 @@ TEST_F(SingleInstanceTest, TheFirstStartOwnsTheName) {
 TEST_F(SingleInstanceTest, ASecondStartBringsTheFirstToAttentionAndEnds) {
     const auto first = instance();
     ASSERT_EQ(first->claim(), Role::first);
+    qputenv("XDG_ACTIVATION_TOKEN", "token-2");
     Start second(bus_);
+    qunsetenv("XDG_ACTIVATION_TOKEN");
     EXPECT_EQ(second.role(), "second");
     if (runsAlone()) {
         EXPECT_LT(second.took(), allowing(1000ms));
     }
     EXPECT_TRUE(second.endsWithZero());
     EXPECT_EQ(activations_, 1);
+    EXPECT_EQ(token_, QStringLiteral("token-2"));
     Start third(bus_);
     EXPECT_EQ(third.role(), "second");
     EXPECT_EQ(activations_, 2);
@@ -183,7 +190,7 @@ TEST_F(SingleInstanceTest, ASecondStartDoesNotQueueForTheName) {
 }
 
 TEST_F(SingleInstanceTest, WithoutABusNobodyCanTell) {
-    SingleInstance alone(QDBusConnection(QStringLiteral("nowhere")), [] {});
+    SingleInstance alone(QDBusConnection(QStringLiteral("nowhere")), [](const QString&) {});
     EXPECT_EQ(alone.claim(), Role::noBus);
 }
 

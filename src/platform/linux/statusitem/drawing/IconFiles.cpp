@@ -3,11 +3,10 @@
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 
 #include <QDir>
-#include <QFile>
+#include <QFileInfo>
 #include <QFontDatabase>
+#include <QSaveFile>
 #include <QStandardPaths>
-
-#include <utility>
 
 namespace skylet {
 
@@ -17,17 +16,6 @@ namespace {
 constexpr int fileSide = 48;
 
 } // namespace
-
-IconFiles::IconFiles(QString folder) : folder_(std::move(folder)) {}
-
-IconFiles::~IconFiles() {
-    for (const QString& file : written_) {
-        QFile::remove(file);
-    }
-    if (!written_.isEmpty()) {
-        QDir().rmdir(folder_);
-    }
-}
 
 QString IconFiles::usualFolder() {
     const QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
@@ -41,20 +29,26 @@ QString IconFiles::usualFolder() {
 
 QString IconFiles::fileFor(const StatusIcon& icon) {
     // The plain dot is all there is beside a label.
-    if (folder_.isEmpty() || icon.presentation != Presentation::label) {
+    if (name_.isEmpty() || icon.presentation != Presentation::label) {
         return {};
     }
-    const QString color = dotShades(icon.status).fill.name().mid(1);
-    QString file = QStringLiteral("%1/dot-%2.png").arg(folder_, color);
-    if (written_.contains(file)) {
+    // Whoever cleans up a runtime folder may take this one along.
+    if (!folder_ || !QFileInfo::exists(folder_->path())) {
+        QDir().mkpath(QFileInfo(name_).path());
+        folder_ = std::make_unique<QTemporaryDir>(name_ + QStringLiteral("-XXXXXX"));
+    }
+    const QString file = folder_->filePath(
+        QStringLiteral("dot-%1%2.png")
+            .arg(dotShades(icon.status).fill.name().mid(1), QLatin1String(icon.needsAttention ? "-attention" : "")));
+    if (QFileInfo::exists(file)) {
         return file;
     }
+    // On a full disk nothing is left under the name; a commit alone says nothing of what was not written.
+    QSaveFile whole(file);
     const QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
-    if (!QDir().mkpath(folder_) || !paintStatusIcon(icon, fileSide, font).save(file, "PNG")) {
-        return {};
-    }
-    written_.append(file);
-    return file;
+    const bool isWritten = whole.open(QIODevice::WriteOnly) &&
+                           paintStatusIcon(icon, fileSide, font).save(&whole, "PNG") && whole.flush() && whole.commit();
+    return isWritten ? file : QString();
 }
 
 } // namespace skylet

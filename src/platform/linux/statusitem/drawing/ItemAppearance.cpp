@@ -34,11 +34,12 @@ ItemAppearance appearance(Presentation presentation, const StatusDisplay& displa
     ItemAppearance result;
     result.icon.presentation = presentation;
     result.icon.status = display.status;
+    result.description = titleText(display.title);
     // Where the text stands in the panel already, a tooltip that never changes costs no host anything.
     result.toolTipTitle = display.toolTip;
     switch (presentation) {
     case Presentation::label:
-        result.label = titleText(display.title);
+        result.label = result.description;
         result.labelGuide = result.label;
         std::replace_if(
             result.labelGuide.begin(), result.labelGuide.end(), [](QChar character) { return character.isDigit(); },
@@ -51,7 +52,7 @@ ItemAppearance appearance(Presentation presentation, const StatusDisplay& displa
         break;
     case Presentation::badge:
         result.icon.number = display.number;
-        result.toolTipTitle = titleText(display.title);
+        result.toolTipTitle = result.description;
         result.toolTipText = display.toolTip;
         break;
     }

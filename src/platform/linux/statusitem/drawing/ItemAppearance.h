@@ -14,6 +14,8 @@ struct ItemAppearance {
     QString label;
     /// A text as wide as the label whatever its digits are, from which a host can reserve room; empty with the label.
     QString labelGuide;
+    /// For screen readers.
+    QString description;
     QString toolTipTitle;
     QString toolTipText;
 

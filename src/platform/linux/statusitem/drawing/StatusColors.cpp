@@ -14,7 +14,7 @@ constexpr QColor black{24, 24, 24};
 DotShades dotShades(Status status) {
     switch (status) {
     case Status::online:
-        return {QColor(48, 196, 86), QColor(22, 122, 48), white};
+        return {QColor(48, 196, 86), QColor(22, 122, 48), black};
     case Status::checking:
     case Status::slow:
         return {QColor(252, 190, 8), QColor(158, 104, 0), black};

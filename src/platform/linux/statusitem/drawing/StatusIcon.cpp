@@ -61,6 +61,11 @@ void paintSign(QPainter& painter, const QRectF& dot, Status status) {
     switch (status) {
     case Status::online:
     case Status::slow:
+        for (const int side : {-1, 1}) {
+            const QPointF base = centre + QPointF(0, side * 0.45 * unit);
+            painter.drawPolygon(QPolygonF(
+                {base + QPointF(-2 * unit, 0), base + QPointF(2 * unit, 0), base + QPointF(0, side * 2.1 * unit)}));
+        }
         break;
     case Status::checking:
         for (const int place : {-1, 0, 1}) {
@@ -103,18 +108,35 @@ double evenDiameter(int size, double wanted) {
     return (size - diameter) % 2 == 0 ? diameter : diameter - 1;
 }
 
+/// In a blue that stands for no state and is seen on light and dark panels.
+QImage framed(QImage image) {
+    const double width = std::max(1.5, image.height() / 11.0);
+    const double inset = width / 2;
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(QColor(64, 140, 240), width));
+    painter.drawRoundedRect(QRectF(image.rect()).adjusted(inset, inset, -inset, -inset), width, width);
+    return image;
+}
+
 } // namespace
 
 bool StatusIcon::operator==(const StatusIcon& other) const {
     // Beside a label the dot has no sign, and two states share a colour.
     const bool sameDot =
         presentation == Presentation::label ? dotShades(status) == dotShades(other.status) : status == other.status;
-    return sameDot && presentation == other.presentation && number == other.number && title == other.title;
+    return sameDot && needsAttention == other.needsAttention && presentation == other.presentation &&
+           number == other.number && title == other.title && titleWidth == other.titleWidth;
 }
 
 QImage paintStatusIcon(const StatusIcon& icon, int size, const QFont& font) {
+    if (icon.needsAttention) {
+        StatusIcon plain = icon;
+        plain.needsAttention = false;
+        return framed(paintStatusIcon(plain, size, font));
+    }
     if (icon.presentation == Presentation::wide) {
-        return paintTitlePlate(icon.status, icon.title, size, font);
+        return paintTitlePlate(icon.status, icon.title, size, font, icon.titleWidth);
     }
     QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);

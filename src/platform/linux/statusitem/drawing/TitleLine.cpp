@@ -79,11 +79,12 @@ void paintTitleGround(QPainter& painter, const QRectF& area, double scale) {
     painter.drawRoundedRect(area, plateRadius * scale, plateRadius * scale);
 }
 
-QImage paintTitlePlate(Status status, const StatusTitle& title, int height, const QFont& font) {
+QImage paintTitlePlate(Status status, const StatusTitle& title, int height, const QFont& font, double leastWidth) {
     const double scale = std::max(1.0, std::floor(height / usualHeight));
     const TitleLine line(status, title, font, scale);
     const double margin = titlePlateMargin * scale;
-    const double width = std::min(std::ceil(line.width() + 2 * margin), widestPlate * scale);
+    const double titleWidth = std::max(line.width(), leastWidth * scale);
+    const double width = std::min(std::ceil(titleWidth + 2 * margin), widestPlate * scale);
     QImage image(static_cast<int>(width), height, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     QPainter painter(&image);
@@ -94,6 +95,11 @@ QImage paintTitlePlate(Status status, const StatusTitle& title, int height, cons
     painter.setClipRect(plate.adjusted(margin, 0, -margin / 2, 0));
     line.paint(painter, margin, plate.center().y());
     return image;
+}
+
+double plateTitleWidth(const StatusTitle& title, const QFont& font) {
+    const auto width = [&](double scale) { return TitleLine(Status::checking, title, font, scale).width() / scale; };
+    return std::max(width(1), width(2));
 }
 
 } // namespace skylet

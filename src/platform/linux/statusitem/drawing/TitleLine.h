@@ -53,8 +53,12 @@ inline constexpr double titlePlateHeight = 18;
 /// The rounded ground of a title, filling `area`; `scale` as above.
 void paintTitleGround(QPainter& painter, const QRectF& area, double scale);
 
-/// A title on its plate, `height` device pixels high and as wide as it needs; cut where it would be too wide for any
-/// panel. The fonts have their own sizes below 44 pixels of height, and there twice these, for screens of scale 2.
-QImage paintTitlePlate(Status status, const StatusTitle& title, int height, const QFont& font);
+/// A title on its plate, `height` device pixels high and as wide as it needs, at least as `leastWidth` logical pixels
+/// for the title itself; cut where it would be too wide for any panel. The fonts have their own sizes below 44 pixels
+/// of height, and there twice these, for screens of scale 2.
+QImage paintTitlePlate(Status status, const StatusTitle& title, int height, const QFont& font, double leastWidth = 0);
+
+/// The logical pixels that a title needs on a plate, whatever the scale.
+double plateTitleWidth(const StatusTitle& title, const QFont& font);
 
 } // namespace skylet

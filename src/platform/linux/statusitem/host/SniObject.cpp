@@ -32,6 +32,27 @@ QString escapedMarkup(QString text) {
     return text.replace(QLatin1Char('<'), QStringLiteral("&lt;"));
 }
 
+DBusPixmap painted(const StatusIcon& icon, int size) {
+    return toDBusPixmap(paintStatusIcon(icon, size, QFontDatabase::systemFont(QFontDatabase::GeneralFont)));
+}
+
+QList<DBusPixmap> paintInAllSizes(StatusIcon icon) {
+    QList<DBusPixmap> pixmaps;
+    const auto add = [&](std::span<const int> sizes) {
+        for (const int size : sizes) {
+            pixmaps.append(painted(icon, size));
+        }
+    };
+    if (icon.presentation == Presentation::wide) {
+        add(titleHeights);
+        icon.presentation = Presentation::badge;
+        add(uprightSizes);
+    } else {
+        add(iconSizes);
+    }
+    return pixmaps;
+}
+
 } // namespace
 
 SniObject::SniObject(QString path, const QString& menuPath, MenuOpener menuOpener)
@@ -124,12 +145,16 @@ void SniObject::scheduleSignals() {
 
 void SniObject::sendSignals() {
     signalsScheduled_ = false;
-    const Sent now{appearance_.icon, label(), status_, wantedToolTip()};
+    const Sent now{appearance_.icon, appearance_.description, label(), status_, wantedToolTip()};
     const Sent before = std::exchange(sent_, now).value_or(now);
     const bool newIcon = now.icon != before.icon;
     const bool newStatus = now.status != before.status;
     if (newIcon) {
         Q_EMIT NewIcon();
+    }
+    // Hosts read it with a new icon anyway.
+    if (!newIcon && now.description != before.description && !now.label.isEmpty()) {
+        Q_EMIT NewIconAccessibleDesc();
     }
     // Its changes are sent only while it is on show, so a host may hold an old one when attention is asked for.
     if (status_ == Status::needsAttention && (newIcon || newStatus)) {
@@ -162,44 +187,38 @@ DBusToolTip SniObject::wantedToolTip() const {
     return {appearance_.toolTipTitle, escapedMarkup(appearance_.toolTipText)};
 }
 
+StatusIcon SniObject::attentionIcon() const {
+    StatusIcon icon = appearance_.icon;
+    icon.needsAttention = true;
+    return icon;
+}
+
 // A name goes before the pixmap, and no icon theme has an icon for every number: so there is one only where the host
-// does better with it. While attention is asked for, hosts show the attention icon in the place of the icon: it is the
-// same.
-QString SniObject::iconName() {
-    return iconFiles_ ? iconFiles_->fileFor(appearance_.icon) : QString();
+// does better with it.
+QString SniObject::fileName(const StatusIcon& icon) {
+    return iconFiles_ ? iconFiles_->fileFor(icon) : QString();
 }
 
 // A host that reads one property reads them all, and what is made of the pixels stays in its memory for a while: so
 // there are none beside a file, and the icon that is not on show has its smallest size only, for a host that shows it
 // before it has read it anew.
 QList<DBusPixmap> SniObject::iconPixmap() {
-    return iconName().isEmpty() ? pixmaps() : QList<DBusPixmap>();
+    if (!iconName().isEmpty()) {
+        return {};
+    }
+    if (paintedIcon_ != appearance_.icon) {
+        paintedIcon_ = appearance_.icon;
+        pixmaps_ = paintInAllSizes(appearance_.icon);
+    }
+    return pixmaps_;
 }
 
 QList<DBusPixmap> SniObject::attentionIconPixmap() {
-    return status_ == Status::needsAttention ? iconPixmap() : iconPixmap().mid(0, 1);
-}
-
-const QList<DBusPixmap>& SniObject::pixmaps() {
-    if (paintedIcon_ != appearance_.icon) {
-        const QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
-        pixmaps_.clear();
-        const auto addPixmaps = [&](const StatusIcon& icon, std::span<const int> sizes) {
-            for (const int size : sizes) {
-                pixmaps_.append(toDBusPixmap(paintStatusIcon(icon, size, font)));
-            }
-        };
-        if (appearance_.icon.presentation == Presentation::wide) {
-            addPixmaps(appearance_.icon, titleHeights);
-            StatusIcon badge = appearance_.icon;
-            badge.presentation = Presentation::badge;
-            addPixmaps(badge, uprightSizes);
-        } else {
-            addPixmaps(appearance_.icon, iconSizes);
-        }
-        paintedIcon_ = appearance_.icon;
+    if (!attentionIconName().isEmpty()) {
+        return {};
     }
-    return pixmaps_;
+    return status_ == Status::needsAttention ? paintInAllSizes(attentionIcon())
+                                             : QList<DBusPixmap>{painted(attentionIcon(), iconSizes.front())};
 }
 
 } // namespace skylet

@@ -35,8 +35,10 @@ class SniObject final : public QObject, protected QDBusContext {
     Q_PROPERTY(QList<skylet::DBusPixmap> IconPixmap READ iconPixmap)
     Q_PROPERTY(QString OverlayIconName MEMBER none_ CONSTANT)
     Q_PROPERTY(QList<skylet::DBusPixmap> OverlayIconPixmap MEMBER overlay_ CONSTANT)
-    Q_PROPERTY(QString AttentionIconName READ iconName)
+    Q_PROPERTY(QString AttentionIconName READ attentionIconName)
     Q_PROPERTY(QList<skylet::DBusPixmap> AttentionIconPixmap READ attentionIconPixmap)
+    Q_PROPERTY(QString IconAccessibleDesc READ accessibleDescription)
+    Q_PROPERTY(QString AttentionAccessibleDesc READ accessibleDescription)
     Q_PROPERTY(QString AttentionMovieName MEMBER none_ CONSTANT)
     Q_PROPERTY(skylet::DBusToolTip ToolTip READ toolTip)
     Q_PROPERTY(uint XAyatanaOrderingIndex MEMBER orderingIndex_ CONSTANT)
@@ -79,6 +81,8 @@ class SniObject final : public QObject, protected QDBusContext {
     Q_SCRIPTABLE void NewTitle();
     Q_SCRIPTABLE void NewIcon();
     Q_SCRIPTABLE void NewAttentionIcon();
+    /// GNOME's extension takes it for a signal of the protocol.
+    Q_SCRIPTABLE void NewIconAccessibleDesc();
     Q_SCRIPTABLE void NewToolTip();
     Q_SCRIPTABLE void NewStatus(const QString& status);
     Q_SCRIPTABLE void XAyatanaNewLabel(const QString& label, const QString& guide);
@@ -94,6 +98,7 @@ class SniObject final : public QObject, protected QDBusContext {
   private:
     struct Sent {
         StatusIcon icon;
+        QString description;
         QString label;
         Status status = Status::active;
         DBusToolTip toolTip;
@@ -102,9 +107,11 @@ class SniObject final : public QObject, protected QDBusContext {
     QString id() const { return id_; }
     QString statusName() const;
     /// Empty while hosts are given pixels.
-    QString iconName();
+    QString iconName() { return fileName(appearance_.icon); }
     QList<DBusPixmap> iconPixmap();
+    QString attentionIconName() { return fileName(attentionIcon()); }
     QList<DBusPixmap> attentionIconPixmap();
+    QString accessibleDescription() const { return appearance_.description; }
     /// As it was sent last: a host that reads a new icon may read the tooltip as well.
     DBusToolTip toolTip() const { return sent_ ? sent_->toolTip : wantedToolTip(); }
     QString label() const { return labelIsHeldBack_ ? QString() : appearance_.label; }
@@ -116,7 +123,8 @@ class SniObject final : public QObject, protected QDBusContext {
     void scheduleSignals();
     void sendSignals();
     DBusToolTip wantedToolTip() const;
-    const QList<DBusPixmap>& pixmaps();
+    StatusIcon attentionIcon() const;
+    QString fileName(const StatusIcon& icon);
 
     const QString path_;
     const MenuOpener menuOpener_;

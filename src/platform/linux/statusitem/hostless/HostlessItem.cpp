@@ -63,23 +63,28 @@ void HostlessItem::updatePlace() {
 
 void HostlessItem::showIcon() {
     toolTipTimer_.stop();
+    stripTimer_.stop();
     const QScreen* screen = QGuiApplication::primaryScreen();
     icon_ = std::make_unique<XembedIcon>(*server_, tray_->window(), appearance(Presentation::badge, display_).icon,
                                          screen != nullptr ? screen->devicePixelRatio() : 1);
     connect(icon_.get(), &XembedIcon::embedded, this, [this] {
         qCInfo(statusItemLog) << "without a host: in the X11 tray";
         embeddingTimer_.stop();
-        stripTimer_.stop();
         strip_.reset();
     });
-    connect(icon_.get(), &XembedIcon::expelled, this, &HostlessItem::leaveTray, Qt::QueuedConnection);
+    // The icon is the receiver, so that a farewell on its way ends with it and never concerns the next icon.
+    connect(
+        icon_.get(), &XembedIcon::expelled, icon_.get(), [this] { leaveTray(); }, Qt::QueuedConnection);
     connect(icon_.get(), &XembedIcon::pressed, this, &HostlessItem::openMenuAtIcon);
     connect(icon_.get(), &XembedIcon::entered, this, [this] { toolTipTimer_.start(); });
     connect(icon_.get(), &XembedIcon::left, this, [this] {
         toolTipTimer_.stop();
         QToolTip::hideText();
     });
-    embeddingTimer_.start();
+    // Not begun anew for each of many trays in short order, of which none takes the icon.
+    if (!embeddingTimer_.isActive()) {
+        embeddingTimer_.start();
+    }
 }
 
 void HostlessItem::leaveTray() {

@@ -7,6 +7,7 @@
 #include <QIcon>
 #include <QKeyEvent>
 #include <QKeySequence>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QPalette>
 #include <QScreen>
@@ -22,9 +23,16 @@ namespace {
 /// only, to which those of a popup without a parent never belong; so nothing is grabbed outside the open menu.
 class ShortcutMenu final : public QMenu {
   public:
-    ShortcutMenu() { darkenDisabledText(); }
+    /// `anchor`: what the menu belongs to.
+    explicit ShortcutMenu(const QRect& anchor) : anchor_(anchor) { darkenDisabledText(); }
 
   protected:
+    void mousePressEvent(QMouseEvent* event) override {
+        // Qt hands the press that closes a menu on to what lies there, and a click on the anchor opens the menu.
+        setAttribute(Qt::WA_NoMouseReplay, anchor_.contains(event->globalPosition().toPoint()));
+        QMenu::mousePressEvent(event);
+    }
+
     bool event(QEvent* event) override {
         if (event->type() == QEvent::ApplicationPaletteChange) {
             darkenDisabledText();
@@ -67,6 +75,8 @@ class ShortcutMenu final : public QMenu {
         }
         setPalette(own);
     }
+
+    const QRect& anchor_;
 };
 
 QKeySequence shortcutFor(const QString& keyEquivalent) {
@@ -103,7 +113,7 @@ QPoint clampedTo(const QRect& area, QPoint place) {
 
 } // namespace
 
-QtMenu::QtMenu(bool keepsSize) : widget_(std::make_unique<ShortcutMenu>()), keepsSize_(keepsSize) {}
+QtMenu::QtMenu(bool keepsSize) : widget_(std::make_unique<ShortcutMenu>(anchor_)), keepsSize_(keepsSize) {}
 
 void QtMenu::setMenu(const Menu& menu) {
     menu_ = menu;
@@ -137,23 +147,41 @@ void QtMenu::setMenu(const Menu& menu) {
 
 void QtMenu::updateLayout() {
     widget_->setLayoutDirection(isRightToLeft(menu_) ? Qt::RightToLeft : Qt::LeftToRight);
-    if (keepsSize_ && widget_->isVisible()) {
+    // A screen reader says the name as the menu opens; the status itself is in a line that the keyboard skips.
+    if (const QString& name = menu_.front()->title(); name != widget_->accessibleName()) {
+        widget_->setAccessibleName(name);
+    }
+    if (!widget_->isVisible()) {
+        return;
+    }
+    if (keepsSize_) {
         fixSize(*widget_);
+    } else {
+        widget_->move(leftEdge(), widget_->y());
     }
 }
 
 void QtMenu::popUp(QRect anchor) {
-    const QScreen* screen = QGuiApplication::screenAt(anchor.center());
-    const QRect area = (screen != nullptr ? screen : QGuiApplication::primaryScreen())->geometry();
-    const QRect seen(clampedTo(area, anchor.topLeft()), clampedTo(area, anchor.bottomRight()));
+    const QScreen* const there = QGuiApplication::screenAt(anchor.center());
+    const QScreen* const screen = there != nullptr ? there : QGuiApplication::primaryScreen();
+    if (screen == nullptr) {
+        return;
+    }
+    screen_ = screen->geometry();
+    anchor_ = QRect(clampedTo(screen_, anchor.topLeft()), clampedTo(screen_, anchor.bottomRight()));
     if (keepsSize_) {
         fixSize(*widget_);
     }
-    const QSize size = widget_->sizeHint();
     // Qt moves what does not fit onto the screen, but over the anchor, where a hand that is not quite still would
     // choose an entry by the click that opens the menu.
-    widget_->popup({widget_->isRightToLeft() ? seen.right() + 1 - size.width() : seen.left(),
-                    seen.center().y() < area.center().y() ? seen.bottom() + 1 : seen.top() - size.height()});
+    const bool isAbove = anchor_.center().y() >= screen_.center().y();
+    widget_->popup({leftEdge(), isAbove ? anchor_.top() - widget_->sizeHint().height() : anchor_.bottom() + 1});
+}
+
+int QtMenu::leftEdge() const {
+    const int width = widget_->sizeHint().width();
+    const int wanted = widget_->isRightToLeft() ? anchor_.right() + 1 - width : anchor_.left();
+    return std::max(std::min(wanted, screen_.right() + 1 - width), screen_.left());
 }
 
 } // namespace skylet

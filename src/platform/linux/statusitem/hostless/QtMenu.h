@@ -22,14 +22,19 @@ class QtMenu {
     void setMenu(const Menu& menu);
     QMenu& widget() { return *widget_; }
     /// Opens the menu beside `anchor`, in logical pixels of the whole desktop: beneath it, or above it in the lower
-    /// half of the screen. It lies on a screen whatever the anchor is, and never on the anchor where there is room for
-    /// both.
+    /// half of the screen. It lies on a screen whatever the anchor is and its texts become, and never on the anchor
+    /// where there is room for both. A press on the anchor closes it. Does nothing while there is no screen.
     void popUp(QRect anchor);
     void close() { widget_->close(); }
 
   private:
     void updateLayout();
+    /// Of the menu beside its anchor, with its present texts.
+    int leftEdge() const;
 
+    /// What the menu belongs to, and the screen that has it.
+    QRect anchor_;
+    QRect screen_;
     const std::unique_ptr<QMenu> widget_;
     Menu menu_;
     const bool keepsSize_;

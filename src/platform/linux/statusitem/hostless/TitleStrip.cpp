@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace skylet {
 
@@ -28,7 +29,8 @@ int distance(const QRect& area, QPoint place) {
 
 } // namespace
 
-TitleStrip::TitleStrip(const StatusDisplay& display) {
+TitleStrip::TitleStrip(const StatusDisplay& display, Schedule schedule)
+    : width_(std::move(schedule), [this] { place(); }) {
     setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus);
     setFocusPolicy(Qt::NoFocus);
     setObjectName(QStringLiteral("titleStrip"));
@@ -60,6 +62,7 @@ void TitleStrip::watchScreens() {
 
 void TitleStrip::setDisplay(const StatusDisplay& display) {
     line_ = TitleLine(display.status, display.title, QFontDatabase::systemFont(QFontDatabase::GeneralFont), 1);
+    width_.setNeeded(line_.width());
     setAccessibleName(titleText(display.title));
     setToolTip(display.toolTip);
     place();
@@ -67,7 +70,7 @@ void TitleStrip::setDisplay(const StatusDisplay& display) {
 }
 
 void TitleStrip::place() {
-    setFixedSize(static_cast<int>(std::ceil(line_.width() + 2 * titlePlateMargin)), stripHeight);
+    setFixedSize(static_cast<int>(std::ceil(width_.width() + 2 * titlePlateMargin)), stripHeight);
     const QScreen* screen = QGuiApplication::primaryScreen();
     if (screen == nullptr) {
         return;

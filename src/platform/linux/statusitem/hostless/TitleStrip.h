@@ -1,7 +1,9 @@
 #pragma once
 
+#include "platform/Timers.h"
 #include "platform/desktop/StatusDisplay.h"
 #include "platform/linux/statusitem/drawing/TitleLine.h"
+#include "platform/linux/statusitem/drawing/TitleWidth.h"
 
 #include <QAbstractButton>
 #include <QPoint>
@@ -17,7 +19,7 @@ class TitleStrip final : public QAbstractButton {
     Q_OBJECT
 
   public:
-    explicit TitleStrip(const StatusDisplay& display);
+    explicit TitleStrip(const StatusDisplay& display, Schedule schedule = commonTimer);
 
     void setDisplay(const StatusDisplay& display);
   Q_SIGNALS:
@@ -37,6 +39,7 @@ class TitleStrip final : public QAbstractButton {
     QPoint cornerOnScreen(QPoint corner) const;
 
     TitleLine line_{Status::checking, {}, {}, 1};
+    TitleWidth width_;
     /// Where on the strip a button went down that may still become a click or a drag.
     std::optional<QPoint> pressedAt_;
     bool dragged_ = false;

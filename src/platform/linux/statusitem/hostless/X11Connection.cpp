@@ -6,6 +6,8 @@ namespace {
 
 /// Marks an event that another client sent (X protocol, "Event format").
 constexpr int sentByClient = 0x80;
+// Whoever sends events without end must not keep the rest of the program from running.
+constexpr int mostEventsAtOnce = 1000;
 
 const xcb_screen_t* screenOf(xcb_connection_t* connection, int number) {
     xcb_screen_iterator_t screens = xcb_setup_roots_iterator(xcb_get_setup(connection));
@@ -66,12 +68,17 @@ void X11Connection::readSoon() {
 
 void X11Connection::read() {
     readingScheduled_ = false;
-    while (const XcbReply<xcb_generic_event_t> event{xcb_poll_for_event(connection_)}) {
+    for (int count = 0; const XcbReply<xcb_generic_event_t> event{xcb_poll_for_event(connection_)};) {
         event->response_type &= static_cast<uint8_t>(~sentByClient);
         if (event->response_type != 0) {
             Q_EMIT received(*event);
         }
+        if (++count == mostEventsAtOnce) {
+            readSoon();
+            break;
+        }
     }
+    Q_EMIT batchRead();
     if (xcb_connection_has_error(connection_) != 0) {
         notifier_.setEnabled(false);
         Q_EMIT lost();

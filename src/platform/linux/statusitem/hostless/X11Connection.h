@@ -35,8 +35,12 @@ class X11Connection final : public QObject {
     void readSoon();
 
   Q_SIGNALS:
-    /// Valid during the signal, in which the connection must not be destroyed. Errors do not come this way.
+    /// Valid during the signal, in which the connection must not be destroyed. Errors do not come this way. The server
+    /// is not to be asked in it: while a reply is waited for events come in, faster than they are handled if every one
+    /// of them has its question.
     void received(const xcb_generic_event_t& event);
+    /// After one or more events: the time for what takes long, once for all of them.
+    void batchRead();
     /// The server has gone; nothing comes any more.
     void lost();
 

@@ -1,6 +1,7 @@
 #include "platform/linux/statusitem/hostless/X11Tray.h"
 
 #include <string>
+#include <utility>
 
 namespace skylet {
 
@@ -18,6 +19,15 @@ X11Tray::X11Tray(X11Connection& connection)
       selection_(connection.atom("_NET_SYSTEM_TRAY_S" + std::to_string(connection.screenNumber()))),
       manager_(connection.atom("MANAGER")) {
     connect(&connection_, &X11Connection::received, this, &X11Tray::handleEvent);
+    connect(&connection_, &X11Connection::batchRead, this, [this] {
+        if (std::exchange(mayHaveChanged_, false)) {
+            const xcb_window_t before = window_;
+            findOwner();
+            if (window_ != before) {
+                Q_EMIT changed();
+            }
+        }
+    });
     // A new tray announces itself by a message to the root window.
     selectStructure(connection_, connection_.screen().root);
     findOwner();
@@ -39,21 +49,12 @@ void X11Tray::findOwner() {
 }
 
 void X11Tray::handleEvent(const xcb_generic_event_t& event) {
-    const xcb_window_t before = window_;
     if (event.response_type == XCB_CLIENT_MESSAGE) {
         const auto& message = reinterpret_cast<const xcb_client_message_event_t&>(event);
-        if (message.type == manager_ && message.format == 32 && message.data.data32[1] == selection_) {
-            findOwner();
-        }
+        mayHaveChanged_ |= message.type == manager_ && message.format == 32 && message.data.data32[1] == selection_;
     } else if (event.response_type == XCB_DESTROY_NOTIFY) {
-        const auto& destroyed = reinterpret_cast<const xcb_destroy_notify_event_t&>(event);
-        if (window_ != XCB_WINDOW_NONE && destroyed.window == window_) {
-            // Another one may have taken over already.
-            findOwner();
-        }
-    }
-    if (window_ != before) {
-        Q_EMIT changed();
+        // Another tray may have taken over already, so the end of this one does not say that there is none.
+        mayHaveChanged_ |= reinterpret_cast<const xcb_destroy_notify_event_t&>(event).window == window_;
     }
 }
 

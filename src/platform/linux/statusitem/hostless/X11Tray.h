@@ -30,6 +30,7 @@ class X11Tray final : public QObject {
     xcb_atom_t selection_;
     xcb_atom_t manager_;
     xcb_window_t window_ = XCB_WINDOW_NONE;
+    bool mayHaveChanged_ = false;
 };
 
 } // namespace skylet

@@ -73,6 +73,14 @@ XembedIcon::XembedIcon(X11Connection& connection, xcb_window_t tray, StatusIcon 
       wantedSide_(static_cast<uint16_t>(std::lround(std::clamp(usualSide * scale, usualSide, double{largestSide})))),
       size_(wantedSide_, wantedSide_) {
     connect(&connection_, &X11Connection::received, this, &XembedIcon::handleEvent);
+    connect(&connection_, &X11Connection::batchRead, this, [this] {
+        if (std::exchange(needsPainting_, false)) {
+            paint();
+        }
+        if (std::exchange(wasPressed_, false)) {
+            Q_EMIT pressed(place());
+        }
+    });
     createWindow(tray);
     describeWindow();
     if (format_ != QImage::Format_Invalid) {
@@ -184,7 +192,7 @@ void XembedIcon::handleEvent(const xcb_generic_event_t& event) {
         break;
     case XCB_EXPOSE:
         if (const auto* exposed = mine(&xcb_expose_event_t::window); exposed != nullptr && exposed->count == 0) {
-            paint();
+            needsPainting_ = true;
         }
         break;
     case XCB_DESTROY_NOTIFY:
@@ -228,17 +236,11 @@ void XembedIcon::onResized(QSize size) {
         requestMinimumSize(static_cast<uint32_t>(std::min(thickness, largestSide)));
         connection_.flush();
     }
-    paint();
+    needsPainting_ = true;
 }
 
 void XembedIcon::onReparented(xcb_window_t parent) {
     const bool inside = parent != connection_.screen().root;
-    if (inside && depth_ != depthWithAlpha) {
-        // Possible in a parent of the same depth alone; in another one the window keeps its plain ground.
-        const uint32_t parentRelative = XCB_BACK_PIXMAP_PARENT_RELATIVE;
-        xcb_change_window_attributes(connection_.get(), window_, XCB_CW_BACK_PIXMAP, &parentRelative);
-        connection_.flush();
-    }
     if (inside == embedded_) {
         return;
     }
@@ -258,53 +260,60 @@ void XembedIcon::onPress(const xcb_button_press_event_t& event) {
     if (event.detail == XCB_BUTTON_INDEX_1 || event.detail == XCB_BUTTON_INDEX_3) {
         // The press has given the mouse to this connection, but the menu opens on Qt's.
         xcb_ungrab_pointer(connection_.get(), event.time);
-        Q_EMIT pressed(place());
+        wasPressed_ = true;
     }
 }
 
-std::optional<QImage> XembedIcon::grabBackground() {
-    const auto width = static_cast<uint16_t>(size_.width());
-    const auto height = static_cast<uint16_t>(size_.height());
-    xcb_clear_area(connection_.get(), 0, window_, 0, 0, width, height);
+std::optional<QImage> XembedIcon::grabBackground(QRect area) {
+    const auto x = static_cast<int16_t>(area.x());
+    const auto y = static_cast<int16_t>(area.y());
+    const int side = area.width();
+    const auto length = static_cast<uint16_t>(side);
+    // Possible in a parent of the same depth alone; in another one the window keeps its plain ground.
+    const uint32_t parentRelative = XCB_BACK_PIXMAP_PARENT_RELATIVE;
+    xcb_change_window_attributes(connection_.get(), window_, XCB_CW_BACK_PIXMAP, &parentRelative);
+    xcb_clear_area(connection_.get(), 0, window_, x, y, length, length);
     const auto cookie =
-        xcb_get_image(connection_.get(), XCB_IMAGE_FORMAT_Z_PIXMAP, window_, 0, 0, width, height, ~uint32_t{0});
+        xcb_get_image(connection_.get(), XCB_IMAGE_FORMAT_Z_PIXMAP, window_, x, y, length, length, ~uint32_t{0});
     const XcbReply<xcb_get_image_reply_t> reply(xcb_get_image_reply(connection_.get(), cookie, nullptr));
     connection_.readSoon();
-    QImage image(size_, format_);
-    // Refused while the window is not on the screen.
+    QImage image(area.size(), format_);
+    // Refused while the area is not on the screen.
     if (!reply || xcb_get_image_data_length(reply.get()) != image.sizeInBytes()) {
         return std::nullopt;
     }
     std::memcpy(image.bits(), xcb_get_image_data(reply.get()), static_cast<std::size_t>(image.sizeInBytes()));
     if (format_ == QImage::Format_RGB30 || format_ == QImage::Format_BGR30) {
         // Qt takes the two bits that the server does not use for an opacity.
-        for (int y = 0; y < image.height(); ++y) {
-            auto* const line = reinterpret_cast<uint32_t*>(image.scanLine(y));
-            std::for_each(line, line + image.width(), [](uint32_t& pixel) { pixel |= 0xc0000000; });
+        for (int row = 0; row < side; ++row) {
+            auto* const line = reinterpret_cast<uint32_t*>(image.scanLine(row));
+            std::for_each(line, line + side, [](uint32_t& pixel) { pixel |= 0xc0000000; });
         }
     }
     return image;
 }
 
 void XembedIcon::paint() {
-    if (!embedded_ || size_.isEmpty()) {
+    const int side = std::min({size_.width(), size_.height(), largestSide});
+    if (!embedded_ || side <= 0) {
         return;
     }
-    const int side = std::min({size_.width(), size_.height(), largestSide});
-    const QImage picture = paintStatusIcon(icon_, side, QFontDatabase::systemFont(QFontDatabase::GeneralFont));
-    QImage image(size_, QImage::Format_ARGB32_Premultiplied);
+    const QRect area((size_.width() - side) / 2, (size_.height() - side) / 2, side, side);
+    QImage image(area.size(), QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     if (depth_ != depthWithAlpha) {
-        const std::optional<QImage> below = grabBackground();
+        const std::optional<QImage> below = grabBackground(area);
         if (!below) {
             return;
         }
         image = *below;
     }
-    QPainter(&image).drawImage((size_.width() - side) / 2, (size_.height() - side) / 2, picture);
-    xcb_put_image(connection_.get(), XCB_IMAGE_FORMAT_Z_PIXMAP, window_, context_, static_cast<uint16_t>(size_.width()),
-                  static_cast<uint16_t>(size_.height()), 0, 0, 0, depth_, static_cast<uint32_t>(image.sizeInBytes()),
-                  image.constBits());
+    QPainter(&image).drawImage(0, 0,
+                               paintStatusIcon(icon_, side, QFontDatabase::systemFont(QFontDatabase::GeneralFont)));
+    const auto length = static_cast<uint16_t>(side);
+    xcb_put_image(connection_.get(), XCB_IMAGE_FORMAT_Z_PIXMAP, window_, context_, length, length,
+                  static_cast<int16_t>(area.x()), static_cast<int16_t>(area.y()), 0, depth_,
+                  static_cast<uint32_t>(image.sizeInBytes()), image.constBits());
     connection_.flush();
 }
 

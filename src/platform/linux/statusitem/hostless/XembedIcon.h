@@ -53,8 +53,8 @@ class XembedIcon final : public QObject {
     void onReparented(xcb_window_t parent);
     void onPress(const xcb_button_press_event_t& event);
     void paint();
-    /// What the tray shows where the icon will be; nothing while it cannot be had.
-    std::optional<QImage> grabBackground();
+    /// What the tray shows in that square of the window; nothing while it cannot be had.
+    std::optional<QImage> grabBackground(QRect area);
 
     X11Connection& connection_;
     StatusIcon icon_;
@@ -70,6 +70,8 @@ class XembedIcon final : public QObject {
     std::optional<bool> upright_;
     bool hasAskedForMore_ = false;
     bool embedded_ = false;
+    bool needsPainting_ = false;
+    bool wasPressed_ = false;
 };
 
 } // namespace skylet

@@ -2,11 +2,13 @@
 
 #include "platform/linux/statusitem/drawing/SampleDisplays.h"
 #include "platform/linux/statusitem/drawing/StatusColors.h"
+#include "support/FullDisk.h"
 #include "support/QStringPrinting.h"
 #include "support/RuntimeFolder.h"
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QImage>
 #include <QTemporaryDir>
 
@@ -38,18 +40,37 @@ TEST_F(IconFilesTest, HoldTheDotInEachColourUnderANameOfItsOwn) {
     }
 }
 
-TEST_F(IconFilesTest, AreWrittenOnceAndGoneAtTheEnd) {
-    QString name;
+TEST_F(IconFilesTest, AreWrittenAnewWhenTheyAreMissingAndGoneAtTheEnd) {
     {
         IconFiles files(folder_);
-        EXPECT_FALSE(QDir(folder_).exists());
-        name = files.fileFor(plainDot(Status::offline));
+        const QString name = files.fileFor(plainDot(Status::offline));
+        EXPECT_EQ(files.fileFor(plainDot(Status::offline)), name);
         ASSERT_TRUE(QFile::remove(name));
         EXPECT_EQ(files.fileFor(plainDot(Status::offline)), name);
-        EXPECT_FALSE(QFile::exists(name));
-        EXPECT_TRUE(QFile::exists(files.fileFor(plainDot(Status::online))));
+        EXPECT_FALSE(QImage(name).isNull());
+        ASSERT_TRUE(QDir(QFileInfo(name).path()).removeRecursively());
+        EXPECT_FALSE(QImage(files.fileFor(plainDot(Status::offline))).isNull());
     }
-    EXPECT_FALSE(QDir(folder_).exists());
+    EXPECT_TRUE(QDir(parent_.path()).isEmpty());
+}
+
+TEST_F(IconFilesTest, BelongToOneInstance) {
+    IconFiles files(folder_);
+    const QString name = files.fileFor(plainDot(Status::offline));
+    {
+        IconFiles others(folder_);
+        EXPECT_NE(others.fileFor(plainDot(Status::offline)), name);
+    }
+    EXPECT_FALSE(QImage(name).isNull());
+}
+
+TEST_F(IconFilesTest, HaveANameOnlyOnceTheyAreWhole) {
+    IconFiles files(folder_);
+    {
+        const test::FullDisk disk(100);
+        EXPECT_EQ(files.fileFor(plainDot(Status::offline)), QString());
+    }
+    EXPECT_FALSE(QImage(files.fileFor(plainDot(Status::offline))).isNull());
 }
 
 TEST_F(IconFilesTest, StandWhereADesktopOutsideTheSandboxSeesThem) {
@@ -63,7 +84,7 @@ TEST_F(IconFilesTest, StandWhereADesktopOutsideTheSandboxSeesThem) {
 TEST_F(IconFilesTest, HaveNoNameWhereTheyCannotBeWritten) {
     QFile file(folder_);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    EXPECT_TRUE(IconFiles(folder_).fileFor(plainDot(Status::offline)).isEmpty());
+    EXPECT_TRUE(IconFiles(folder_ + QStringLiteral("/below")).fileFor(plainDot(Status::offline)).isEmpty());
     EXPECT_TRUE(IconFiles(QString()).fileFor(plainDot(Status::offline)).isEmpty());
 }
 

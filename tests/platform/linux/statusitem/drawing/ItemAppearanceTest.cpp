@@ -71,7 +71,7 @@ TEST(BadgeAppearance, TakesTheNumberAndNoTextBesideTheIcon) {
     EXPECT_TRUE(fast.icon.title.empty());
     EXPECT_TRUE(fast.label.isEmpty());
     EXPECT_TRUE(fast.labelGuide.isEmpty());
-    EXPECT_EQ(badge(sample::slow()).icon.number, QStringLiteral("1.2"));
+    EXPECT_EQ(badge(sample::slow()).icon.number, QStringLiteral("1.2s"));
 }
 
 TEST(BadgeAppearance, HasAnotherIconForEachNumberAndEachState) {

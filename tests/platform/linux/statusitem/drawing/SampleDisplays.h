@@ -20,7 +20,7 @@ inline const auto toolTip = QStringLiteral("response time");
 
 inline StatusDisplay latency(Status status, const QString& number, const QString& unit, const QString& word) {
     return {status,
-            number,
+            unit == QLatin1String("s") ? number + unit : number,
             {{QStringLiteral("  ") + number, numberFont},
              {QStringLiteral(" ") + unit, unitFont, 0.5},
              {QStringLiteral("  ") + word, numberFont},

@@ -240,6 +240,18 @@ TEST(TitlePlate, CutsATitleThatIsTooWideForAnyPanel) {
     EXPECT_EQ(image.height(), 22);
 }
 
+TEST(TitlePlate, IsAsWideForAShorterTitleAsTheRoomThatIsKept) {
+    const QFont font = titleFont();
+    const double room = plateTitleWidth(sample::fast().title, font);
+    for (const int height : {22, 44}) {
+        const QImage wide = paintTitlePlate(Status::online, sample::fast().title, height, font, room);
+        const QImage shorter = paintTitlePlate(Status::offline, sample::offline().title, height, font, room);
+        EXPECT_EQ(shorter.size(), wide.size());
+        EXPECT_EQ(letters(shorter), letters(plate(sample::offline(), height))) << "the title stays where it was";
+        EXPECT_LT(wide.width() - plate(sample::fast(), height).width(), 10) << "no more than it needs";
+    }
+}
+
 TEST(TitlePlate, IsTheDotAloneWhereThereIsNoTitle) {
     const QImage image = plate({});
     EXPECT_EQ(image.width(), 22);

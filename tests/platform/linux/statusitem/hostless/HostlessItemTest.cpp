@@ -7,6 +7,7 @@
 #include "support/QStringPrinting.h"
 
 #include <QApplication>
+#include <QDeadlineTimer>
 #include <QStyle>
 #include <QToolTip>
 
@@ -84,12 +85,51 @@ TEST_F(HostlessItemTest, IsAStripWhereTheTrayDoesNotTakeIt) {
     EXPECT_EQ(tray.requests(), 1);
 }
 
+TEST_F(HostlessItemTest, IsNoStripWhileATrayThatCameLateIsTakingIt) {
+    for (auto noStrip = 300ms;; noStrip *= 2) {
+        const QDeadlineTimer noStripBefore(noStrip);
+        item_ = std::make_unique<HostlessItem>(HostlessItem::Options{screen_.display(), 1h, noStripBefore}, display_,
+                                               [](QRect /*item*/) {});
+        const FakeTray tray(screen_.display(), Qt::white, FakeTray::Manner::ignoresThem);
+        ASSERT_TRUE(waitUntil([&] { return tray.requests() == 1; }));
+        // Else it came too late, on a busy machine.
+        if (!noStripBefore.hasExpired()) {
+            EXPECT_FALSE(waitUntil([this] { return item_->strip() != nullptr; }, noStrip + 200ms));
+            return;
+        }
+    }
+}
+
 TEST_F(HostlessItemTest, IsAStripWhenTheTrayPutsItOut) {
     FakeTray tray(screen_.display(), Qt::white);
     show(screen_.display());
     ASSERT_TRUE(waitUntil([&] { return tray.icon() != XCB_WINDOW_NONE; }));
     tray.expel();
     EXPECT_TRUE(becomesAStrip());
+}
+
+TEST_F(HostlessItemTest, StaysInTheTrayThatTakesOverFromAnother) {
+    auto first = std::make_unique<FakeTray>(screen_.display(), Qt::white);
+    show(screen_.display());
+    ASSERT_TRUE(waitUntil([&] { return first->icon() != XCB_WINDOW_NONE; }));
+    // What both have to say comes in together: the first one's farewell after the second one has come.
+    FakeTray second(screen_.display(), Qt::white);
+    first.reset();
+    ASSERT_TRUE(waitUntil([&] { return second.icon() != XCB_WINDOW_NONE; }));
+    EXPECT_FALSE(waitUntil([this] { return item_->strip() != nullptr; }, 900ms));
+    EXPECT_EQ(second.requests(), 1);
+}
+
+TEST_F(HostlessItemTest, IsAStripThoughOneTrayAfterAnotherComesAndTakesNoIcon) {
+    show(screen_.display());
+    FakeTray taking(screen_.display(), Qt::white);
+    ASSERT_TRUE(becomesAnIcon());
+    std::unique_ptr<FakeTray> ignoring;
+    for (int round = 0; round < 20 && item_->strip() == nullptr; ++round) {
+        ignoring = std::make_unique<FakeTray>(screen_.display(), Qt::white, FakeTray::Manner::ignoresThem);
+        waitUntil([this] { return item_->strip() != nullptr; }, 200ms);
+    }
+    EXPECT_NE(item_->strip(), nullptr);
 }
 
 TEST_F(HostlessItemTest, OpensTheMenuBesideThePressedIcon) {

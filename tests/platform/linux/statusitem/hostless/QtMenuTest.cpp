@@ -1,7 +1,10 @@
 #include "platform/linux/statusitem/hostless/QtMenu.h"
 
+#include "platform/linux/statusitem/drawing/SampleDisplays.h"
+#include "platform/linux/statusitem/hostless/TitleStrip.h"
 #include "support/QStringPrinting.h"
 
+#include <QAccessible>
 #include <QAction>
 #include <QApplication>
 #include <QCursor>
@@ -11,6 +14,7 @@
 #include <QPainter>
 #include <QPalette>
 #include <QScreen>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -203,6 +207,55 @@ TEST_F(QtMenuTest, NeverOpensOverTheIconThatItBelongsTo) {
                 }
             }
         }
+    }
+}
+
+TEST_F(QtMenuTest, StaysOnTheScreenAndBesideItsIconWhenItGrowsWhileItIsOpen) {
+    const auto line = command(QStringLiteral("one"));
+    menu_.setMenu({line, command(QStringLiteral("two"))});
+    for (const QString& longer : {QStringLiteral("a line that has become longer still under the eyes of its reader"),
+                                  QStringLiteral("שורה שהתארכה מאוד לנגד עיניו של מי שקורא אותה ברגע זה")}) {
+        for (const int x : {screen().left(), screen().right() - 23}) {
+            line->setTitle(QStringLiteral("one"));
+            const QRect icon(x, screen().top() + 4, 24, 24);
+            menu_.popUp(icon);
+            const QRect before = menu_.widget().geometry();
+            line->setTitle(longer);
+            const QRect seen = menu_.widget().geometry();
+            EXPECT_GT(seen.width(), before.width());
+            EXPECT_EQ(seen.top(), before.top());
+            EXPECT_TRUE(screen().contains(seen)) << seen.x() << ' ' << seen.width();
+            menu_.close();
+        }
+    }
+}
+
+TEST_F(QtMenuTest, IsNamedByItsFirstLineForAScreenReader) {
+    const auto status = command(QStringLiteral("Online — 87 ms (Responsive)"));
+    status->setEnabled(false);
+    menu_.setMenu({status, command(QStringLiteral("Quit"))});
+    QAccessibleInterface* const seen = QAccessible::queryAccessibleInterface(&menu_.widget());
+    ASSERT_NE(seen, nullptr);
+    EXPECT_EQ(seen->text(QAccessible::Name), status->title());
+    status->setTitle(QStringLiteral("No internet"));
+    EXPECT_EQ(seen->text(QAccessible::Name), QStringLiteral("No internet"));
+}
+
+TEST_F(QtMenuTest, IsClosedByASecondClickOnWhatItBelongsTo) {
+    menu_.setMenu({command(QStringLiteral("one"))});
+    TitleStrip strip(sample::fast());
+    QObject::connect(&strip, &TitleStrip::activated, &strip, [this](QRect place) { menu_.popUp(place); });
+    strip.show();
+    // As the desktop delivers it: to whichever window is beneath the mouse, whatever Qt makes of it then.
+    const auto click = [&strip] {
+        QTest::mouseClick(strip.windowHandle(), Qt::LeftButton, {}, QPoint(10, 10));
+        QCoreApplication::processEvents();
+    };
+    for (int round = 0; round < 2; ++round) {
+        click();
+        EXPECT_TRUE(menu_.widget().isVisible());
+        click();
+        EXPECT_FALSE(menu_.widget().isVisible());
     }
 }
 

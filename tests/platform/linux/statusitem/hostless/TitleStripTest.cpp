@@ -3,6 +3,7 @@
 #include "platform/linux/statusitem/drawing/SampleDisplays.h"
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 #include "support/EventLoop.h"
+#include "support/FakeSchedule.h"
 #include "support/QStringPrinting.h"
 
 #include <QAccessible>
@@ -52,7 +53,8 @@ class TitleStripTest : public testing::Test {
 
     static QRect screen() { return QGuiApplication::primaryScreen()->availableGeometry(); }
 
-    TitleStrip strip_{sample::fast()};
+    test::FakeSchedule schedule_;
+    TitleStrip strip_{sample::fast(), schedule_};
     int clicks_ = 0;
     QRect place_;
 };
@@ -61,9 +63,18 @@ TEST_F(TitleStripTest, StandsAtTheTopRightAndGrowsToTheLeft) {
     EXPECT_EQ(strip_.geometry().right(), screen().right() - 4);
     EXPECT_EQ(strip_.y(), screen().y() + 4);
     const int width = strip_.width();
-    strip_.setDisplay(sample::offline());
-    EXPECT_LT(strip_.width(), width);
+    strip_.setDisplay(sample::responsive(QStringLiteral("8888")));
+    EXPECT_GT(strip_.width(), width);
     EXPECT_EQ(strip_.geometry().right(), screen().right() - 4);
+}
+
+TEST_F(TitleStripTest, KeepsItsWidthForAWhileWhenTheTitleGetsShorter) {
+    const QRect before = strip_.geometry();
+    strip_.setDisplay(sample::offline());
+    EXPECT_EQ(strip_.geometry(), before);
+    schedule_.fire();
+    EXPECT_LT(strip_.width(), before.width());
+    EXPECT_EQ(strip_.geometry().right(), before.right());
 }
 
 TEST_F(TitleStripTest, NeverTakesTheFocus) {
@@ -126,6 +137,7 @@ TEST_F(TitleStripTest, CanBeDrawnElsewhereAndStaysThereThoughItsWidthChanges) {
     EXPECT_EQ(clicks_, 0);
     EXPECT_EQ(strip_.geometry().topRight(), before + QPoint(-100, 50));
     strip_.setDisplay(sample::offline());
+    schedule_.fire();
     EXPECT_EQ(strip_.geometry().topRight(), before + QPoint(-100, 50));
 }
 
@@ -136,6 +148,9 @@ TEST_F(TitleStripTest, StaysOnTheScreenWhereverItIsDrawn) {
         drag(distance.x(), distance.y());
         for (const StatusDisplay& display : {sample::fast(), sample::offline(), sample::fast()}) {
             strip_.setDisplay(display);
+            if (!schedule_.pending().empty()) {
+                schedule_.fire();
+            }
             EXPECT_TRUE(isOnAScreen()) << strip_.x() << ' ' << strip_.y();
         }
         EXPECT_NE(strip_.geometry().topRight(), before);
@@ -147,6 +162,7 @@ TEST_F(TitleStripTest, KeepsItsChosenPlaceAtTheRightEdgeAsTheTitleGetsShorter) {
     drag(screen().right() - 15 - strip_.x(), 40);
     EXPECT_TRUE(screen().contains(strip_.geometry())) << strip_.x();
     strip_.setDisplay(sample::offline());
+    schedule_.fire();
     EXPECT_TRUE(screen().contains(strip_.geometry())) << strip_.x();
     EXPECT_EQ(strip_.geometry().right(), screen().right());
 }
