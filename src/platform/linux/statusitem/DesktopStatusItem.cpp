@@ -96,6 +96,9 @@ bool DesktopStatusItem::requestAttention() {
 
 void DesktopStatusItem::show() {
     ItemAppearance shown = appearance(monitor_.presentation(), display_);
+    if (monitor_.traitsOfConnection(monitor_.watcherOwner()).showsToolTipTextAlone) {
+        shown.toolTipText = shown.toolTipTitle + u'\n' + shown.toolTipText;
+    }
     if (shown.icon.presentation == Presentation::wide) {
         titleWidth_.setNeeded(plateTitleWidth(display_.title, QFontDatabase::systemFont(QFontDatabase::GeneralFont)));
         shown.icon.titleWidth = titleWidth_.width();
@@ -141,9 +144,10 @@ void DesktopStatusItem::showWithoutHost() {
         hostlessFrom_ = QDeadlineTimer(QDeadlineTimer::Forever);
         return;
     }
-    // GNOME takes its host away while the screen is locked.
+    // GNOME takes its host away while the screen is locked. The shell itself is asked, not the service that passes the
+    // question on and may have to be started for it.
     auto question = QDBusMessage::createMethodCall(
-        QStringLiteral("org.gnome.ScreenSaver"), QStringLiteral("/org/gnome/ScreenSaver"),
+        QStringLiteral("org.gnome.Shell.ScreenShield"), QStringLiteral("/org/gnome/ScreenSaver"),
         QStringLiteral("org.gnome.ScreenSaver"), QStringLiteral("GetActive"));
     question.setAutoStartService(false);
     callAsync(connection_, question, this, [this](const QDBusMessage& reply) {

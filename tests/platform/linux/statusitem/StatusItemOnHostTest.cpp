@@ -42,7 +42,8 @@ class StatusItemOnHostTest : public testing::Test {
         processName_ = processName;
         StatusItemOptions options;
         options.environment.processName = [this](uint /*processId*/) { return processName_; };
-        options.environment.currentDesktop = QString();
+        options.environment.currentDesktop = currentDesktop_;
+        options.environment.panelsStandUpright = [this] { return panelsStandUpright_; };
         options.registration = registration_;
         options.attention = attention_;
         options.schedule = schedule_;
@@ -92,6 +93,8 @@ class StatusItemOnHostTest : public testing::Test {
     FakeStatusHost host_{bus_.connect()};
     QDBusConnection itemConnection_ = bus_.connect();
     QString processName_;
+    QString currentDesktop_;
+    bool panelsStandUpright_ = false;
     int chosen_ = 0;
     // longer than any test, unless that is what it is about
     SniRegistrationLimits registration_{1min, 3};
@@ -189,6 +192,25 @@ TEST_F(StatusItemOnHostTest, HasNoLabelAtAllWhereTheHostSetsNone) {
     EXPECT_FALSE(all.contains(QStringLiteral("XAyatanaLabelGuide")));
     EXPECT_EQ(host_.itemProperty(QStringLiteral("XAyatanaLabel")).type(), QDBusMessage::ErrorMessage);
     EXPECT_EQ(toolTip().title, QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
+    EXPECT_EQ(toolTip().text, QStringLiteral("response time"));
+}
+
+TEST_F(StatusItemOnHostTest, SaysAllInTheTooltipsTextWhereThatStandsAlone) {
+    show(QStringLiteral("budgie-daemon"));
+    EXPECT_EQ(toolTip().text, QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K\nresponse time"));
+}
+
+TEST_F(StatusItemOnHostTest, ShowsABadgeWhereAWideIconWouldBeSqueezed) {
+    currentDesktop_ = QStringLiteral("X-Cinnamon");
+    show(QStringLiteral("xapp-sn-watcher"));
+    EXPECT_GT(pixmaps().first().width, pixmaps().first().height);
+    panelsStandUpright_ = true;
+    item_->setDisplay(sample::slow());
+    host_.settle();
+    for (const DBusPixmap& icon : pixmaps()) {
+        EXPECT_EQ(icon.width, icon.height);
+    }
+    EXPECT_EQ(toolTip().title, QStringLiteral("1.2 s  Very high delay  ↓12.4M ↑210K"));
     EXPECT_EQ(toolTip().text, QStringLiteral("response time"));
 }
 
