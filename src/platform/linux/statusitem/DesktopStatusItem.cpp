@@ -29,17 +29,23 @@ DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusIt
     attentionTimer_.setSingleShot(true);
     attentionTimer_.setInterval(options.attention);
     connect(&attentionTimer_, &QTimer::timeout, this, &DesktopStatusItem::updateStatus);
+    labelTimer_.setSingleShot(true);
+    connect(&labelTimer_, &QTimer::timeout, this, [this] { object_.setLabelHeldBack(false); });
     hostlessTimer_.setSingleShot(true);
     connect(&hostlessTimer_, &QTimer::timeout, this, &DesktopStatusItem::showWithoutHost);
     connect(&menu_.widget(), &QMenu::aboutToShow, this, &DesktopStatusItem::updateMenuOpen, Qt::QueuedConnection);
     connect(&menu_.widget(), &QMenu::aboutToHide, this, &DesktopStatusItem::updateMenuOpen, Qt::QueuedConnection);
     connect(&menuExporter_, &DBusMenuExporter::openChanged, this, &DesktopStatusItem::updateMenuOpen);
-    connect(&registration_, &SniRegistration::registering, this, [this] { object_.setLabelHeldBack(true); });
+    connect(&registration_, &SniRegistration::registering, this, [this, delay = options.labelDelay] {
+        object_.setLabelHeldBack(true);
+        labelTimer_.start(delay);
+    });
     connect(&menuExporter_, &DBusMenuExporter::layoutRequested, this, [this] {
         registration_.layoutRead();
         // Not before the answer is on its way: a host is ready for the label when it has the menu.
-        QMetaObject::invokeMethod(
-            &object_, [this] { object_.setLabelHeldBack(false); }, Qt::QueuedConnection);
+        if (labelTimer_.isActive()) {
+            labelTimer_.start(0);
+        }
     });
     connect(&monitor_, &StatusHostMonitor::changed, this, &DesktopStatusItem::followHost);
     connect(&object_, &SniObject::activationTokenProvided, this, keepActivationToken);

@@ -46,6 +46,7 @@ class StatusItemOnHostTest : public testing::Test {
         options.environment.panelsStandUpright = [this] { return panelsStandUpright_; };
         options.registration = registration_;
         options.attention = attention_;
+        options.labelDelay = labelDelay_;
         options.schedule = schedule_;
         // Far from being shown anywhere else.
         options.hostlessDelay = 1h;
@@ -99,6 +100,7 @@ class StatusItemOnHostTest : public testing::Test {
     // longer than any test, unless that is what it is about
     SniRegistrationLimits registration_{1min, 3};
     std::chrono::milliseconds attention_{60};
+    std::chrono::milliseconds labelDelay_ = 1min;
     test::FakeSchedule schedule_;
     std::shared_ptr<MenuItem> line_ = std::make_shared<MenuItem>(QStringLiteral("line"), nullptr, QString());
     std::shared_ptr<MenuItem> command_ = std::make_shared<MenuItem>(
@@ -265,6 +267,14 @@ TEST_F(StatusItemOnHostTest, TellsEachWatchersHostTheFirstLabelOnceItHasReadTheM
         EXPECT_EQ(count("XAyatanaNewLabel"), 1);
         host_.disappear();
     }
+}
+
+TEST_F(StatusItemOnHostTest, TellsTheFirstLabelAfterAWhileToAHostThatDoesNotReadTheMenu) {
+    labelDelay_ = 20ms;
+    host_.appear();
+    makeItem(QStringLiteral("gnome-shell"));
+    ASSERT_TRUE(waitUntil([&] { return count("XAyatanaNewLabel") == 1; }));
+    EXPECT_EQ(property(QStringLiteral("XAyatanaLabel")), QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
 }
 
 TEST_F(StatusItemOnHostTest, RegistersWithAWatcherThatComesLaterAndWithEachThatFollows) {
