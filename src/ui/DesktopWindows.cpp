@@ -70,6 +70,7 @@ class AboutPanel final : public PlainWindow, public Window {
     explicit AboutPanel(std::function<void()> openBrimlake)
         : PlainWindow(L(QStringLiteral("About Skylet")), QSize(380, 450)) {
         setObjectName(QStringLiteral("aboutWindow"));
+        static_assert(*build::version != 0, "the build always has a version");
         constexpr auto label = &SemanticColors::label;
         constexpr auto secondary = &SemanticColors::secondaryLabel;
         constexpr auto tertiary = &SemanticColors::tertiaryLabel;

@@ -24,8 +24,9 @@ namespace {
 constexpr double gap = 6;
 /// Up to this a font is a default one: GNOME and LXQt come with 11 points, Plasma, Xfce, MATE and Cinnamon with less.
 constexpr double usualFontPoints = 11;
-/// No title bar is higher. Logical pixels.
+/// No title bar is higher, and no other edge of a frame wider. Logical pixels.
 constexpr int titleBarHeight = 40;
+constexpr int frameEdge = 4;
 /// Nothing could be read below this.
 constexpr double leastScale = 0.5;
 
@@ -66,7 +67,7 @@ void PlainWindow::place(QWidget* widget, const QRect& frame) {
 }
 
 void PlainWindow::arrange() {
-    const QSize most = room().size();
+    const QSize most = available().size() - QSize(2 * frameEdge, titleBarHeight + frameEdge);
     for (double scale = fontScale(); scale >= leastScale; scale *= 0.95) {
         arrange(scale);
         if (size().boundedTo(most) == size()) {
@@ -93,10 +94,10 @@ void PlainWindow::arrange(double scale) {
     setFixedSize(scaled(content_.width()), scaled(content_.height()) + shift);
 }
 
-QRect PlainWindow::room() const {
+QRect PlainWindow::available() const {
     const QScreen* known = wasShown_ ? screen() : QGuiApplication::screenAt(QCursor::pos());
     const QScreen* chosen = known != nullptr ? known : QGuiApplication::primaryScreen();
-    return chosen->availableGeometry().adjusted(0, titleBarHeight, 0, 0);
+    return chosen->availableGeometry();
 }
 
 void PlainWindow::bringToFront() {
@@ -105,8 +106,8 @@ void PlainWindow::bringToFront() {
     }
     if (!wasShown_) {
         QRect frame = geometry();
-        frame.moveCenter(room().adjusted(0, -titleBarHeight, 0, 0).center());
-        frame.moveTop(std::max(frame.top(), room().top()));
+        frame.moveCenter(available().center());
+        frame.moveTop(std::max(frame.top(), available().top() + titleBarHeight));
         setGeometry(frame);
         wasShown_ = true;
     }

@@ -50,8 +50,8 @@ class PlainWindow : public QWidget {
 
     void arrange();
     void arrange(double scale);
-    /// Where a window of this size may lie, beneath its title bar; empty without a screen.
-    QRect room() const;
+    /// What the desktop's panels leave of the screen.
+    QRect available() const;
 
     const QSize content_;
     std::vector<Placed> placed_;

@@ -44,6 +44,10 @@ class WindowsDemo {
             gauge()->setTarget(argument.toDouble());
         } else if (command == u"palette") {
             QApplication::setPalette(test::desktopPalette(argument == u"dark"));
+        } else if (command == u"points") {
+            QFont font = QApplication::font();
+            font.setPointSizeF(argument.toDouble());
+            QApplication::setFont(font);
         } else if (command == u"where") {
             return where(argument);
         }
