@@ -23,8 +23,9 @@ constexpr std::chrono::duration<std::int64_t, std::ratio<1, 30>> frameTime{1};
 /// The shortest time between two new speeds that a screen reader announces.
 constexpr std::chrono::milliseconds announcementInterval{2000};
 
-/// The gauge for assistive technologies: a value that can be read but not set.
-class AccessibleGauge final : public QAccessibleWidget, public QAccessibleValueInterface {
+/// The gauge for assistive technologies. Its speed is a text: with a value that can be asked for, Qt would offer to
+/// increase and decrease it.
+class AccessibleGauge final : public QAccessibleWidget {
   public:
     explicit AccessibleGauge(GaugeView& gauge) : QAccessibleWidget(&gauge, QAccessible::Dial), gauge_(gauge) {}
 
@@ -32,29 +33,13 @@ class AccessibleGauge final : public QAccessibleWidget, public QAccessibleValueI
         switch (kind) {
         case QAccessible::Name:
             return L(QStringLiteral("Speed Test"));
-        // AT-SPI has the number of a value but no text for it, so the same text is the description. Both give the
-        // measured speed, which the needle may not have reached yet.
-        case QAccessible::Value:
         case QAccessible::Description:
+            // The measured speed, which the needle may not have reached yet.
             return gauge::number(gauge_.target()) + QStringLiteral(" Mbps, ") + gauge_.phase();
         default:
             return QAccessibleWidget::text(kind);
         }
     }
-    QAccessible::State state() const override {
-        QAccessible::State state = QAccessibleWidget::state();
-        state.readOnly = true;
-        return state;
-    }
-    void* interface_cast(QAccessible::InterfaceType type) override {
-        return type == QAccessible::ValueInterface ? static_cast<QAccessibleValueInterface*>(this)
-                                                   : QAccessibleWidget::interface_cast(type);
-    }
-    QVariant currentValue() const override { return gauge_.target(); }
-    void setCurrentValue(const QVariant& /*value*/) override {}
-    QVariant maximumValue() const override { return gauge::highest; }
-    QVariant minimumValue() const override { return gauge::lowest; }
-    QVariant minimumStepSize() const override { return 0; }
 
   private:
     GaugeView& gauge_;
@@ -65,12 +50,21 @@ QAccessibleInterface* makeAccessibleGauge(const QString& /*className*/, QObject*
     return gauge != nullptr ? new AccessibleGauge(*gauge) : nullptr;
 }
 
+QRegion scaled(const QRegion& region, double scale) {
+    QRegion result;
+    for (const QRect& part : region) {
+        result += QRectF(QPointF(part.topLeft()) * scale, QSizeF(part.size()) * scale).toAlignedRect();
+    }
+    return result;
+}
+
 } // namespace
 
 GaugeView::GaugeView(QSize bounds, QWidget* parent)
-    : QWidget(parent), drawing_(bounds), phase_(L(QStringLiteral("READY"))), accent_(toColor(downloadColor)) {
+    : QWidget(parent), bounds_(bounds), drawing_(bounds), phase_(L(QStringLiteral("READY"))),
+      accent_(toColor(downloadColor)) {
     QAccessible::installFactory(makeAccessibleGauge);
-    setFixedSize(bounds + QSize(0, drawing_.overhang()));
+    resize(bounds + QSize(0, drawing_.overhang()));
     setAttribute(Qt::WA_OpaquePaintEvent);
     timer_.setTimerType(Qt::PreciseTimer);
     timer_.setSingleShot(true);
@@ -128,7 +122,7 @@ void GaugeView::tick() {
     if (std::exchange(repaintAll_, false)) {
         update();
     } else {
-        update(drawing_.difference(before, value_));
+        update(scaled(drawing_.difference(before, value_), scale()));
     }
     if (!step.isLast) {
         startFrameTimer();
@@ -146,8 +140,6 @@ void GaugeView::startFrameTimer() {
 void GaugeView::announce() {
     sinceAnnouncement_.start();
     if (QAccessible::isActive()) {
-        QAccessibleValueChangeEvent changed(this, target_);
-        QAccessible::updateAccessibility(&changed);
         QAccessibleEvent described(this, QAccessible::DescriptionChanged);
         QAccessible::updateAccessibility(&described);
     }
@@ -160,7 +152,8 @@ void GaugeView::hideEvent(QHideEvent* event) {
 
 void GaugeView::paintEvent(QPaintEvent* event) {
     QPainter painter(this);
-    drawing_.draw(painter, event->region(), value_, phase_, accent_);
+    painter.scale(scale(), scale());
+    drawing_.draw(painter, scaled(event->region(), 1 / scale()), value_, phase_, accent_);
 }
 
 SpeedTestController::SpeedTestController(const BulkTransferSessionFactory& makeSession, const Clock& clock,
@@ -192,7 +185,8 @@ void SpeedTestController::build() {
 
     gauge_ = new GaugeView(QSize(360, 300));
     gauge_->setObjectName(QStringLiteral("gauge"));
-    window_->place(gauge_, {0, 110, 360, 300});
+    const int overhang = gauge_->height() - 300;
+    window_->place(gauge_, {0, 110 - overhang, 360, 300 + overhang});
     addColumn(QStringLiteral("https"), L(QStringLiteral("HTTPS")));
     addColumn(QStringLiteral("download"), L(QStringLiteral("DOWNLOAD")));
     addColumn(QStringLiteral("upload"), L(QStringLiteral("UPLOAD")));
@@ -207,26 +201,35 @@ void SpeedTestController::addColumn(const QString& name, const QString& title) {
     auto* caption =
         new PanelLabel(name + QStringLiteral("Caption"), title, systemFont(9, QFont::Bold), whiteWithAlpha(0.5));
     window_->place(caption, {x, 82, 100, 14});
-    auto* value = new PanelLabel(name + QStringLiteral("Value"), SpeedTestMeasurement::unknownResult(),
-                                 systemFont(17, QFont::DemiBold), Qt::white);
+    auto* value = new PanelLabel(name + QStringLiteral("Value"), QString(), systemFont(17, QFont::DemiBold), Qt::white);
     window_->place(value, {x, 56, 100, 24});
     // Assistive technologies read the caption with the value.
     caption->setBuddy(value);
     resultLabels_.push_back(value);
+    captions_.push_back(title);
+    setResult(static_cast<ResultColumn>(resultLabels_.size() - 1), SpeedTestMeasurement::unknownResult());
 }
 
 void SpeedTestController::setResult(ResultColumn column, const QString& text) {
     auto* label = resultLabels_.at(static_cast<std::size_t>(column));
     label->setText(text);
-    // The unit stands on the gauge, which a screen reader does not read with the result.
+    // To a screen reader a dash says nothing, and the unit stands on the gauge, which is not read with the result.
     const bool isSpeed = column != ResultColumn::https && text.front().isDigit();
-    label->setAccessibleDescription(isSpeed ? QStringLiteral("Mbps") : QString());
+    label->setAccessibleName(text == SpeedTestMeasurement::unknownResult() ? L(QStringLiteral("not run yet"))
+                             : isSpeed                                     ? text + QStringLiteral(" Mbps")
+                                                                           : text);
 }
 
 void SpeedTestController::setRunEnabled(bool enabled) {
     if (!window_) {
         return;
     }
+    // Read out with the button when it takes the focus.
+    QStringList figures;
+    for (std::size_t i = 0; i < resultLabels_.size(); ++i) {
+        figures.append(captions_.at(static_cast<qsizetype>(i)) + u' ' + resultLabels_[i]->accessibleName());
+    }
+    runButton_->setAccessibleDescription(enabled ? figures.join(QStringLiteral(", ")) : QString());
     runButton_->setEnabled(enabled);
     // A disabled button loses the keyboard focus, and no other widget of the window takes it.
     if (enabled) {

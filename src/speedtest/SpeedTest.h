@@ -12,6 +12,7 @@
 #include <QColor>
 #include <QElapsedTimer>
 #include <QString>
+#include <QStringList>
 #include <QTimer>
 #include <QWidget>
 
@@ -34,7 +35,7 @@ class GaugeView final : public QWidget {
 
   public:
     /// `bounds`: of the dial, logical pixels. Where the unit would lie below them, the widget reaches that much further
-    /// down, since a widget is clipped.
+    /// down, since a widget is clipped. Given another size, it draws everything larger or smaller.
     explicit GaugeView(QSize bounds, QWidget* parent = nullptr);
 
     /// What is drawn now. Writing it neither redraws nor animates.
@@ -64,7 +65,10 @@ class GaugeView final : public QWidget {
     void tick();
     void startFrameTimer();
     void announce();
+    /// The widget's size is that many times the one that it was made with.
+    double scale() const { return static_cast<double>(width()) / bounds_.width(); }
 
+    const QSize bounds_;
     GaugeDrawing drawing_;
     double value_ = 0;
     double target_ = 0;
@@ -118,6 +122,7 @@ class SpeedTestController final : public SpeedTesting, private SpeedTestDisplay 
     /// These belong to the window.
     GaugeView* gauge_ = nullptr;
     std::vector<QLabel*> resultLabels_;
+    QStringList captions_;
     QPushButton* runButton_ = nullptr;
     SpeedTestMeasurement measurement_;
 };

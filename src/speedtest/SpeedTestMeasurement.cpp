@@ -123,7 +123,9 @@ void SpeedTestMeasurement::bodySent(TaskIdentifier task, std::int64_t count) {
 }
 
 void SpeedTestMeasurement::progress(std::int64_t count) {
-    bytes_ += count;
+    if (__builtin_add_overflow(bytes_, count, &bytes_)) {
+        qFatal("SpeedTestMeasurement: the count of bytes overflowed");
+    }
     const auto now = clock_.systemUptime();
     samples_.push_back({now, bytes_});
     while (now - samples_.front().time > sampleWindow) {

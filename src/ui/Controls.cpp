@@ -9,6 +9,8 @@
 #include <QPainter>
 #include <QStyle>
 #include <QStyleOptionButton>
+#include <QTextLayout>
+#include <QTextOption>
 
 namespace skylet {
 
@@ -37,13 +39,23 @@ TextLabel::TextLabel(const QString& objectName, const QString& text, const QFont
 }
 
 void TextLabel::paintEvent(QPaintEvent* /*event*/) {
-    // A label of Qt's own lets the first letter decide in which direction the text runs.
-    const bool rightToLeft = layoutDirection() == Qt::RightToLeft;
-    const auto flags = static_cast<int>(QStyle::visualAlignment(layoutDirection(), alignment())) | Qt::TextWordWrap |
-                       (rightToLeft ? Qt::TextForceRightToLeft : Qt::TextForceLeftToRight);
+    // A label of Qt's own lets the first letter decide in which direction the text runs, and moves a line that is
+    // wrapped from right to left by the space at its end.
+    QTextOption option(QStyle::visualAlignment(layoutDirection(), alignment()));
+    option.setTextDirection(layoutDirection());
+    QTextLayout layout(QString(text()).replace(u'\n', QChar::LineSeparator), font(), this);
+    layout.setTextOption(option);
+    layout.beginLayout();
+    double bottom = 0;
+    for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+        line.setLineWidth(width());
+        line.setPosition({0, bottom});
+        bottom += line.height();
+    }
+    layout.endLayout();
     QPainter painter(this);
     painter.setPen(semanticColors(palette()).*color_);
-    painter.drawText(rect(), flags | Qt::AlignAbsolute, text());
+    layout.draw(&painter, {});
 }
 
 void CheckBox::paintEvent(QPaintEvent* event) {

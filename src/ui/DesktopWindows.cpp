@@ -14,6 +14,14 @@ namespace skylet {
 
 namespace {
 
+/// Between its first and its last line the body is the same on every platform.
+QString welcomeBody() {
+    QStringList lines = L(QStringLiteral("welcome.body")).split(u'\n');
+    lines.first() = desktopText(QStringLiteral("welcome.where"));
+    lines.last() = desktopText(QStringLiteral("welcome.hidden"));
+    return lines.join(u'\n');
+}
+
 /// Says where the status item is and what its colours mean, and offers to start the program at login. Only the button
 /// has a consequence. In Hebrew the body and the check box run from right to left; everything else stays where it is.
 class WelcomePanel final : public PlainWindow, public WelcomeWindow {
@@ -32,7 +40,8 @@ class WelcomePanel final : public PlainWindow, public WelcomeWindow {
         button->setDefault(true);
         // Queued, so that the callback may destroy the window: no code of the button runs at that moment.
         connect(button, &QPushButton::clicked, this, std::move(finishWelcome), Qt::QueuedConnection);
-        // As shortcuts they come before the widgets, some of which take Return for themselves on some desktops.
+        // The button has no focus, so that a space bar does not press it that was meant for another window. As
+        // shortcuts these keys come before the widgets, some of which take Return for themselves on some desktops.
         for (const auto key : {Qt::Key_Return, Qt::Key_Enter}) {
             connect(new QShortcut(QKeySequence(key), this), &QShortcut::activated, button, &QAbstractButton::click);
         }
@@ -41,11 +50,10 @@ class WelcomePanel final : public PlainWindow, public WelcomeWindow {
         place(new TextLabel(QStringLiteral("headline"), L(QStringLiteral("Skylet is now in your menu bar")),
                             systemFont(17, QFont::Bold)),
               {20, 262, 380, 28});
-        place(new TextLabel(QStringLiteral("body"), L(QStringLiteral("welcome.body")), systemFont(12.5), Qt::AlignLeft),
+        place(new TextLabel(QStringLiteral("body"), welcomeBody(), systemFont(12.5), Qt::AlignLeft),
               {30, 105, 360, 150});
         place(loginBox_, {30, 66, 360, 22});
         place(button, {300, 18, 90, 32});
-        button->setFocus();
     }
 
     void bringToFront() override { PlainWindow::bringToFront(); }
@@ -62,6 +70,7 @@ class AboutPanel final : public PlainWindow, public Window {
     explicit AboutPanel(std::function<void()> openBrimlake)
         : PlainWindow(L(QStringLiteral("About Skylet")), QSize(380, 450)) {
         setObjectName(QStringLiteral("aboutWindow"));
+        static_assert(*build::version != 0, "the build always has a version");
         constexpr auto label = &SemanticColors::label;
         constexpr auto secondary = &SemanticColors::secondaryLabel;
         constexpr auto tertiary = &SemanticColors::tertiaryLabel;
@@ -71,9 +80,11 @@ class AboutPanel final : public PlainWindow, public Window {
             systemFont(12), secondary, {272, 20});
         add(QStringLiteral("tagline"), L(QStringLiteral("about.tagline")), systemFont(13), label, {210, 50});
         add(QStringLiteral("details"), L(QStringLiteral("about.details")), systemFont(11.5), secondary, {132, 76});
-        add(QStringLiteral("language"), L(QStringLiteral("about.language")), systemFont(10.5), secondary, {88, 42});
+        add(QStringLiteral("language"), desktopText(QStringLiteral("about.language")), systemFont(10.5), secondary,
+            {88, 42});
         auto* link = new LinkButton(QStringLiteral("link"), L(QStringLiteral("Powered by Brimlake")),
                                     systemFont(13, QFont::DemiBold));
+        link->setAccessibleDescription(QString::fromUtf8(build::webSiteName));
         connect(link, &QPushButton::clicked, this, std::move(openBrimlake), Qt::QueuedConnection);
         place(link, {90, 62, 200, 28});
         add(QStringLiteral("webSite"), QString::fromUtf8(build::webSiteName), systemFont(11), tertiary, {44, 20});
@@ -96,6 +107,10 @@ class AboutPanel final : public PlainWindow, public Window {
 };
 
 } // namespace
+
+void DesktopWindows::awaitScreenReaders() {
+    qputenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1");
+}
 
 std::unique_ptr<WelcomeWindow> DesktopWindows::makeWelcomeWindow(bool loginBoxOn, std::function<void()> finishWelcome) {
     return std::make_unique<WelcomePanel>(loginBoxOn, std::move(finishWelcome));

@@ -12,6 +12,8 @@
 #include <QShortcut>
 #include <QWindow>
 
+#include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace skylet {
@@ -19,7 +21,22 @@ namespace skylet {
 namespace {
 
 /// Beneath what has outgrown its frame.
-constexpr int gap = 6;
+constexpr double gap = 6;
+/// Up to this a font is a default one: GNOME and LXQt come with 11 points, Plasma, Xfce, MATE and Cinnamon with less.
+constexpr double usualFontPoints = 11;
+/// No title bar is higher, and no other edge of a frame wider. Logical pixels.
+constexpr int titleBarHeight = 40;
+constexpr int frameEdge = 4;
+/// Nothing could be read below this.
+constexpr double leastScale = 0.5;
+
+double fontScale() {
+    const QFont font = QGuiApplication::font();
+    // The platform's own measure of points, which desktops may set for larger texts.
+    const double pixelsPerPoint = QGuiApplication::primaryScreen()->logicalDotsPerInch() / 72;
+    const double pixels = font.pixelSize() > 0 ? font.pixelSize() : font.pointSizeF() * pixelsPerPoint;
+    return std::max(1.0, pixels * 72 / 96 / usualFontPoints);
+}
 
 QAccessibleInterface* makeAccessibleWindow(const QString& /*className*/, QObject* object) {
     auto* window = qobject_cast<PlainWindow*>(object);
@@ -45,25 +62,54 @@ PlainWindow::PlainWindow(const QString& title, QSize content)
 
 void PlainWindow::place(QWidget* widget, const QRect& frame) {
     widget->setParent(this);
-    placed_.push_back({widget, frame});
+    placed_.push_back({widget, frame, widget->testAttribute(Qt::WA_SetFont) ? widget->font().pixelSize() : 0});
     arrange();
 }
 
 void PlainWindow::arrange() {
+    const QSize most = available().size() - QSize(2 * frameEdge, titleBarHeight + frameEdge);
+    for (double scale = fontScale(); scale >= leastScale; scale *= 0.95) {
+        arrange(scale);
+        if (size().boundedTo(most) == size()) {
+            return;
+        }
+    }
+}
+
+void PlainWindow::arrange(double scale) {
+    const auto scaled = [scale](double length) { return static_cast<int>(std::lround(length * scale)); };
     int shift = 0;
-    for (const auto& [widget, frame] : placed_) {
-        const int top = content_.height() - frame.y() - frame.height() + shift;
-        const int needed = widget->hasHeightForWidth() ? widget->heightForWidth(frame.width()) : 0;
-        const int growth = needed > frame.height() ? needed + gap - frame.height() : 0;
-        widget->setGeometry(frame.x(), top, frame.width(), frame.height() + growth);
+    for (const auto& [widget, frame, pixels] : placed_) {
+        if (pixels > 0) {
+            widget->setFont(systemFont(pixels * scale, widget->font().weight()));
+        }
+        const int width = scaled(frame.width());
+        const int height = scaled(frame.height());
+        const int needed = widget->hasHeightForWidth() ? widget->heightForWidth(width) : 0;
+        const int growth = needed > height ? needed + scaled(gap) - height : 0;
+        const int top = scaled(content_.height() - frame.y() - frame.height()) + shift;
+        widget->setGeometry(scaled(frame.x()), top, width, height + growth);
         shift += growth;
     }
-    setFixedSize(content_ + QSize(0, shift));
+    setFixedSize(scaled(content_.width()), scaled(content_.height()) + shift);
+}
+
+QRect PlainWindow::available() const {
+    const QScreen* known = wasShown_ ? screen() : QGuiApplication::screenAt(QCursor::pos());
+    const QScreen* chosen = known != nullptr ? known : QGuiApplication::primaryScreen();
+    return chosen->availableGeometry();
 }
 
 void PlainWindow::bringToFront() {
-    if (!std::exchange(wasShown_, true)) {
-        center();
+    if (!isVisible()) {
+        arrange();
+    }
+    if (!wasShown_) {
+        QRect frame = geometry();
+        frame.moveCenter(available().center());
+        frame.moveTop(std::max(frame.top(), available().top() + titleBarHeight));
+        setGeometry(frame);
+        wasShown_ = true;
     }
     if (isMinimized()) {
         setWindowState(windowState() & ~Qt::WindowMinimized);
@@ -77,27 +123,11 @@ void PlainWindow::bringToFront() {
     activateWindow();
 }
 
-void PlainWindow::center() {
-    const QScreen* under = QGuiApplication::screenAt(QCursor::pos());
-    const QScreen* screen = under != nullptr ? under : QGuiApplication::primaryScreen();
-    if (screen != nullptr) {
-        QRect place(QPoint(0, 0), size());
-        place.moveCenter(screen->availableGeometry().center());
-        setGeometry(place);
-    }
-}
-
 void PlainWindow::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
-    if (event->type() != QEvent::FontChange) {
-        return;
+    if (event->type() == QEvent::FontChange) {
+        arrange();
     }
-    for (const auto& [widget, frame] : placed_) {
-        if (widget->testAttribute(Qt::WA_SetFont)) {
-            widget->setFont(systemFont(widget->font().pixelSize(), widget->font().weight()));
-        }
-    }
-    arrange();
 }
 
 void PlainWindow::showEvent(QShowEvent* event) {

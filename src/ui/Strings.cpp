@@ -21,23 +21,25 @@ const Strings& userStrings() {
 Strings::Strings(const QStringList& preferredLanguages, const std::vector<Language>& choice) {
     for (const Language& language : choice) {
         if (preferredLanguages.value(0).startsWith(QLatin1String(language.code))) {
-            texts_ = language.texts;
+            language_ = language;
         }
     }
 }
 
 const std::vector<Language>& Strings::languages() {
-    static const std::vector<Language> languages{{"he", he}};
+    static const std::vector<Language> languages{{"he", he, heDesktop}};
     return languages;
 }
 
 QString Strings::text(const QString& key) const {
-    if (texts_ != nullptr) {
-        if (const auto row = texts_().constFind(key); row != texts_().constEnd()) {
-            return *row;
-        }
+    if (const auto row = language_.texts().constFind(key); row != language_.texts().constEnd()) {
+        return *row;
     }
     return en().value(key, key);
+}
+
+QString Strings::desktopText(const QString& key) const {
+    return language_.desktopTexts().value(key, enDesktop().value(key));
 }
 
 Texts uniqueTexts(const std::vector<std::pair<QString, QString>>& rows) {
@@ -53,6 +55,10 @@ Texts uniqueTexts(const std::vector<std::pair<QString, QString>>& rows) {
 
 QString L(const QString& key) {
     return userStrings().text(key);
+}
+
+QString desktopText(const QString& key) {
+    return userStrings().desktopText(key);
 }
 
 bool isHebrew() {

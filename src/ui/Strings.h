@@ -19,17 +19,21 @@ class Strings {
     /// The languages besides English.
     static const std::vector<Language>& languages();
 
-    bool isHebrew() const { return texts_ == he; }
+    bool isHebrew() const { return language_.texts == he; }
     /// The text to show for `key`: in the user's language, else English, else the key itself. Exact match only.
     QString text(const QString& key) const;
+    /// The text to show for `key` among the words for this platform, in the user's language, else in English.
+    QString desktopText(const QString& key) const;
 
   private:
-    /// Absent for English.
-    const Texts& (*texts_)() = nullptr;
+    Language language_{"en", en, enDesktop};
 };
 
 /// The text to show for `key` in the user's language, which is decided once per process.
 QString L(const QString& key);
+
+/// The same among the words for this platform.
+QString desktopText(const QString& key);
 
 /// Whether the user reads Hebrew.
 bool isHebrew();

@@ -37,8 +37,8 @@ class Portal:
         self.asked.append(options)
         handle = f"{PATH}/request/{sender[1:].replace('.', '_')}/{options['handle_token']}"
         invocation.return_value(GLib.Variant("(o)", (handle,)))
-        results = {"background": GLib.Variant("b", True), "autostart": GLib.Variant("b", options["autostart"])}
-        answer = (SUCCESS, results) if self.grants else (CANCELLED, {})
+        results = {"background": GLib.Variant("b", self.grants), "autostart": GLib.Variant("b", self.grants and options["autostart"])}
+        answer = (SUCCESS if self.grants else CANCELLED, results)
         bus.emit_signal(sender, handle, REQUEST, "Response", GLib.Variant("(ua{sv})", answer))
 
     def obey(self, channel, _condition):

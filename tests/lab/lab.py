@@ -19,6 +19,11 @@ from window_screen import WindowScreen
 SERVER, TRAFFIC, PROXY = (Path(__file__).with_name(name) for name in ("server.py", "traffic.py", "proxy.py"))
 
 
+def green_with_its_label(state):
+    """A status area that has just met the item is told its label after its picture."""
+    return state.dot == "green" and state.milliseconds is not None
+
+
 class Endpoint:
     """A test's hand on one server name. `set` takes the fields of server.Behaviour; what is not given is as by default."""
 
@@ -216,7 +221,7 @@ class Lab:
     def start(self, until="green", within=11):
         """Starts the program and waits for its dot to have this colour, at the second probe when the first was slow."""
         self.program.start()
-        return self.area.wait_for(until, within, since=self.program.started)
+        return self.area.wait_for(green_with_its_label if until == "green" else until, within, since=self.program.started)
 
     def start_panel(self, kind):
         """A real panel, which the program will use instead of `area`."""

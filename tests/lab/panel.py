@@ -5,6 +5,7 @@ import os
 import re
 import shutil
 import subprocess
+import sys
 import time
 from pathlib import Path
 
@@ -14,8 +15,9 @@ from desktop import ITEM, MENU, PROPERTIES, WATCHER, MenuEntry, unpack
 from gi.repository import GLib
 from panel_kinds import KINDS
 from picture import Icon, Picture
+from support import accessibility
 from support.message_bus import MessageBus
-from support.processes import BARE_ENVIRONMENT, wait_until
+from support.processes import BARE_ENVIRONMENT, Tool, wait_until
 from support.virtual_screen import VirtualScreen
 
 WIDTH, HEIGHT = 1024, 480
@@ -106,6 +108,12 @@ class Panel:
         return self._stack.enter_context(self._client.popen(
             [settings.DEMO, "changes"], env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
             stderr=subprocess.DEVNULL, text=True, bufsize=1))
+
+    def start_screen_reader(self):
+        """A program that reads what is on the screen (support/accessibility.py), before which nobody has asked for such a thing."""
+        self._screen.start_accessibility_bus(programs_are_asked=False)
+        return self._stack.enter_context(
+            self._client.popen([sys.executable, accessibility.__file__], kind=Tool, env=self._environment))
 
     def start_another(self, kind):
         """Another panel beside this one, on the same screen; returns its process."""

@@ -23,8 +23,7 @@ class WindowScreen:
         self._screen.start_window_manager()
         self._screen.start_accessibility_bus()
         self._reader = stack.enter_context(client.popen([sys.executable, accessibility.__file__], kind=Tool, env=environment))
-        lab.program.environment |= {"DISPLAY": environment["DISPLAY"], "QT_QPA_PLATFORM": "xcb",
-                                    "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1"}
+        lab.program.environment |= {"DISPLAY": environment["DISPLAY"], "QT_QPA_PLATFORM": "xcb"}
 
     def things(self, window=""):
         """What a screen reader finds in the windows whose title begins so: dictionaries, see support/accessibility.py."""

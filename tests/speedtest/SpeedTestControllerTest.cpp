@@ -386,12 +386,49 @@ TEST_F(SpeedTestControllerTest, TakesItsWindowAlong) {
     EXPECT_THAT(reports, ElementsAre(QStringLiteral("started")));
 }
 
+TEST_F(SpeedTestControllerTest, SaysInWordsThatAValueIsNotKnown) {
+    show();
+    QAccessibleInterface* value = QAccessible::queryAccessibleInterface(&label(QStringLiteral("downloadValue")));
+    EXPECT_EQ(value->text(QAccessible::Name), QStringLiteral("not run yet"));
+}
+
+TEST_F(SpeedTestControllerTest, SpeaksItsFiguresWithTheButtonThatTakesTheFocus) {
+    controller->setLatencyMs(38);
+    show();
+    QAccessibleInterface* run = QAccessible::queryAccessibleInterface(&button());
+    EXPECT_EQ(run->text(QAccessible::Description), QString());
+    QString spokenWithFocus;
+    QObject::connect(qApp, &QApplication::focusChanged, &window(), [&](QWidget* /*old*/, const QWidget* now) {
+        if (now == &button()) {
+            spokenWithFocus = run->text(QAccessible::Description);
+        }
+    });
+    endPhase(24'000'000);
+    schedule.fire();
+    transfers.complete(BulkTransferResult::End::failed, std::nullopt);
+    EXPECT_EQ(spokenWithFocus, QStringLiteral("HTTPS 38 ms, DOWNLOAD 48.0 Mbps, UPLOAD failed"));
+}
+
+TEST_F(SpeedTestControllerTest, GrowsWithTheDesktopsFont) {
+    const QFont usual = QApplication::font();
+    QFont large = usual;
+    large.setPointSizeF(16.5);
+    QApplication::setFont(large);
+    show();
+    EXPECT_EQ(window().size(), QSize(540, 630));
+    EXPECT_EQ(gauge().geometry(), QRect(0, 15, 540, 471));
+    EXPECT_EQ(label(QStringLiteral("uploadValue")).geometry(), QRect(360, 510, 150, 36));
+    EXPECT_EQ(label(QStringLiteral("uploadValue")).font().pixelSize(), 26);
+    QApplication::setFont(usual);
+    test::settle();
+    EXPECT_EQ(window().size(), QSize(360, 420));
+}
+
 TEST_F(SpeedTestControllerTest, TellsWhichCaptionBelongsToAValue) {
     show();
     runWholeTest();
     QAccessibleInterface* value = QAccessible::queryAccessibleInterface(&label(QStringLiteral("downloadValue")));
-    EXPECT_EQ(value->text(QAccessible::Name), QStringLiteral("48.0"));
-    EXPECT_EQ(value->text(QAccessible::Description), QStringLiteral("Mbps"));
+    EXPECT_EQ(value->text(QAccessible::Name), QStringLiteral("48.0 Mbps"));
     const auto relations = value->relations(QAccessible::Label);
     ASSERT_EQ(relations.size(), 1);
     EXPECT_EQ(relations.front().first->object(), &label(QStringLiteral("downloadCaption")));

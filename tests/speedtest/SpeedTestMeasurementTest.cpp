@@ -608,5 +608,13 @@ TEST_F(SpeedTestMeasurementTest, ATestThatIsCancelledAsItStartsMovesNothing) {
     EXPECT_TRUE(schedule.pending().empty());
 }
 
+using SpeedTestMeasurementDeathTest = SpeedTestMeasurementTest;
+
+TEST_F(SpeedTestMeasurementDeathTest, AnOverflowOfTheCountStopsTheProgram) {
+    measurement->start();
+    transfers.receive(std::numeric_limits<std::int64_t>::max());
+    EXPECT_DEATH(transfers.receive(1), "overflowed");
+}
+
 } // namespace
 } // namespace skylet

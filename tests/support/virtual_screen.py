@@ -1,5 +1,6 @@
 """A virtual X screen of a test's own: programs are started on it, mouse and keyboard work them, pictures are taken of it."""
 
+import itertools
 import os
 import subprocess
 import time
@@ -14,10 +15,13 @@ class VirtualScreen:
     """A screen in a place. Everything on it starts with `environment`, as that is by then; DISPLAY is added to it here. What
     programs say is kept in the folder."""
 
+    _numbers = itertools.count()
+
     def __init__(self, place, stack, folder, environment, width, height):
         self._place, self._stack, self._folder, self._environment = place, stack, folder, environment
-        # A number of its own: the first free one looks free to servers in several network namespaces at once.
-        environment["DISPLAY"] = f":{1000 + os.getpid() % 50000}"
+        # A number of its own, for up to two screens in a process: the first free one looks free to servers in several network
+        # namespaces at once.
+        environment["DISPLAY"] = f":{1000 + os.getpid() % 25000 + next(self._numbers) % 2 * 25000}"
         self._server = stack.enter_context(place.popen(
             # It would start anew whenever its last client leaves, and turn away who comes meanwhile. Any user may draw.
             ["Xvfb", environment["DISPLAY"], "-screen", "0", f"{width}x{height}x24", "-nolisten", "tcp", "-noreset", "-ac",
@@ -45,9 +49,9 @@ class VirtualScreen:
         self.start("openbox", "--sm-disable")
         wait_until(lambda: "WINDOW" in self.ask("xprop", "-root", "_NET_SUPPORTING_WM_CHECK"), 10, "there is a window manager")
 
-    def start_accessibility_bus(self):
-        """What assistive technologies ask; the environment has a session bus by now."""
-        self.start(ACCESSIBILITY, "--launch-immediately", "--a11y=1")
+    def start_accessibility_bus(self, programs_are_asked=True):
+        """What assistive technologies ask; the environment has a session bus by now. `programs_are_asked`: to connect to it."""
+        self.start(ACCESSIBILITY, "--launch-immediately", f"--a11y={programs_are_asked:d}")
         wait_until(lambda: "unix:" in self.ask("xprop", "-root", "AT_SPI_BUS"), 10, "there is an accessibility bus")
 
     def point(self, x, y):

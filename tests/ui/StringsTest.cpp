@@ -86,27 +86,66 @@ TEST(Strings, AHebrewReaderGetsTheHebrewWelcome) {
 }
 
 TEST(Strings, ALanguageOfSecondPreferenceIsNotInForceAndItsTableNeverBuilt) {
-    const Strings strings(englishFirst, {{"he", []() -> const Texts& {
+    const Strings strings(englishFirst, {{"he",
+                                          []() -> const Texts& {
                                               ADD_FAILURE() << "the table is built";
                                               return he();
-                                          }}});
+                                          },
+                                          heDesktop}});
     EXPECT_FALSE(strings.isHebrew());
     EXPECT_EQ(strings.text(QStringLiteral("Offline")), QStringLiteral("Offline"));
 }
 
 TEST(Strings, AnotherLanguageIsChosenByItsCode) {
     const std::vector<Language> languages{
-        {"he", he}, {"qx", []() -> const Texts& {
-                         static const Texts texts = uniqueTexts({{QStringLiteral("Offline"), QStringLiteral("nope")}});
-                         return texts;
-                     }}};
+        {"he", he, heDesktop},
+        {"qx",
+         []() -> const Texts& {
+             static const Texts texts = uniqueTexts({{QStringLiteral("Offline"), QStringLiteral("nope")}});
+             return texts;
+         },
+         []() -> const Texts& {
+             static const Texts none;
+             return none;
+         }}};
     const Strings strings({QStringLiteral("qx-QX"), QStringLiteral("he")}, languages);
     EXPECT_FALSE(strings.isHebrew());
     EXPECT_EQ(strings.text(QStringLiteral("Offline")), QStringLiteral("nope"));
     // What it lacks is shown in English.
     EXPECT_EQ(strings.text(QStringLiteral("Paused")), QStringLiteral("Paused"));
     EXPECT_TRUE(strings.text(QStringLiteral("welcome.body")).startsWith(QStringLiteral("Look at the top-right")));
+    EXPECT_EQ(strings.desktopText(QStringLiteral("welcome.where")),
+              QStringLiteral("Look in your panel for a small dot:"));
     EXPECT_TRUE(Strings(hebrewFirst, languages).isHebrew());
+}
+
+TEST(Strings, TheWordsForThisPlatformSendNobodyToPlacesOfAnother) {
+    const Strings english(englishFirst);
+    const Strings hebrew(hebrewFirst);
+    struct Row {
+        QString key;
+        QString english;
+        QString hebrew;
+    };
+    const std::vector<Row> rows{
+        {QStringLiteral("welcome.where"), QStringLiteral("Look in your panel for a small dot:"),
+         QStringLiteral("חפשו נקודה קטנה בלוח של שולחן העבודה:")},
+        {QStringLiteral("welcome.hidden"),
+         QStringLiteral(
+             "Can’t see it? Your panel may hide it behind an arrow. GNOME needs its AppIndicator extension."),
+         QStringLiteral("לא רואים אותה? ייתכן שהלוח מסתיר אותה מאחורי חץ. ב-GNOME נדרשת ההרחבה AppIndicator.")},
+        {QStringLiteral("about.language"),
+         QStringLiteral("Language follows your desktop. To change it for Skylet only,\nstart it with LANGUAGE=en or "
+                        "LANGUAGE=he."),
+         QStringLiteral(
+             "השפה נקבעת לפי שולחן העבודה. לשינוי רק ב-Skylet:\nהפעילו אותו עם LANGUAGE=en או LANGUAGE=he.")}};
+    for (const Row& row : rows) {
+        EXPECT_EQ(english.desktopText(row.key), row.english);
+        EXPECT_EQ(hebrew.desktopText(row.key), row.hebrew);
+    }
+    for (const Language& language : Strings::languages()) {
+        EXPECT_EQ(language.desktopTexts().size(), static_cast<qsizetype>(rows.size())) << language.code;
+    }
 }
 
 TEST(Strings, AnEmptyListOfLanguagesMeansEnglish) {

@@ -1,5 +1,6 @@
 #include "platform/linux/desktop/ApplicationIcon.h"
 #include "support/RuntimeFolder.h"
+#include "ui/OffscreenScreen.h"
 
 #include <QApplication>
 
@@ -7,9 +8,9 @@
 
 /// Widgets without a screen, and without the session bus of whoever runs the tests.
 int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
     qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus");
     const skylet::test::RuntimeFolder runtimeFolder;
+    skylet::test::useOffscreenScreen(runtimeFolder);
     testing::InitGoogleTest(&argc, argv);
     const QApplication application(argc, argv);
     QGuiApplication::setWindowIcon(skylet::applicationIcon());

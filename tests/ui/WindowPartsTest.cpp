@@ -1,12 +1,15 @@
 #include "support/QStringPrinting.h"
 #include "ui/Controls.h"
 #include "ui/Fonts.h"
+#include "ui/Picture.h"
 #include "ui/PlainWindow.h"
 #include "ui/SemanticColors.h"
 
 #include <QApplication>
+#include <QFontMetricsF>
 #include <QLabel>
 #include <QPalette>
+#include <QScreen>
 
 #include <gtest/gtest.h>
 
@@ -41,6 +44,34 @@ TEST(PlainWindowTest, GrowsForATextAndMovesWhatIsBeneath) {
     EXPECT_GE(text->height(), text->heightForWidth(100));
     EXPECT_EQ(text->geometry(), QRect(10, 10, 100, 20 + growth));
     EXPECT_EQ(beneath->geometry(), QRect(10, 70 + growth, 100, 20));
+}
+
+TEST(PlainWindowTest, ShrinksOnAScreenThatIsTooSmallAndKeepsItsTitleBarThere) {
+    const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
+    PlainWindow window(QString(), screen.size() * 1.2);
+    auto* label = new TextLabel(QStringLiteral("text"), QStringLiteral("text"), systemFont(20));
+    window.place(label, {0, 0, 100, 50});
+    window.bringToFront();
+    EXPECT_LE(window.width(), screen.width());
+    EXPECT_LE(window.height(), screen.height() - 40);
+    EXPECT_GE(window.geometry().y(), screen.y() + 40);
+    EXPECT_GT(window.height(), screen.height() / 2);
+    EXPECT_LT(label->font().pixelSize(), 20);
+    EXPECT_NEAR(label->width(), 100.0 * window.width() / (screen.width() * 1.2), 1);
+}
+
+TEST(TextLabelTest, EndsEachWrappedLineAtItsMargin) {
+    TextLabel label(QString(), QStringLiteral("לא רואים אותה? פנו מקום דרך הגדרות המערכת ← מרכז הבקרה."),
+                    systemFont(13), Qt::AlignLeft);
+    label.resize(300, 60);
+    const test::Picture picture(label);
+    const QColor background = picture.at(QPointF(150, 58));
+    const double line = QFontMetricsF(label.font()).height();
+    for (int i = 0; i < 2; ++i) {
+        const QRectF drawn = picture.extentOtherThan(QRectF(0, i * line, 300, line), background);
+        ASSERT_FALSE(drawn.isNull());
+        EXPECT_NEAR(drawn.right(), 300, 2.5) << "line " << i;
+    }
 }
 
 TEST(TextLabelTest, RunsFromRightToLeftWhereAnythingInItDoes) {

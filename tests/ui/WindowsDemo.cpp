@@ -44,6 +44,10 @@ class WindowsDemo {
             gauge()->setTarget(argument.toDouble());
         } else if (command == u"palette") {
             QApplication::setPalette(test::desktopPalette(argument == u"dark"));
+        } else if (command == u"points") {
+            QFont font = QApplication::font();
+            font.setPointSizeF(argument.toDouble());
+            QApplication::setFont(font);
         } else if (command == u"where") {
             return where(argument);
         }
@@ -113,6 +117,7 @@ class WindowsDemo {
         }
         if (const GaugeView* dial = gauge()) {
             state.insert(QStringLiteral("value"), dial->value());
+            state.insert(QStringLiteral("phase"), dial->phase());
             state.insert(QStringLiteral("animating"), dial->animationIsRunning());
         }
         return state;
@@ -130,6 +135,7 @@ class WindowsDemo {
 } // namespace
 
 int main(int argc, char** argv) {
+    DesktopWindows::awaitScreenReaders();
     const QApplication application(argc, argv);
     QGuiApplication::setWindowIcon(applicationIcon());
     QGuiApplication::setQuitOnLastWindowClosed(false);

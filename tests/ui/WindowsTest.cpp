@@ -109,7 +109,11 @@ TEST_F(WindowsTest, WelcomeSaysWhereTheDotIs) {
     showWelcome();
     EXPECT_EQ(shown->windowTitle(), QStringLiteral("Welcome to Skylet"));
     EXPECT_EQ(find<QLabel>(u"headline").text(), QStringLiteral("Skylet is now in your menu bar"));
-    EXPECT_EQ(find<QLabel>(u"body").text(), L(QStringLiteral("welcome.body")));
+    QStringList body = L(QStringLiteral("welcome.body")).split(u'\n');
+    body.first() = QStringLiteral("Look in your panel for a small dot:");
+    body.last() =
+        QStringLiteral("Can’t see it? Your panel may hide it behind an arrow. GNOME needs its AppIndicator extension.");
+    EXPECT_EQ(find<QLabel>(u"body").text(), body.join(u'\n'));
     EXPECT_EQ(loginBox().text(), QStringLiteral("Launch Skylet at login (recommended)"));
     EXPECT_EQ(gotIt().text(), QStringLiteral("Got it"));
 }
@@ -249,13 +253,24 @@ TEST_F(WindowsTest, WelcomeForgetsAPressThatItDoesNotOutlive) {
     EXPECT_EQ(finished, 0);
 }
 
-TEST_F(WindowsTest, WelcomeIsReachedByTheTabKey) {
+TEST_F(WindowsTest, WelcomeIsUsedByTheTabAndSpaceKeys) {
     showWelcome();
-    EXPECT_EQ(QApplication::focusWidget(), &gotIt());
-    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    QTest::keyClick(shown, Qt::Key_Tab);
     EXPECT_EQ(QApplication::focusWidget(), &loginBox());
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
     EXPECT_EQ(QApplication::focusWidget(), &gotIt());
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
+    EXPECT_TRUE(test::waitUntil([this] { return finished > 0; }));
+}
+
+TEST_F(WindowsTest, WelcomeDoesNothingForSomebodyWhoGoesOnTyping) {
+    showWelcome();
+    QTest::keyClicks(QApplication::focusWidget() != nullptr ? QApplication::focusWidget() : shown,
+                     QStringLiteral("to be or "));
+    test::settle();
+    EXPECT_EQ(finished, 0);
+    EXPECT_FALSE(loginBox().isChecked());
+    EXPECT_TRUE(shown->isVisible());
 }
 
 TEST_F(WindowsTest, AboutSaysWhatTheProgramIs) {
@@ -265,7 +280,7 @@ TEST_F(WindowsTest, AboutSaysWhatTheProgramIs) {
     EXPECT_EQ(find<QLabel>(u"version").text(), QStringLiteral("Version " SKYLET_VERSION));
     EXPECT_EQ(find<QLabel>(u"tagline").text(), L(QStringLiteral("about.tagline")));
     EXPECT_EQ(find<QLabel>(u"details").text(), L(QStringLiteral("about.details")));
-    EXPECT_EQ(find<QLabel>(u"language").text(), L(QStringLiteral("about.language")));
+    EXPECT_EQ(find<QLabel>(u"language").text(), desktopText(QStringLiteral("about.language")));
     EXPECT_EQ(link().text(), QStringLiteral("Powered by Brimlake"));
     EXPECT_EQ(find<QLabel>(u"webSite").text(), QStringLiteral("brimlake.example"));
     const QRegularExpression copyright(QStringLiteral("^© \\d{4} Brimlake\\. All rights reserved\\.$"));
@@ -403,6 +418,32 @@ TEST_F(WindowsTest, FollowTheDesktopsFontWhileTheyAreOpen) {
     }
 }
 
+TEST_F(WindowsTest, GrowWithAFontThatIsLargerThanAnyDesktopsDefault) {
+    QFont desktop = QApplication::font();
+    desktop.setPointSizeF(22);
+    QApplication::setFont(desktop);
+    showWelcome();
+    EXPECT_EQ(find(u"icon").geometry(), QRect(340, 40, 160, 160));
+    EXPECT_EQ(find(u"headline").geometry(), QRect(40, 220, 760, 56));
+    EXPECT_EQ(find(u"headline").font().pixelSize(), 34);
+    EXPECT_EQ(find(u"headline").font().weight(), QFont::Bold);
+    EXPECT_EQ(gotIt().size(), QSize(180, 64));
+    EXPECT_EQ(gotIt().font().pixelSize(), 26);
+    EXPECT_EQ(shown->width(), 840);
+    EXPECT_GE(shown->height(), 800);
+}
+
+TEST_F(WindowsTest, AreAsTheyAreSpecifiedUpToElevenPoints) {
+    for (const double points : {7.0, 9.0, 10.0, 11.0}) {
+        QFont desktop = QApplication::font();
+        desktop.setPointSizeF(points);
+        QApplication::setFont(desktop);
+        showWelcome();
+        EXPECT_EQ(find(u"headline").geometry(), QRect(20, 110, 380, 28)) << points;
+        EXPECT_EQ(find(u"headline").font().pixelSize(), 17) << points;
+    }
+}
+
 TEST_F(WindowsTest, OutlineTheCheckBoxSoThatItIsSeen) {
     const std::unique_ptr<QStyle> fusion(QStyleFactory::create(QStringLiteral("Fusion")));
     showWelcome();
@@ -458,12 +499,13 @@ TEST_F(WindowsTest, TellAssistiveTechnologiesWhatTheyAre) {
     EXPECT_EQ(dialog->text(QAccessible::Name), QStringLiteral("Welcome to Skylet"));
     EXPECT_EQ(accessible(u"icon")->role(), QAccessible::Graphic);
     EXPECT_EQ(accessible(u"icon")->text(QAccessible::Name), QStringLiteral("Skylet"));
-    EXPECT_EQ(accessible(u"body")->text(QAccessible::Name), L(QStringLiteral("welcome.body")));
+    EXPECT_EQ(accessible(u"body")->text(QAccessible::Name), find<QLabel>(u"body").text());
     EXPECT_EQ(accessible(u"loginBox")->role(), QAccessible::CheckBox);
     EXPECT_EQ(accessible(u"gotItButton")->role(), QAccessible::Button);
     showAbout();
     EXPECT_EQ(accessible(u"link")->role(), QAccessible::Button);
     EXPECT_EQ(accessible(u"link")->text(QAccessible::Name), QStringLiteral("Powered by Brimlake"));
+    EXPECT_EQ(accessible(u"link")->text(QAccessible::Description), QStringLiteral("brimlake.example"));
 }
 
 } // namespace

@@ -16,16 +16,16 @@ WIDTH, HEIGHT = 1280, 900
 
 
 class Session:
-    def __init__(self, stack, accessible=False):
+    def __init__(self, stack, accessible=False, size=(WIDTH, HEIGHT)):
         self._stack = stack
         folder = stack.enter_context(tempfile.TemporaryDirectory(prefix="skylet-desktop-"))
         self.environment = BARE_ENVIRONMENT | {
             "HOME": folder, "XDG_RUNTIME_DIR": folder, "LC_ALL": "C.UTF-8", "LANGUAGE": "en", "QT_QPA_PLATFORM": "xcb",
             "DBUS_SESSION_BUS_ADDRESS": "unix:path=/nonexistent"}
-        self.screen = VirtualScreen(HERE, stack, Path(folder), self.environment, WIDTH, HEIGHT)
+        self.screen = VirtualScreen(HERE, stack, Path(folder), self.environment, *size)
         if accessible:
             bus = MessageBus(Path(folder), "session", stack)
-            self.environment |= {"DBUS_SESSION_BUS_ADDRESS": bus.address, "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1"}
+            self.environment |= {"DBUS_SESSION_BUS_ADDRESS": bus.address, "GSETTINGS_BACKEND": "memory"}
             self.screen.start_accessibility_bus()
         self.screen.start_window_manager()
 

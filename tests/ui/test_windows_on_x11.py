@@ -11,6 +11,7 @@ from desktop_session import HEIGHT, WIDTH, Demo, Session
 from support.processes import wait_until
 
 WINDOWS = [("welcome", "welcomeWindow"), ("about", "aboutWindow"), ("test", "speedTestWindow")]
+SMALL = 1024, 600
 # Bits of _MOTIF_WM_HINTS (Motif's MwmUtil.h).
 MINIMIZE, MAXIMIZE, CLOSE = 1 << 3, 1 << 4, 1 << 5
 
@@ -19,6 +20,12 @@ MINIMIZE, MAXIMIZE, CLOSE = 1 << 3, 1 << 4, 1 << 5
 def session():
     with ExitStack() as stack:
         yield Session(stack)
+
+
+@pytest.fixture(scope="module")
+def small_session():
+    with ExitStack() as stack:
+        yield Session(stack, size=SMALL)
 
 
 @pytest.fixture
@@ -33,13 +40,20 @@ def demo(session):
     demo.end()
 
 
-def close_by_title_bar(demo, name):
-    """Clicks the close button, which openbox has at the right end of its title bar."""
-    _, right, top, _ = map(int, re.findall(r"\d+", demo.properties(name, "_NET_FRAME_EXTENTS")))
+def frame(demo, name):
+    """The edges of the window with its frame, and the height of its title bar."""
+    left, right, top, bottom = map(int, re.findall(r"\d+", demo.properties(name, "_NET_FRAME_EXTENTS")))
     # of the X server, because the program may not have heard of its frame yet
     place = demo.screen.ask("xwininfo", "-id", str(demo.window(name)["id"]))
-    x, y, width = (int(re.search(rf"{key}: +(-?\d+)", place)[1]) for key in ("upper-left X", "upper-left Y", "Width"))
-    demo.screen.click(x + width + right - 13, y - top / 2)
+    x, y, width, height = (int(re.search(rf"{key}: +(-?\d+)", place)[1])
+                           for key in ("upper-left X", "upper-left Y", "Width", "Height"))
+    return x - left, y - top, x + width + right, y + height + bottom, top
+
+
+def close_by_title_bar(demo, name):
+    """Clicks the close button, which openbox has at the right end of its title bar."""
+    _, top, right, _, title_bar = frame(demo, name)
+    demo.screen.click(right - 13, top + title_bar / 2)
     wait_until(lambda: not demo.window(name)["visible"], 10, f"{name} is closed")
 
 
@@ -120,6 +134,28 @@ def test_welcome_is_confirmed_by_return_from_its_check_box(screen, demo):
     wait_until(lambda: demo.reports == ["finishWelcome"], 10, "the button is pressed")
     assert not demo.window("welcomeWindow")["visible"]
     assert demo.state["loginBox"]
+
+
+def test_welcome_does_nothing_for_somebody_who_goes_on_typing(screen, demo):
+    demo.show("welcome", "welcomeWindow")
+    screen.press("t", "o", "space", "b", "e", "space")
+    screen.press("Return")
+    wait_until(lambda: demo.reports, 10, "the button is pressed")
+    assert demo.reports == ["finishWelcome"] and not demo.state["loginBox"]
+
+
+@pytest.mark.parametrize("scale,points", [(1, 10), (1, 16), (2, 10), (2, 16)])
+@pytest.mark.parametrize("language", ["en", "he"])
+def test_windows_stay_on_a_small_screen(small_session, language, scale, points):
+    demo = Demo(small_session, language, scale)
+    demo.tell(f"points {points}")
+    for what, name in WINDOWS:
+        demo.show(what, name)
+        left, top, right, bottom, title_bar = frame(demo, name)
+        assert left >= 0 and top >= 0 and right <= SMALL[0] and bottom <= SMALL[1] and title_bar > 10
+        picture = Path(os.environ["SKYLET_WINDOWS_PICTURES"]) / f"small-{what}-{language}-x{scale}-{points}pt.png"
+        small_session.screen.take_picture(picture)
+    demo.end()
 
 
 def test_welcome_is_confirmed_by_the_mouse(screen, demo):

@@ -14,4 +14,15 @@ const Texts& en() {
     return texts;
 }
 
+const Texts& enDesktop() {
+    // clang-format off
+    static const Texts texts = uniqueTexts({
+        {QStringLiteral("welcome.where"), QStringLiteral("Look in your panel for a small dot:")},
+        {QStringLiteral("welcome.hidden"), QStringLiteral("Can’t see it? Your panel may hide it behind an arrow. GNOME needs its AppIndicator extension.")},
+        {QStringLiteral("about.language"), QStringLiteral("Language follows your desktop. To change it for Skylet only,\nstart it with LANGUAGE=en or LANGUAGE=he.")},
+    });
+    // clang-format on
+    return texts;
+}
+
 } // namespace skylet

@@ -64,4 +64,15 @@ const Texts& he() {
     return texts;
 }
 
+const Texts& heDesktop() {
+    // clang-format off
+    static const Texts texts = uniqueTexts({
+        {QStringLiteral("welcome.where"), QStringLiteral("חפשו נקודה קטנה בלוח של שולחן העבודה:")},
+        {QStringLiteral("welcome.hidden"), QStringLiteral("לא רואים אותה? ייתכן שהלוח מסתיר אותה מאחורי חץ. ב-GNOME נדרשת ההרחבה AppIndicator.")},
+        {QStringLiteral("about.language"), QStringLiteral("השפה נקבעת לפי שולחן העבודה. לשינוי רק ב-Skylet:\nהפעילו אותו עם LANGUAGE=en או LANGUAGE=he.")},
+    });
+    // clang-format on
+    return texts;
+}
+
 } // namespace skylet

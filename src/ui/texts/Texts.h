@@ -20,11 +20,18 @@ const Texts& en();
 /// Hebrew.
 const Texts& he();
 
+/// The words for this platform. The tables above are the same, word for word, wherever the program runs, and some of
+/// their texts send the reader to places that only another platform has: a corner of the screen, its settings. The
+/// welcome and the About window look here first.
+const Texts& enDesktop();
+const Texts& heDesktop();
+
 /// A language besides English.
 struct Language {
     /// How the language tags begin that mean it.
     const char* code;
     const Texts& (*texts)();
+    const Texts& (*desktopTexts)();
 };
 
 } // namespace skylet

@@ -30,7 +30,7 @@ def check_panel(lab, panel):
     assert not before.dots("green", PANEL) and not before.dots("gray", PANEL)
     lab.link.set(rtt_ms=40)
     lab.program.start()
-    place = panel.wait_for_dot("green", 20, "green")
+    place = panel.wait_for_dot("green", 30, "green")
     check_number(lab, panel, place)
     rows = check_menu(lab, panel, place)
     check_pause(lab, panel, place, rows)
@@ -246,7 +246,7 @@ def check_second_start(lab, panel):
     """Where no panel shows the item, a second start opens its menu, for the keyboard too."""
     lab.link.set(rtt_ms=40)
     lab.program.start()
-    place = panel.wait_for_dot("green", 20, "green")
+    place = panel.wait_for_dot("green", 30, "green")
     panel.park_mouse()
     closed = panel.wait_until_still()
     assert lab.program.start_another().wait(5) == 0

@@ -1,8 +1,11 @@
-"""Clicks that are slow or unsteady, and a second start instead of one, where no panel shows the item: in a tray of X11, and in
-the strip."""
+"""Clicks that are slow, unsteady or repeated, and a second start instead of one, where no panel shows the item: in a tray of X11,
+and in the strip. And how a title that we draw takes and gives up its room."""
+
+import json
+import time
 
 import pytest
-from panel import BELOW, SCREEN
+from panel import BELOW, PANEL, SCREEN, WIDTH
 from panel_checks import check_second_start, large_enough
 from support.processes import wait_until
 
@@ -29,6 +32,54 @@ def test_an_unsteady_click_at_the_bottom_of_the_screen_chooses_nothing(lab):
     wait_until(lambda: large_enough(panel.look().difference(closed, SCREEN)), 3, "the menu opens")
     assert place in panel.shot("menu").dots("green", SCREEN), "the menu lies over the icon"
     assert lab.program.running
+
+
+def test_a_second_click_on_the_strip_closes_its_menu(lab):
+    panel = lab.start_panel("none")
+    lab.program.start()
+    place = panel.wait_for_dot("green", 25, "strip")
+    panel.park_mouse()
+    closed = panel.wait_until_still()
+    for _ in range(2):
+        panel.click(place)
+        wait_until(lambda: large_enough(panel.look().difference(closed, BELOW)), 3, "the menu opens")
+        panel.click(place)
+        wait_until(lambda: panel.look().difference(closed, BELOW) is None, 3, "the menu closes")
+        assert panel.wait_until_still().difference(closed, BELOW) is None, "it has opened again"
+
+
+@pytest.mark.parametrize("kind", ["mate", "none"])
+def test_a_shorter_title_keeps_its_room_for_ten_seconds(lab, kind):
+    panel = lab.start_panel(kind)
+    lab.program.start()
+    panel.wait_for_dot("green", 25, "long-title")
+
+    def room():
+        """What the title takes: the width of its picture, or from the strip's dot, at its left end, to the screen's right end."""
+        if kind == "mate":
+            return panel.item(lab.program.pid)[1]["IconPixmap"][0][0]
+        dots = panel.look().dots("gray", PANEL) or panel.look().dots("green", PANEL)
+        return WIDTH - dots[0][0]
+    panel.choose(lab.program.pid, "Show Live Traffic")
+    before = room()
+    panel.choose(lab.program.pid, "Pause")
+    since = time.monotonic()
+    panel.wait_for_dot("gray", 3, "kept-room")
+    assert room() >= before - 2
+    wait_until(lambda: room() < before - 40, 20, "the room is given up")
+    assert time.monotonic() - since > 8
+    panel.shot("less-room")
+
+
+def test_a_screen_reader_that_is_switched_on_later_finds_the_strip(lab):
+    panel = lab.start_panel("none")
+    lab.program.start()
+    panel.wait_for_dot("green", 25, "before-the-reader")
+    reader = panel.start_screen_reader()
+
+    def finds_the_strip():
+        return any(thing["role"] == "push button" and " ms " in thing["name"] for thing in json.loads(reader.ask("skylet show")))
+    wait_until(finds_the_strip, 10, "the reader finds a button with the title")
 
 
 @pytest.mark.parametrize("kind", ["trayer", "none"])

@@ -15,7 +15,7 @@ def test_the_item_goes_wherever_it_can_be_shown_best(lab):
             dots = panel.shot(name).dots("green", PANEL)
             assert len(dots) <= 1, f"two items at once: {dots}"
             return len(dots) == 1 and where(dots[0][0])
-        wait_until(there, 15, f"the item in its place: {name}")
+        wait_until(there, 30, f"the item in its place: {name}")
 
     on_the_right, on_the_left = (lambda x: x > WIDTH // 2), (lambda x: x < WIDTH // 2)
     stands("1-strip", on_the_right)

@@ -29,7 +29,7 @@ def test_the_menu_still_opens_when_the_bar_comes_while_the_menu_of_the_strip_is_
     panel.use_wayland()
     lab.link.set(rtt_ms=40)
     lab.program.start()
-    strip, = wait_until(lambda: panel.look().dots("green", SCREEN), 15, "a strip")
+    strip, = wait_until(lambda: panel.look().dots("green", SCREEN), 30, "a strip")
     open_menu(panel, strip, panel.look(), SCREEN)
     panel.start_another("swaybar")
     place = panel.wait_for_dot("green", 20, "bar")

@@ -12,7 +12,7 @@ def test_the_strip_is_seen_and_opens_its_menu(lab):
     lab.program.start()
 
     def dot(colour, name):
-        return wait_until(lambda: panel.shot(name).dots(colour, SCREEN), 15, f"a {colour} dot")
+        return wait_until(lambda: panel.shot(name).dots(colour, SCREEN), 30, f"a {colour} dot")
 
     place, = dot("green", "green")
     closed = panel.look()
@@ -34,7 +34,7 @@ def test_another_start_opens_the_menu_where_a_click_does(lab):
     panel.use_wayland()
     lab.link.set(rtt_ms=40)
     lab.program.start()
-    wait_until(lambda: panel.look().dots("green", SCREEN), 15, "a green dot")
+    wait_until(lambda: panel.look().dots("green", SCREEN), 30, "a green dot")
     panel.park_mouse()
     closed = panel.wait_until_still()
 

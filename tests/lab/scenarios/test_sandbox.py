@@ -17,7 +17,8 @@ MANIFEST = TESTS.parent / "packaging/flatpak/com.vorn.skylet.yml"
 # seconds: what counts here is whether it happens, and the filter takes its time on a busy machine
 BUSY = 10
 INHIBITOR = ("sleep", "delay")
-STATUS_AREA, LOGIND = "--talk-name=org.kde.StatusNotifierWatcher", "--system-talk-name=org.freedesktop.login1"
+STATUS_AREA, SCREEN_LOCK = "--talk-name=org.kde.StatusNotifierWatcher", "--talk-name=org.gnome.ScreenSaver"
+LOGIND = "--system-talk-name=org.freedesktop.login1"
 # an argument of the manifest's: the bus that it is about, and what the filter calls it
 RULES = {"--talk-name": ("session", "talk"), "--own-name": ("session", "own"),
          "--system-talk-name": ("system", "talk"), "--system-own-name": ("system", "own")}
@@ -139,10 +140,15 @@ def test_launch_at_login_is_what_the_portal_says(lab, enter_sandbox):
         wait_until(is_checked, BUSY, "it is granted")
         lab.area.click("Launch at Login")
         wait_until(lambda: not is_checked(), BUSY, "it is taken back")
+        lab.area.click("Launch at Login")
+        wait_until(is_checked, BUSY, "it is granted again")
+        portal.ask("refuse")
+        lab.area.click("Launch at Login")
+        wait_until(lambda: not is_checked(), BUSY, "the portal has switched it off, though it refuses")
         asked = json.loads(portal.ask("asked"))
-    assert [request["autostart"] for request in asked] == [True, True, False]
+    assert [request["autostart"] for request in asked] == [True, True, False, True, False]
     assert all(request["commandline"] == [str(lab.program.file)] for request in asked)
 
 
 def test_these_are_all_that_the_manifest_asks_of_the_buses(manifest):
-    assert {argument for argument in manifest["finish-args"] if argument.partition("=")[0] in RULES} == {STATUS_AREA, LOGIND}
+    assert {argument for argument in manifest["finish-args"] if argument.partition("=")[0] in RULES} == {STATUS_AREA, SCREEN_LOCK, LOGIND}

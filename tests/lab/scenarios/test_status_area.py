@@ -2,6 +2,8 @@
 
 import time
 
+from lab import green_with_its_label
+
 
 def gone(state):
     return state.dot is None
@@ -15,8 +17,7 @@ def test_a_panel_that_crashes_and_comes_back_has_the_item_again(lab):
         lab.area.wait_for(gone, 1, since=stopped)
         time.sleep(0.5)
         lab.area.start()
-        state = lab.area.wait_for("green", 2)
-        assert state.milliseconds
+        lab.area.wait_for(green_with_its_label, 2)
         assert "Quit" in lab.area.menu()
 
 

@@ -29,17 +29,23 @@ DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusIt
     attentionTimer_.setSingleShot(true);
     attentionTimer_.setInterval(options.attention);
     connect(&attentionTimer_, &QTimer::timeout, this, &DesktopStatusItem::updateStatus);
+    labelTimer_.setSingleShot(true);
+    connect(&labelTimer_, &QTimer::timeout, this, [this] { object_.setLabelHeldBack(false); });
     hostlessTimer_.setSingleShot(true);
     connect(&hostlessTimer_, &QTimer::timeout, this, &DesktopStatusItem::showWithoutHost);
     connect(&menu_.widget(), &QMenu::aboutToShow, this, &DesktopStatusItem::updateMenuOpen, Qt::QueuedConnection);
     connect(&menu_.widget(), &QMenu::aboutToHide, this, &DesktopStatusItem::updateMenuOpen, Qt::QueuedConnection);
     connect(&menuExporter_, &DBusMenuExporter::openChanged, this, &DesktopStatusItem::updateMenuOpen);
-    connect(&registration_, &SniRegistration::registering, this, [this] { object_.setLabelHeldBack(true); });
+    connect(&registration_, &SniRegistration::registering, this, [this, delay = options.labelDelay] {
+        object_.setLabelHeldBack(true);
+        labelTimer_.start(delay);
+    });
     connect(&menuExporter_, &DBusMenuExporter::layoutRequested, this, [this] {
         registration_.layoutRead();
         // Not before the answer is on its way: a host is ready for the label when it has the menu.
-        QMetaObject::invokeMethod(
-            &object_, [this] { object_.setLabelHeldBack(false); }, Qt::QueuedConnection);
+        if (labelTimer_.isActive()) {
+            labelTimer_.start(0);
+        }
     });
     connect(&monitor_, &StatusHostMonitor::changed, this, &DesktopStatusItem::followHost);
     connect(&object_, &SniObject::activationTokenProvided, this, keepActivationToken);
@@ -96,6 +102,9 @@ bool DesktopStatusItem::requestAttention() {
 
 void DesktopStatusItem::show() {
     ItemAppearance shown = appearance(monitor_.presentation(), display_);
+    if (monitor_.traitsOfConnection(monitor_.watcherOwner()).showsToolTipTextAlone) {
+        shown.toolTipText = shown.toolTipTitle + u'\n' + shown.toolTipText;
+    }
     if (shown.icon.presentation == Presentation::wide) {
         titleWidth_.setNeeded(plateTitleWidth(display_.title, QFontDatabase::systemFont(QFontDatabase::GeneralFont)));
         shown.icon.titleWidth = titleWidth_.width();
@@ -141,9 +150,10 @@ void DesktopStatusItem::showWithoutHost() {
         hostlessFrom_ = QDeadlineTimer(QDeadlineTimer::Forever);
         return;
     }
-    // GNOME takes its host away while the screen is locked.
+    // GNOME takes its host away while the screen is locked. The shell itself is asked, not the service that passes the
+    // question on and may have to be started for it.
     auto question = QDBusMessage::createMethodCall(
-        QStringLiteral("org.gnome.ScreenSaver"), QStringLiteral("/org/gnome/ScreenSaver"),
+        QStringLiteral("org.gnome.Shell.ScreenShield"), QStringLiteral("/org/gnome/ScreenSaver"),
         QStringLiteral("org.gnome.ScreenSaver"), QStringLiteral("GetActive"));
     question.setAutoStartService(false);
     callAsync(connection_, question, this, [this](const QDBusMessage& reply) {

@@ -29,6 +29,8 @@ struct StatusItemOptions {
     std::chrono::milliseconds hostlessDelay{3000};
     /// How long after its start the item shows no strip: a desktop that is starting has its panel last.
     std::chrono::milliseconds stripDelay{10000};
+    /// How long the first label waits for a host to read the menu: one that reads it on a click has its label too.
+    std::chrono::milliseconds labelDelay{10000};
     HostlessItem::Options hostless;
     Schedule schedule = commonTimer;
 };
@@ -76,6 +78,7 @@ class DesktopStatusItem final : public QObject, public StatusItem {
     SniRegistration registration_;
     StatusHostMonitor monitor_;
     QTimer attentionTimer_;
+    QTimer labelTimer_;
     /// Of the title that is drawn into a wide icon.
     TitleWidth titleWidth_;
     std::unique_ptr<HostlessItem> hostless_;

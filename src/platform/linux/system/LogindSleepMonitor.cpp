@@ -35,7 +35,8 @@ LogindSleepMonitor::LogindSleepMonitor(QString busAddress, NetworkEpoch& epoch,
 }
 
 QString LogindSleepMonitor::systemBusAddress() {
-    return qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS", QStringLiteral("unix:path=/var/run/dbus/system_bus_socket"));
+    const QString address = qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS");
+    return address.isEmpty() ? QStringLiteral("unix:path=/var/run/dbus/system_bus_socket") : address;
 }
 
 void LogindSleepMonitor::start(std::function<void()> willSleep, std::function<void()> didWake) {

@@ -33,9 +33,10 @@ void PortalLaunchAgent::toggle() {
     bus_.send(call);
 }
 
-void PortalLaunchAgent::answered(uint response, const QVariantMap& results) {
-    constexpr uint success = 0;
-    if (response == success && results.value(QStringLiteral("autostart")).toBool() != exists()) {
+void PortalLaunchAgent::answered(uint /*response*/, const QVariantMap& results) {
+    // A refusal says it too: then the portal has switched the start at login off, whatever it was asked for.
+    const QVariant autostart = results.value(QStringLiteral("autostart"));
+    if (autostart.isValid() && autostart.toBool() != exists()) {
         record_.toggle();
     }
     if (onChange) {

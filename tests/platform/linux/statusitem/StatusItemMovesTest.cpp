@@ -30,7 +30,7 @@ class FakeScreenLock final : public QDBusVirtualObject {
   public:
     explicit FakeScreenLock(QDBusConnection bus) : bus_(std::move(bus)) {
         EXPECT_TRUE(bus_.registerVirtualObject(QStringLiteral("/org/gnome/ScreenSaver"), this));
-        EXPECT_TRUE(bus_.registerService(QStringLiteral("org.gnome.ScreenSaver")));
+        EXPECT_TRUE(bus_.registerService(QStringLiteral("org.gnome.Shell.ScreenShield")));
     }
 
     bool isLocked = true;
@@ -54,6 +54,7 @@ class StatusItemMovesTest : public testing::Test {
         StatusItemOptions options;
         options.environment.processName = [](uint /*processId*/) { return QStringLiteral("panel-2-systray"); };
         options.environment.currentDesktop = QString();
+        options.environment.panelsStandUpright = [] { return false; };
         options.hostlessDelay = delay;
         options.stripDelay = stripDelay_;
         options.hostless = {QByteArray(), 100ms, {}};

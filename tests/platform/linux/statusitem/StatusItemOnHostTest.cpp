@@ -42,9 +42,11 @@ class StatusItemOnHostTest : public testing::Test {
         processName_ = processName;
         StatusItemOptions options;
         options.environment.processName = [this](uint /*processId*/) { return processName_; };
-        options.environment.currentDesktop = QString();
+        options.environment.currentDesktop = currentDesktop_;
+        options.environment.panelsStandUpright = [this] { return panelsStandUpright_; };
         options.registration = registration_;
         options.attention = attention_;
+        options.labelDelay = labelDelay_;
         options.schedule = schedule_;
         // Far from being shown anywhere else.
         options.hostlessDelay = 1h;
@@ -92,10 +94,13 @@ class StatusItemOnHostTest : public testing::Test {
     FakeStatusHost host_{bus_.connect()};
     QDBusConnection itemConnection_ = bus_.connect();
     QString processName_;
+    QString currentDesktop_;
+    bool panelsStandUpright_ = false;
     int chosen_ = 0;
     // longer than any test, unless that is what it is about
     SniRegistrationLimits registration_{1min, 3};
     std::chrono::milliseconds attention_{60};
+    std::chrono::milliseconds labelDelay_ = 1min;
     test::FakeSchedule schedule_;
     std::shared_ptr<MenuItem> line_ = std::make_shared<MenuItem>(QStringLiteral("line"), nullptr, QString());
     std::shared_ptr<MenuItem> command_ = std::make_shared<MenuItem>(
@@ -192,6 +197,25 @@ TEST_F(StatusItemOnHostTest, HasNoLabelAtAllWhereTheHostSetsNone) {
     EXPECT_EQ(toolTip().text, QStringLiteral("response time"));
 }
 
+TEST_F(StatusItemOnHostTest, SaysAllInTheTooltipsTextWhereThatStandsAlone) {
+    show(QStringLiteral("budgie-daemon"));
+    EXPECT_EQ(toolTip().text, QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K\nresponse time"));
+}
+
+TEST_F(StatusItemOnHostTest, ShowsABadgeWhereAWideIconWouldBeSqueezed) {
+    currentDesktop_ = QStringLiteral("X-Cinnamon");
+    show(QStringLiteral("xapp-sn-watcher"));
+    EXPECT_GT(pixmaps().first().width, pixmaps().first().height);
+    panelsStandUpright_ = true;
+    item_->setDisplay(sample::slow());
+    host_.settle();
+    for (const DBusPixmap& icon : pixmaps()) {
+        EXPECT_EQ(icon.width, icon.height);
+    }
+    EXPECT_EQ(toolTip().title, QStringLiteral("1.2 s  Very high delay  ↓12.4M ↑210K"));
+    EXPECT_EQ(toolTip().text, QStringLiteral("response time"));
+}
+
 TEST_F(StatusItemOnHostTest, EscapesTheTextThatHostsReadAsMarkup) {
     showBadge();
     StatusDisplay display = sample::fast();
@@ -242,6 +266,14 @@ TEST_F(StatusItemOnHostTest, TellsEachWatchersHostTheFirstLabelOnceItHasReadTheM
         EXPECT_EQ(count("XAyatanaNewLabel"), 1);
         host_.disappear();
     }
+}
+
+TEST_F(StatusItemOnHostTest, TellsTheFirstLabelAfterAWhileToAHostThatDoesNotReadTheMenu) {
+    labelDelay_ = 20ms;
+    host_.appear();
+    makeItem(QStringLiteral("gnome-shell"));
+    ASSERT_TRUE(waitUntil([&] { return count("XAyatanaNewLabel") == 1; }));
+    EXPECT_EQ(property(QStringLiteral("XAyatanaLabel")), QStringLiteral("87 ms  Responsive  ↓12.4M ↑210K"));
 }
 
 TEST_F(StatusItemOnHostTest, RegistersWithAWatcherThatComesLaterAndWithEachThatFollows) {

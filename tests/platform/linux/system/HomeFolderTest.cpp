@@ -13,7 +13,7 @@ namespace {
 
 class HomeFolderTest : public testing::Test {
   protected:
-    ~HomeFolderTest() override { before_.isNull() ? qunsetenv("HOME") : qputenv("HOME", before_); }
+    void TearDown() override { before_.isNull() ? qunsetenv("HOME") : qputenv("HOME", before_); }
 
     const QByteArray before_ = qgetenv("HOME");
 };

@@ -377,6 +377,18 @@ TEST_F(LogindSleepMonitorTest, ABusThatBreaksWhileAwakeIsNoMatter) {
     EXPECT_EQ(calls_, QStringList{});
 }
 
+TEST_F(LogindSleepMonitorTest, TheSystemBusIsWhereTheEnvironmentSaysElseInItsUsualPlace) {
+    const QByteArray before = qgetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    const auto usual = QStringLiteral("unix:path=/var/run/dbus/system_bus_socket");
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/some/where");
+    EXPECT_EQ(LogindSleepMonitor::systemBusAddress(), QStringLiteral("unix:path=/some/where"));
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", "");
+    EXPECT_EQ(LogindSleepMonitor::systemBusAddress(), usual);
+    qunsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    EXPECT_EQ(LogindSleepMonitor::systemBusAddress(), usual);
+    before.isNull() ? qunsetenv("DBUS_SYSTEM_BUS_ADDRESS") : qputenv("DBUS_SYSTEM_BUS_ADDRESS", before);
+}
+
 TEST_F(LogindSleepMonitorTest, FindsABusThatComesLateAndOneThatComesBack) {
     const QTemporaryDir folder;
     const QString socket = folder.filePath(QStringLiteral("bus"));

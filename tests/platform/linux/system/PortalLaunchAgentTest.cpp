@@ -41,11 +41,10 @@ class FakePortal : public QDBusVirtualObject {
         return connection.send(call.createReply(QVariant::fromValue(QDBusObjectPath(handle_))));
     }
 
-    void answer(uint response, bool autostart) {
+    void answer(uint response, const QVariantMap& results) {
         auto signal = QDBusMessage::createSignal(handle_, QStringLiteral("org.freedesktop.portal.Request"),
                                                  QStringLiteral("Response"));
-        signal << response
-               << QVariantMap{{QStringLiteral("background"), true}, {QStringLiteral("autostart"), autostart}};
+        signal << response << results;
         bus_.send(signal);
     }
 
@@ -69,14 +68,20 @@ class PortalLaunchAgentTest : public testing::Test {
         ASSERT_TRUE(waitUntil([&] { return portal_.requests.size() > before; }));
     }
 
-    void answer(uint response, bool autostart) {
+    void answer(uint response, const QVariantMap& results) {
         const int before = changes_;
-        portal_.answer(response, autostart);
+        portal_.answer(response, results);
         ASSERT_TRUE(waitUntil([&] { return changes_ > before; }));
     }
 
+    void answer(uint response, bool autostart) {
+        answer(response,
+               {{QStringLiteral("background"), response == success}, {QStringLiteral("autostart"), autostart}});
+    }
+
     static constexpr uint success = 0;
-    static constexpr uint cancelled = 1;
+    static constexpr uint refused = 1;
+    static constexpr uint failed = 2;
 
     const QTemporaryDir folder_;
     PrivateBus bus_;
@@ -110,17 +115,28 @@ TEST_F(PortalLaunchAgentTest, TheAnswerOutlivesTheProgram) {
     EXPECT_TRUE(PortalLaunchAgent(bus_.connect(), path_, QStringLiteral("/app/bin/skylet")).exists());
 }
 
-TEST_F(PortalLaunchAgentTest, ARefusalChangesNothing) {
+TEST_F(PortalLaunchAgentTest, ARefusalSwitchesItOff) {
     toggle();
     answer(success, false);
     EXPECT_FALSE(agent_.exists()) << "granted, but not the start at login";
     toggle();
-    answer(cancelled, true);
+    answer(refused, false);
     EXPECT_FALSE(agent_.exists());
     toggle();
     answer(success, true);
     toggle();
-    answer(cancelled, false);
+    answer(refused, false);
+    EXPECT_FALSE(agent_.exists()) << "the permission was taken away meanwhile";
+}
+
+TEST_F(PortalLaunchAgentTest, ARequestThatEndsWithoutAResultChangesNothing) {
+    toggle();
+    answer(failed, QVariantMap());
+    EXPECT_FALSE(agent_.exists());
+    toggle();
+    answer(success, true);
+    toggle();
+    answer(failed, QVariantMap());
     EXPECT_TRUE(agent_.exists());
 }
 

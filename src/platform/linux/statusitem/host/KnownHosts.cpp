@@ -23,6 +23,10 @@ constexpr StatusHostTraits gnome{.presentation = Presentation::label, .opensMenu
 constexpr StatusHostTraits indicators{.presentation = Presentation::label, .prefersIconName = true};
 // MATE's panel sets a label too, but hides the icon beside it where the desktop shows no images on buttons.
 constexpr StatusHostTraits wide{.presentation = Presentation::wide};
+// Cinnamon 6.4 made a title 2 pixels high.
+constexpr StatusHostTraits cinnamon{.presentation = Presentation::wide, .squeezesWideIcons = true};
+// Seen in version 10.9.
+constexpr StatusHostTraits budgie{.showsToolTipTextAlone = true};
 // Plasma 5 sends `Activate` on a left click, and opens the menu where that is refused.
 constexpr StatusHostTraits plasma{.opensMenu = true};
 // Plasma's watcher lives in its service daemon and outlives the shell, its host; it was seen (5.27) to speak of a host
@@ -39,6 +43,8 @@ constexpr std::array knownPrograms = {
     // The application indicator services of the Ayatana project and of Unity.
     KnownHost{QLatin1String("ayatana-indicator-application-service"), indicators},
     KnownHost{QLatin1String("indicator-application-service"), indicators},
+    KnownHost{QLatin1String("budgie-daemon"), budgie},
+    KnownHost{QLatin1String("budgie-panel"), budgie},
     KnownHost{QLatin1String("plasmashell"), plasma},
     KnownHost{QLatin1String("kded5"), plasmaWatcher},
     KnownHost{QLatin1String("kded6"), plasmaWatcher},
@@ -48,9 +54,10 @@ constexpr std::array knownPrograms = {
 constexpr QLatin1String sharedWatcher("xapp-sn-watcher");
 
 constexpr std::array knownDesktops = {
-    KnownHost{QLatin1String("GNOME"), gnome},     KnownHost{QLatin1String("MATE"), wide},
-    KnownHost{QLatin1String("X-Cinnamon"), wide}, KnownHost{QLatin1String("Unity"), indicators},
-    KnownHost{QLatin1String("KDE"), plasma},
+    // Budgie says that it is GNOME as well.
+    KnownHost{QLatin1String("Budgie"), budgie},    KnownHost{QLatin1String("GNOME"), gnome},
+    KnownHost{QLatin1String("MATE"), wide},        KnownHost{QLatin1String("X-Cinnamon"), cinnamon},
+    KnownHost{QLatin1String("Unity"), indicators}, KnownHost{QLatin1String("KDE"), plasma},
 };
 
 } // namespace

@@ -13,6 +13,10 @@ struct StatusHostTraits {
     bool opensMenu = false;
     /// The host is better given the icon's name, which may be the path of a file, than its pixels.
     bool prefersIconName = false;
+    /// The host squeezes a wide icon into the width of a panel that stands upright.
+    bool squeezesWideIcons = false;
+    /// Where a tooltip has a text the host shows that alone, without the title.
+    bool showsToolTipTextAlone = false;
     /// The program keeps the list of items and shows none itself; what it says of hosts is not to be relied on.
     bool watchesOnly = false;
 

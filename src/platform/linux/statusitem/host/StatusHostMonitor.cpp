@@ -5,6 +5,8 @@
 
 #include <QDBusVariant>
 #include <QFile>
+#include <QGuiApplication>
+#include <QScreen>
 
 #include <algorithm>
 #include <utility>
@@ -42,6 +44,11 @@ StatusHostEnvironment StatusHostEnvironment::system() {
         return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).trimmed() : QString();
     };
     environment.currentDesktop = qEnvironmentVariable("XDG_CURRENT_DESKTOP");
+    environment.panelsStandUpright = [] {
+        const QScreen* screen = QGuiApplication::primaryScreen();
+        return screen != nullptr && screen->availableSize().width() < screen->size().width() &&
+               screen->availableSize().height() == screen->size().height();
+    };
     return environment;
 }
 
@@ -90,6 +97,11 @@ void StatusHostMonitor::setOwner(const QString& name, const QString& owner) {
                   });
     }
     update();
+}
+
+Presentation StatusHostMonitor::presentation() const {
+    const bool isSqueezed = traitsOfConnection(watcherOwner_).squeezesWideIcons && environment_.panelsStandUpright();
+    return isSqueezed ? Presentation::badge : presentation_;
 }
 
 StatusHostTraits StatusHostMonitor::traitsOf(const Program& program) const {

@@ -18,6 +18,8 @@ struct StatusHostEnvironment {
     /// Empty: not known, as for a process in another container.
     std::function<QString(uint processId)> processName;
     QString currentDesktop;
+    /// As far as a screen's edges tell: room is kept free at its sides, and neither at the top nor at the bottom.
+    std::function<bool()> panelsStandUpright;
 
     /// The real one.
     static StatusHostEnvironment system();
@@ -38,7 +40,7 @@ class StatusHostMonitor final : public QObject {
     /// Somebody shows items. A watcher alone, as Plasma's service daemon is while the shell is away, does not; what it
     /// says of hosts counts unless it is known better.
     bool hasHost() const { return !watcherOwner_.isEmpty() && !watcherHasNoHost_; }
-    Presentation presentation() const { return presentation_; }
+    Presentation presentation() const;
     /// Of the program behind a connection, which need not be a host.
     StatusHostTraits traitsOfConnection(const QString& connectionName) const;
 

@@ -63,13 +63,13 @@ void HostlessItem::updatePlace() {
 
 void HostlessItem::showIcon() {
     toolTipTimer_.stop();
+    stripTimer_.stop();
     const QScreen* screen = QGuiApplication::primaryScreen();
     icon_ = std::make_unique<XembedIcon>(*server_, tray_->window(), appearance(Presentation::badge, display_).icon,
                                          screen != nullptr ? screen->devicePixelRatio() : 1);
     connect(icon_.get(), &XembedIcon::embedded, this, [this] {
         qCInfo(statusItemLog) << "without a host: in the X11 tray";
         embeddingTimer_.stop();
-        stripTimer_.stop();
         strip_.reset();
     });
     // The icon is the receiver, so that a farewell on its way ends with it and never concerns the next icon.

@@ -41,6 +41,15 @@ TEST(KnownHostsTest, KnowWhoOpensTheMenuOnAClick) {
     }
 }
 
+TEST(KnownHostsTest, KnowWhereTheTitleWouldNotBeSeen) {
+    EXPECT_TRUE(traitsOfHost(QStringLiteral("xapp-sn-watcher"), QStringLiteral("X-Cinnamon")).squeezesWideIcons);
+    EXPECT_FALSE(traitsOfProcess(QStringLiteral("mate-panel")).squeezesWideIcons);
+    EXPECT_TRUE(traitsOfProcess(QStringLiteral("budgie-daemon")).showsToolTipTextAlone);
+    EXPECT_TRUE(traitsOfProcess(QStringLiteral("budgie-panel")).showsToolTipTextAlone);
+    EXPECT_EQ(traitsOfDesktop(QStringLiteral("Budgie:GNOME")), traitsOfProcess(QStringLiteral("budgie-panel")));
+    EXPECT_FALSE(traitsOfProcess(QStringLiteral("panel-2-systray")).showsToolTipTextAlone);
+}
+
 TEST(KnownHostsTest, KnowTheWatchersThatShowNothingThemselves) {
     for (const char* name : {"kded5", "kded6"}) {
         EXPECT_TRUE(traitsOfProcess(QString::fromLatin1(name)).watchesOnly) << name;

@@ -35,6 +35,7 @@ class StatusHostMonitorTest : public testing::Test {
         // All connections of a test belong to one process, whose name is what the test wants it to be at the moment.
         environment.processName = [this](uint /*processId*/) { return processName_; };
         environment.currentDesktop = desktop;
+        environment.panelsStandUpright = [] { return false; };
         monitor_ = std::make_unique<StatusHostMonitor>(bus_.connect(), environment);
         QObject::connect(monitor_.get(), &StatusHostMonitor::changed, monitor_.get(), [this] { ++changes_; });
         monitor_->start();
@@ -289,7 +290,7 @@ TEST_F(StatusHostMonitorTest, GoesQuietlyWithAnswersUnderWay) {
 
 TEST_F(StatusHostMonitorTest, ReportsNothingWithoutABus) {
     monitor_ = std::make_unique<StatusHostMonitor>(QDBusConnection(QStringLiteral("none")),
-                                                   StatusHostEnvironment{[](uint) { return QString(); }, {}});
+                                                   StatusHostEnvironment{[](uint) { return QString(); }, {}, {}});
     monitor_->start();
     settle();
     EXPECT_TRUE(monitor_->watcherOwner().isEmpty());

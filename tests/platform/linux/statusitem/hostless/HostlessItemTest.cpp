@@ -7,6 +7,7 @@
 #include "support/QStringPrinting.h"
 
 #include <QApplication>
+#include <QDeadlineTimer>
 #include <QStyle>
 #include <QToolTip>
 
@@ -82,6 +83,21 @@ TEST_F(HostlessItemTest, IsAStripWhereTheTrayDoesNotTakeIt) {
     EXPECT_EQ(item_->strip(), nullptr);
     EXPECT_TRUE(becomesAStrip());
     EXPECT_EQ(tray.requests(), 1);
+}
+
+TEST_F(HostlessItemTest, IsNoStripWhileATrayThatCameLateIsTakingIt) {
+    for (auto noStrip = 300ms;; noStrip *= 2) {
+        const QDeadlineTimer noStripBefore(noStrip);
+        item_ = std::make_unique<HostlessItem>(HostlessItem::Options{screen_.display(), 1h, noStripBefore}, display_,
+                                               [](QRect /*item*/) {});
+        const FakeTray tray(screen_.display(), Qt::white, FakeTray::Manner::ignoresThem);
+        ASSERT_TRUE(waitUntil([&] { return tray.requests() == 1; }));
+        // Else it came too late, on a busy machine.
+        if (!noStripBefore.hasExpired()) {
+            EXPECT_FALSE(waitUntil([this] { return item_->strip() != nullptr; }, noStrip + 200ms));
+            return;
+        }
+    }
 }
 
 TEST_F(HostlessItemTest, IsAStripWhenTheTrayPutsItOut) {
