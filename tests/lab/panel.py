@@ -59,6 +59,9 @@ class Panel:
             self._panel = self._start_part(command)
         self._wait_until_ready()
         self.wait_until_still()
+        if self.kind.desktop == "GNOME":  # which shows no items before it has started, nor ever when that is interrupted
+            log = self._home / "gnome-shell.log"
+            wait_until(lambda: "GNOME Shell started" in log.read_text(), 120, "the shell has started")
         self.press("Escape")  # out of what some greet with
         if self.kind.desktop == "GNOME":
             wait_until(self._has_left_overview, 60, "the overview is gone")
