@@ -44,7 +44,7 @@ class Panel:
             "HOME": str(self._home), "XDG_CONFIG_HOME": str(self._home / "config"),
             "XDG_DATA_HOME": str(self._home / "data"), "XDG_CACHE_HOME": str(self._home / "cache"),
             "XDG_RUNTIME_DIR": str(self._home / "run"), "XDG_CURRENT_DESKTOP": self.kind.desktop,
-            "XDG_SESSION_TYPE": "x11", "LIBGL_ALWAYS_SOFTWARE": "1", "NO_AT_BRIDGE": "1",
+            "XDG_SESSION_TYPE": "wayland" if self.kind.wayland else "x11", "LIBGL_ALWAYS_SOFTWARE": "1", "NO_AT_BRIDGE": "1",
             "GSETTINGS_BACKEND": "keyfile", "DBUS_SYSTEM_BUS_ADDRESS": lab.system_bus.address} | self.kind.environment
         self._screen = VirtualScreen(self._client, stack, self._home, self._environment, WIDTH, HEIGHT)
         # services that the bus starts inherit its environment
@@ -59,10 +59,17 @@ class Panel:
             self._panel = self._start_part(command)
         self._wait_until_ready()
         self.wait_until_still()
-        self.press("Escape")  # out of the overview with which some greet
+        if self.kind.desktop == "GNOME":  # which shows no items before it has started, nor ever when that is interrupted
+            log = self._home / "gnome-shell.log"
+            wait_until(lambda: "GNOME Shell started" in log.read_text(), 120, "the shell has started")
+        self.press("Escape")  # out of what some greet with
+        if self.kind.desktop == "GNOME":
+            wait_until(self._has_left_overview, 60, "the overview is gone")
         self.wait_until_still()
         lab.program.environment |= {"DBUS_SESSION_BUS_ADDRESS": bus.address, "DISPLAY": self._environment["DISPLAY"],
                                     "XDG_CURRENT_DESKTOP": self.kind.desktop, "QT_QPA_PLATFORM": "xcb"}
+        if self.kind.wayland:
+            self.use_wayland()
 
     def _lay_out_home(self):
         for path, text in self.kind.settings.items():
@@ -83,7 +90,8 @@ class Panel:
     def _start_part(self, command):
         if command[0] == "@wayland":
             self._environment["WAYLAND_DISPLAY"] = self.wayland_socket().name
-            self._environment["SWAYSOCK"] = str(next((self._home / "run").glob("sway-ipc.*.sock")))
+            for sway in (self._home / "run").glob("sway-ipc.*.sock"):
+                self._environment["SWAYSOCK"] = str(sway)
         words = [word.format(config=self._home / "config") for word in self._words(command)]
         return self._screen.start(*self._user, *words, log=self._home / f"{Path(words[0]).name}.log")
 
@@ -134,6 +142,11 @@ class Panel:
             wait_until(self._has_tray, 20, f"{self.name} is a tray")
         elif self.kind.shows != "strip":
             wait_until(self.has_host, 60, f"{self.name} has a host for status items")
+
+    def _has_left_overview(self):
+        shell, active = "org.gnome.Shell", ("org.gnome.Shell", "OverviewActive")
+        self._call(shell, "/org/gnome/Shell", PROPERTIES, "Set", GLib.Variant("(ssv)", (*active, GLib.Variant("b", False))))
+        return not self._call(shell, "/org/gnome/Shell", PROPERTIES, "Get", GLib.Variant("(ss)", active))[0]
 
     def _has_tray(self):
         return (self.kind.window or self.kind.commands[-1][0]) in self._screen.ask("xwininfo", "-root", "-tree")

@@ -1,6 +1,8 @@
 """How each sort of panel is set up and started, and in which way it is expected to show the title."""
 
+import shutil
 from dataclasses import dataclass, field, replace
+from pathlib import Path
 
 XFCE = """<?xml version="1.0" encoding="UTF-8"?>
 <channel name="xfce4-panel" version="1.0">
@@ -64,6 +66,12 @@ welcome-dialog-last-shown-version='100'
 enable-animations=false
 [org/gnome/desktop/lockdown]
 disable-lock-screen=true
+[org/gnome/desktop/notifications]
+show-banners=false
+[org/gnome/mutter]
+dynamic-workspaces=false
+[org/gnome/desktop/wm/preferences]
+num-workspaces=1
 """
 
 # the status area is a panel within the panel
@@ -87,6 +95,27 @@ lastScreen=0
 
 [Containments][3][General]
 showAllItems=true
+"""
+
+CINNAMON = """[org/cinnamon]
+enabled-applets=['panel1:left:0:xapp-status@cinnamon.org:1']
+next-applet-id=2
+panels-enabled=['1:0:top']
+panels-height=['1:32']
+desktop-effects=false
+"""
+
+BUDGIE = """[com/solus-project/budgie-panel]
+migration-level=1
+panels=['11111111-1111-1111-1111-111111111111']
+[com/solus-project/budgie-panel/panels/{11111111-1111-1111-1111-111111111111}]
+location='top'
+size=40
+applets=['22222222-2222-2222-2222-222222222222']
+[com/solus-project/budgie-panel/applets/{22222222-2222-2222-2222-222222222222}]
+name='System Tray'
+alignment='start'
+position=0
 """
 
 SWAY = """output X11-1 resolution 1024x480 position 0,0
@@ -154,12 +183,19 @@ class Kind:
     narrow: bool = False  # it ends beside its icons, and begins in the screen's upper left corner
     window: str = ""  # what its window is called, if not as the last command
     keyboard: bool = True  # it gives the keyboard to its menu
+    wayland: bool = False  # its windows are a compositor's, which draws them on the screen
+    is_compositor: bool = False  # so that no program outlives it
     outlived_by_watcher: bool = False  # who watches for items lives on when it dies, and says that there is a host
 
 
 WINDOW_MANAGER = ("openbox",)
 XFCE_SETTINGS = "xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml"
 KEYFILE = "glib-2.0/settings/keyfile"
+
+# the same by the names that each release gives it
+KDED = "kded6" if shutil.which("kded6") else "kded5"
+XAPP_WATCHER = next((str(path) for folder in ("/usr/lib", "/usr/libexec") for path in Path(folder).rglob("xapp-sn-watcher")),
+                    "xapp-sn-watcher")
 
 KINDS = {
     "xfce": Kind("badge", "XFCE", (WINDOW_MANAGER, ("xfce4-panel", "--disable-wm-check")),
@@ -194,14 +230,25 @@ KINDS = {
     # its extension looks at most every 100 ms; unsafe: it lets a test run scripts, and shows a shield in its panel
     "gnome": Kind("label", "GNOME", (("gnome-shell", "--x11", "--sm-disable"),), {KEYFILE: GNOME}, pace_ms=125, rounds=2,
                   pause_s=5, collects=("--unsafe-mode",)),
-    "plasma": Kind("badge", "KDE", (("kded5",), ("kwin_x11", "--no-kactivities"), ("plasmashell", "--no-respawn")),
+    "plasma": Kind("badge", "KDE", ((KDED,), ("kwin_x11", "--no-kactivities"), ("plasmashell", "--no-respawn")),
                    {"plasma-org.kde.plasma.desktop-appletsrc": PLASMA},
                    {"QT_QPA_PLATFORM": "xcb", "QT_QUICK_BACKEND": "software", "KDE_FULL_SESSION": "true",
-                    "KDE_SESSION_VERSION": "5"},
+                    "KDE_SESSION_VERSION": KDED[-1]},
                    # keeps pictures in Qt's cache until nothing new comes for a while; besides, scripts leave pictures to a
                    # collector that cannot be told to work
                    pace_ms=20, warm_up=1500, round=1500, rounds=2, pause_s=60, outlived_by_watcher=True),
+    "cinnamon": Kind("wide", "X-Cinnamon", ((XAPP_WATCHER,), ("cinnamon", "--sm-disable")), {KEYFILE: CINNAMON},
+                     {"CINNAMON_2D": "true"}, pace_ms=40, outlived_by_watcher=True),
+    "budgie": Kind("badge", "Budgie:GNOME", (("budgie-wm", "--x11"), ("budgie-daemon",), ("budgie-panel",)), {KEYFILE: BUDGIE}),
 }
+
+# in a window on the virtual screen
+KINDS["gnome-wayland"] = replace(KINDS["gnome"], commands=(("gnome-shell", "--nested", "--wayland"),), wayland=True,
+                                 is_compositor=True, environment={"MUTTER_DEBUG_DUMMY_MODE_SPECS": "1024x480"})
+KINDS["plasma-wayland"] = replace(
+    KINDS["plasma"], commands=(("kwin_wayland", "--width", "1024", "--height", "480", "--xwayland"), ("@wayland", KDED),
+                               ("plasmashell", "--no-respawn")),
+    environment={key: value for key, value in KINDS["plasma"].environment.items() if key != "QT_QPA_PLATFORM"}, wayland=True)
 
 # the same on screens of scale 2; what is drawn by our own program gets its scale from the screen
 KINDS["xfce-2"] = replace(KINDS["xfce"], environment={"GDK_SCALE": "2"}, scale=2)
