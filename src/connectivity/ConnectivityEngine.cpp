@@ -39,6 +39,7 @@ ConnectivityEngine::ConnectivityEngine(std::shared_ptr<ConnectivityProbing> prob
 
 std::vector<QUrl> ConnectivityEngine::defaultEndpoints() {
     std::vector<QUrl> endpoints;
+    endpoints.reserve(build::endpoints.size());
     for (const char* text : build::endpoints) {
         endpoints.push_back(constantUrl(QString::fromUtf8(text)));
     }

@@ -68,11 +68,11 @@ void PlainWindow::place(QWidget* widget, const QRect& frame) {
 
 void PlainWindow::arrange() {
     const QSize most = available().size() - QSize(2 * frameEdge, titleBarHeight + frameEdge);
-    for (double scale = fontScale(); scale >= leastScale; scale *= 0.95) {
+    double scale = fontScale();
+    arrange(scale);
+    while (size().boundedTo(most) != size() && scale > leastScale) {
+        scale *= 0.95;
         arrange(scale);
-        if (size().boundedTo(most) == size()) {
-            return;
-        }
     }
 }
 

@@ -37,7 +37,7 @@ def _metadata(manifest, folder):
 def test_the_sandbox_opens_for_these_things_and_no_others(metadata):
     lists = {key: set(value.strip(";").split(";")) for key, value in metadata.pop("Context").items()}
     assert lists == {"shared": {"network", "ipc"}, "sockets": {"x11", "wayland", "fallback-x11"}}
-    assert metadata == {"Session Bus Policy": {"org.kde.statusnotifierwatcher": "talk"},
+    assert metadata == {"Session Bus Policy": {"org.kde.statusnotifierwatcher": "talk", "org.gnome.shell.screenshield": "talk"},
                         "System Bus Policy": {"org.freedesktop.login1": "talk"}}
 
 

@@ -433,7 +433,7 @@ TEST_F(WindowsTest, GrowWithAFontThatIsLargerThanAnyDesktopsDefault) {
     EXPECT_GE(shown->height(), 800);
 }
 
-TEST_F(WindowsTest, AreAsTheyAreSpecifiedUpToElevenPoints) {
+TEST_F(WindowsTest, KeepTheirSizesUpToElevenPoints) {
     for (const double points : {7.0, 9.0, 10.0, 11.0}) {
         QFont desktop = QApplication::font();
         desktop.setPointSizeF(points);

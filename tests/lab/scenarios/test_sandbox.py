@@ -17,7 +17,7 @@ MANIFEST = TESTS.parent / "packaging/flatpak/com.vorn.skylet.yml"
 # seconds: what counts here is whether it happens, and the filter takes its time on a busy machine
 BUSY = 10
 INHIBITOR = ("sleep", "delay")
-STATUS_AREA, SCREEN_LOCK = "--talk-name=org.kde.StatusNotifierWatcher", "--talk-name=org.gnome.ScreenSaver"
+STATUS_AREA, SCREEN_LOCK = "--talk-name=org.kde.StatusNotifierWatcher", "--talk-name=org.gnome.Shell.ScreenShield"
 LOGIND = "--system-talk-name=org.freedesktop.login1"
 # an argument of the manifest's: the bus that it is about, and what the filter calls it
 RULES = {"--talk-name": ("session", "talk"), "--own-name": ("session", "own"),

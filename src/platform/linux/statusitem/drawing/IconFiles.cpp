@@ -37,7 +37,7 @@ QString IconFiles::fileFor(const StatusIcon& icon) {
         QDir().mkpath(QFileInfo(name_).path());
         folder_ = std::make_unique<QTemporaryDir>(name_ + QStringLiteral("-XXXXXX"));
     }
-    const QString file = folder_->filePath(
+    QString file = folder_->filePath(
         QStringLiteral("dot-%1%2.png")
             .arg(dotShades(icon.status).fill.name().mid(1), QLatin1String(icon.needsAttention ? "-attention" : "")));
     if (QFileInfo::exists(file)) {

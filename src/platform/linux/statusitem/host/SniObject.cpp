@@ -66,7 +66,7 @@ bool SniObject::exportOn(const QDBusConnection& connection) {
 }
 
 bool SniObject::exportItem() {
-    labelIsExported_ = !label().isEmpty();
+    labelIsExported_ = !appearance_.label.isEmpty();
     QDBusConnection::RegisterOptions contents = QDBusConnection::ExportAllSlots |
                                                 QDBusConnection::ExportScriptableSignals |
                                                 QDBusConnection::ExportScriptableProperties;
@@ -114,7 +114,7 @@ void SniObject::setLabelHeldBack(bool heldBack) {
 }
 
 void SniObject::updateLabel() {
-    if (labelIsExported_ == label().isEmpty()) {
+    if (labelIsExported_ == appearance_.label.isEmpty()) {
         exportItem();
     }
     scheduleSignals();

@@ -64,9 +64,9 @@ class SniObject final : public QObject, protected QDBusContext {
     /// Hosts read it once, so it has to be right before they come.
     void setId(const QString& id) { id_ = id; }
     void setAppearance(const ItemAppearance& appearance);
-    /// Leaves the label out, for a host that reads the item for the first time, or shows it again. GNOME's extension
-    /// (59) does not follow a label that it has read at once, nor a signal with the text that it has read; so the first
-    /// label is told by a signal.
+    /// Leaves the label empty for a host that reads the item for the first time, or fills it. GNOME's extension does
+    /// not show the label that it has read with the item (version 59), nor follows a signal with a text that it has
+    /// read, or where it has read no label at all (46); so the first label is told by a signal.
     void setLabelHeldBack(bool heldBack);
     /// Whether hosts are given the icon as a file, by its name, instead of its pixels.
     void setIconByName(bool byName);
