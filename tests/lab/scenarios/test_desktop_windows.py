@@ -1,15 +1,16 @@
 """The windows on a real desktop, the one that --panel names: opened from its menu, they have the keyboard, and a key closes them."""
 
-from panel import BELOW
+from panel import BELOW, WIDTH
 from panel_checks import TITLES, open_menu
 from support.processes import wait_until
 
-HIGHER_THAN_THE_MENU = 400
+WINDOW_HEIGHT = 300  # at least
 
 
 def has_window(panel, closed):
+    """Whether something large stands in the middle of the screen, where no menu of a panel reaches."""
     area = panel.look().difference(closed, BELOW)
-    return bool(area) and area[3] - area[1] >= HIGHER_THAN_THE_MENU
+    return bool(area) and area[0] < WIDTH // 2 - 50 and area[2] > WIDTH // 2 + 50 and area[3] - area[1] >= WINDOW_HEIGHT
 
 
 def open_from_menu(panel, place, title, name):
