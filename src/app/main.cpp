@@ -85,9 +85,6 @@ void endWithoutDisplay(QtMsgType type, const QMessageLogContext& context, const 
 
 int main(int argc, char** argv) {
     ensureHome();
-    // Without it Qt asks only at the start whether anybody uses a screen reader, and one that is switched on later
-    // finds nothing. It costs nothing while there is none.
-    qputenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1");
     DesktopWindows::awaitScreenReaders();
     qInstallMessageHandler(endWithoutDisplay);
     const QApplication qt(argc, argv);

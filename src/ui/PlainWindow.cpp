@@ -33,7 +33,8 @@ constexpr double leastScale = 0.5;
 double fontScale() {
     const QFont font = QGuiApplication::font();
     // The platform's own measure of points, which desktops may set for larger texts.
-    const double pixelsPerPoint = QGuiApplication::primaryScreen()->logicalDotsPerInch() / 72;
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    const double pixelsPerPoint = (screen != nullptr ? screen->logicalDotsPerInch() : 96) / 72;
     const double pixels = font.pixelSize() > 0 ? font.pixelSize() : font.pointSizeF() * pixelsPerPoint;
     return std::max(1.0, pixels * 72 / 96 / usualFontPoints);
 }
@@ -97,7 +98,7 @@ void PlainWindow::arrange(double scale) {
 QRect PlainWindow::available() const {
     const QScreen* known = wasShown_ ? screen() : QGuiApplication::screenAt(QCursor::pos());
     const QScreen* chosen = known != nullptr ? known : QGuiApplication::primaryScreen();
-    return chosen->availableGeometry();
+    return chosen != nullptr ? chosen->availableGeometry() : QRect(QPoint(), size());
 }
 
 void PlainWindow::bringToFront() {

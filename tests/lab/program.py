@@ -3,6 +3,7 @@
 import signal
 import subprocess
 import time
+from contextlib import suppress
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -27,7 +28,7 @@ def _schedstat(task):
 
 
 @dataclass(frozen=True)
-class Effort:
+class Cost:
     time: float
     cpu_s: float
     wake_ups: int
@@ -106,11 +107,13 @@ class Program:
                 return int(line.split()[1])
         raise KeyError(key)
 
-    def effort(self):
+    def cost(self):
         """What it has cost the processor so far, all threads together."""
-        tasks = list(Path("/proc", str(self.pid), "task").iterdir())
-        wake_ups = sum(self._status("voluntary_ctxt_switches", f"task/{task.name}/status") for task in tasks)
-        return Effort(time.monotonic(), sum(ran for ran, _ in schedule(self.pid).values()), wake_ups)
+        wake_ups = 0
+        for task in Path("/proc", str(self.pid), "task").iterdir():
+            with suppress(FileNotFoundError):  # a thread that has ended meanwhile
+                wake_ups += self._status("voluntary_ctxt_switches", f"task/{task.name}/status")
+        return Cost(time.monotonic(), sum(ran for ran, _ in schedule(self.pid).values()), wake_ups)
 
     def threads(self):
         return self._status("Threads")

@@ -9,11 +9,11 @@
 
 namespace skylet::test {
 
-/// Runs the event loop until `condition` holds; false when it did not within `patience`, which is longer than a busy
+/// Runs the event loop until `condition` holds; false when it did not within `timeout`, which is longer than a busy
 /// machine takes for anything.
 template <typename Condition>
-bool waitUntil(Condition condition, std::chrono::milliseconds patience = std::chrono::seconds(30)) {
-    const QDeadlineTimer deadline(patience);
+bool waitUntil(Condition condition, std::chrono::milliseconds timeout = std::chrono::seconds(30)) {
+    const QDeadlineTimer deadline(timeout);
     QEventLoop loop;
     QTimer poll;
     poll.setTimerType(Qt::PreciseTimer);

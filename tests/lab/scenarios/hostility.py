@@ -82,11 +82,11 @@ def watch(lab, until):
 
     looker = Thread(target=look, daemon=True)
     looker.start()
-    before = lab.program.effort()
+    before = lab.program.cost()
     try:
         with lab.stalls() as seen.stalls:
             result = until()
-        after = lab.program.effort()
+        after = lab.program.cost()
     finally:
         done.set()
         looker.join()

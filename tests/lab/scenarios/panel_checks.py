@@ -20,7 +20,7 @@ FITS = 8
 TALL_PANEL = (0, 0, WIDTH, 72)
 ICON_OF_SCALE_2 = 44
 FITS_WELL = 5
-PATIENCE = 3  # seconds that the program waits for a panel before it shows the item itself
+HOSTLESS_DELAY = 3  # seconds that the program waits for a panel before it shows the item itself
 
 
 def check_panel(lab, panel):
@@ -55,7 +55,8 @@ def check_number(lab, panel, place):
             distance, given, drawn = panel.icon_distance(picture, dots[0], now["IconPixmap"])
             print(f"{panel.name}: the picture is off by {distance:.1f}; {given} pixels high, drawn with {drawn}")
             return distance < FITS
-        wait_until(fits, 10, "the panel shows our picture")
+        # A wider title before it, such as that of the start, keeps its room for ten seconds.
+        wait_until(fits, 25, "the panel shows our picture")
 
 
 def check_sharp(lab, panel, wide=False, height=ICON_OF_SCALE_2):
@@ -237,8 +238,8 @@ def check_return(lab, panel):
         dots = panel.shot("back").dots("green", PANEL)
         return len(dots) == 1 and abs(dots[0][0] - place[0]) < 40
     wait_until(back, 20, "one green dot again, where it was")
-    # in whose place no other comes up when the patience with panels that are away is over
-    time.sleep(PATIENCE + 1)
+    # in whose place no other comes up when the time to wait for a panel is over
+    time.sleep(HOSTLESS_DELAY + 1)
     assert back()
 
 

@@ -108,7 +108,7 @@ def test_a_signal_during_a_dead_look_up_ends_the_program_at_once(lab):
 
 @pytest.fixture(scope="module")
 def recoveries(labs):
-    """Seconds from the return of the name server to green, for returns at several moments of the client's patience."""
+    """Seconds from the return of the name server to green, for returns at several moments of the client's timeout."""
     running = {after: labs() for after in (8, 9.3, 10.6, 11.9)}
     for lab in running.values():
         die(lab)

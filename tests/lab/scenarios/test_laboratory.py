@@ -219,7 +219,7 @@ def test_a_name_server_can_take_its_time_and_answers_others_meanwhile(lab):
     assert all(2 <= query["answered"] - query["time"] < 2.5 for query in asked)
 
 
-def test_a_dead_first_name_server_costs_the_c_librarys_patience(lab):
+def test_a_dead_first_name_server_costs_the_c_librarys_timeout(lab):
     lab.network.names_from_dns(servers=network.DNS_ADDRESSES)
     lab.servers.names.set(server=network.DNS_ADDRESS, answer="silent")
     addresses, seconds = look_up(lab, network.ENDPOINT_NAMES[0], "inet")

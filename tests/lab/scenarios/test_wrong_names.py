@@ -38,7 +38,7 @@ def test_an_address_where_nobody_is_does_not_outlive_the_right_answer(lab):
     lab.start(until="red")
     lab.servers.names.set()
     right = time.monotonic()
-    # the next probe may use the old answer once more, and waits for it in vain
+    # the next probe may use the old answer once more, and waits for it without success
     lab.area.wait_for("green", OFFLINE_WAIT + LIMIT + RETRY + 1, since=right)
 
 

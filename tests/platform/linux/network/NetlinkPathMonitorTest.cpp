@@ -30,9 +30,9 @@ using namespace std::chrono_literals;
 constexpr auto promptly = 250ms;
 // The same on a machine that other tests keep busy. All namespaces share one lock for their interfaces, and whoever
 // makes or removes many of them was seen to hold it for five seconds.
-constexpr auto patience = 30s;
+constexpr auto timeout = 30s;
 // The kernel itself tells of a lost or found carrier up to a second late.
-constexpr auto afterCarrierDelay = patience;
+constexpr auto afterCarrierDelay = timeout;
 constexpr auto longerThanTheCarrierDelay = 1500ms;
 constexpr auto longEnoughForAnotherReport = 200ms;
 
@@ -141,7 +141,7 @@ class NetlinkPathMonitorTest : public testing::Test {
     /// Starts, takes the first report and forgets it.
     void startFrom(bool satisfied) {
         start();
-        ASSERT_TRUE(reported(patience));
+        ASSERT_TRUE(reported(timeout));
         ASSERT_EQ(takeReports(), std::vector{satisfied});
     }
 
@@ -159,7 +159,7 @@ class NetlinkPathMonitorTest : public testing::Test {
     }
 
     /// Waits for the one report that a change brings about, and that no second follows.
-    std::vector<bool> reportsAfter(std::chrono::milliseconds time = patience) {
+    std::vector<bool> reportsAfter(std::chrono::milliseconds time = timeout) {
         reported(time);
         return reportsMeanwhile();
     }
@@ -597,7 +597,7 @@ TEST_F(NetlinkPathMonitorTest, TimedTheFirstReportIsNotPutOff) {
     QElapsedTimer elapsed;
     elapsed.start();
     start();
-    ASSERT_TRUE(reported(patience));
+    ASSERT_TRUE(reported(timeout));
     EXPECT_LT(std::chrono::milliseconds(elapsed.elapsed()), allowing(80ms));
 }
 
@@ -608,7 +608,7 @@ TEST_F(NetlinkPathMonitorTest, TimedAChangeIsGatheredFor100MillisecondsAndReport
     QElapsedTimer elapsed;
     elapsed.start();
     namespace_->ip("route add default via 10.1.0.2");
-    ASSERT_TRUE(reported(patience));
+    ASSERT_TRUE(reported(timeout));
     EXPECT_GE(elapsed.elapsed(), 100);
     EXPECT_LT(std::chrono::milliseconds(elapsed.elapsed()), allowing(promptly));
 }
@@ -624,7 +624,7 @@ TEST_F(NetlinkPathMonitorTest, TimedALostCarrierIsReportedOnceAndAsSoonAsTheKern
     elapsed.start();
     // The second command brings a message that the first may bring only a second later.
     namespace_->batch("link set tunnel carrier off\nlink set tunnel alias told\n");
-    ASSERT_TRUE(reported(patience));
+    ASSERT_TRUE(reported(timeout));
     EXPECT_LT(std::chrono::milliseconds(elapsed.elapsed()), allowing(promptly));
     runFor(longerThanTheCarrierDelay);
     EXPECT_EQ(takeReports(), std::vector{false});
@@ -654,7 +654,7 @@ TEST_F(NetlinkPathMonitorTest, ChangesThatGoOnAndOnDoNotPutTheReportOff) {
         {QStringLiteral("-c"), QStringLiteral("for i in $(seq 2 99); do ip route replace default via 10.1.0.$i;"
                                               " sleep 0.02; done")});
     ASSERT_TRUE(changes.waitForStarted());
-    EXPECT_TRUE(waitUntil([this] { return reports_.size() >= 3; }, patience));
+    EXPECT_TRUE(waitUntil([this] { return reports_.size() >= 3; }, timeout));
     EXPECT_EQ(changes.state(), QProcess::Running);
     changes.terminate();
     changes.waitForFinished();
@@ -738,7 +738,7 @@ TEST_F(NetlinkPathMonitorTest, TheHandlerMayCancel) {
         ++count;
         monitor_.cancel();
     });
-    ASSERT_TRUE(waitUntil([&] { return count == 1; }, patience));
+    ASSERT_TRUE(waitUntil([&] { return count == 1; }, timeout));
     namespace_->addUplink("wan", 1);
     namespace_->ip("route add default via 10.1.0.2");
     runFor(longEnoughForAnotherReport);
@@ -772,11 +772,11 @@ TEST_F(NetlinkPathMonitorTest, WithoutANetlinkSocketItAssumesAWayOutOnceAndKeeps
         const NoMoreDescriptors sandbox;
         start();
         EXPECT_TRUE(reports_.empty());
-        EXPECT_TRUE(reported(patience));
+        EXPECT_TRUE(reported(timeout));
         runFor(1200ms);
         EXPECT_EQ(takeReports(), std::vector{true});
     }
-    EXPECT_TRUE(reported(patience));
+    EXPECT_TRUE(reported(timeout));
     EXPECT_EQ(takeReports(), std::vector{false});
     EXPECT_EQ(epoch_.current(), 1U);
 }
@@ -786,7 +786,7 @@ TEST_F(NetlinkPathMonitorTest, LinksThatComeAndGoMeanwhileConfuseNothing) {
     ASSERT_TRUE(churn.isUnderWay());
     for (int i = 0; i < 100; ++i) {
         start();
-        ASSERT_TRUE(reported(patience));
+        ASSERT_TRUE(reported(timeout));
         monitor_.cancel();
         ASSERT_EQ(takeReports(), std::vector{false}) << "in round " << i;
     }

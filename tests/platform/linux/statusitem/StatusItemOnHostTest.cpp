@@ -175,7 +175,7 @@ TEST_P(StatusItemByNameTest, NamesAFileWithTheDot) {
     const QImage framed(property(QStringLiteral("AttentionIconName")).toString());
     EXPECT_EQ(framed.pixelColor(dot.width() / 2, dot.height() / 2), dotShades(Status::online).fill);
     EXPECT_NE(framed, dot);
-    // They would be read in vain.
+    // Nothing would come of reading them.
     EXPECT_TRUE(pixmaps().isEmpty());
     EXPECT_TRUE(pixmaps(QStringLiteral("AttentionIconPixmap")).isEmpty());
     item_->setDisplay(sample::offline());

@@ -5,7 +5,7 @@
 set -u
 
 manager=/lib/systemd/systemd
-patience=100 # tenths of a second
+remaining=100 # tenths of a second
 
 if [ $# = 3 ]; then # inside
     mount -t tmpfs tmpfs /run || exit 77
@@ -14,10 +14,10 @@ if [ $# = 3 ]; then # inside
     unset DBUS_SESSION_BUS_ADDRESS
     "$manager" --user --unit="app-com.vorn.skylet@autostart.service" >"$1/manager.log" 2>&1 &
     manager=$!
-    while [ $patience -gt 0 ] && [ ! -e "$2" ]; do
+    while [ $remaining -gt 0 ] && [ ! -e "$2" ]; do
         kill -0 $manager 2>/dev/null || break
         sleep 0.1
-        patience=$((patience - 1))
+        remaining=$((remaining - 1))
     done
     # Whatever else comes of it comes now.
     sleep 0.1

@@ -15,13 +15,13 @@ namespace skylet::test {
 namespace {
 
 const auto firstAddress = QStringLiteral("127.0.0.1");
-constexpr int patienceMs = 20'000;
+constexpr int timeoutMs = 20'000;
 const auto certificateName = QStringLiteral("certificate.pem");
 
 QByteArray openssl(const QStringList& arguments) {
     QProcess process;
     process.start(QStringLiteral("openssl"), arguments);
-    EXPECT_TRUE(process.waitForFinished(patienceMs) && process.exitCode() == 0)
+    EXPECT_TRUE(process.waitForFinished(timeoutMs) && process.exitCode() == 0)
         << process.readAllStandardError().toStdString();
     return process.readAllStandardOutput().trimmed();
 }
@@ -67,13 +67,13 @@ void SpeedServer::start() {
     process_.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
     const auto addresses = address_ == firstAddress ? firstAddress + QStringLiteral(",::1") : address_;
     process_.start(QStringLiteral(SKYLET_SPEED_SERVER), {certificate_, addresses, QStringLiteral("443")});
-    EXPECT_TRUE(process_.waitForReadyRead(patienceMs));
+    EXPECT_TRUE(process_.waitForReadyRead(timeoutMs));
     EXPECT_EQ(process_.readLine(), "ready\n");
 }
 
 SpeedServer::~SpeedServer() {
     process_.closeWriteChannel();
-    process_.waitForFinished(patienceMs);
+    process_.waitForFinished(timeoutMs);
 }
 
 QUrl SpeedServer::down(std::int64_t bytes) {
@@ -127,7 +127,7 @@ QJsonObject SpeedServer::records() {
 QByteArray SpeedServer::ask(const QJsonArray& command) {
     process_.write(QJsonDocument(command).toJson(QJsonDocument::Compact) + '\n');
     while (!process_.canReadLine()) {
-        if (!process_.waitForReadyRead(patienceMs)) {
+        if (!process_.waitForReadyRead(timeoutMs)) {
             ADD_FAILURE() << "the server does not answer";
             return {};
         }

@@ -193,7 +193,7 @@ TEST_F(StatusHostMonitorTest, GoesByTheDesktopWhereTheProcessCannotBeSeen) {
     EXPECT_EQ(monitor_->presentation(), Presentation::label);
 }
 
-TEST_F(StatusHostMonitorTest, LetsTheDesktopDecideWhereAGoBetweenTakesTheItems) {
+TEST_F(StatusHostMonitorTest, LetsTheDesktopDecideWhereAProxyTakesTheItems) {
     processName_ = QStringLiteral("xapp-sn-watcher");
     const QDBusConnection watcher = owning(watcherName_);
     start(QStringLiteral("X-Cinnamon"));
