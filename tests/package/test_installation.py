@@ -158,8 +158,7 @@ def test_it_installs_starts_upgrades_and_goes_without_a_trace(root, stack, lower
 
     program = session.start()
     # no network: nothing can be asked, and the program says so
-    offline = session.area.wait_for("red", 15)
-    assert offline.word == "Offline"
+    session.area.wait_for(lambda state: state.dot == "red" and state.word == "Offline", 15)
     assert "/libqxcb.so" in Path("/proc", str(program.pid), "maps").read_text(), "it is on the screen"
     assert session.area.menu()["About Skylet"].has_icon, "it finds its own icon"
     assert session.start().wait(5) == 0, "a second start ends at once"
