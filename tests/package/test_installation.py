@@ -176,7 +176,7 @@ def test_it_installs_starts_upgrades_and_goes_without_a_trace(root, stack, lower
     assert program.stdout.read() == ""
     wait_until(lambda: session.area.now.dot is None, 2, "the item is gone")
     upgraded = session.start(LANGUAGE="he")
-    assert "אין רשת" in session.area.wait_for("red", 15).word
+    session.area.wait_for(lambda state: state.dot == "red" and "אין רשת" in state.word, 15)
     checks = [entry.checked for entry in session.area.menu().values() if entry.checked is not None]
     assert checks == [False, False, False], "the setting is kept"
 
