@@ -10,12 +10,17 @@ from panel_checks import check_second_start, large_enough
 from support.processes import wait_until
 
 
-def test_a_click_elsewhere_closes_the_menu_that_a_slow_click_has_opened(lab):
-    panel = lab.start_panel("trayer")
+def shown_green(lab, kind, within, picture):
+    """The panel with the program's green dot, the dot's place, and the screen at rest with the menu closed."""
+    panel = lab.start_panel(kind)
     lab.program.start()
-    place = panel.wait_for_dot("green", 20, "slow")
+    place = panel.wait_for_dot("green", within, picture)
     panel.park_mouse()
-    closed = panel.wait_until_still()
+    return panel, place, panel.wait_until_still()
+
+
+def test_a_click_elsewhere_closes_the_menu_that_a_slow_click_has_opened(lab):
+    panel, place, closed = shown_green(lab, "trayer", 20, "slow")
     panel.click_slowly(place)
     wait_until(lambda: large_enough(panel.look().difference(closed, BELOW)), 3, "the menu opens")
     panel.click((900, 400))
@@ -35,11 +40,7 @@ def test_an_unsteady_click_at_the_bottom_of_the_screen_chooses_nothing(lab):
 
 
 def test_a_second_click_on_the_strip_closes_its_menu(lab):
-    panel = lab.start_panel("none")
-    lab.program.start()
-    place = panel.wait_for_dot("green", 25, "strip")
-    panel.park_mouse()
-    closed = panel.wait_until_still()
+    panel, place, closed = shown_green(lab, "none", 25, "strip")
     for _ in range(2):
         panel.click(place)
         wait_until(lambda: large_enough(panel.look().difference(closed, BELOW)), 3, "the menu opens")
