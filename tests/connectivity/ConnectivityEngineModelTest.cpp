@@ -21,9 +21,9 @@ namespace {
 
 using Answer = std::optional<std::int64_t>;
 
-const std::vector<QUrl> endpoints = {QUrl(QStringLiteral("https://one.example/")),
-                                     QUrl(QStringLiteral("https://two.example/")),
-                                     QUrl(QStringLiteral("https://three.example/"))};
+const std::vector<QUrl> threeEndpoints = {QUrl(QStringLiteral("https://one.example/")),
+                                          QUrl(QStringLiteral("https://two.example/")),
+                                          QUrl(QStringLiteral("https://three.example/"))};
 
 /// Of a hundred answers, how many are successes.
 constexpr std::array<std::size_t, 4> moods = {0, 10, 50, 100};
@@ -38,7 +38,7 @@ struct EngineRules {
     bool isPaused = false;
     bool isAsleep = false;
     std::optional<bool> path;
-    /// Which cycle runs, and how many of its endpoints have failed.
+    /// Which cycle runs, and how many of its threeEndpoints have failed.
     bool cycleRuns = false;
     bool isConfirming = false;
     std::size_t failures = 0;
@@ -66,7 +66,7 @@ struct EngineRules {
         cycleRuns = true;
         isConfirming = confirming;
         failures = 0;
-        for (std::size_t i = 0; i < endpoints.size() && cycleRuns; ++i) {
+        for (std::size_t i = 0; i < threeEndpoints.size() && cycleRuns; ++i) {
             ++probesBegun;
             if (!immediateAnswers.empty()) {
                 const Answer answer = immediateAnswers.front();
@@ -81,7 +81,7 @@ struct EngineRules {
             rest();
             report(ConnectionState::online(*answer));
             delay = {5, false};
-        } else if (++failures == endpoints.size()) {
+        } else if (++failures == threeEndpoints.size()) {
             rest();
             report(isConfirming ? ConnectionState::offline() : ConnectionState::checking());
             delay = isConfirming ? Delay{3, false} : Delay{0.5, true};
@@ -116,7 +116,7 @@ class ConnectivityEngineModelTest : public testing::Test {
 
     void makeEngine() {
         schedule_ = {};
-        engine_ = std::make_unique<ConnectivityEngine>(fake_, endpoints, schedule_);
+        engine_ = std::make_unique<ConnectivityEngine>(fake_, threeEndpoints, schedule_);
         engine_->onChange = [this](const ConnectionState& state) {
             EXPECT_EQ(engine_->state(), state);
             reported_.push_back(state);
@@ -135,7 +135,7 @@ class ConnectivityEngineModelTest : public testing::Test {
 
     const char* step() {
         if (random_.oneIn(8)) {
-            for (std::size_t count = random_.below(2 * endpoints.size()); count > 0; --count) {
+            for (std::size_t count = random_.below(2 * threeEndpoints.size()); count > 0; --count) {
                 rules_.immediateAnswers.push_back(randomAnswer());
             }
         }
@@ -275,7 +275,7 @@ class ConnectivityEngineModelTest : public testing::Test {
             probe.isOfRunningCycle = probe.isOfRunningCycle && rules_.cycleRuns && begun.empty();
         }
         for (std::size_t i = 0; i < begun.size(); ++i) {
-            EXPECT_EQ(begun[i]->url, endpoints[i]);
+            EXPECT_EQ(begun[i]->url, threeEndpoints[i]);
             // Its handle was had only after the cycle had ended.
             EXPECT_TRUE(rules_.cycleRuns || begun[i]->cancellations > 0);
             open_.push_back({begun[i], rules_.cycleRuns});
@@ -287,7 +287,7 @@ class ConnectivityEngineModelTest : public testing::Test {
         }
         std::erase_if(open_, [](const Probe& probe) { return probe.call->hasAnsweredByItself; });
         // Of those that nobody waits for any more a few are enough.
-        if (open_.size() > 3 * endpoints.size()) {
+        if (open_.size() > 3 * threeEndpoints.size()) {
             open_.erase(open_.begin());
         }
     }
