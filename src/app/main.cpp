@@ -27,6 +27,7 @@
 #include <QApplication>
 #include <QDBusConnection>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -87,7 +88,9 @@ int main(int argc, char** argv) {
     ensureHome();
     DesktopWindows::awaitScreenReaders();
     qInstallMessageHandler(endWithoutDisplay);
-    const QApplication qt(argc, argv);
+    // It takes no arguments, and Qt would take some.
+    int onlyItsName = std::min(argc, 1);
+    const QApplication qt(onlyItsName, argv);
     qInstallMessageHandler(nullptr);
     DesktopApplication application;
     const QDBusConnection bus = QDBusConnection::sessionBus();
