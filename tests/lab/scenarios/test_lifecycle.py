@@ -37,6 +37,11 @@ def test_without_a_session_bus_it_says_so_in_one_line(lab):
     assert "session bus" in lines[0].lower()
 
 
+def test_it_takes_no_arguments_not_even_those_that_its_toolkit_would(lab):
+    lab.program.arguments = ["-platform", "nonsense", "--help"]
+    lab.start()
+
+
 def test_it_ends_cleanly_when_its_session_bus_dies(lab):
     lab.start()
     os.kill(lab.session_bus.pid, signal.SIGKILL)
