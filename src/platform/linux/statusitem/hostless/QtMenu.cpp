@@ -180,8 +180,10 @@ void QtMenu::popUp(QRect anchor) {
 
 int QtMenu::leftEdge() const {
     const int width = widget_->sizeHint().width();
-    const int wanted = widget_->isRightToLeft() ? anchor_.right() + 1 - width : anchor_.left();
-    return std::max(std::min(wanted, screen_.right() + 1 - width), screen_.left());
+    const int last = screen_.right() + 1 - width;
+    // Of one that is wider than the screen that part can be seen where its lines begin.
+    return widget_->isRightToLeft() ? std::min(std::max(anchor_.right() + 1 - width, screen_.left()), last)
+                                    : std::max(std::min(anchor_.left(), last), screen_.left());
 }
 
 } // namespace skylet
