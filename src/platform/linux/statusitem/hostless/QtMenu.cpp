@@ -176,6 +176,10 @@ void QtMenu::popUp(QRect anchor) {
     // choose an entry by the click that opens the menu.
     const bool isAbove = anchor_.center().y() >= screen_.center().y();
     widget_->popup({leftEdge(), isAbove ? anchor_.top() - widget_->sizeHint().height() : anchor_.bottom() + 1});
+    // Qt cuts one that is wider than the screen, from right to left where its lines begin.
+    if (const int width = widget_->sizeHint().width(); width > widget_->width()) {
+        widget_->setGeometry(leftEdge(), widget_->y(), width, widget_->height());
+    }
 }
 
 int QtMenu::leftEdge() const {
