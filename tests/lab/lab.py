@@ -106,6 +106,7 @@ class SpeedServer:
     """The service that speed tests ask (tests/speedserver), under its real name. Also stands in for an endpoint."""
 
     def __init__(self, lab_network, authority, stack, name=settings.SPEEDTEST_HOST, addresses=network.SPEEDTEST_ADDRESSES):
+        self._authority, self._name = authority.folder / "authority.pem", name
         certificate = authority.folder / f"{name}.good.pem"
         command = lab_network.server.inside([settings.SPEED_SERVER, certificate, ",".join(addresses), "443"])
         self._tool = stack.enter_context(Tool(command))
@@ -127,8 +128,15 @@ class SpeedServer:
         self._order("protocols", protocols)
 
     def speak_tls(self, version):
-        """No version above "1.2" or "1.3", on new connections."""
+        """No version above "1.1", "1.2" or "1.3", on new connections."""
         self._order("tls", version)
+
+    def show_certificate(self, kind):
+        """On new connections a bad one (Certificate.h), or "good", after which no version is set either."""
+        self._order("certificate", kind, str(self._authority), f"DNS:{self._name}")
+
+    def want_client_certificate(self):
+        self._order("clientCertificate", True)
 
     def accept(self, how):
         """ "serve" or "silent" (no handshake)."""
