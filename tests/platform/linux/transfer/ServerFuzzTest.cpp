@@ -34,10 +34,10 @@ class ServerFuzzTest : public testing::Test, protected PeerWatch {
     /// Some requests and transfers at the same time, each over a connection of its own with a seed of its own.
     void runRound(std::uint32_t seed) {
         SCOPED_TRACE("this round: " + std::to_string(seed));
-        const std::array stages{QStringLiteral("handshake"), QStringLiteral("open"), QStringLiteral("request")};
+        const std::array places{QStringLiteral("handshake"), QStringLiteral("open"), QStringLiteral("request")};
         servers->bad.speak(seed % 2 == 0 ? QStringLiteral("h2") : QStringLiteral("http/1.1"));
         servers->bad.turnHostile({{QStringLiteral("mutate"), static_cast<qint64>(seed)},
-                                  {QStringLiteral("mutateFrom"), stages.at(seed / 2 % stages.size())}});
+                                  {QStringLiteral("mutateFrom"), places.at(seed / 2 % places.size())}});
         std::vector<std::unique_ptr<CurlTransferSession>> sessions;
         std::vector<std::shared_ptr<std::optional<Ended>>> asked;
         for (int i = 0; i < probesAtOnce; ++i) {
