@@ -5,9 +5,10 @@ import signal
 import time
 
 import pytest
+from desktop import WATCHER
 from hostility import LONGEST_STALL, OVER_WITHIN
 from lab import green_with_its_label
-from support.processes import wait_until
+from support.processes import BARE_ENVIRONMENT, Tool, wait_until
 
 CYCLE, SLACK = 5, 1
 # seconds: what counts here is whether it happens
@@ -16,9 +17,13 @@ INHIBITOR = ("sleep", "delay")
 # within which the program wakes by itself where logind does not come back, and looks for a bus that has gone
 ABSENCE, RETRY = 5, 10
 
-
-def gone(state):
-    return state.dot is None
+# has the name that it is told, and answers nobody
+MUTE = """
+import sys, time, dbus
+dbus.SessionBus().request_name(sys.argv[1])
+print("ready", flush=True)
+time.sleep(600)
+"""
 
 
 def stays_green(lab, seconds):
@@ -55,6 +60,33 @@ def test_a_status_area_that_flaps_has_the_item_in_the_end_and_costs_nothing(lab)
     stays_green(lab, CYCLE + SLACK)
     assert lab.program.descriptors() <= descriptors + 4
     assert lab.program.sanitized or lab.program.anonymous_kb() - kb < 1024
+
+
+def test_a_status_area_that_says_nothing_is_not_waited_for(lab):
+    lab.area.stop()
+    mute = Tool(["/usr/bin/python3", "-c", MUTE, WATCHER], env=BARE_ENVIRONMENT | {"DBUS_SESSION_BUS_ADDRESS": lab.session_bus.address})
+    with mute:
+        lab.program.start()
+        time.sleep(CYCLE)
+        assert lab.servers.requests()
+    lab.area.start()
+    lab.area.wait_for(green_with_its_label, BUSY)
+    lab.area.click("Pause Automatic Checks")
+    lab.area.wait_for("gray", BUSY)
+
+
+def test_an_accessibility_bus_that_ends_is_no_matter(lab):
+    screen = lab.start_screen()
+    lab.start()
+    lab.area.click("About Skylet")
+    wait_until(lambda: screen.things("About Skylet"), BUSY, "About is there")
+    screen.end_accessibility_bus()
+    stays_green(lab, CYCLE)
+    screen.press("Escape")
+    lab.area.click("About Skylet")
+    lab.area.click("Pause Automatic Checks")
+    lab.area.wait_for("gray", BUSY)
+    assert lab.program.end()[0] == 0
 
 
 def test_while_the_session_bus_is_mute_checks_go_on_and_afterwards_the_item_is_right(lab):
