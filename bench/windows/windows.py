@@ -9,15 +9,10 @@ from pathlib import Path
 TESTS = Path(__file__).resolve().parents[2] / "tests"
 sys.path[:0] = [str(TESTS), str(TESTS / "ui")]
 from desktop_session import Session  # noqa: E402
+from support.processes import processor_seconds  # noqa: E402
 
 WATCHED = ("idle", "animation", "blank-animation")
 WATCH_TIME = 10.5  # seconds, with the start
-TICKS = os.sysconf("SC_CLK_TCK")
-
-
-def processor_seconds(pid):
-    fields = Path(f"/proc/{pid}/stat").read_text(encoding="utf-8").rsplit(")", 1)[1].split()
-    return (int(fields[11]) + int(fields[12])) / TICKS
 
 
 def main():
