@@ -2,6 +2,7 @@
 time: one has the program, the other a program whose label changes every 2 s, and a `curl` with a kept connection."""
 
 import json
+import re
 import statistics
 import subprocess
 import sys
@@ -19,8 +20,6 @@ RTT_MS = 20
 CYCLE, RENEWAL = 5, 115
 STEADY_AFTER = 12
 SYN = 2
-# the program shows whole milliseconds, cut off
-CUT_OFF_MS = 0.5
 CURL_PORTS = range(40000, 40010)
 # no request follows another on the same connection so soon
 QUIET = 1
@@ -41,6 +40,7 @@ class Steady:
         self._other.program.starter = [REFERENCE, "label"]
         self._other.program.start()
         wait_until(lambda: self._other.area.now.label, 10, "the reference shows its label")
+        self._lab.program.environment["QT_LOGGING_RULES"] = "skylet.connectivity=true"
         self._lab.start()
         sleep_until(self._lab.program.started + STEADY_AFTER)
         self._began = time.monotonic()
@@ -72,15 +72,11 @@ class Steady:
 
     def _latency(self):
         ours, theirs = map(_captured, self._captures)
-        reported = []
-        offset = time.time() - time.monotonic()
-        for began, took in _first_answers(exchanges(ours)):
-            shown = self._lab.area.since(began - offset + CYCLE / 2)[0]
-            if shown.milliseconds and self._began < began - offset < self._until - CYCLE:
-                reported.append(shown.milliseconds + CUT_OFF_MS - took * 1000)
-        wire = [took for _, _, took in exchanges(theirs)]
-        asked = [float(line) for line in self._curl_times.read_text().split()[1:]]
-        beside = [(seconds - took) * 1000 for seconds, took in zip(asked, wire)]
+        # the first exchange of each is on a new connection
+        reported = [float(found) for found in re.findall(r"status 204 from .* after ([\d.]+) ms", self._lab.program.said())][1:]
+        asked = [float(line) * 1000 for line in self._curl_times.read_text().split()][1:]
+        reported, beside = ([answer - took * 1000 for answer, took in zip(answers, wire)] for answers, wire in (
+            (reported, _first_answers(exchanges(ours))), (asked, [took for _, _, took in exchanges(theirs)])))
         self._table.row(f"reported latency less the wire's own, ms, mean of {len(reported)}", typical(reported), typical(beside),
                         times(1))
 
@@ -120,9 +116,9 @@ def exchanges(packets):
 
 
 def _first_answers(found):
-    """(began, took) of each cycle: that of its two exchanges whose answer came first."""
+    """Of each cycle, how long its two exchanges took until the first of their answers came."""
     for cycle in _bursts(found, lambda exchange: exchange[0]):
-        yield cycle[0][0], min(began + took for began, _, took in cycle) - cycle[0][0]
+        yield min(began + took for began, _, took in cycle) - cycle[0][0]
 
 
 def _bursts(items, moment):
