@@ -248,8 +248,8 @@ TEST_F(HTTPConnectivityProbeTest, WhatCameOfAProbeIsLogged) {
     start();
     clock->uptime += Seconds(3);
     log->requests.back()->completion({}, TransferError{QStringLiteral("timed out connecting")});
-    EXPECT_EQ(messages.text(), QStringLiteral("skylet.connectivity: %1: status 302 from %1 after 12 ms\n"
-                                              "skylet.connectivity: %1: timed out connecting after 3000 ms")
+    EXPECT_EQ(messages.text(), QStringLiteral("skylet.connectivity: %1: status 302 from %1 after 12.0 ms\n"
+                                              "skylet.connectivity: %1: timed out connecting after 3000.0 ms")
                                    .arg(url.toString()));
 }
 

@@ -147,6 +147,7 @@ class StatusArea:
         self._shown = [Shown(time.monotonic())]
         self._properties, self._entries, self._subscriptions = {}, {}, []
         self.signals = []  # (time, name) of each signal of the item and its menu
+        self.registered = None  # when an item was last registered
         self._loop = GLib.MainLoop(self._context)
         self._thread = threading.Thread(target=self._run, daemon=True)
         self._thread.start()
@@ -291,6 +292,7 @@ class StatusArea:
                                    GLib.Variant("(s)", ("".join(self._item),)))
 
     def _take_item(self, service, path):
+        self.registered = time.monotonic()
         self._lose_item()
         self._item = (service, path)
         owner = self._connection.call_sync(
