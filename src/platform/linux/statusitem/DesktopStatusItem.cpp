@@ -118,7 +118,9 @@ void DesktopStatusItem::show() {
 void DesktopStatusItem::followHost() {
     show();
     const QString owner = monitor_.watcherOwner();
-    object_.setIconByName(monitor_.traitsOfConnection(owner).prefersIconName);
+    const StatusHostTraits traits = monitor_.traitsOfConnection(owner);
+    object_.setIconByName(traits.prefersIconName);
+    menuExporter_.setToldOnlyWhileOpen(traits.losesKeysByMenuChanges);
     // The hosts that set a label are those that are known to read the menu at once.
     registration_.setWatcher(owner, monitor_.presentation() == Presentation::label);
     updateHostless();
