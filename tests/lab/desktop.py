@@ -22,7 +22,7 @@ ITEM = "org.kde.StatusNotifierItem"
 MENU = "com.canonical.dbusmenu"
 PROPERTIES = "org.freedesktop.DBus.Properties"
 ONLINE_LABEL = re.compile(r"(?P<number>[\d.]+) (?P<unit>m?s)  (?P<word>.+?)(  ↓(?P<down>\S+) ↑(?P<up>\S+))?")
-LABEL_SHOWING_PANEL = "gnome-shell"
+LABEL_SHOWING_PANEL = "ayatana-indicat"  # which is told of every change in the menu, open or not
 STALL_INTERVAL_MS = 20
 WATCHER_INTERFACE = f"""<node><interface name="{WATCHER}">
   <method name="RegisterStatusNotifierItem"><arg type="s" direction="in"/></method>
