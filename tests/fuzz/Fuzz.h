@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <map>
 #include <span>
 #include <string>
@@ -23,7 +22,7 @@ class FuzzInput {
     Number number() {
         Number value{};
         const auto size = std::min(sizeof value, bytes_.size());
-        std::memcpy(&value, bytes_.data(), size);
+        std::copy_n(bytes_.data(), size, reinterpret_cast<std::uint8_t*>(&value));
         bytes_ = bytes_.subspan(size);
         return value;
     }

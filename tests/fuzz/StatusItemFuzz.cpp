@@ -78,6 +78,7 @@ class ExportedItem {
         menu_[disabled - 1]->setEnabled(false);
         exporter_.setMenu(menu_);
         require(exporter_.exportOn(connection_, menuPath()) && item_.exportOn(connection_), "the item is on the bus");
+        item_.setId(QStringLiteral("skylet"));
         ItemAppearance appearance;
         appearance.label = QStringLiteral("87");
         item_.setAppearance(appearance);

@@ -6,6 +6,9 @@
 
 #include <QStandardPaths>
 
+#include <array>
+#include <cstring>
+
 namespace skylet::test {
 namespace {
 
