@@ -3,6 +3,7 @@
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
 
+#include <QCoreApplication>
 #include <QDBusConnectionInterface>
 #include <QDBusPendingCallWatcher>
 #include <QDBusReply>
@@ -80,7 +81,10 @@ QDBusMessage callAndWait(const QDBusConnection& from, const QDBusMessage& call) 
     const QDBusPendingCallWatcher answer(from.asyncCall(call));
     QEventLoop loop;
     QObject::connect(&answer, &QDBusPendingCallWatcher::finished, &loop, &QEventLoop::quit);
-    if (!answer.isFinished()) {
+    if (answer.isFinished()) {
+        // What came before the answer has its turn, as below.
+        QCoreApplication::processEvents();
+    } else {
         loop.exec();
     }
     return answer.reply();
