@@ -201,7 +201,7 @@ class VirtualDaysTest : public testing::Test {
         expectsPace_ = true;
     }
 
-    ~VirtualDaysTest() override {
+    void TearDown() override {
         skylet_->applicationWillTerminate();
         EXPECT_EQ(timers(), 0U) << "the end of the program leaves nothing behind";
     }

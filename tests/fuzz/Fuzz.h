@@ -33,7 +33,7 @@ class FuzzInput {
     /// Up to the next line feed, which is taken too.
     QByteArray line() {
         const auto end = std::find(bytes_.begin(), bytes_.end(), std::uint8_t{'\n'});
-        const auto text = take(static_cast<std::size_t>(end - bytes_.begin()));
+        auto text = take(static_cast<std::size_t>(end - bytes_.begin()));
         take(1);
         return text;
     }

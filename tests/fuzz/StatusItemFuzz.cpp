@@ -238,7 +238,7 @@ void callItemOnce(FuzzInput& input) {
                     {itemInterface(), properties.at(input.byte() % properties.size())});
         break;
     case 6: {
-        const QString property = properties.at(input.byte() % properties.size());
+        const QString& property = properties.at(input.byte() % properties.size());
         item().call(itemPath(), propertiesInterface(), QStringLiteral("Set"),
                     {itemInterface(), property, variant(anyValue(input))});
         const auto id = item().call(itemPath(), propertiesInterface(), QStringLiteral("Get"),

@@ -113,7 +113,7 @@ struct MeasurementRules {
         while (static_cast<double>(now - pieces.front().time) > 0.8 * ticksPerSecond) {
             pieces.pop_front();
         }
-        const double ticks = static_cast<double>(now - pieces.front().time);
+        const auto ticks = static_cast<double>(now - pieces.front().time);
         if (ticks > 0.15 * ticksPerSecond) {
             shown.target = megabits(bytes() - pieces.front().bytes, ticks);
         }
@@ -126,7 +126,7 @@ struct MeasurementRules {
     void end(End how, std::optional<int> status) {
         const bool isGood = status && *status / 100 == 2;
         const bool counts = how == End::finished ? isGood : how == End::cancelled && isCutOff && (isGood || !status);
-        const double ticks = static_cast<double>(now - phaseStart);
+        const auto ticks = static_cast<double>(now - phaseStart);
         std::optional<double> result;
         if (counts && bytes() >= 4096 && ticks > 0) {
             result = megabits(bytes(), ticks);

@@ -181,8 +181,9 @@ class StatusHostMonitorModelTest : public testing::Test {
         for (const auto& panel : panels_) {
             askBus(panel->bus.connection());
         }
-        // Who is there, who they are, and which processes they are.
-        for (int round = 0; round < 3; ++round) {
+        // Who is there, who they are, and which processes they are; Qt may tell of a new owner of a name a little later
+        // than of an answer that came after it.
+        for (int round = 0; round < 6; ++round) {
             askBus(monitorsBus_);
         }
         if (const Panel* watching = watcher()) {
