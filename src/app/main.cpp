@@ -29,6 +29,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -101,7 +102,9 @@ int main(int argc, char** argv) {
     alarm(secondsUntilWaitIsSaid);
     DesktopWindows::awaitScreenReaders();
     qInstallMessageHandler(endWithoutDisplay);
-    const QApplication qt(argc, argv);
+    // It takes no arguments, and Qt would take some.
+    int onlyItsName = std::min(argc, 1);
+    const QApplication qt(onlyItsName, argv);
     qInstallMessageHandler(nullptr);
     DesktopApplication application;
     const QDBusConnection bus = QDBusConnection::sessionBus();

@@ -51,6 +51,9 @@ class WindowScreen:
         """The title of the window that has the keyboard."""
         return self._screen.ask("xdotool", "getactivewindow", "getwindowname").strip()
 
+    def end_accessibility_bus(self):
+        self._screen.end_accessibility_bus()
+
     def shot(self, name):
         """A picture of the screen, kept as NAME.png among the build's shots."""
         settings.SHOTS.mkdir(parents=True, exist_ok=True)

@@ -125,6 +125,7 @@ void DesktopStatusItem::followHost() {
     watcherTraits_ = monitor_.traitsOfConnection(owner);
     show();
     object_.setIconByName(watcherTraits_.prefersIconName);
+    menuExporter_.setToldOnlyWhileOpen(watcherTraits_.losesKeysByMenuChanges);
     // The hosts that set a label are those that are known to read the menu at once.
     registration_.setWatcher(owner, monitor_.presentation() == Presentation::label);
     updateHostless();
