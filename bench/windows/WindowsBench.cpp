@@ -30,7 +30,6 @@ namespace {
 
 constexpr int rounds = 15;
 constexpr int framesPerRound = 200;
-constexpr auto watchTime = 10s;
 constexpr int openings = 100;
 
 void runFor(std::chrono::milliseconds time) {
@@ -121,6 +120,8 @@ void measureFrame() {
 
 class Bench {
   public:
+    explicit Bench(std::chrono::seconds watchTime) : watchTime_(watchTime) {}
+
     void showSpeedTest() {
         speedTest_.show();
         const QWidget* window = topLevel(QStringLiteral("speedTestWindow"));
@@ -207,11 +208,11 @@ class Bench {
                              [&objectName](const QWidget* window) { return window->objectName() == objectName; });
     }
 
-    static void report(const char* what) {
+    void report(const char* what) const {
         const Usage before = usage();
         QElapsedTimer watch;
         watch.start();
-        runFor(watchTime);
+        runFor(watchTime_);
         const double elapsed = static_cast<double>(watch.nsecsElapsed()) / 1e9;
         const Usage after = usage();
         std::printf("%s: %.2f %% of a core, %.1f wake-ups/s over %.0f s\n", what,
@@ -223,17 +224,19 @@ class Bench {
     test::FakeClock clock_;
     SpeedTestController speedTest_{transfers_.factory(), clock_, test::FakeSchedule()};
     GaugeView* gauge_ = nullptr;
+    const std::chrono::seconds watchTime_;
 };
 
 } // namespace
 
-/// windows_bench frame|animation|blank-animation|idle|memory, on the screen that DISPLAY names.
+/// windows_bench frame|animation|blank-animation|idle|memory [SECONDS], on the screen that DISPLAY names.
 int main(int argc, char** argv) {
     const QApplication application(argc, argv);
     QGuiApplication::setWindowIcon(applicationIcon());
     QGuiApplication::setQuitOnLastWindowClosed(false);
     const QString what = QCoreApplication::arguments().value(1);
-    Bench bench;
+    const int seconds = QCoreApplication::arguments().value(2).toInt();
+    Bench bench(seconds > 0 ? std::chrono::seconds(seconds) : 10s);
     if (what == u"frame") {
         measureFrame();
     } else if (what == u"animation") {

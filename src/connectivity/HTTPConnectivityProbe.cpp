@@ -40,7 +40,7 @@ std::shared_ptr<Cancellation> HTTPConnectivityProbe::probe(const QUrl& url, Comp
     const Seconds start = clock_->systemUptime();
     auto completed = [this, start, url, completion = std::move(completion)](const auto& response, const auto& error) {
         const Seconds elapsed = clock_->systemUptime() - start;
-        qCInfo(connectivityLog, "%s: %s after %.0f ms", qPrintable(url.toString()),
+        qCInfo(connectivityLog, "%s: %s after %.1f ms", qPrintable(url.toString()),
                qPrintable(describe(response, error)), elapsed.count() * 1000);
         if (accepts(response, url, error)) {
             completion(latencyOf(elapsed - response->localDelay));

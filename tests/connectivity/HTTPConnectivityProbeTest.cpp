@@ -236,6 +236,11 @@ TEST_F(HTTPConnectivityProbeDeathTest, AResponseTimeThatIsNoNumberStopsTheProgra
     EXPECT_DEATH(answerAfter(Seconds(std::numeric_limits<double>::quiet_NaN())), "out of range");
 }
 
+TEST_F(HTTPConnectivityProbeDeathTest, AResponseTimeBeyond64BitsOfMillisecondsStopsTheProgram) {
+    start();
+    EXPECT_DEATH(answerAfter(Seconds(9.3e15)), "out of range");
+}
+
 TEST_F(HTTPConnectivityProbeTest, WhatCameOfAProbeIsLogged) {
     const test::LogCapture messages(QStringLiteral("skylet.*=true"));
     start();
@@ -243,8 +248,8 @@ TEST_F(HTTPConnectivityProbeTest, WhatCameOfAProbeIsLogged) {
     start();
     clock->uptime += Seconds(3);
     log->requests.back()->completion({}, TransferError{QStringLiteral("timed out connecting")});
-    EXPECT_EQ(messages.text(), QStringLiteral("skylet.connectivity: %1: status 302 from %1 after 12 ms\n"
-                                              "skylet.connectivity: %1: timed out connecting after 3000 ms")
+    EXPECT_EQ(messages.text(), QStringLiteral("skylet.connectivity: %1: status 302 from %1 after 12.0 ms\n"
+                                              "skylet.connectivity: %1: timed out connecting after 3000.0 ms")
                                    .arg(url.toString()));
 }
 

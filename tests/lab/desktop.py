@@ -22,7 +22,7 @@ ITEM = "org.kde.StatusNotifierItem"
 MENU = "com.canonical.dbusmenu"
 PROPERTIES = "org.freedesktop.DBus.Properties"
 ONLINE_LABEL = re.compile(r"(?P<number>[\d.]+) (?P<unit>m?s)  (?P<word>.+?)(  ↓(?P<down>\S+) ↑(?P<up>\S+))?")
-LABEL_SHOWING_PANEL = "gnome-shell"
+LABEL_SHOWING_PANEL = "ayatana-indicat"  # which is told of every change in the menu, open or not
 STALL_INTERVAL_MS = 20
 WATCHER_INTERFACE = f"""<node><interface name="{WATCHER}">
   <method name="RegisterStatusNotifierItem"><arg type="s" direction="in"/></method>
@@ -147,6 +147,7 @@ class StatusArea:
         self._shown = [Shown(time.monotonic())]
         self._properties, self._entries, self._subscriptions = {}, {}, []
         self.signals = []  # (time, name) of each signal of the item and its menu
+        self.registered = None  # when an item was last registered
         self._loop = GLib.MainLoop(self._context)
         self._thread = threading.Thread(target=self._run, daemon=True)
         self._thread.start()
@@ -291,6 +292,7 @@ class StatusArea:
                                    GLib.Variant("(s)", ("".join(self._item),)))
 
     def _take_item(self, service, path):
+        self.registered = time.monotonic()
         self._lose_item()
         self._item = (service, path)
         owner = self._connection.call_sync(

@@ -90,6 +90,10 @@ class Servers:
         self.both = (self.first, self.second)
         self.names = NameServers(self)
 
+    @property
+    def pid(self):
+        return self._tool.pid
+
     def order(self, *command):
         return self._tool.ask(json.dumps(command))
 

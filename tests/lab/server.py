@@ -211,6 +211,8 @@ class Connection(asyncio.Protocol):
             self.drop(behaviour.afterwards)
 
     def drop(self, how):
+        if self.transport.is_closing():
+            return
         if how == "reset":
             self.transport.get_extra_info("socket").setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, RESET_ON_CLOSE)
             self.transport.abort()

@@ -1,7 +1,9 @@
 """Processes that tests start: each ends with the test, and begins with an environment of which all is known."""
 
+import os
 import subprocess
 import time
+from pathlib import Path
 
 # nothing of the environment around the tests changes what they measure
 BARE_ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8", "PYTHONDONTWRITEBYTECODE": "1"}
@@ -14,6 +16,12 @@ def wait_until(condition, within, what):
         assert time.monotonic() < deadline, f"not within {within} s: {what}"
         time.sleep(0.01)
     return result
+
+
+def processor_seconds(pid):
+    """What a process has used so far, with the threads that have ended."""
+    fields = Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
 
 class Child(subprocess.Popen):

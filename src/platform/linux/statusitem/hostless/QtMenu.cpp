@@ -176,12 +176,18 @@ void QtMenu::popUp(QRect anchor) {
     // choose an entry by the click that opens the menu.
     const bool isAbove = anchor_.center().y() >= screen_.center().y();
     widget_->popup({leftEdge(), isAbove ? anchor_.top() - widget_->sizeHint().height() : anchor_.bottom() + 1});
+    // Qt cuts one that is wider than the screen, from right to left where its lines begin.
+    if (const int width = widget_->sizeHint().width(); width > widget_->width()) {
+        widget_->setGeometry(leftEdge(), widget_->y(), width, widget_->height());
+    }
 }
 
 int QtMenu::leftEdge() const {
     const int width = widget_->sizeHint().width();
-    const int wanted = widget_->isRightToLeft() ? anchor_.right() + 1 - width : anchor_.left();
-    return std::max(std::min(wanted, screen_.right() + 1 - width), screen_.left());
+    const int last = screen_.right() + 1 - width;
+    // Of one that is wider than the screen that part can be seen where its lines begin.
+    return widget_->isRightToLeft() ? std::min(std::max(anchor_.right() + 1 - width, screen_.left()), last)
+                                    : std::max(std::min(anchor_.left(), last), screen_.left());
 }
 
 } // namespace skylet

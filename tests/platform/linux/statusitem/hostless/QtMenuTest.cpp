@@ -230,6 +230,24 @@ TEST_F(QtMenuTest, StaysOnTheScreenAndBesideItsIconWhenItGrowsWhileItIsOpen) {
     }
 }
 
+TEST_F(QtMenuTest, ShowsWhereItsLinesBeginWhenItIsWiderThanTheScreen) {
+    const auto line = command(QStringLiteral("one"));
+    menu_.setMenu({line});
+    for (const QString& words : {QStringLiteral("many words "), QStringLiteral("מילים רבות ")}) {
+        for (const bool grows : {true, false}) {
+            line->setTitle(grows ? words : words.repeated(100));
+            menu_.popUp(QRect(screen().center(), QSize(24, 24)));
+            line->setTitle(words.repeated(100));
+            const QRect seen = menu_.widget().geometry();
+            EXPECT_GT(seen.width(), screen().width());
+            EXPECT_EQ(menu_.widget().isRightToLeft() ? seen.right() : seen.left(),
+                      menu_.widget().isRightToLeft() ? screen().right() : screen().left())
+                << grows;
+            menu_.close();
+        }
+    }
+}
+
 TEST_F(QtMenuTest, IsNamedByItsFirstLineForAScreenReader) {
     const auto status = command(QStringLiteral("Online — 87 ms (Responsive)"));
     status->setEnabled(false);
