@@ -51,8 +51,9 @@ class WindowScreen:
         """The title of the window that has the keyboard."""
         return self._screen.ask("xdotool", "getactivewindow", "getwindowname").strip()
 
-    def end_accessibility_bus(self):
-        self._screen.end_accessibility_bus()
+    def signal_accessibility_bus(self, how):
+        """Sends the signal to the bus itself."""
+        self._screen.signal_accessibility_bus(how)
 
     def shot(self, name):
         """A picture of the screen, kept as NAME.png among the build's shots."""
