@@ -99,6 +99,14 @@ def test_a_mute_accessibility_bus_is_waited_for_at_the_start_and_that_is_said(la
     lab.area.wait_for(green_with_its_label, BUSY)
 
 
+def test_it_ends_with_its_display(lab):
+    screen = lab.start_screen()
+    lab.start()
+    screen.kill()
+    assert lab.program.wait(BUSY) == 1
+    lab.area.wait_for(lambda state: state.dot is None, BUSY)
+
+
 def test_while_the_session_bus_is_mute_checks_go_on_and_afterwards_the_item_is_right(lab):
     lab.link.set(rtt_ms=20)
     lab.start()
