@@ -62,7 +62,7 @@ class Skylet {
     void checkNow();
     void togglePause();
     void toggleTraffic();
-    /// Writes or removes the file that starts the program at login; the check mark says whether it stands there now.
+    /// The check mark says what came of it: at once, or in a sandbox when the desktop has answered.
     void toggleLogin();
     /// Only while online, neither paused nor testing; else nothing happens.
     void runSpeedTest();

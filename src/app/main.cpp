@@ -27,10 +27,15 @@
 #include <QApplication>
 #include <QDBusConnection>
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <string_view>
 
 using namespace skylet;
 
@@ -81,13 +86,26 @@ void endWithoutDisplay(QtMsgType type, const QMessageLogContext& context, const 
     std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, message)));
 }
 
+// Display and bus may accept and answer late: what systemd starts on demand does.
+constexpr unsigned secondsUntilWaitIsSaid = 5;
+
+extern "C" void sayWhatIsWaitedFor(int /*signal*/) {
+    constexpr std::string_view text =
+        "skylet: waits for the display, the accessibility bus or the D-Bus session bus, which does not answer\n";
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     ensureHome();
+    std::signal(SIGALRM, sayWhatIsWaitedFor);
+    alarm(secondsUntilWaitIsSaid);
     DesktopWindows::awaitScreenReaders();
     qInstallMessageHandler(endWithoutDisplay);
-    const QApplication qt(argc, argv);
+    // It takes no arguments, and Qt would take some.
+    int onlyItsName = std::min(argc, 1);
+    const QApplication qt(onlyItsName, argv);
     qInstallMessageHandler(nullptr);
     DesktopApplication application;
     const QDBusConnection bus = QDBusConnection::sessionBus();
@@ -135,6 +153,7 @@ int main(int argc, char** argv) {
     // Quit, the end of the session or of its bus, and the signals all leave the event loop this way.
     QObject::connect(&qt, &QCoreApplication::aboutToQuit, &qt, [&skylet] { skylet.applicationWillTerminate(); });
     skylet.applicationDidFinishLaunching();
+    alarm(0);
     showAbout = [&skylet] { skylet.showAbout(); };
     return QApplication::exec();
 }

@@ -160,11 +160,10 @@ void ConnectivityEngine::invalidate() {
     }
     ++generation_;
     cancelAndClear(timer_);
-    // A handle may run its completion inside cancel() and so come back here; the list is ours alone by then.
-    const auto tasks = std::exchange(tasks_, {});
-    for (const auto& task : tasks) {
+    for (const auto& task : tasks_) {
         task->cancel();
     }
+    tasks_.clear();
     checking_ = false;
 }
 

@@ -6,7 +6,7 @@
 
 namespace skylet {
 
-/// A handle on pending work. Dropping it cancels nothing.
+/// A handle on pending work.
 class Cancellation {
   public:
     virtual ~Cancellation() = default;

@@ -11,7 +11,8 @@ namespace skylet {
 /// Starts a one-shot delay of the given length, after which the action runs on the main thread.
 using Schedule = std::function<std::shared_ptr<Cancellation>(Seconds interval, std::function<void()> action)>;
 
-/// Starts a timer that runs `action` on the main thread every `interval`, late by at most `tolerance`, until cancelled.
+/// Starts a timer that runs `action` on the main thread every `interval`, late by at most `tolerance`, until it is
+/// cancelled or its handle dropped.
 using RepeatingTimer =
     std::function<std::shared_ptr<Cancellation>(Seconds interval, Seconds tolerance, std::function<void()> action)>;
 

@@ -51,7 +51,7 @@ class GaugeView final : public QWidget {
     QColor accent() const { return accent_; }
     void setAccent(const QColor& accent);
 
-    /// Starts moving unless it already does, is there already, or is not on the screen.
+    /// Starts moving unless it already does or is there already; what is not on the screen is there at once.
     void animateIfNeeded();
     /// The value stays where it is.
     void stopAnimation() { timer_.stop(); }

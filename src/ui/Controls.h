@@ -7,6 +7,7 @@
 #include <QFont>
 #include <QLabel>
 #include <QPushButton>
+#include <QStyle>
 #include <QString>
 
 namespace skylet {
@@ -42,6 +43,12 @@ class TextLabel final : public QLabel {
 class CheckBox final : public QCheckBox {
   public:
     using QCheckBox::QCheckBox;
+
+    /// The box has its size from the style, whatever the size of the text.
+    bool hasHeightForWidth() const override { return true; }
+    int heightForWidth(int /*width*/) const override {
+        return style()->pixelMetric(QStyle::PM_IndicatorHeight, nullptr, this);
+    }
 
   protected:
     void paintEvent(QPaintEvent* event) override;

@@ -60,6 +60,15 @@ TEST_F(SkyletSpeedTestTest, TheCommandDoesNothingWhileCheckingOfflineOrPaused) {
     EXPECT_EQ(speedTests.last, nullptr);
 }
 
+TEST_F(SkyletSpeedTestTest, TheCommandDoesNothingWhilePausedAlsoWithAnAnswerThatTheEngineHad) {
+    skylet->togglePause();
+    // This engine was told behind the application's back that it may go on.
+    engine->setPaused(false);
+    goOnline();
+    skylet->runSpeedTest();
+    EXPECT_EQ(speedTests.last, nullptr);
+}
+
 TEST_F(SkyletSpeedTestTest, TheCommandDoesNothingWhileATestRuns) {
     goOnlineAndTest();
     skylet->runSpeedTest();
@@ -121,6 +130,14 @@ TEST_F(SkyletSpeedTestTest, ACancelledTestLosesItsBannerAtOnce) {
     EXPECT_EQ(lastSpeed(), QStringLiteral("Last speed test:  Cancelled"));
     EXPECT_EQ(skylet->displayState().banner, std::nullopt);
     EXPECT_TRUE(title().contains(QStringLiteral("38 ms")));
+}
+
+TEST_F(SkyletSpeedTestTest, ACancelledTestLeavesNoTimerOfAnEarlierBanner) {
+    goOnlineAndTest();
+    speedTests.last->finish(48.2, 11);
+    ASSERT_EQ(bannerTimers.pending().size(), 1U);
+    speedTests.last->onCancelled();
+    EXPECT_THAT(bannerTimers.pending(), IsEmpty());
 }
 
 TEST_F(SkyletSpeedTestTest, AResultWhileOfflineIsShownForTheRestOfItsTimeOnceBackOnline) {

@@ -246,6 +246,20 @@ TEST_F(SkyletTest, WithoutAnyPortTheRatesAreZero) {
     EXPECT_EQ(item(rate)->title(), QStringLiteral("Live traffic:  ↓ 0b/s   ↑ 0b/s"));
 }
 
+TEST_F(SkyletTest, AFailedListingOfThePortsCountsAsTotalsOfZero) {
+    counters.set(5000, 3000);
+    launch();
+    sample(9000, 5000);
+    counters.interfaces.reset();
+    clock.uptime += 2s;
+    rateTimers.pending().front()->action();
+    EXPECT_EQ(skylet->displayState().downRate, 0);
+    EXPECT_EQ(skylet->displayState().upRate, 0);
+    sample(4000, 2000);
+    EXPECT_EQ(skylet->displayState().downRate, 2000);
+    EXPECT_EQ(skylet->displayState().upRate, 1000);
+}
+
 TEST_F(SkyletTest, ATotalThatWentDownShowsZeroForThatIntervalAndIsTheNewBaseline) {
     counters.set(1000, 1000);
     launch();

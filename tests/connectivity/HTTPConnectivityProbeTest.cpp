@@ -236,6 +236,11 @@ TEST_F(HTTPConnectivityProbeDeathTest, AResponseTimeThatIsNoNumberStopsTheProgra
     EXPECT_DEATH(answerAfter(Seconds(std::numeric_limits<double>::quiet_NaN())), "out of range");
 }
 
+TEST_F(HTTPConnectivityProbeDeathTest, AResponseTimeBeyond64BitsOfMillisecondsStopsTheProgram) {
+    start();
+    EXPECT_DEATH(answerAfter(Seconds(9.3e15)), "out of range");
+}
+
 TEST_F(HTTPConnectivityProbeTest, WhatCameOfAProbeIsLogged) {
     const test::LogCapture messages(QStringLiteral("skylet.*=true"));
     start();

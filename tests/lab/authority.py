@@ -17,6 +17,7 @@ class Authority:
         self.folder = Path(folder)
         self.etc_ssl = self.folder / "etc-ssl"
         self._certificate = self._self_signed("authority", "Skylet lab authority", "basicConstraints=critical,CA:TRUE")
+        self._write_pem("authority", self._certificate)
         for name in names:
             self._leaf(name, "good", f"DNS:{name}", days=2)
             self._leaf(name, "other-name", "DNS:other.example", days=2)

@@ -22,7 +22,7 @@ ITEM = "org.kde.StatusNotifierItem"
 MENU = "com.canonical.dbusmenu"
 PROPERTIES = "org.freedesktop.DBus.Properties"
 ONLINE_LABEL = re.compile(r"(?P<number>[\d.]+) (?P<unit>m?s)  (?P<word>.+?)(  ↓(?P<down>\S+) ↑(?P<up>\S+))?")
-LABEL_SHOWING_PANEL = "gnome-shell"
+LABEL_SHOWING_PANEL = "ayatana-indicat"  # which is told of every change in the menu, open or not
 STALL_INTERVAL_MS = 20
 WATCHER_INTERFACE = f"""<node><interface name="{WATCHER}">
   <method name="RegisterStatusNotifierItem"><arg type="s" direction="in"/></method>
@@ -40,12 +40,16 @@ class Logind:
     """logind as python3-dbusmock plays it, on a system bus of the lab's own."""
 
     def __init__(self, bus, stack):
-        stack.enter_context(Child(
+        self._process = stack.enter_context(Child(
             ["/usr/bin/python3", "-m", "dbusmock", "--system", "--template", "logind"],
             env={"DBUS_SYSTEM_BUS_ADDRESS": bus.address, "PATH": "/usr/bin"}))
         self._connection = bus.connect()
-        stack.callback(self._connection.close_sync)
+        stack.callback(self._close)
         wait_until(lambda: self._has_owner("org.freedesktop.login1"), 5, "logind is there")
+
+    def _close(self):
+        if not self._connection.is_closed():  # a bus that died has taken it along
+            self._connection.close_sync()
 
     def _has_owner(self, name):
         return self._call("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "NameHasOwner",
@@ -56,6 +60,10 @@ class Logind:
 
     def _manager(self, interface, method, arguments=None):
         return self._call("org.freedesktop.login1", "/org/freedesktop/login1", interface, method, arguments)
+
+    def die(self):
+        self._process.kill()
+        self._process.wait()
 
     def prepare_for_sleep(self, start):
         """Says that a suspend is about to start, or that one is over."""
@@ -374,6 +382,8 @@ class StatusArea:
                 self._changed.notify_all()
 
     def _dot(self):
+        if not self._properties["IconName"]:  # there was no room for the file
+            return dot_colour(max(self._properties["IconPixmap"]))
         try:
             return dot_colour(pixmap_of(self._root / self._properties["IconName"].lstrip("/")))
         except GLib.Error:

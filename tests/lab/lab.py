@@ -2,6 +2,7 @@
 
 import json
 import os
+import struct
 import sys
 import time
 from pathlib import Path
@@ -13,7 +14,7 @@ from network import Network
 from panel import Panel
 from program import Program, schedule
 from support.message_bus import MessageBus
-from support.processes import Tool
+from support.processes import Child, Tool, wait_until
 from window_screen import WindowScreen
 
 SERVER, TRAFFIC, PROXY = (Path(__file__).with_name(name) for name in ("server.py", "traffic.py", "proxy.py"))
@@ -110,6 +111,7 @@ class SpeedServer:
     """The service that speed tests ask (tests/speedserver), under its real name. Also stands in for an endpoint."""
 
     def __init__(self, lab_network, authority, stack, name=settings.SPEEDTEST_HOST, addresses=network.SPEEDTEST_ADDRESSES):
+        self._authority, self._name = authority.folder / "authority.pem", name
         certificate = authority.folder / f"{name}.good.pem"
         command = lab_network.server.inside([settings.SPEED_SERVER, certificate, ",".join(addresses), "443"])
         self._tool = stack.enter_context(Tool(command))
@@ -131,8 +133,15 @@ class SpeedServer:
         self._order("protocols", protocols)
 
     def speak_tls(self, version):
-        """No version above "1.2" or "1.3", on new connections."""
+        """No version above "1.1", "1.2" or "1.3", on new connections."""
         self._order("tls", version)
+
+    def show_certificate(self, kind):
+        """On new connections a bad one (Certificate.h), or "good", after which no version is set either."""
+        self._order("certificate", kind, str(self._authority), f"DNS:{self._name}")
+
+    def want_client_certificate(self):
+        self._order("clientCertificate", True)
 
     def accept(self, how):
         """ "serve" or "silent" (no handshake)."""
@@ -227,6 +236,14 @@ class Lab:
         self.program.start()
         return self.area.wait_for(green_with_its_label if until == "green" else until, within, since=self.program.started)
 
+    def start_second_area(self):
+        """Another status area on the same bus. Who comes second is one once the first has gone."""
+        return StatusArea(self.session_bus, self._stack)
+
+    def start_system_bus(self):
+        """A new one in the place of the one that ended."""
+        self.system_bus = MessageBus(self.network.folder, "system", self._stack)
+
     def start_panel(self, kind):
         """A real panel, which the program will use instead of `area`."""
         return Panel(self, self._stack, kind)
@@ -272,9 +289,38 @@ class Lab:
         run = self.network.client.run(command, capture_output=True, text=True, **options)
         return json.loads(run.stdout)
 
+    def wall_clock(self):
+        """The clock on the wall as the program that starts next will read it."""
+        return WallClock(self.network.folder / "wall-clock", self.program)
+
+    def move_uptime(self, seconds):
+        """The program that starts next reads so much on the monotonic clock just now, whatever the machine's says."""
+        moved = int(seconds - time.clock_gettime(time.CLOCK_MONOTONIC))
+        holder = self._stack.enter_context(Child(["unshare", "--time", "--monotonic", moved, "--fork", "--kill-child", "sleep", "600"]))
+        space = Path(f"/proc/{holder.pid}/ns/time_for_children")
+        own = os.readlink("/proc/self/ns/time")
+        wait_until(lambda: os.readlink(space) != own, 5, "there is a time namespace")
+        self.program.starter = ["nsenter", f"--time={space}", "--"]
+
     def logind(self):
         """From now on there is one on the system bus."""
         return Logind(self.system_bus, self._stack)
+
+
+class WallClock:
+    """A clock on the wall that can be moved (WallClock.cpp)."""
+
+    def __init__(self, file, program):
+        self._file = file
+        self.move(0)
+        program.environment |= {"SKYLET_LAB_CLOCK": str(file), "LD_PRELOAD": str(settings.WALL_CLOCK)}
+
+    def move(self, seconds):
+        """From now on it is so much before the machine's."""
+        if not self._file.exists():
+            self._file.write_bytes(bytes(8))
+        with self._file.open("r+b") as file:
+            file.write(struct.pack("<q", seconds))
 
 
 def sleep_until(moment):

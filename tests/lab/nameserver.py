@@ -10,8 +10,9 @@ from dataclasses import dataclass
 PORT = 53
 PLAIN_SIZE = 512  # of an answer over UDP to somebody who has not asked for more (RFC 1035, 4.2.1)
 FAMILIES = {1: "A", 28: "AAAA"}
+CNAME = 5
 EDNS = 41  # the record type OPT (RFC 6891)
-CODES = {"right": 0, "empty": 0, "servfail": 2, "nxdomain": 3, "refused": 5}
+CODES = {"right": 0, "empty": 0, "formerr": 1, "servfail": 2, "nxdomain": 3, "notimp": 4, "refused": 5}
 RESPONSE, TRUNCATED = 0x8180, 0x0200
 
 
@@ -19,7 +20,9 @@ RESPONSE, TRUNCATED = 0x8180, 0x0200
 class Answer:
     """How a question is met."""
 
-    answer: str = "right"  # or "silent", "servfail", "nxdomain", "refused", "empty" (the name has nothing of that family)
+    answer: str = "right"  # or "silent", "formerr", "servfail", "nxdomain", "notimp", "refused", "empty" (the name has nothing of that
+    # family); or right but for this: "otherId", "otherName", "half" (cut off), "garbage" (but for its id), "aliasOfItself",
+    # "aliasOfNothing"
     delay: float = 0  # seconds from the question to the answer
     addresses: list = None  # instead of the right ones
     truncated: bool = False  # over UDP nothing but the advice to ask over TCP
@@ -64,10 +67,22 @@ class Question:
 
     def reply(self, answer, addresses, longest=None):
         """The whole answer, or where it is longer than that, or is to be, the advice to ask over TCP."""
-        if answer.answer != "right":
+        kind = answer.answer
+        if kind in CODES and kind != "right":
             addresses = []
-        data = self._head(CODES[answer.answer], len(addresses)) + b"".join(
-            self._record(address, answer.ttl) for address in addresses)
+        records = [self._record(address, answer.ttl) for address in addresses]
+        if kind.startswith("aliasOf"):
+            target = b"\xc0\x0c" if kind == "aliasOfItself" else b"\x07nothing\x00"
+            records = [struct.pack("!HHHIH", 0xC00C, CNAME, 1, answer.ttl, len(target)) + target]
+        data = self._head(CODES.get(kind, 0), len(records)) + b"".join(records)
+        if kind == "otherId":
+            data = bytes([data[0] ^ 1]) + data[1:]
+        elif kind == "otherName":
+            data = data.replace(self.section[1:4], b"xxx")
+        elif kind == "half":
+            data = data[:len(data) // 2]
+        elif kind == "garbage":
+            data = data[:2] + bytes(range(1, 200))
         if longest is not None and (answer.truncated or len(data) > longest):
             return self._head(TRUNCATED, 0)
         return data

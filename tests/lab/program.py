@@ -52,8 +52,8 @@ class Program:
             "TMPDIR": str(self.home / "tmp"), "LANG": "en_US.UTF-8", "LANGUAGE": "en", "LC_ALL": "C.UTF-8",
             "XDG_CURRENT_DESKTOP": "GNOME", "QT_QPA_PLATFORM": "offscreen",
             "LSAN_OPTIONS": f"suppressions={LEAKS_OF_OTHERS}:print_suppressions=0"} | environment
-        # what it is started by, when not directly: a command line before its own
-        self.starter = []
+        # what it is started by, when not directly: a command line before its own; and what stands behind that
+        self.starter, self.arguments = [], []
         self._process = self.started = None
 
     def start(self):
@@ -68,7 +68,7 @@ class Program:
     def _launch(self, log):
         with log.open("w") as output:
             return self._stack.enter_context(self._network.client.popen(
-                [*self.starter, settings.PROGRAM], env=self.environment, stdout=output, stderr=subprocess.STDOUT))
+                [*self.starter, settings.PROGRAM, *self.arguments], env=self.environment, stdout=output, stderr=subprocess.STDOUT))
 
     @property
     def file(self):

@@ -14,6 +14,7 @@ def _of_build(name):
 PROGRAM = Path(_of_build("PROGRAM"))
 DEMO = Path(_of_build("DEMO"))
 LINK = Path(_of_build("LINK"))
+WALL_CLOCK = Path(_of_build("WALL_CLOCK"))
 SPEED_SERVER = Path(_of_build("SPEED_SERVER"))
 SPEEDTEST = Path(_of_build("SPEEDTEST"))
 SPEEDTEST_HOST = _of_build("SPEEDTEST_HOST")

@@ -26,6 +26,17 @@ Deed deedOfRequest(const std::string& name) {
     return deed;
 }
 
+std::vector<RawFrame> framesOf(const QJsonArray& rows) {
+    std::vector<RawFrame> frames;
+    for (const auto& row : rows) {
+        const auto fields = row.toArray();
+        frames.push_back(
+            {static_cast<std::uint8_t>(fields.at(0).toInt()), static_cast<std::uint8_t>(fields.at(1).toInt()),
+             QByteArray::fromHex(fields.at(2).toString().toLatin1()).toStdString(), fields.at(3).toBool(true)});
+    }
+    return frames;
+}
+
 } // namespace
 
 void setFields(const QJsonObject& fields, const FieldSetters& setters) {
@@ -58,6 +69,10 @@ Behaviour Behaviour::from(const QJsonObject& fields) {
          [&](const auto& value) { result.deed = deedOfRequest(value.toString().toStdString()); }},
         {QStringLiteral("answerAt"), [&](const auto& value) { result.answerAt = value.toInteger(); }},
         {QStringLiteral("afterwards"), [&](const auto& value) { result.afterwards = value.toString().toStdString(); }},
+        {QStringLiteral("raw"), [&](const auto& value) { result.raw = value.toString().toLatin1().toStdString(); }},
+        {QStringLiteral("frames"), [&](const auto& value) { result.frames = framesOf(value.toArray()); }},
+        {QStringLiteral("then"),
+         [&](const auto& value) { result.then = deedOfRequest(value.toString().toStdString()); }},
     };
     setFields(fields, setters);
     return result;

@@ -46,6 +46,15 @@ void setFields(const QJsonObject& fields, const FieldSetters& setters);
 /// Throws std::out_of_range where there is none of this name.
 Deed deedNamed(const std::string& name);
 
+/// A frame of HTTP/2 (RFC 9113, 4.1).
+struct RawFrame {
+    std::uint8_t type = 0;
+    std::uint8_t flags = 0;
+    std::string payload;
+    /// Of the request's stream, or of the connection as a whole.
+    bool isOfStream = true;
+};
+
 /// How requests of one kind are met. Named in commands as here; by default all is as it should be.
 struct Behaviour {
     /// 0: 204 to HEAD, 200 to all others.
@@ -66,6 +75,13 @@ struct Behaviour {
     /// "read" the rest, "stop" reading (HTTP/2: the stream is closed without an error), or "close" the connection.
     std::int64_t answerAt = -1;
     std::string afterwards = "read";
+    /// What comes in place of an answer, where not empty. HTTP/1.1: these bytes (in commands a character each). HTTP/2:
+    /// these frames, in commands [type, flags, payload in hexadecimal], and false where
+    /// it is not the request's but the connection's.
+    std::string raw;
+    std::vector<RawFrame> frames;
+    /// What follows `raw` or `frames`: as `deed`; `none` and `stall`: the connection stays as it is.
+    Deed then = Deed::none;
 
     /// Fields that are absent are as by default; an unknown one throws std::invalid_argument.
     static Behaviour from(const QJsonObject& fields);

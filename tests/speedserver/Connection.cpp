@@ -73,8 +73,12 @@ Connection::Connection(int socket, int number, SSL_CTX* context, Shared& shared)
     ::setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     SSL_set_fd(ssl_.get(), socket_);
     SSL_set_accept_state(ssl_.get());
+    if (shared_.hostility.mutate != 0) {
+        mutator_.emplace(shared_.hostility.mutate++);
+        mutatesFrom_ = shared_.hostility.mutateFrom;
+    }
     const bool dripsFirst = isDue(Stage::accept) && shared_.hostility.deed == Deed::drip;
-    if (dripsFirst || isDue(Stage::handshake)) {
+    if (dripsFirst || isDue(Stage::handshake) || mutatesFrom_ == Stage::handshake) {
         spool_ = std::make_unique<Spool>(ssl_.get(), socket_);
     }
 }
@@ -117,6 +121,9 @@ Connection::Step Connection::shakeHands() {
         return Step::blocked;
     }
     const Step step = outcome(SSL_do_handshake(ssl_.get()));
+    if (spool_ && mutatesFrom_ == Stage::handshake) {
+        spool_->change(*mutator_);
+    }
     if (spool_ && isDue(Stage::handshake) && secondHalf_.empty()) {
         secondHalf_ = spool_->takeSecondHalf();
     }
@@ -256,6 +263,9 @@ void Connection::produceAsServer() {
         out_.clear();
         protocol_->produce(out_);
     } while (!shared_.hostility.acknowledge && isSettingsAcknowledgement(out_));
+    if (mutatesFrom_ == Stage::open || (mutatesFrom_ == Stage::request && hasBeenAsked_)) {
+        mutator_->change(out_);
+    }
     if (const auto head = protocol_->headSize(out_); head > 0 && isDue(Stage::head)) {
         const auto middle = head / 2;
         secondHalf_ = out_.substr(middle);
@@ -413,6 +423,7 @@ Connection::State Connection::drain() {
 
 std::shared_ptr<Exchange> Connection::begin(const std::string& method, const std::string& path,
                                             std::vector<std::pair<std::string, std::string>> headers) {
+    hasBeenAsked_ = true;
     Record record;
     record.connection = number_;
     record.protocol = protocolName_;

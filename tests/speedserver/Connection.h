@@ -2,6 +2,7 @@
 
 #include "Flood.h"
 #include "Hostility.h"
+#include "Mutator.h"
 #include "Protocol.h"
 #include "Spool.h"
 
@@ -118,9 +119,13 @@ class Connection final : public Host {
     bool hasWritten_ = false;
     /// It is past its greeting.
     bool hasServed_ = false;
+    bool hasBeenAsked_ = false;
     int answers_ = 0;
     std::int32_t lastStream_ = 0;
 
+    /// Absent: all is sent as it should be.
+    std::optional<Mutator> mutator_;
+    Stage mutatesFrom_ = Stage::never;
     std::optional<Hostility> turned_;
     bool isHostilityOver_ = false;
     std::unique_ptr<Flood> flood_;

@@ -42,8 +42,7 @@ std::string number(std::uint64_t value, int bytes) {
 }
 
 std::string frame(FrameType type, std::uint8_t flags, std::int32_t stream, const std::string& payload) {
-    return number(static_cast<std::uint32_t>(payload.size()), 3) + static_cast<char>(type) + static_cast<char>(flags) +
-           number(static_cast<std::uint32_t>(stream), 4) + payload;
+    return http2Frame(static_cast<std::uint8_t>(type), flags, stream, payload);
 }
 
 /// Fields as HPACK has them (RFC 7541): the first two from its static table, none but the last remembered.
@@ -192,6 +191,11 @@ Kinds http1Kinds(const Hostility& hostility, const FloodPlace& place) {
 }
 
 } // namespace
+
+std::string http2Frame(std::uint8_t type, std::uint8_t flags, std::int32_t stream, const std::string& payload) {
+    return number(static_cast<std::uint32_t>(payload.size()), 3) + static_cast<char>(type) + static_cast<char>(flags) +
+           number(static_cast<std::uint32_t>(stream), 4) + payload;
+}
 
 Flood::Flood(const Hostility& hostility, const FloodPlace& place) : left_(hostility.count) {
     const auto kinds = place.isHttp2 ? http2Kinds(hostility, place) : http1Kinds(hostility, place);

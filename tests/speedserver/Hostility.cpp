@@ -40,6 +40,9 @@ Hostility Hostility::from(const QJsonObject& fields) {
         {QStringLiteral("size"), [&](const auto& value) { result.size = static_cast<std::size_t>(value.toInt()); }},
         {QStringLiteral("record"), [&](const auto& value) { result.record = static_cast<std::size_t>(value.toInt()); }},
         {QStringLiteral("acknowledge"), [&](const auto& value) { result.acknowledge = value.toBool(); }},
+        {QStringLiteral("mutate"),
+         [&](const auto& value) { result.mutate = static_cast<std::uint32_t>(value.toInteger()); }},
+        {QStringLiteral("mutateFrom"), [&](const auto& value) { result.mutateFrom = stageNamed(text(value)); }},
         {QStringLiteral("window"), [&](const auto& value) { result.window = value.toInt(); }},
     };
     setFields(fields, setters);

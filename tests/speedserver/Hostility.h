@@ -57,6 +57,11 @@ struct Hostility {
     /// More than any link of the lab holds: the client's rate is the link's, not the window's.
     static constexpr std::int32_t defaultWindow = 32 * 1024 * 1024;
 
+    /// Not 0: a seed with which all that a new connection sends from `mutateFrom` on (`handshake`, `open` or `request`)
+    /// is changed at random; the next connection has the next seed. Whatever the stage.
+    std::uint32_t mutate = 0;
+    Stage mutateFrom = Stage::request;
+
     /// Fields that are absent are as by default; an unknown one throws std::invalid_argument.
     static Hostility from(const QJsonObject& fields);
 };

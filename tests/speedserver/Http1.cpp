@@ -38,6 +38,8 @@ class Http1 final : public Protocol {
         }
         if (const Deed deed = exchange_->deed(); deed != Deed::none) {
             carryOut(deed, out);
+        } else if (!exchange_->behaviour().raw.empty()) {
+            answerRaw(out);
         } else if (exchange_->isUpload()) {
             answerUpload(out);
         } else {
@@ -82,6 +84,17 @@ class Http1 final : public Protocol {
                 exchange_->bodyWhole();
             }
         }
+    }
+
+    void answerRaw(std::string& out) {
+        if (exchange_->isUpload() && !exchange_->isBodyWhole()) {
+            return;
+        }
+        out += exchange_->behaviour().raw;
+        if (const Deed then = exchange_->behaviour().then; then != Deed::none && then != Deed::stall) {
+            host_.closeLater(then);
+        }
+        finish();
     }
 
     void answerUpload(std::string& out) {

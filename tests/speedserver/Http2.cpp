@@ -85,12 +85,26 @@ class Http2 final : public Protocol {
         const auto& exchange = *stream.exchange;
         if (const Deed deed = exchange.deed(); deed != Deed::none) {
             carryOut(deed, id, stream, out);
+        } else if (!exchange.behaviour().frames.empty()) {
+            answerRaw(id, stream, out);
         } else if (!stream.answered && (!exchange.isUpload() || exchange.isBodyWhole() || exchange.isAnswerDue())) {
             answer(id, stream);
         } else if (stream.deferred && exchange.allowance(Clock::now()) > 0) {
             stream.deferred = false;
             nghttp2_session_resume_data(session_.get(), id);
         }
+    }
+
+    void answerRaw(std::int32_t id, Stream& stream, std::string& out) {
+        const auto& behaviour = stream.exchange->behaviour();
+        for (const auto& frame : behaviour.frames) {
+            out += http2Frame(frame.type, frame.flags, frame.isOfStream ? id : 0, frame.payload);
+        }
+        stream.done = true;
+        if (behaviour.then != Deed::none && behaviour.then != Deed::stall) {
+            host_.closeLater(behaviour.then);
+        }
+        host_.end(stream.exchange);
     }
 
     void answer(std::int32_t id, Stream& stream) {

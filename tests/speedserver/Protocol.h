@@ -37,6 +37,9 @@ std::unique_ptr<Protocol> makeHttp1(Host& host);
 /// `window`: how much of a body the client may send unasked.
 std::unique_ptr<Protocol> makeHttp2(Host& host, std::int32_t window);
 
+/// A frame of HTTP/2 as it is sent (RFC 9113, 4.1).
+std::string http2Frame(std::uint8_t type, std::uint8_t flags, std::int32_t stream, const std::string& payload);
+
 /// What `Deed::garbage` sends.
 inline const std::string garbage = "\x7f\x01 this is not HTTP \xff\xfe\r\n\r\n";
 /// One of the fields that `Deed::flood` sends.

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace skylet::test {
 
@@ -32,6 +33,13 @@ std::string Spool::takeSecondHalf() {
 
 void Spool::add(const std::string& bytes) {
     pending_ += bytes;
+}
+
+void Spool::change(Mutator& mutator) {
+    if (!isEmpty()) {
+        pending_.erase(0, std::exchange(sent_, 0));
+        mutator.change(pending_);
+    }
 }
 
 ssize_t Spool::send(std::size_t most) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Mutator.h"
+
 #include <openssl/ssl.h>
 
 #include <cstddef>
@@ -23,6 +25,8 @@ class Spool {
     /// Keeps what there is now as it is, up to its half; the other half is taken out.
     std::string takeSecondHalf();
     void add(const std::string& bytes);
+    /// Changes what is still to be sent.
+    void change(Mutator& mutator);
     /// Sends no more than `most` bytes; the result is send's.
     ssize_t send(std::size_t most);
 

@@ -9,7 +9,10 @@
 //
 //   ["set", "down"|"up"|"head", BEHAVIOUR]   how the next GET, POST or HEAD is met: an object with fields of Behaviour
 //   ["hostile", HOSTILITY]            where and how connections turn hostile, open ones too: fields of Hostility
-//   ["tls", "1.2"|"1.3"]              the highest version for the next connections
+//   ["tls", "1.1"|"1.2"|"1.3"]        the highest version for the next connections
+//   ["certificate", KIND, AUTHORITY, NAME]
+//                                     a bad one for the next connections: see Certificate.h; "good": CERTIFICATE again
+//   ["clientCertificate", BOOL]       whether the next connections have to show a certificate of their own
 //   ["protocols", [NAME...]]          of "h2" and "http/1.1", for the next connections
 //   ["accept", "serve"|"silent"]      whether anybody speaks on the next connections
 //   ["receiveBuffer", BYTES]      SO_RCVBUF of the next connections, for good
@@ -17,6 +20,7 @@
 //   ["records"]                       {"connections": how many, "requests": [...]}; times in seconds (monotonic);
 //                                     "flooded": bytes of floods
 
+#include "Certificate.h"
 #include "Connection.h"
 
 #include <QJsonArray>
@@ -75,14 +79,8 @@ QJsonObject json(const Record& record) {
 class Server {
   public:
     Server(const char* certificate, const char* addresses, const char* port)
-        : context_(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free), poll_(epoll_create1(EPOLL_CLOEXEC)),
-          listeners_(listenAtAll(addresses, port)) {
-        if (SSL_CTX_use_certificate_chain_file(context_.get(), certificate) != 1 ||
-            SSL_CTX_use_PrivateKey_file(context_.get(), certificate, SSL_FILETYPE_PEM) != 1) {
-            throw std::runtime_error(std::string("no certificate in ") + certificate);
-        }
-        SSL_CTX_set_mode(context_.get(), SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
-        SSL_CTX_set_alpn_select_cb(context_.get(), &Server::chooseProtocol, this);
+        : certificate_(certificate), poll_(epoll_create1(EPOLL_CLOEXEC)), listeners_(listenAtAll(addresses, port)) {
+        resetTls();
         watch(EPOLL_CTL_ADD, STDIN_FILENO, EPOLLIN);
         for (const int listener : listeners_) {
             watch(EPOLL_CTL_ADD, listener, EPOLLIN);
@@ -113,6 +111,29 @@ class Server {
         std::unique_ptr<Connection> connection;
         std::uint32_t interest = EPOLLIN;
     };
+
+    /// Nothing of what was set is left, and no earlier session can be continued.
+    void resetTls() {
+        context_.reset(SSL_CTX_new(TLS_server_method()));
+        if (SSL_CTX_use_certificate_chain_file(context_.get(), certificate_) != 1 ||
+            SSL_CTX_use_PrivateKey_file(context_.get(), certificate_, SSL_FILETYPE_PEM) != 1) {
+            throw std::runtime_error(std::string("no certificate in ") + certificate_);
+        }
+        SSL_CTX_set_mode(context_.get(), SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+        SSL_CTX_set_alpn_select_cb(context_.get(), &Server::chooseProtocol, this);
+    }
+
+    void limitTls(const QString& version) {
+        const auto number = version == QStringLiteral("1.1")   ? TLS1_1_VERSION
+                            : version == QStringLiteral("1.2") ? TLS1_2_VERSION
+                                                               : TLS1_3_VERSION;
+        if (number == TLS1_1_VERSION) {
+            // OpenSSL 3 speaks it at no higher level
+            SSL_CTX_set_security_level(context_.get(), 0);
+            SSL_CTX_set_min_proto_version(context_.get(), TLS1_1_VERSION);
+        }
+        SSL_CTX_set_max_proto_version(context_.get(), number);
+    }
 
     /// Of either family, as numbers. Negative: this system does not have that family, or that address.
     static int listenAt(const std::string& address, const char* port) {
@@ -249,8 +270,17 @@ class Server {
         } else if (verb == QStringLiteral("hostile")) {
             shared_.hostility = Hostility::from(command.at(1).toObject());
         } else if (verb == QStringLiteral("tls")) {
-            SSL_CTX_set_max_proto_version(context_.get(),
-                                          argument == QStringLiteral("1.2") ? TLS1_2_VERSION : TLS1_3_VERSION);
+            limitTls(argument);
+        } else if (verb == QStringLiteral("certificate")) {
+            resetTls();
+            if (argument != QStringLiteral("good")) {
+                useBadCertificate(context_.get(), argument.toStdString(), command.at(2).toString().toStdString(),
+                                  command.at(3).toString().toStdString());
+            }
+        } else if (verb == QStringLiteral("clientCertificate")) {
+            const bool isWanted = command.at(1).toBool();
+            SSL_CTX_set_verify(context_.get(), isWanted ? SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT : 0,
+                               nullptr);
         } else if (verb == QStringLiteral("protocols")) {
             protocols_.clear();
             for (const auto& name : command.at(1).toArray()) {
@@ -299,7 +329,12 @@ class Server {
         return QJsonDocument(all).toJson(QJsonDocument::Compact).toStdString();
     }
 
-    std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
+    struct FreeContext {
+        void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
+    };
+
+    const char* certificate_;
+    std::unique_ptr<SSL_CTX, FreeContext> context_;
     int poll_;
     std::vector<int> listeners_;
     std::string protocols_ = "\x02h2\x08http/1.1";

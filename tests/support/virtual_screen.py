@@ -51,8 +51,12 @@ class VirtualScreen:
 
     def start_accessibility_bus(self, programs_are_asked=True):
         """What assistive technologies ask; the environment has a session bus by now. `programs_are_asked`: to connect to it."""
-        self.start(ACCESSIBILITY, "--launch-immediately", f"--a11y={programs_are_asked:d}")
+        self._accessibility = self.start(ACCESSIBILITY, "--launch-immediately", f"--a11y={programs_are_asked:d}")
         wait_until(lambda: "unix:" in self.ask("xprop", "-root", "AT_SPI_BUS"), 10, "there is an accessibility bus")
+
+    def signal_accessibility_bus(self, how):
+        for process in Path(f"/proc/{self._accessibility.pid}/task/{self._accessibility.pid}/children").read_text().split():
+            os.kill(int(process), how)
 
     def point(self, x, y):
         self.do("xdotool", "mousemove", str(round(x)), str(round(y)))

@@ -9,6 +9,7 @@
 #include <QFontMetricsF>
 #include <QLabel>
 #include <QPalette>
+#include <QProxyStyle>
 #include <QScreen>
 
 #include <gtest/gtest.h>
@@ -58,6 +59,21 @@ TEST(PlainWindowTest, ShrinksOnAScreenThatIsTooSmallAndKeepsItsTitleBarThere) {
     EXPECT_GT(window.height(), screen.height() / 2);
     EXPECT_LT(label->font().pixelSize(), 20);
     EXPECT_NEAR(label->width(), 100.0 * window.width() / (screen.width() * 1.2), 1);
+}
+
+TEST(PlainWindowTest, GrowsForTheIndicatorOfACheckBox) {
+    class LargeIndicators : public QProxyStyle {
+      public:
+        int pixelMetric(PixelMetric metric, const QStyleOption* option, const QWidget* widget) const override {
+            return metric == PM_IndicatorHeight ? 30 : QProxyStyle::pixelMetric(metric, option, widget);
+        }
+    };
+    LargeIndicators style;
+    auto* box = new CheckBox(QStringLiteral("text"));
+    box->setStyle(&style);
+    PlainWindow window(QString(), QSize(120, 100));
+    window.place(box, {10, 60, 100, 22});
+    EXPECT_GE(box->height(), 30);
 }
 
 TEST(TextLabelTest, EndsEachWrappedLineAtItsMargin) {

@@ -10,6 +10,7 @@
 #include <QAccessible>
 #include <QCheckBox>
 #include <QLabel>
+#include <QPainter>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QStyle>
@@ -20,7 +21,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace skylet {
@@ -150,6 +153,75 @@ TEST_F(WindowsTest, AboutWritesItsTextsInTheirSizesAndWeights) {
                  {u"link", 13, QFont::DemiBold},
                  {u"webSite", 11, QFont::Normal},
                  {u"copyright", 10, QFont::Normal}});
+}
+
+TEST_F(WindowsTest, AboutGivesEachOfItsTextsItsColour) {
+    showAbout();
+    QApplication::setPalette(QPalette(Qt::white));
+    test::settle();
+    const SemanticColors colors = semanticColors(shown->palette());
+    const std::vector<QColor> roles = {colors.label, colors.secondaryLabel, colors.tertiaryLabel, colors.controlAccent};
+    const auto distance = [](const QColor& a, const QColor& b) {
+        return std::abs(a.red() - b.red()) + std::abs(a.green() - b.green()) + std::abs(a.blue() - b.blue());
+    };
+    const std::vector<std::pair<const char16_t*, QColor>> expected = {{u"name", colors.label},
+                                                                      {u"version", colors.secondaryLabel},
+                                                                      {u"tagline", colors.label},
+                                                                      {u"details", colors.secondaryLabel},
+                                                                      {u"language", colors.secondaryLabel},
+                                                                      {u"link", colors.controlAccent},
+                                                                      {u"webSite", colors.tertiaryLabel},
+                                                                      {u"copyright", colors.tertiaryLabel}};
+    for (const auto& [name, color] : expected) {
+        // Smoothed, thin strokes need not reach their full colour in any pixel: it is the nearest that counts.
+        const QColor drawn = test::strongestColor(find(name), Qt::white);
+        for (const QColor& role : roles) {
+            EXPECT_LE(distance(drawn, color), distance(drawn, role)) << QString::fromUtf16(name).toStdString();
+        }
+    }
+}
+
+TEST_F(WindowsTest, ShowTheProgramsIconInItsFrame) {
+    const auto check = [this] {
+        QWidget& icon = find(u"icon");
+        QPixmap expected(icon.size() * icon.devicePixelRatio());
+        expected.setDevicePixelRatio(icon.devicePixelRatio());
+        expected.fill(icon.palette().color(QPalette::Window));
+        QPainter painter(&expected);
+        QGuiApplication::windowIcon().paint(&painter, icon.rect());
+        painter.end();
+        EXPECT_EQ(icon.grab().toImage().convertToFormat(QImage::Format_RGB32),
+                  expected.toImage().convertToFormat(QImage::Format_RGB32));
+    };
+    showWelcome();
+    check();
+    showAbout();
+    check();
+}
+
+TEST_F(WindowsTest, HaveNoTextsThatCanBeSelected) {
+    const auto check = [this] {
+        for (const auto* label : shown->findChildren<QLabel*>()) {
+            EXPECT_FALSE(label->textInteractionFlags() & Qt::TextSelectableByMouse)
+                << label->objectName().toStdString();
+            EXPECT_FALSE(label->textInteractionFlags() & Qt::TextSelectableByKeyboard);
+        }
+    };
+    showWelcome();
+    check();
+    showAbout();
+    check();
+}
+
+TEST_F(WindowsTest, WelcomeBeginsEachLineOfItsBodyAtTheLeft) {
+    showWelcome();
+    const QRectF body = find(u"body").geometry();
+    // The first line is short.
+    const QRectF first(body.topLeft(), QSizeF(body.width(), 14));
+    const QColor background = Picture(*shown).at(QPointF(3, 3));
+    const QRectF ink = Picture(*shown).extentOtherThan(first, background);
+    EXPECT_LT(ink.left(), body.left() + 4);
+    EXPECT_LT(ink.right(), body.right() - 60);
 }
 
 TEST_F(WindowsTest, CanBeClosedButNeitherResizedNorMinimised) {

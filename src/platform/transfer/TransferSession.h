@@ -14,7 +14,7 @@ namespace skylet {
 
 /// Settings of a session, fixed when it is made.
 struct SessionConfiguration {
-    /// How long one exchange may take from its start to its answer.
+    /// How long one exchange may take from its start to its answer; of bulk transfers, how long nothing may arrive.
     Seconds timeoutIntervalForRequest{60.0};
     /// How long the whole transfer may take, name look-up and TLS handshake included. The smaller of the two rules.
     Seconds timeoutIntervalForResource{7.0 * 24 * 3600};
@@ -35,8 +35,8 @@ struct TransferError {
     QString description;
 };
 
-/// Sends HTTP requests over connections of its own. It keeps nothing but connections: no cookies, no cache, no
-/// credentials; it follows no redirect, speaks https alone, and fails at once when there is no route.
+/// Sends HTTP requests over connections of its own. It keeps nothing but connections and what resumes them: no cookies,
+/// no cache, no credentials; it follows no redirect, speaks https alone, and fails at once when there is no route.
 class TransferSession {
   public:
     using Completion = std::function<void(std::optional<TransferResponse>, std::optional<TransferError>)>;

@@ -133,6 +133,16 @@ def test_a_mute_system_bus_holds_up_neither_the_start_nor_the_end(lab, how):
             assert lab.program.end(how)[0] == 0
 
 
+def test_a_mute_session_bus_is_waited_for_and_that_is_said(lab):
+    os.kill(lab.session_bus.pid, signal.SIGSTOP)
+    try:
+        lab.program.start()
+        wait_until(lambda: "session bus, which does not answer" in lab.program.said(), 3 * BUSY, "it says so")
+    finally:
+        os.kill(lab.session_bus.pid, signal.SIGCONT)
+    lab.area.wait_for(lambda state: state.milliseconds, BUSY)
+
+
 def test_a_system_bus_that_comes_late_is_found(lab):
     logind = lab.logind()
     address = lab.network.folder / "late"

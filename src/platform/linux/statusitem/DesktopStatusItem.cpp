@@ -16,6 +16,9 @@ namespace {
 // Where the StatusNotifierItem protocol wants the item, and where menus usually are.
 const auto itemPath = [] { return QStringLiteral("/StatusNotifierItem"); };
 const auto menuPath = [] { return QStringLiteral("/MenuBar"); };
+// GNOME's.
+const auto screenLockPath = [] { return QStringLiteral("/org/gnome/ScreenSaver"); };
+const auto screenLockInterface = [] { return QStringLiteral("org.gnome.ScreenSaver"); };
 
 } // namespace
 
@@ -57,6 +60,8 @@ DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusIt
     menuExporter_.exportOn(connection_, menuPath());
     object_.exportOn(connection_);
     monitor_.start();
+    connection_.connect(QString(), screenLockPath(), screenLockInterface(), QStringLiteral("ActiveChanged"), this,
+                        SLOT(screenLockChanged()));
 }
 
 QString DesktopStatusItem::buttonDescription() const {
@@ -102,7 +107,7 @@ bool DesktopStatusItem::requestAttention() {
 
 void DesktopStatusItem::show() {
     ItemAppearance shown = appearance(monitor_.presentation(), display_);
-    if (monitor_.traitsOfConnection(monitor_.watcherOwner()).showsToolTipTextAlone) {
+    if (watcherTraits_.showsToolTipTextAlone) {
         shown.toolTipText = shown.toolTipTitle + u'\n' + shown.toolTipText;
     }
     if (shown.icon.presentation == Presentation::wide) {
@@ -116,9 +121,11 @@ void DesktopStatusItem::show() {
 }
 
 void DesktopStatusItem::followHost() {
-    show();
     const QString owner = monitor_.watcherOwner();
-    object_.setIconByName(monitor_.traitsOfConnection(owner).prefersIconName);
+    watcherTraits_ = monitor_.traitsOfConnection(owner);
+    show();
+    object_.setIconByName(watcherTraits_.prefersIconName);
+    menuExporter_.setToldOnlyWhileOpen(watcherTraits_.losesKeysByMenuChanges);
     // The hosts that set a label are those that are known to read the menu at once.
     registration_.setWatcher(owner, monitor_.presentation() == Presentation::label);
     updateHostless();
@@ -152,23 +159,23 @@ void DesktopStatusItem::showWithoutHost() {
     }
     // GNOME takes its host away while the screen is locked. The shell itself is asked, not the service that passes the
     // question on and may have to be started for it.
-    auto question = QDBusMessage::createMethodCall(
-        QStringLiteral("org.gnome.Shell.ScreenShield"), QStringLiteral("/org/gnome/ScreenSaver"),
-        QStringLiteral("org.gnome.ScreenSaver"), QStringLiteral("GetActive"));
+    auto question = QDBusMessage::createMethodCall(QStringLiteral("org.gnome.Shell.ScreenShield"), screenLockPath(),
+                                                   screenLockInterface(), QStringLiteral("GetActive"));
     question.setAutoStartService(false);
     callAsync(connection_, question, this, [this](const QDBusMessage& reply) {
-        const bool wasLocked = std::exchange(screenIsLocked_, QDBusReply<bool>(reply).value());
-        if (hostless_ || !isHostless_) {
-            return;
-        }
-        // Its host needs a moment to come back.
-        if (screenIsLocked_ || wasLocked) {
-            hostlessTimer_.start(hostlessDelay_);
-        } else {
+        const bool screenIsLocked = QDBusReply<bool>(reply).value();
+        if (isHostless_ && !hostless_ && !screenIsLocked) {
             hostless_ = std::make_unique<HostlessItem>(hostlessOptions_, display_,
                                                        [this](QRect anchor) { menu_.popUp(anchor); });
         }
     });
+}
+
+void DesktopStatusItem::screenLockChanged() {
+    // The host needs a moment to come back to the unlocked screen.
+    if (isHostless_) {
+        hostlessTimer_.start(hostlessDelay_);
+    }
 }
 
 void DesktopStatusItem::updateStatus() {

@@ -65,6 +65,7 @@ class DesktopStatusItem final : public QObject, public StatusItem {
     void followHost();
     void updateHostless();
     void showWithoutHost();
+    Q_SLOT void screenLockChanged();
     void updateStatus();
     void updateMenuOpen();
     bool openMenu(const QString& host, QPoint place);
@@ -77,6 +78,7 @@ class DesktopStatusItem final : public QObject, public StatusItem {
     SniObject object_;
     SniRegistration registration_;
     StatusHostMonitor monitor_;
+    StatusHostTraits watcherTraits_;
     QTimer attentionTimer_;
     QTimer labelTimer_;
     /// Of the title that is drawn into a wide icon.
@@ -89,7 +91,6 @@ class DesktopStatusItem final : public QObject, public StatusItem {
     QDeadlineTimer hostlessFrom_{QDeadlineTimer::Forever};
     QTimer hostlessTimer_;
     HostlessItem::Options hostlessOptions_;
-    bool screenIsLocked_ = false;
 };
 
 } // namespace skylet

@@ -5,10 +5,10 @@
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QStandardPaths>
-#include <QStringDecoder>
 #include <QStringList>
 
-#include <algorithm>
+#include <unistd.h>
+
 #include <cstdio>
 #include <utility>
 
@@ -19,52 +19,29 @@ namespace {
 // Two short lines are what the program stores.
 constexpr qint64 largestSensibleSize = 65'536;
 
-QString textOf(bool value) {
-    return value ? QStringLiteral("true") : QStringLiteral("false");
-}
-
-bool isIniLine(const QString& line) {
-    const QString content = line.trimmed();
-    if (content.isEmpty() || content.startsWith(u';') || content.startsWith(u'#')) {
-        return true;
-    }
-    return content.startsWith(u'[') ? content.endsWith(u']') : content.indexOf(u'=') > 0;
-}
-
-bool isControlCharacter(QChar character) {
-    return character.unicode() < 0x20 && character != u'\t' && character != u'\r' && character != u'\n';
-}
-
-/// The lines of the file, none where there is no file; absent where something else stands there: a folder, a pipe, a
-/// file of any size, bytes that are no INI text.
+/// The lines of the file, a single empty one where there is no file; absent where it cannot be read: a folder, a pipe,
+/// a file of any size, what a crash has left. Each byte becomes one character, so that lines of any encoding can be
+/// written back as they were.
 std::optional<QStringList> readLines(const QString& path) {
     const QFileInfo info(path);
     if (!info.exists()) {
-        return QStringList();
+        return QStringList(QString());
     }
     QFile file(path);
     if (!info.isFile() || info.size() > largestSensibleSize || !file.open(QIODevice::ReadOnly)) {
         return std::nullopt;
     }
-    QStringDecoder decode(QStringDecoder::Utf8);
-    const QString text = decode(file.read(largestSensibleSize));
-    QStringList lines = text.split(u'\n');
-    if (decode.hasError() || std::any_of(text.begin(), text.end(), isControlCharacter) ||
-        !std::all_of(lines.begin(), lines.end(), isIniLine)) {
+    const QByteArray content = file.read(largestSensibleSize);
+    if (file.error() != QFileDevice::NoError || content.contains('\0')) {
         return std::nullopt;
     }
-    if (lines.constLast().isEmpty()) {
-        lines.removeLast();
-    }
-    return lines;
+    return QString::fromLatin1(content).split(u'\n');
 }
 
-/// Where a key of the section [General] stands, to which the lines before the first section belong too.
+/// Where a key of the section [General] stands, to which the lines before the first section belong too; -1: nowhere.
 struct Place {
-    /// The line with the key; -1: there is none.
-    qsizetype line = -1;
-    /// The line behind the section's last; -1: the section is empty.
-    qsizetype endOfSection = -1;
+    qsizetype section = -1;
+    qsizetype key = -1;
 };
 
 Place findKey(const QStringList& lines, const QString& key) {
@@ -73,14 +50,11 @@ Place findKey(const QStringList& lines, const QString& key) {
     for (qsizetype i = 0; i < lines.size(); ++i) {
         const QString line = lines[i].trimmed();
         if (line.startsWith(u'[')) {
-            inSection = line.compare(QStringLiteral("[General]"), Qt::CaseInsensitive) == 0;
-        }
-        if (!inSection || line.isEmpty()) {
-            continue;
-        }
-        place.endOfSection = i + 1;
-        if (line.section(u'=', 0, 0).trimmed() == key) {
-            place.line = i;
+            const QString name = line.mid(1).section(u']', 0, 0).trimmed();
+            inSection = name.compare(QStringLiteral("General"), Qt::CaseInsensitive) == 0;
+            place.section = inSection ? i : place.section;
+        } else if (inSection && line.section(u'=', 0, 0).trimmed() == key) {
+            place.key = i;
         }
     }
     return place;
@@ -93,8 +67,8 @@ void replaceContent(const QString& path, const QByteArray& text) {
     const QString target = QFileInfo(path).canonicalFilePath();
     QSaveFile replacement(target.isEmpty() ? path : target);
     if (replacement.open(QIODevice::WriteOnly)) {
-        // Flushed first, because `commit` overlooks a disk that turns out to be full while it closes the file.
-        if (replacement.write(text) == text.size() && replacement.flush()) {
+        // `commit` overlooks a disk that turns out to be full or broken only now.
+        if (replacement.write(text) == text.size() && replacement.flush() && fsync(replacement.handle()) == 0) {
             replacement.commit();
         }
         return;
@@ -104,13 +78,12 @@ void replaceContent(const QString& path, const QByteArray& text) {
         return;
     }
     const QByteArray before = file.readAll();
-    file.seek(0);
-    if (file.write(text) == text.size()) {
-        file.resize(text.size());
-    } else {
-        file.seek(0);
-        file.write(before);
-        file.resize(before.size());
+    const auto overwrite = [&file](const QByteArray& content) {
+        return file.seek(0) && file.write(content) == content.size() && file.resize(content.size()) &&
+               fsync(file.handle()) == 0;
+    };
+    if (!overwrite(text)) {
+        overwrite(before);
     }
 }
 
@@ -125,35 +98,38 @@ QString IniUserDefaults::defaultPath() {
 
 std::optional<bool> IniUserDefaults::boolForKey(const QString& key) const {
     const QStringList lines = readLines(path_).value_or(QStringList());
-    const QString line = lines.value(findKey(lines, key).line);
-    const QString text = line.section(u'=', 1).section(u';', 0, 0).trimmed();
-    if (text == textOf(true)) {
+    QString text = lines.value(findKey(lines, key).key).section(u'=', 1).section(u';', 0, 0).toLower();
+    text = text.remove(u'"').trimmed();
+    if (text == QStringLiteral("true") || text == QStringLiteral("1")) {
         return true;
     }
-    return text == textOf(false) ? std::optional(false) : std::nullopt;
+    return text == QStringLiteral("false") || text == QStringLiteral("0") ? std::optional(false) : std::nullopt;
 }
 
 void IniUserDefaults::setBool(bool value, const QString& key) {
     std::optional<QStringList> lines = readLines(path_);
     if (!lines) {
-        // Not QFile::rename, which leaves an older copy in place and moves no folder.
-        const QByteArray from = QFile::encodeName(path_);
-        if (std::rename(from.constData(), (from + ".corrupt").constData()) != 0) {
+        QString aside = path_ + QStringLiteral(".corrupt");
+        while (QFileInfo::exists(aside)) {
+            aside += u'~';
+        }
+        // Not QFile::rename, which moves no folder.
+        if (std::rename(QFile::encodeName(path_).constData(), QFile::encodeName(aside).constData()) != 0) {
             return;
         }
-        lines.emplace();
+        lines = QStringList(QString());
     }
-    const QString entry = key + u'=' + textOf(value);
+    const QString entry = key + QLatin1String(value ? "=true" : "=false");
     const Place place = findKey(*lines, key);
-    if (place.line >= 0) {
-        lines->replace(place.line, entry);
-    } else if (place.endOfSection >= 0) {
-        lines->insert(place.endOfSection, entry);
+    if (place.key >= 0) {
+        lines->replace(place.key, entry);
+    } else if (place.section >= 0) {
+        lines->insert(place.section + 1, entry);
     } else {
         *lines = QStringList{QStringLiteral("[General]"), entry} + *lines;
     }
     QDir().mkpath(QFileInfo(path_).path());
-    replaceContent(path_, (lines->join(u'\n') + u'\n').toUtf8());
+    replaceContent(path_, lines->join(u'\n').toLatin1());
 }
 
 } // namespace skylet

@@ -4,9 +4,9 @@
 
 namespace skylet {
 
-/// The choices as text in an INI file, `key=true` or `key=false`; any other text is not a Bool. A file that is no such
-/// text, or no file at all, counts as empty and stays untouched until something is stored; it is then kept under its
-/// name with ".corrupt" appended.
+/// The choices as text in the section [General] of an INI file: true, false, 1 or 0 in any case, quoted or not; any
+/// other text is not a Bool. All other lines, whatever they are, stay as they are. Something that cannot be read counts
+/// as empty and stays untouched until something is stored; it is then kept under its name with ".corrupt" appended.
 class IniUserDefaults : public UserDefaults {
   public:
     /// The file need not exist, nor its folder.

@@ -1,9 +1,17 @@
 #include "platform/linux/system/LogindSleepMonitor.h"
 
 #include "platform/linux/system/BusCall.h"
+#include "platform/linux/system/FileDescriptor.h"
 
 #include <QDBusVariant>
+#include <QFile>
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
 #include <utility>
 
 namespace skylet {
@@ -18,6 +26,19 @@ constexpr QLatin1StringView sleepSignal("PrepareForSleep");
 
 QDBusMessage matchRequest(const QString& rule) {
     return busCall(QStringLiteral("AddMatch"), {QStringLiteral("type='signal',") + rule});
+}
+
+/// Whether the bus has stopped to accept connections: Qt would wait until it accepts again, and all of the process with
+/// it.
+bool isFull(const QString& address) {
+    const QByteArray path = QFile::encodeName(address.section(u'=', 1, 1).section(u',', 0, 0));
+    sockaddr_un place{.sun_family = AF_UNIX, .sun_path = {}};
+    if (path.size() >= qsizetype{sizeof place.sun_path}) {
+        return false;
+    }
+    std::copy(path.begin(), path.end(), std::begin(place.sun_path));
+    const FileDescriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    return connect(probe.get(), reinterpret_cast<const sockaddr*>(&place), sizeof place) != 0 && errno == EAGAIN;
 }
 
 } // namespace
@@ -60,7 +81,9 @@ void LogindSleepMonitor::stop() {
 // process that talks to another bus. What is sent here waits in order until the bus takes it.
 void LogindSleepMonitor::connectToBus() {
     disconnectFromBus();
-    bus_ = QDBusConnection::connectToPeer(busAddress_, QStringLiteral("skylet-logind-%1").arg(quintptr(this)));
+    if (!isFull(busAddress_)) {
+        bus_ = QDBusConnection::connectToPeer(busAddress_, QStringLiteral("skylet-logind-%1").arg(quintptr(this)));
+    }
     if (!bus_.isConnected()) {
         retry_.start();
         return;

@@ -1,7 +1,8 @@
 #include "platform/linux/system/PortalLaunchAgent.h"
 
 #include <QDBusMessage>
-#include <QFile>
+#include <QDir>
+#include <QFileInfo>
 #include <QStringList>
 
 #include <utility>
@@ -9,7 +10,12 @@
 namespace skylet {
 
 PortalLaunchAgent::PortalLaunchAgent(QDBusConnection bus, const QString& path, const QString& executable)
-    : bus_(std::move(bus)), executable_(executable), record_(path, executable) {}
+    : bus_(std::move(bus)), executable_(executable), record_(path, executable),
+      unanswered_(path + QStringLiteral(".unanswered")) {
+    if (unanswered_.exists()) {
+        toggle();
+    }
+}
 
 bool PortalLaunchAgent::isNeeded() {
     return QFile::exists(QStringLiteral("/.flatpak-info"));
@@ -31,9 +37,14 @@ void PortalLaunchAgent::toggle() {
                         {QStringLiteral("autostart"), !exists()},
                         {QStringLiteral("commandline"), QStringList{executable_}}};
     bus_.send(call);
+    QDir().mkpath(QFileInfo(unanswered_).path());
+    if (unanswered_.open(QIODevice::WriteOnly)) {
+        unanswered_.close();
+    }
 }
 
 void PortalLaunchAgent::answered(uint /*response*/, const QVariantMap& results) {
+    unanswered_.remove();
     // A refusal says it too: then the portal has switched the start at login off, whatever it was asked for.
     const QVariant autostart = results.value(QStringLiteral("autostart"));
     if (autostart.isValid() && autostart.toBool() != exists()) {

@@ -4,6 +4,7 @@
 #include "platform/system/LaunchAgent.h"
 
 #include <QDBusConnection>
+#include <QFile>
 #include <QObject>
 #include <QString>
 #include <QVariantMap>
@@ -13,7 +14,7 @@ namespace skylet {
 /// Launch at login for a program in a sandbox, whose own autostart folder no desktop reads: asks the desktop's
 /// Background portal (org.freedesktop.portal.Background), and it may ask the user. What the portal answered last is
 /// kept as the file that would be the autostart entry outside, since it cannot be asked for it. Without an answer
-/// nothing changes.
+/// nothing changes; a request that was not answered before the program ended is made again by the next one.
 class PortalLaunchAgent : public QObject, public LaunchAgent {
     Q_OBJECT
 
@@ -34,6 +35,8 @@ class PortalLaunchAgent : public QObject, public LaunchAgent {
     QDBusConnection bus_;
     const QString executable_;
     AutostartLaunchAgent record_;
+    /// There while a request is not answered yet.
+    QFile unanswered_;
     int requests_ = 0;
 };
 

@@ -31,8 +31,10 @@ std::int64_t DownloadMeter::arrived(const std::optional<TcpInfo>& connection, st
     }
     const auto since = std::max<std::int64_t>(0, connection->received - last_.stream - overhead_);
     const auto estimate = last_.body + static_cast<std::int64_t>(static_cast<double>(since) * bodyShare());
-    // No more can be hidden than what the kernel holds and one incomplete record.
-    return std::clamp(estimate, bodyRead, bodyRead + connection->unread + largestRecord);
+    // No more can be hidden than what the kernel holds and one incomplete record; before the head, which may refuse all
+    // of it, no more than its own record.
+    const auto held = overhead_ == headOverhead ? 0 : connection->unread;
+    return std::clamp(estimate, bodyRead, bodyRead + held + largestRecord);
 }
 
 double DownloadMeter::bodyShare() const {

@@ -576,8 +576,18 @@ TEST_F(StatusItemOnHostTest, TellsOfNoTooltipAfterTheMenuIsClosedWhenItIsAsBefor
     EXPECT_EQ(count("NewToolTip"), 0);
 }
 
-TEST_F(StatusItemOnHostTest, NeverTellsOfANewLayoutForANewText) {
+TEST_F(StatusItemOnHostTest, TellsGnomeOfNewTextsInTheMenuOnlyWhileThatIsOpen) {
     showLabel();
+    line_->setTitle(QStringLiteral("another line"));
+    host_.settle();
+    EXPECT_EQ(count("ItemsPropertiesUpdated"), 0);
+    menuEvent(QStringLiteral("opened"));
+    host_.settle();
+    EXPECT_EQ(count("ItemsPropertiesUpdated"), 1);
+}
+
+TEST_F(StatusItemOnHostTest, NeverTellsOfANewLayoutForANewText) {
+    showBadge();
     line_->setTitle(QStringLiteral("another line"));
     host_.settle();
     EXPECT_EQ(count("ItemsPropertiesUpdated"), 1);

@@ -9,10 +9,40 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+bool diskIsBroken = false;
+
+} // namespace
+
+// Takes the place of the C library's in this program.
+extern "C" int fsync(int descriptor) {
+    if (diskIsBroken) {
+        errno = EIO;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
 
 namespace skylet::test {
 
 namespace {
+
+/// No file reaches the disk while it lives.
+class BrokenDisk {
+  public:
+    BrokenDisk() { diskIsBroken = true; }
+    ~BrokenDisk() { diskIsBroken = false; }
+    BrokenDisk(const BrokenDisk&) = delete;
+    BrokenDisk& operator=(const BrokenDisk&) = delete;
+    BrokenDisk(BrokenDisk&&) = delete;
+    BrokenDisk& operator=(BrokenDisk&&) = delete;
+};
 
 const auto key = QStringLiteral("showTraffic");
 
@@ -46,6 +76,16 @@ class IniUserDefaultsTest : public testing::Test {
         return stored();
     }
 
+    /// A file that says "false": it is read, and all that changes in it is that word.
+    void expectToBeReadAndKept(const QByteArray& text) {
+        write(text);
+        EXPECT_EQ(stored(), false) << text.constData();
+        IniUserDefaults(path_).setBool(true, key);
+        EXPECT_EQ(content(), QByteArray(text).replace("showTraffic=false", "showTraffic=true"));
+        EXPECT_EQ(stored(), true) << text.constData();
+        EXPECT_EQ(files(), QStringList{QStringLiteral("skylet.ini")});
+    }
+
     void expectToCountAsEmptyAndToBeKept(const QByteArray& text) {
         write(text);
         EXPECT_EQ(stored(), std::nullopt);
@@ -58,6 +98,8 @@ class IniUserDefaultsTest : public testing::Test {
     }
 
     const QString corrupt = QStringLiteral(".corrupt");
+    /// What a crash may leave instead of what was written.
+    const QByteArray junk = QByteArray(43, '\0');
     const QTemporaryDir folder_;
     const QString path_ = folder_.filePath(QStringLiteral("skylet.ini"));
 };
@@ -90,7 +132,7 @@ TEST_F(IniUserDefaultsTest, IsStoredAtOnceAsLiteralText) {
     defaults.setBool(false, key);
     EXPECT_EQ(content(), "[General]\nshowTraffic=false\n");
     defaults.setBool(true, QStringLiteral("didOnboard"));
-    EXPECT_EQ(content(), "[General]\nshowTraffic=false\ndidOnboard=true\n");
+    EXPECT_EQ(content(), "[General]\ndidOnboard=true\nshowTraffic=false\n");
 }
 
 TEST_F(IniUserDefaultsTest, MakesTheFoldersItNeeds) {
@@ -102,7 +144,7 @@ TEST_F(IniUserDefaultsTest, MakesTheFoldersItNeeds) {
 TEST_F(IniUserDefaultsTest, KeepsWhatOthersStoredInTheFile) {
     write("[General]\nother=1\n\n[group]\nx=y\n");
     IniUserDefaults(path_).setBool(true, key);
-    EXPECT_EQ(content(), "[General]\nother=1\nshowTraffic=true\n\n[group]\nx=y\n");
+    EXPECT_EQ(content(), "[General]\nshowTraffic=true\nother=1\n\n[group]\nx=y\n");
     EXPECT_FALSE(exists(corrupt));
 }
 
@@ -122,9 +164,27 @@ TEST_F(IniUserDefaultsTest, LeavesEveryOtherLineAsItIs) {
     EXPECT_EQ(stored(), false);
 }
 
-TEST_F(IniUserDefaultsTest, LinesBeforeAnySectionAreRead) {
-    write("showTraffic=false ; for now\n[group]\nshowTraffic=true\n");
+TEST_F(IniUserDefaultsTest, LinesOfAnyKindAroundTheKeyAreReadOverAndKept) {
+    for (const QByteArray text : {
+             "[General] ; mine\nshowTraffic=false\n[Other]\nshowTraffic=yes\n",
+             "[General]\nnotes=first \\\n  second\nshowTraffic=false\n",
+             "[General]\nname=J\xfcrgen \xd7\x90\x01\nshowTraffic=false\n",
+             "\xef\xbb\xbf[General]\r\nshowTraffic=false\n",
+             "[ general ]\nshowTraffic=false",
+             "[General\nshowTraffic=false\n=true\ndidOnb",
+             "showTraffic=false\n[group]\n  \n",
+             "[General]\nx=1\n[group]\nshowTraffic=1\n[General]\nshowTraffic=false\n\n",
+             "<<<<<<< mine\n[General]\nshowTraffic=false\n>>>>>>> theirs\n",
+         }) {
+        expectToBeReadAndKept(text);
+    }
+}
+
+TEST_F(IniUserDefaultsTest, OfSeveralLinesWithTheKeyTheLastCounts) {
+    write("[General]\nshowTraffic=true\nshowTraffic=false\n");
     EXPECT_EQ(stored(), false);
+    IniUserDefaults(path_).setBool(true, key);
+    EXPECT_EQ(content(), "[General]\nshowTraffic=true\nshowTraffic=true\n");
 }
 
 TEST_F(IniUserDefaultsTest, AFullDiskLeavesTheOldFile) {
@@ -143,6 +203,16 @@ TEST_F(IniUserDefaultsTest, OnAFullDiskAFirstChoiceLeavesNoFile) {
         IniUserDefaults(path_).setBool(false, key);
     }
     EXPECT_EQ(files(), QStringList());
+}
+
+TEST_F(IniUserDefaultsTest, ADiskThatFailsAtTheLastMomentLeavesTheOldFile) {
+    write("[General]\nshowTraffic=true\n");
+    {
+        const BrokenDisk disk;
+        IniUserDefaults(path_).setBool(false, key);
+    }
+    EXPECT_EQ(content(), "[General]\nshowTraffic=true\n");
+    EXPECT_EQ(files(), QStringList{QStringLiteral("skylet.ini")});
 }
 
 TEST_F(IniUserDefaultsTest, NoLockIsWaitedForOrTouched) {
@@ -176,10 +246,14 @@ TEST_F(IniUserDefaultsTest, ALinkToNothingLeadsToTheNewFile) {
     EXPECT_TRUE(QFile::exists(target));
 }
 
-TEST_F(IniUserDefaultsTest, OnlyTheLiteralTextsCountAsBool) {
-    EXPECT_EQ(storedAs("true"), true);
-    EXPECT_EQ(storedAs("false"), false);
-    for (const QByteArray text : {"", "1", "0", "True", "TRUE", "yes", "tr", "truee", "true, false", "@ByteArray(true)",
+TEST_F(IniUserDefaultsTest, TextsThatMeanTrueOrFalseCountAsBool) {
+    for (const QByteArray text : {"true", "True", "TRUE", "1", "\"true\"", " true ", "true ; for now", "\"1\";"}) {
+        EXPECT_EQ(storedAs(text), true) << text.constData();
+    }
+    for (const QByteArray text : {"false", "False", "FALSE", "0", "\"false\"", "false\r", "false;", "\" false\" ; x"}) {
+        EXPECT_EQ(storedAs(text), false) << text.constData();
+    }
+    for (const QByteArray text : {"", "2", "yes", "tr", "truee", "true, false", "@ByteArray(true)",
                                   R"(@Variant(\0\0\0\x1\x1))", "@Invalid()"}) {
         EXPECT_EQ(storedAs(text), std::nullopt) << text.constData();
     }
@@ -193,22 +267,17 @@ TEST_F(IniUserDefaultsTest, AnEmptyFileIsSound) {
 }
 
 TEST_F(IniUserDefaultsTest, BinaryJunkCountsAsEmptyAndIsKept) {
-    QByteArray junk;
+    QByteArray noise;
     for (int i = 0; i < 4096; ++i) {
-        junk.append(static_cast<char>(i * 7919 >> 3));
+        noise.append(static_cast<char>(i * 7919 >> 3));
     }
-    expectToCountAsEmptyAndToBeKept(junk);
+    expectToCountAsEmptyAndToBeKept(noise);
     expectToCountAsEmptyAndToBeKept(QByteArray(512, '\0'));
-    expectToCountAsEmptyAndToBeKept("\xff\xfe=\x80\x81\n");
 }
 
-TEST_F(IniUserDefaultsTest, AFileThatWasCutOffOrOverwrittenInPartCountsAsEmptyAndIsKept) {
+TEST_F(IniUserDefaultsTest, AFileThatWasOverwrittenInPartCountsAsEmptyAndIsKept) {
     expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\n" + QByteArray(64, '\0'));
     expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\nx=" + QByteArray(64, '\0') + "\n");
-    expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\ndidOnb");
-    expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\nx=\xff\xfe\n");
-    expectToCountAsEmptyAndToBeKept("[General\nshowTraffic=true\n");
-    expectToCountAsEmptyAndToBeKept("[General]\nshowTraffic=true\n=true\n");
 }
 
 TEST_F(IniUserDefaultsTest, AFileFarTooLargeCountsAsEmptyAndIsKept) {
@@ -218,19 +287,30 @@ TEST_F(IniUserDefaultsTest, AFileFarTooLargeCountsAsEmptyAndIsKept) {
 TEST_F(IniUserDefaultsTest, WhatAnEarlierObjectReadDoesNotOutliveTheCorruption) {
     IniUserDefaults defaults(path_);
     defaults.setBool(true, key);
-    write("garbage\n");
+    write(junk);
     EXPECT_EQ(defaults.boolForKey(key), std::nullopt);
     defaults.setBool(false, QStringLiteral("didOnboard"));
     EXPECT_EQ(content(), "[General]\ndidOnboard=false\n");
 }
 
-TEST_F(IniUserDefaultsTest, TheLatestCorruptFileReplacesAnOlderOne) {
-    write("first\n");
+TEST_F(IniUserDefaultsTest, AllFilesThatCouldNotBeReadAreKept) {
+    for (const QByteArray text : {"first", "second", "third"}) {
+        write(text + junk);
+        IniUserDefaults(path_).setBool(true, key);
+        EXPECT_EQ(stored(), true);
+    }
+    EXPECT_EQ(content(corrupt), "first" + junk);
+    EXPECT_EQ(content(corrupt + u'~'), "second" + junk);
+    EXPECT_EQ(content(corrupt + QStringLiteral("~~")), "third" + junk);
+}
+
+TEST_F(IniUserDefaultsTest, AFileWhoseReadingFailsIsKept) {
+    // Opens as a plain file of size 0, but there is no memory at its first byte.
+    ASSERT_TRUE(QFile::link(QStringLiteral("/proc/self/mem"), path_));
+    EXPECT_EQ(stored(), std::nullopt);
     IniUserDefaults(path_).setBool(true, key);
-    write("second\n");
-    IniUserDefaults(path_).setBool(true, key);
-    EXPECT_EQ(content(corrupt), "second\n");
     EXPECT_EQ(stored(), true);
+    EXPECT_EQ(QFile::symLinkTarget(path_ + corrupt), QStringLiteral("/proc/self/mem"));
 }
 
 TEST_F(IniUserDefaultsTest, AFolderInItsPlaceCountsAsEmptyAndIsKept) {
@@ -250,10 +330,16 @@ TEST_F(IniUserDefaultsTest, APipeInItsPlaceIsNotWaitedFor) {
 }
 
 TEST_F(IniUserDefaultsTest, WhatCannotBeMovedOutOfTheWayIsNotOverwritten) {
-    ASSERT_TRUE(QDir().mkpath(path_ + corrupt + QStringLiteral("/occupied")));
-    write("garbage\n");
-    IniUserDefaults(path_).setBool(true, key);
-    EXPECT_EQ(content(), "garbage\n");
+    write(junk);
+    ASSERT_EQ(chmod(QFile::encodeName(path_).constData(), 0666), 0);
+    ASSERT_EQ(chmod(QFile::encodeName(folder_.path()).constData(), 0555), 0);
+    {
+        const UnprivilegedUser user;
+        ASSERT_TRUE(user.isReady());
+        IniUserDefaults(path_).setBool(true, key);
+    }
+    ASSERT_EQ(chmod(QFile::encodeName(folder_.path()).constData(), 0700), 0);
+    EXPECT_EQ(content(), junk);
 }
 
 TEST_F(IniUserDefaultsTest, AFileThatMayNotBeReadCountsAsEmptyAndIsKept) {

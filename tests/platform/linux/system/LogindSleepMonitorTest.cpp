@@ -138,6 +138,36 @@ class MockLogind {
     bool isThere_ = false;
 };
 
+/// Has room for `backlog` connections and one, and answers none.
+class MuteBus {
+  public:
+    explicit MuteBus(int backlog) {
+        const QByteArray path = QFile::encodeName(path_);
+        std::copy(path.begin(), path.end(), std::begin(place_.sun_path));
+        EXPECT_EQ(bind(socket_.get(), reinterpret_cast<const sockaddr*>(&place_), sizeof place_), 0);
+        EXPECT_EQ(listen(socket_.get(), backlog), 0);
+    }
+
+    QString address() const { return QStringLiteral("unix:path=") + path_; }
+
+    /// Not valid where there is no room.
+    FileDescriptor connect() const {
+        FileDescriptor connection = newSocket();
+        const bool there = ::connect(connection.get(), reinterpret_cast<const sockaddr*>(&place_), sizeof place_) == 0;
+        return there ? std::move(connection) : FileDescriptor();
+    }
+
+  private:
+    static FileDescriptor newSocket() {
+        return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    }
+
+    const QTemporaryDir folder_;
+    const QString path_ = folder_.filePath(QStringLiteral("bus"));
+    sockaddr_un place_{.sun_family = AF_UNIX, .sun_path = {}};
+    const FileDescriptor socket_ = newSocket();
+};
+
 class LogindSleepMonitorTest : public testing::Test {
   protected:
     void SetUp() override { ASSERT_TRUE(bus_.isRunning()); }
@@ -332,22 +362,32 @@ TEST_F(LogindSleepMonitorTest, WakesWhenLogindWasRestartedDuringTheSuspendAndSay
 }
 
 TEST_F(LogindSleepMonitorTest, StaysAsleepWhenLogindWasRestartedAndTheSuspendGoesOn) {
-    constexpr auto longerThanTheRestart = 1500ms;
-    LogindSleepMonitor patient(bus_.address(), epoch_, longerThanTheRestart);
-    patient.start([this] { calls_ += QStringLiteral("sleep"); }, [this] { calls_ += QStringLiteral("wake"); });
-    startLogind();
-    ASSERT_TRUE(inhibitorsBecome(1));
-    logind_->announceSleep(true);
-    ASSERT_TRUE(inhibitorsBecome(0));
-    QElapsedTimer sinceTheEnd;
-    sinceTheEnd.start();
-    logind_.reset();
-    startLogind(R"({"PreparingForSleep": true})");
-    runFor(longerThanTheRestart + longEnoughForAnotherCall - std::chrono::milliseconds(sinceTheEnd.elapsed()));
-    EXPECT_EQ(calls_, list({"sleep"}));
-    EXPECT_EQ(logind_->inhibitors(), QStringList{});
-    logind_->announceSleep(false);
-    EXPECT_TRUE(called("wake"));
+    // A machine that was too busy for the restart has another chance, with a longer absence tolerated.
+    for (auto tolerated = 1500ms; tolerated < 1min; tolerated *= 2) {
+        calls_.clear();
+        logind_.reset();
+        LogindSleepMonitor patient(bus_.address(), epoch_, tolerated);
+        patient.start([this] { calls_ += QStringLiteral("sleep"); }, [this] { calls_ += QStringLiteral("wake"); });
+        startLogind();
+        ASSERT_TRUE(inhibitorsBecome(1));
+        logind_->announceSleep(true);
+        ASSERT_TRUE(inhibitorsBecome(0));
+        QElapsedTimer sinceTheEnd;
+        sinceTheEnd.start();
+        logind_.reset();
+        startLogind(R"({"PreparingForSleep": true})");
+        const std::chrono::milliseconds restart(sinceTheEnd.elapsed());
+        if (restart > tolerated / 2) {
+            continue;
+        }
+        runFor(tolerated + longEnoughForAnotherCall - restart);
+        EXPECT_EQ(calls_, list({"sleep"}));
+        EXPECT_EQ(logind_->inhibitors(), QStringList{});
+        logind_->announceSleep(false);
+        EXPECT_TRUE(called("wake"));
+        return;
+    }
+    FAIL() << "no restart was fast enough";
 }
 
 TEST_F(LogindSleepMonitorTest, WakesWhenLogindDoesNotComeBack) {
@@ -407,14 +447,18 @@ TEST_F(LogindSleepMonitorTest, FindsABusThatComesLateAndOneThatComesBack) {
 }
 
 TEST_F(LogindSleepMonitorTest, ABusThatAcceptsAndSaysNothingIsNotWaitedFor) {
-    const QTemporaryDir folder;
-    const QByteArray path = QFile::encodeName(folder.filePath(QStringLiteral("bus")));
-    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-    std::copy(path.begin(), path.end(), std::begin(address.sun_path));
-    const FileDescriptor mute(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    ASSERT_EQ(bind(mute.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(listen(mute.get(), 1), 0);
-    LogindSleepMonitor monitor(QStringLiteral("unix:path=") + QFile::decodeName(path), epoch_);
+    const MuteBus mute(1);
+    LogindSleepMonitor monitor(mute.address(), epoch_);
+    monitor.start([] {}, [] {});
+    EXPECT_TRUE(isOnBus(control_, QStringLiteral("org.freedesktop.DBus"))) << "and another bus is not held up";
+    EXPECT_EQ(callsSoFar(), QStringList{});
+}
+
+TEST_F(LogindSleepMonitorTest, ABusThatHasStoppedToAcceptIsNotWaitedFor) {
+    const MuteBus full(0);
+    const FileDescriptor another(full.connect());
+    ASSERT_FALSE(full.connect().isValid());
+    LogindSleepMonitor monitor(full.address(), epoch_);
     monitor.start([] {}, [] {});
     EXPECT_TRUE(isOnBus(control_, QStringLiteral("org.freedesktop.DBus"))) << "and another bus is not held up";
     EXPECT_EQ(callsSoFar(), QStringList{});

@@ -115,6 +115,29 @@ TEST_F(PortalLaunchAgentTest, TheAnswerOutlivesTheProgram) {
     EXPECT_TRUE(PortalLaunchAgent(bus_.connect(), path_, QStringLiteral("/app/bin/skylet")).exists());
 }
 
+TEST_F(PortalLaunchAgentTest, AnAnswerThatComesWhenTheProgramHasEndedIsAskedForAgain) {
+    {
+        PortalLaunchAgent ended(bus_.connect(), path_, QStringLiteral("/app/bin/skylet"));
+        ended.toggle();
+        ASSERT_TRUE(waitUntil([&] { return portal_.requests.size() == 1; }));
+    }
+    PortalLaunchAgent next(bus_.connect(), path_, QStringLiteral("/app/bin/skylet"));
+    ASSERT_TRUE(waitUntil([&] { return portal_.requests.size() == 2; }));
+    EXPECT_EQ(portal_.requests.constLast().value(QStringLiteral("autostart")), true);
+    portal_.answer(success, {{QStringLiteral("autostart"), true}});
+    EXPECT_TRUE(waitUntil([&] { return next.exists(); }));
+}
+
+TEST_F(PortalLaunchAgentTest, NothingIsAskedForAgainThatHasBeenAnswered) {
+    toggle();
+    answer(success, true);
+    toggle();
+    answer(failed, QVariantMap());
+    const PortalLaunchAgent next(bus_.connect(), path_, QStringLiteral("/app/bin/skylet"));
+    runFor(100ms);
+    EXPECT_EQ(portal_.requests.size(), 2);
+}
+
 TEST_F(PortalLaunchAgentTest, ARefusalSwitchesItOff) {
     toggle();
     answer(success, false);

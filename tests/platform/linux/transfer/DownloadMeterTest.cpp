@@ -70,6 +70,12 @@ TEST(DownloadMeterTest, BeforeTheHeadIsInAnAllowanceIsMadeForItAndTheRestCounts)
     EXPECT_EQ(meter.arrived(TcpInfo{head + 10'000, 0}, 0), 10'000 - DownloadMeter::headOverhead);
 }
 
+TEST(DownloadMeterTest, BeforeTheHeadIsInNoMoreThanItsRecordCounts) {
+    DownloadMeter meter;
+    meter.requestStarts(TcpInfo{head, 0});
+    EXPECT_EQ(meter.arrived(TcpInfo{head + 5'000'000, 5'000'000}, 0), DownloadMeter::largestRecord);
+}
+
 TEST(DownloadMeterTest, TheHeadEndsTheAllowanceForIt) {
     DownloadMeter meter;
     meter.requestStarts(TcpInfo{head, 0});

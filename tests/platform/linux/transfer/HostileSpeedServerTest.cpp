@@ -1,30 +1,13 @@
+#include "BulkResults.h"
 #include "HostilePeerTest.h"
 #include "platform/linux/transfer/CurlBulkTransferSession.h"
 
-#include <map>
 #include <string>
 
 namespace skylet::test {
 namespace {
 
 using namespace std::chrono_literals;
-
-/// Takes what has a status of success, as the speed test does.
-class Delegate final : public BulkTransferDelegate {
-  public:
-    ResponseDisposition responseReceived(TaskIdentifier /*task*/, std::optional<int> statusCode) override {
-        const bool isSuccess = statusCode && *statusCode / 100 == 2;
-        return isSuccess ? ResponseDisposition::allow : ResponseDisposition::cancel;
-    }
-    void dataReceived(TaskIdentifier /*task*/, std::int64_t /*count*/) override {}
-    void bodySent(TaskIdentifier /*task*/, std::int64_t /*count*/) override {}
-    void completed(TaskIdentifier task, const BulkTransferResult& result) override {
-        EXPECT_FALSE(results.contains(task)) << "told twice";
-        results[task] = result;
-    }
-
-    std::map<TaskIdentifier, BulkTransferResult> results;
-};
 
 /// A service of the speed test that misbehaves towards downloads and uploads, and an endpoint beside it that does not.
 class HostileSpeedServerTest : public HostilePeerTest {
@@ -117,7 +100,7 @@ class HostileSpeedServerTest : public HostilePeerTest {
         expectNothingLeft();
     }
 
-    Delegate delegate;
+    BulkResults delegate;
     std::unique_ptr<CurlBulkTransferSession> session;
     std::unique_ptr<CurlTransferSession> probes;
 };

@@ -96,6 +96,14 @@ void SpeedServer::speakTls(const QString& version) {
     EXPECT_EQ(ask({QStringLiteral("tls"), version}), "ok");
 }
 
+void SpeedServer::showCertificate(const QString& kind) {
+    EXPECT_EQ(ask({QStringLiteral("certificate"), kind, certificate_, QStringLiteral("IP:") + address_}), "ok");
+}
+
+void SpeedServer::wantClientCertificate() {
+    EXPECT_EQ(ask({QStringLiteral("clientCertificate"), true}), "ok");
+}
+
 void SpeedServer::acceptSilently() {
     EXPECT_EQ(ask({QStringLiteral("accept"), QStringLiteral("silent")}), "ok");
 }

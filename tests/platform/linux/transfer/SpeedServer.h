@@ -38,6 +38,10 @@ class SpeedServer {
     void speak(const QString& protocol);
     /// On new connections no version above this: "1.2" or "1.3".
     void speakTls(const QString& version);
+    /// Of new connections: a bad one (tests/speedserver/Certificate.h), or "good", after which no version is set
+    /// either.
+    void showCertificate(const QString& kind);
+    void wantClientCertificate();
     void acceptSilently();
     /// Of the connections from now on (SO_RCVBUF).
     void limitReceiveBuffers(int bytes);

@@ -3,9 +3,9 @@
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QFontDatabase>
-#include <QSaveFile>
 #include <QStandardPaths>
 
 namespace skylet {
@@ -37,17 +37,21 @@ QString IconFiles::fileFor(const StatusIcon& icon) {
         QDir().mkpath(QFileInfo(name_).path());
         folder_ = std::make_unique<QTemporaryDir>(name_ + QStringLiteral("-XXXXXX"));
     }
+    if (!folder_->isValid()) {
+        return {};
+    }
     QString file = folder_->filePath(
         QStringLiteral("dot-%1%2.png")
             .arg(dotShades(icon.status).fill.name().mid(1), QLatin1String(icon.needsAttention ? "-attention" : "")));
     if (QFileInfo::exists(file)) {
         return file;
     }
-    // On a full disk nothing is left under the name; a commit alone says nothing of what was not written.
-    QSaveFile whole(file);
+    // On a full disk nothing is left under the name. QSaveFile would wait until the disk has it.
+    QFile whole(file + QStringLiteral(".new"));
     const QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
     const bool isWritten = whole.open(QIODevice::WriteOnly) &&
-                           paintStatusIcon(icon, fileSide, font).save(&whole, "PNG") && whole.flush() && whole.commit();
+                           paintStatusIcon(icon, fileSide, font).save(&whole, "PNG") && whole.flush() &&
+                           whole.rename(file);
     return isWritten ? file : QString();
 }
 

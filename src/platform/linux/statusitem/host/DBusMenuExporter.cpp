@@ -94,6 +94,11 @@ void DBusMenuExporter::setMenu(const Menu& menu) {
     }
 }
 
+void DBusMenuExporter::setToldOnlyWhileOpen(bool onlyWhileOpen) {
+    toldOnlyWhileOpen_ = onlyWhileOpen;
+    scheduleUpdate();
+}
+
 QString DBusMenuExporter::textDirection() const {
     return isRightToLeft(menu_) ? QStringLiteral("rtl") : QStringLiteral("ltr");
 }
@@ -190,7 +195,7 @@ void DBusMenuExporter::handleEvent(const DBusMenuEvent& event) {
         return;
     }
     if (event.eventId == QLatin1String("clicked")) {
-        if (host == aboutToShowIn_) {
+        if (host == aboutToShowIn_ || toldOnlyWhileOpen_) {
             // A choice closes the menu.
             setOpenIn(host, false);
         }
@@ -211,6 +216,15 @@ void DBusMenuExporter::handleEvent(const DBusMenuEvent& event) {
 void DBusMenuExporter::setOpenIn(const QString& host, bool open) {
     if (open) {
         openIn_.insert(host);
+        if (toldOnlyWhileOpen_) {
+            // What was not told may have been read, and changed back since.
+            for (QVariantMap& properties : sent_) {
+                properties.remove(QStringLiteral("enabled"));
+                properties.remove(QStringLiteral("label"));
+                properties.remove(QStringLiteral("toggle-state"));
+            }
+            scheduleUpdate();
+        }
     } else {
         openIn_.remove(host);
     }
@@ -223,6 +237,10 @@ void DBusMenuExporter::setOpenIn(const QString& host, bool open) {
 }
 
 void DBusMenuExporter::setAboutToShowIn(const QString& host) {
+    // GNOME's extension says it when it has read the menu, too.
+    if (toldOnlyWhileOpen_) {
+        return;
+    }
     if (!openIn_.contains(host) || host == aboutToShowIn_) {
         openIn_.remove(aboutToShowIn_);
         setOpenIn(host, true);
@@ -249,6 +267,9 @@ void DBusMenuExporter::scheduleUpdate() {
 
 void DBusMenuExporter::sendChanges() {
     updateScheduled_ = false;
+    if (toldOnlyWhileOpen_ && !isOpen()) {
+        return;
+    }
     QList<DBusMenuProperties> updated;
     for (int id = 1; knows(id); ++id) {
         const QVariantMap now = properties(id);

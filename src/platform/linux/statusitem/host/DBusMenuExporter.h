@@ -35,6 +35,9 @@ class DBusMenuExporter final : public QObject, protected QDBusContext {
     bool exportOn(QDBusConnection connection, const QString& path);
     /// To be called once, in the turn of the event loop in which the exporter is made.
     void setMenu(const Menu& menu);
+    /// Changes are told only between a host's "opened" and its "closed" or a choice, and the whole menu is told when it
+    /// opens.
+    void setToldOnlyWhileOpen(bool onlyWhileOpen);
     /// Some host has the menu open, as far as hosts say. A host that disappears has closed it.
     bool isOpen() const { return !openIn_.isEmpty(); }
 
@@ -79,6 +82,7 @@ class DBusMenuExporter final : public QObject, protected QDBusContext {
     /// Each item's properties as hosts have them, without the root's.
     QList<QVariantMap> sent_;
     bool updateScheduled_ = false;
+    bool toldOnlyWhileOpen_ = false;
     QSet<QString> openIn_;
     /// The one of them that has only called AboutToShow and may say no more; the menu counts as open there for a while.
     QString aboutToShowIn_;

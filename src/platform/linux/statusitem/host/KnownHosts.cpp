@@ -18,7 +18,10 @@ struct KnownHost {
 // Refusing `Activate` keeps GNOME's AppIndicator extension from waiting for a second click before it opens the menu.
 // It paints each icon that is given in pixels anew and leaves them to its garbage collector (GNOME Shell 43 grew by 10
 // MB with 500 changes of the dot's colour); the icons that it has read from files it keeps.
-constexpr StatusHostTraits gnome{.presentation = Presentation::label, .opensMenu = true, .prefersIconName = true};
+// Its version 59 makes the whole menu anew when that opens after a change, each entry enabled at first: the first line
+// gets the keyboard, is replaced by a disabled one, and then no key reaches the menu.
+constexpr StatusHostTraits gnome{
+    .presentation = Presentation::label, .opensMenu = true, .prefersIconName = true, .losesKeysByMenuChanges = true};
 // These read the icon's name alone, never at its pixels.
 constexpr StatusHostTraits indicators{.presentation = Presentation::label, .prefersIconName = true};
 // MATE's panel sets a label too, but hides the icon beside it where the desktop shows no images on buttons.

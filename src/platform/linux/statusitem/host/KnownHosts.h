@@ -13,6 +13,8 @@ struct StatusHostTraits {
     bool opensMenu = false;
     /// The host is better given the icon's name, which may be the path of a file, than its pixels.
     bool prefersIconName = false;
+    /// A change told while the menu is closed costs the host's menu its keyboard when it opens.
+    bool losesKeysByMenuChanges = false;
     /// The host squeezes a wide icon into the width of a panel that stands upright.
     bool squeezesWideIcons = false;
     /// Where a tooltip has a text the host shows that alone, without the title.

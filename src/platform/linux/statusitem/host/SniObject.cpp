@@ -56,7 +56,7 @@ QList<DBusPixmap> paintInAllSizes(StatusIcon icon) {
 } // namespace
 
 SniObject::SniObject(QString path, const QString& menuPath, MenuOpener menuOpener)
-    : path_(std::move(path)), menuOpener_(std::move(menuOpener)), menuPath_(menuPath), id_(QStringLiteral("skylet")) {
+    : path_(std::move(path)), menuOpener_(std::move(menuOpener)), menuPath_(menuPath) {
     registerDBusTypes();
 }
 

@@ -3,6 +3,7 @@
 #include "platform/linux/desktop/ApplicationIcon.h"
 
 #include <QAction>
+#include <QFontInfo>
 #include <QGuiApplication>
 #include <QIcon>
 #include <QKeyEvent>
@@ -168,6 +169,7 @@ void QtMenu::popUp(QRect anchor) {
         return;
     }
     screen_ = screen->geometry();
+    shrinkToScreen();
     anchor_ = QRect(clampedTo(screen_, anchor.topLeft()), clampedTo(screen_, anchor.bottomRight()));
     if (keepsSize_) {
         fixSize(*widget_);
@@ -178,10 +180,24 @@ void QtMenu::popUp(QRect anchor) {
     widget_->popup({leftEdge(), isAbove ? anchor_.top() - widget_->sizeHint().height() : anchor_.bottom() + 1});
 }
 
+// Qt would put what is too high into columns, beyond the screen's edge.
+void QtMenu::shrinkToScreen() {
+    constexpr int leastPixels = 8;
+    widget_->setFont(QFont());
+    QFont font = widget_->font();
+    int pixels = QFontInfo(font).pixelSize();
+    while (widget_->sizeHint().boundedTo(screen_.size()) != widget_->sizeHint() && pixels > leastPixels) {
+        font.setPixelSize(--pixels);
+        widget_->setFont(font);
+    }
+}
+
 int QtMenu::leftEdge() const {
     const int width = widget_->sizeHint().width();
-    const int wanted = widget_->isRightToLeft() ? anchor_.right() + 1 - width : anchor_.left();
-    return std::max(std::min(wanted, screen_.right() + 1 - width), screen_.left());
+    const int last = screen_.right() + 1 - width;
+    // Of one that is wider than the screen that part can be seen where its lines begin.
+    return widget_->isRightToLeft() ? std::min(std::max(anchor_.right() + 1 - width, screen_.left()), last)
+                                    : std::max(std::min(anchor_.left(), last), screen_.left());
 }
 
 } // namespace skylet

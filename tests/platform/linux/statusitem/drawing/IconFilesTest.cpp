@@ -10,9 +10,26 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QImage>
+#include <QSaveFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+namespace {
+
+int waitsForTheDisk = 0;
+
+} // namespace
+
+// In the place of the C library's, for all of this program.
+extern "C" int fsync(int /*file*/) {
+    ++waitsForTheDisk;
+    return 0;
+}
+extern "C" int fdatasync(int /*file*/) {
+    ++waitsForTheDisk;
+    return 0;
+}
 
 namespace skylet {
 namespace {
@@ -73,6 +90,16 @@ TEST_F(IconFilesTest, HaveANameOnlyOnceTheyAreWhole) {
     EXPECT_FALSE(QImage(files.fileFor(plainDot(Status::offline))).isNull());
 }
 
+TEST_F(IconFilesTest, DoNotWaitForTheDisk) {
+    IconFiles files(folder_);
+    waitsForTheDisk = 0;
+    EXPECT_FALSE(files.fileFor(plainDot(Status::offline)).isEmpty());
+    EXPECT_EQ(waitsForTheDisk, 0);
+    QSaveFile other(parent_.filePath(QStringLiteral("other")));
+    EXPECT_TRUE(other.open(QIODevice::WriteOnly) && other.commit());
+    EXPECT_GT(waitsForTheDisk, 0) << "this test sees who waits";
+}
+
 TEST_F(IconFilesTest, StandWhereADesktopOutsideTheSandboxSeesThem) {
     const test::RuntimeFolder runtime;
     EXPECT_EQ(IconFiles::usualFolder(), runtime.filePath(QStringLiteral("skylet")));
@@ -84,7 +111,9 @@ TEST_F(IconFilesTest, StandWhereADesktopOutsideTheSandboxSeesThem) {
 TEST_F(IconFilesTest, HaveNoNameWhereTheyCannotBeWritten) {
     QFile file(folder_);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    const QStringList here = QDir().entryList(QDir::AllEntries | QDir::Hidden);
     EXPECT_TRUE(IconFiles(folder_ + QStringLiteral("/below")).fileFor(plainDot(Status::offline)).isEmpty());
+    EXPECT_EQ(QDir().entryList(QDir::AllEntries | QDir::Hidden), here) << "nor anywhere else";
     EXPECT_TRUE(IconFiles(QString()).fileFor(plainDot(Status::offline)).isEmpty());
 }
 

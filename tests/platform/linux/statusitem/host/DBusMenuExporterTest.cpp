@@ -295,6 +295,39 @@ TEST_F(DBusMenuExporterTest, TellsNothingAfterAClickOnAnEntryWithoutACheckMark) 
     EXPECT_EQ(host_.countAll(), 0);
 }
 
+TEST_F(DBusMenuExporterTest, ToldOnlyWhileOpenItTellsTheWholeMenuWhenThatOpensAndChangesUntilItCloses) {
+    exporter_.setToldOnlyWhileOpen(true);
+    line_->setTitle(QStringLiteral("Offline"));
+    host_.settle();
+    EXPECT_EQ(property(0, QStringLiteral("label")), QStringLiteral("Offline"));
+    line_->setTitle(QStringLiteral("Online — 87 ms"));
+    host_.callMenu(QStringLiteral("AboutToShow"), {0});
+    host_.settle();
+    EXPECT_EQ(host_.countAll(), 0);
+    event(0, QStringLiteral("opened"));
+    host_.settle();
+    ASSERT_EQ(propertySignals(), 1);
+    ASSERT_EQ(updates().size(), 5);
+    EXPECT_EQ(updates().at(0).properties, (QVariantMap{{QStringLiteral("enabled"), false},
+                                                       {QStringLiteral("label"), QStringLiteral("Online — 87 ms")}}));
+    EXPECT_EQ(updates().at(3).properties.value(QStringLiteral("toggle-state")), 1);
+    line_->setTitle(QStringLiteral("Offline"));
+    host_.settle();
+    EXPECT_EQ(propertySignals(), 2);
+    EXPECT_EQ(updates().size(), 1);
+    event(0, QStringLiteral("closed"));
+    line_->setTitle(QStringLiteral("Checking connection..."));
+    host_.settle();
+    EXPECT_EQ(propertySignals(), 2);
+    event(0, QStringLiteral("opened"));
+    host_.settle();
+    EXPECT_EQ(propertySignals(), 3);
+    event(idOf(3), QStringLiteral("clicked"));
+    host_.settle();
+    EXPECT_EQ(chosen_.size(), 1);
+    EXPECT_EQ(propertySignals(), 3);
+}
+
 TEST_F(DBusMenuExporterTest, NeverTellsOfANewLayout) {
     line_->setTitle(QStringLiteral("another line"));
     run_->setChecked(true);

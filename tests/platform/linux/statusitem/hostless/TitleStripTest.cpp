@@ -201,6 +201,11 @@ TEST_F(TitleStripTest, LooksForARoomAnewWhenScreensComeAndGo) {
 TEST_F(TitleStripTest, IsADockAndShowsItsTooltipWhoeverHasTheFocus) {
     EXPECT_TRUE(strip_.testAttribute(Qt::WA_X11NetWmWindowTypeDock));
     EXPECT_TRUE(strip_.testAttribute(Qt::WA_AlwaysShowToolTips));
+    for (const auto& display : {sample::fast(), sample::offline()}) {
+        strip_.setDisplay(display);
+        EXPECT_EQ(strip_.toolTip(), display.toolTip);
+        EXPECT_FALSE(strip_.toolTip().isEmpty());
+    }
 }
 
 TEST_F(TitleStripTest, TakesAnUnsteadyHandForAClick) {
