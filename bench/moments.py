@@ -80,4 +80,4 @@ def exchange_ms(lab, green):
     answers = {packet["near_port"]: packet["time"] for packet in packets if packet["way"] == "down"
                and packet["time"] + RTT_MS / 2000 < green}
     syns = {packet["near_port"]: packet["time"] for packet in reversed(packets) if packet["flags"] & SYN}
-    return min(answers[port] - syns[port] for port in answers) * 1000 + RTT_MS / 2
+    return min(answers[port] - syns[port] for port in answers if port in syns) * 1000 + RTT_MS / 2

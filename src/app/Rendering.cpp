@@ -67,8 +67,8 @@ StatusDisplay statusDisplay(const DisplayState& state, const Lookup& text) {
     }
     display.title.push_back({gap + statusTexts(state, text).word, titlefont::number});
     if (isOnline(state) && state.showTraffic) {
-        display.title.push_back(
-            {gap + u'↓' + fmtRate(state.downRate) + QStringLiteral(" ↑") + fmtRate(state.upRate), titlefont::number});
+        display.title.push_back({gap + u'↓' + fmtRate(state.downRate) + QStringLiteral(" ↑") + fmtRate(state.upRate),
+                                 titlefont::number, 0, true});
     }
     return display;
 }

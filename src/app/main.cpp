@@ -90,7 +90,8 @@ void endWithoutDisplay(QtMsgType type, const QMessageLogContext& context, const 
 constexpr unsigned secondsUntilWaitIsSaid = 5;
 
 extern "C" void sayWhatIsWaitedFor(int /*signal*/) {
-    constexpr std::string_view text = "skylet: waits for the display or the D-Bus session bus, which does not answer\n";
+    constexpr std::string_view text =
+        "skylet: waits for the display, the accessibility bus or the D-Bus session bus, which does not answer\n";
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
 }
 
@@ -121,7 +122,6 @@ int main(int argc, char** argv) {
     if (instance.claim() == SingleInstance::Role::second) {
         return EXIT_SUCCESS;
     }
-    alarm(0);
     const UnixSignals signals([&application] { application.terminate(); });
     const BusLoss busLoss(bus, [&application] { application.terminate(); });
     const BusLoss statusItemBusLoss(DesktopApplication::statusItemBus(), [&application] { application.terminate(); });
@@ -153,6 +153,7 @@ int main(int argc, char** argv) {
     // Quit, the end of the session or of its bus, and the signals all leave the event loop this way.
     QObject::connect(&qt, &QCoreApplication::aboutToQuit, &qt, [&skylet] { skylet.applicationWillTerminate(); });
     skylet.applicationDidFinishLaunching();
+    alarm(0);
     showAbout = [&skylet] { skylet.showAbout(); };
     return QApplication::exec();
 }

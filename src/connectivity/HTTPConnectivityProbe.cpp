@@ -39,11 +39,11 @@ HTTPConnectivityProbe::HTTPConnectivityProbe(TransferSessionFactory makeSession,
 std::shared_ptr<Cancellation> HTTPConnectivityProbe::probe(const QUrl& url, Completion completion) {
     const Seconds start = clock_->systemUptime();
     auto completed = [this, start, url, completion = std::move(completion)](const auto& response, const auto& error) {
-        const Seconds elapsed = clock_->systemUptime() - start;
+        const Seconds elapsed = clock_->systemUptime() - start - (response ? response->localDelay : Seconds(0));
         qCInfo(connectivityLog, "%s: %s after %.1f ms", qPrintable(url.toString()),
                qPrintable(describe(response, error)), elapsed.count() * 1000);
         if (accepts(response, url, error)) {
-            completion(latencyOf(elapsed - response->localDelay));
+            completion(latencyOf(elapsed));
         } else {
             completion(std::nullopt);
         }

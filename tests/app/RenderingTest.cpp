@@ -92,7 +92,7 @@ TEST(Title, ShowsTrafficAsOneSegmentWithoutAUnit) {
     const auto title = display(withTraffic(onlineAt(1234))).item.title;
     EXPECT_EQ(joined(title), QStringLiteral("1.2 s  Very high delay  ↓12.4M ↑210K"));
     ASSERT_EQ(title.size(), 4U);
-    EXPECT_EQ(title.back(), (TitleSegment{QStringLiteral("  ↓12.4M ↑210K"), {12, FontWeight::regular, true}, 0}));
+    EXPECT_EQ(title.back(), (TitleSegment{QStringLiteral("  ↓12.4M ↑210K"), {12, FontWeight::regular, true}, 0, true}));
 }
 
 TEST(Title, ABannerWhileOnlineHidesLatencyClassAndTraffic) {

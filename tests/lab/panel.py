@@ -268,7 +268,7 @@ class Panel:
     def icon_distance(self, picture, dot, pixmaps):
         """(difference, height given, height drawn): how well the best of an item's pictures fits what is to be seen around the
         dot, as the mean difference of a colour, 0 to 255, and at which size."""
-        heights = range(14 * self.kind.scale, 30 * self.kind.scale + 1, self.kind.scale)
+        heights = range(14 * self.kind.scale, 32 * self.kind.scale + 1, self.kind.scale)
         return min((self.scaled_distance(picture, dot, pixmap, height), pixmap[1], height) for pixmap in pixmaps
                    for height in heights)
 

@@ -100,19 +100,17 @@ class Soak:
             self._kinds[fault.kind.name] = self._kinds.get(fault.kind.name, 0) + 1
         events = sorted([(fault.begin, number, "begin") for number, fault in enumerate(faults)]
                         + [(fault.end, number, "end") for number, fault in enumerate(faults)])
-        try:
-            with ExitStack() as running:
-                contexts = {}
-                for moment, number, what in events:
-                    sleep_until(began + moment)
+        with ExitStack() as running:
+            contexts = [running.enter_context(ExitStack()) for _ in faults]
+            for moment, number, what in events:
+                sleep_until(began + moment)
+                try:
                     if what == "begin":
-                        fault = faults[number]
-                        contexts[number] = running.enter_context(ExitStack())
-                        contexts[number].enter_context(fault.kind.run(self._world, **fault.arguments))
+                        contexts[number].enter_context(faults[number].kind.run(self._world, **faults[number].arguments))
                     else:
                         contexts[number].close()
-        except Exception:  # pylint: disable=broad-except
-            self._miss(f"the lab failed:\n{traceback.format_exc()}", began)
+                except Exception:  # pylint: disable=broad-except
+                    self._miss(f"the lab failed:\n{traceback.format_exc()}", began)
         self._judge(began)
 
     def _judge(self, began):

@@ -75,7 +75,7 @@ class World:
 
     def click(self, title):
         """Chooses the entry if it can be chosen now."""
-        if self.entry(title).enabled:
+        with suppress(AssertionError):
             self.lab.area.click(title)
 
     def close_windows(self):

@@ -2,6 +2,8 @@
 accessibility bus over which a screen reader reads them."""
 
 import json
+import os
+import signal
 import sys
 
 import settings
@@ -51,8 +53,12 @@ class WindowScreen:
         """The title of the window that has the keyboard."""
         return self._screen.ask("xdotool", "getactivewindow", "getwindowname").strip()
 
-    def end_accessibility_bus(self):
-        self._screen.end_accessibility_bus()
+    def signal_accessibility_bus(self, how):
+        """Sends the signal to the bus itself."""
+        self._screen.signal_accessibility_bus(how)
+
+    def kill(self):
+        os.kill(self._screen.pid, signal.SIGKILL)
 
     def shot(self, name):
         """A picture of the screen, kept as NAME.png among the build's shots."""

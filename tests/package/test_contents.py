@@ -161,13 +161,30 @@ def test_the_table_of_figures_names_constants_that_are_there():
 
 
 @pytest.mark.parametrize("placeholder", [
-    "LicenseRef-proprietary", "skylet@", "{SKYLET_WEBSITE}/skylet", "{SKYLET_WEBSITE}/bugs", "{SKYLET_WEBSITE}/source",
-    "No licence has been chosen", "2026-11-21", '"https://brimlake.example', "All rights reserved."])
+    "skylet@", "{SKYLET_WEBSITE}/skylet", "{SKYLET_WEBSITE}/bugs", "{SKYLET_WEBSITE}/source",
+    "2026-11-21", '"https://brimlake.example', "All rights reserved."])
 def test_what_the_owners_have_to_decide_stands_in_one_place(placeholder):
     files = [SOURCE / "CMakeLists.txt", *SOURCE.glob("cmake/*"), *SOURCE.glob("packaging/**/*"), *SOURCE.glob("src/**/*")]
     lines = [line for path in files if path.is_file() and path.suffix != ".md" for line in path.read_text().splitlines()
              if placeholder in line and "string(REPLACE" not in line]
     assert len(lines) == 1 and lines[0].startswith("set("), lines
+
+
+def test_the_first_page_names_what_it_takes_to_build_and_to_run():
+    script, page = ((SOURCE / name).read_text() for name in ("script/packages", "README.md"))
+    lists = re.findall(r'^ *(?:\[build\]|\[run\]|fedora|arch)="(.*)"$', script, re.MULTILINE)
+    assert len(lists) == 4
+    needed = {name for words in (*lists, field("Recommends").replace(",", "")) for name in words.split()} - {"ccache"}
+    assert [name for name in needed if not re.search(rf"[` ]{re.escape(name)}[` ]", page)] == []
+
+
+def test_the_licence_is_that_of_its_file(unpacked):
+    expression, notice = (SOURCE / "LICENSE").read_text().splitlines()[:2]
+    expression = expression.removeprefix("SPDX-License-Identifier: ")
+    papers = [(unpacked / "usr/share" / path).read_text() for path in ("metainfo/com.vorn.skylet.metainfo.xml", "doc/skylet/copyright")]
+    assert [paper for paper in papers if expression not in paper or notice not in paper] == []
+    others = [path for path in (SOURCE / "README.md", *SOURCE.glob("packaging/**/*")) if path.is_file()]
+    assert [path for path in others if expression in path.read_text() or notice in path.read_text()] == []
 
 
 def test_it_depends_on_what_the_program_links_and_on_what_it_needs_besides_and_on_nothing_else(unpacked):

@@ -54,9 +54,9 @@ class VirtualScreen:
         self._accessibility = self.start(ACCESSIBILITY, "--launch-immediately", f"--a11y={programs_are_asked:d}")
         wait_until(lambda: "unix:" in self.ask("xprop", "-root", "AT_SPI_BUS"), 10, "there is an accessibility bus")
 
-    def end_accessibility_bus(self):
-        self._accessibility.terminate()
-        self._accessibility.wait(10)
+    def signal_accessibility_bus(self, how):
+        for process in Path(f"/proc/{self._accessibility.pid}/task/{self._accessibility.pid}/children").read_text().split():
+            os.kill(int(process), how)
 
     def point(self, x, y):
         self.do("xdotool", "mousemove", str(round(x)), str(round(y)))

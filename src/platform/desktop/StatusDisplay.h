@@ -35,6 +35,8 @@ struct TitleSegment {
     TitleFont font;
     /// Logical pixels upwards.
     double baselineOffset = 0;
+    /// It changes every other second: no screen reader is told.
+    bool isTraffic = false;
 
     bool operator==(const TitleSegment&) const = default;
 };

@@ -11,7 +11,7 @@ from program import schedule
 from support.processes import wait_until
 
 TABLE = json.loads((Path(__file__).parents[2] / "speedserver/behaviours.json").read_text())
-RECKONING = re.compile(r"skylet\.connectivity: https://\S+: .* after (\d+) ms")
+RECKONING = re.compile(r"skylet\.connectivity: https://\S+: .* after ([\d.]+) ms")
 LATE_MS = 250
 
 
@@ -80,7 +80,7 @@ def join_another_network(lab):
 
 def reckonings(text):
     """How long each probe has taken, in milliseconds, as the program has it."""
-    return [int(milliseconds) for milliseconds in RECKONING.findall(text)]
+    return [float(milliseconds) for milliseconds in RECKONING.findall(text)]
 
 
 def starved(lab):

@@ -103,7 +103,9 @@ def open_menu(panel, place, name):
         time.sleep(1)  # else it is a double click
         closed = click_on_dot(panel, place)
     panel.park_mouse()
-    panel.wait_until_still()
+    # the menu's upper lines change by themselves
+    _, top, _, bottom = panel.look().difference(closed, BELOW)
+    panel.wait_until_still((0, (top + bottom) // 2, WIDTH, HEIGHT))
     opened = panel.shot(name)
     area = opened.difference(closed, BELOW)
     assert large_enough(area), area

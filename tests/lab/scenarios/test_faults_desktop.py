@@ -75,18 +75,36 @@ def test_a_status_area_that_says_nothing_is_not_waited_for(lab):
     lab.area.wait_for("gray", BUSY)
 
 
-def test_an_accessibility_bus_that_ends_is_no_matter(lab):
+@pytest.mark.parametrize("how", [signal.SIGKILL, signal.SIGSTOP], ids=["ends", "falls mute"])
+def test_an_accessibility_bus_that_fails_is_no_matter(lab, how):
     screen = lab.start_screen()
     lab.start()
     lab.area.click("About Skylet")
     wait_until(lambda: screen.things("About Skylet"), BUSY, "About is there")
-    screen.end_accessibility_bus()
+    screen.signal_accessibility_bus(how)
     stays_green(lab, CYCLE)
     screen.press("Escape")
     lab.area.click("About Skylet")
     lab.area.click("Pause Automatic Checks")
     lab.area.wait_for("gray", BUSY)
     assert lab.program.end()[0] == 0
+
+
+def test_a_mute_accessibility_bus_is_waited_for_at_the_start_and_that_is_said(lab):
+    screen = lab.start_screen()
+    screen.signal_accessibility_bus(signal.SIGSTOP)
+    lab.program.start()
+    wait_until(lambda: "the accessibility bus" in lab.program.said(), 3 * BUSY, "it says so")
+    screen.signal_accessibility_bus(signal.SIGCONT)
+    lab.area.wait_for(green_with_its_label, BUSY)
+
+
+def test_it_ends_with_its_display(lab):
+    screen = lab.start_screen()
+    lab.start()
+    screen.kill()
+    assert lab.program.wait(BUSY) == 1
+    lab.area.wait_for(lambda state: state.dot is None, BUSY)
 
 
 def test_while_the_session_bus_is_mute_checks_go_on_and_afterwards_the_item_is_right(lab):

@@ -45,7 +45,7 @@ def test_a_latency_that_jumps_is_named_as_it_is_and_forgotten_when_it_falls(lab)
                                  (20, "Quick response", "green")):
         lab.link.set(rtt_ms=rtt_ms)
         jumped = check_now(lab)
-        state = lab.area.wait_for(lambda state, word=word, colour=colour: (state.word, state.dot) == (word, colour), 2 * CYCLE, since=jumped)
+        state = lab.area.wait_for(lambda state, shown=(word, colour): (state.word, state.dot) == shown, 2 * CYCLE, since=jumped)
         assert state.milliseconds >= rtt_ms
     lab.link.set(rtt_ms=8000)
     check_now(lab)

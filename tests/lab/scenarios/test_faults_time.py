@@ -132,6 +132,7 @@ def test_an_uptime_beyond_so_many_bits_of_milliseconds_is_not_seen(lab, bits):
     lab.link.set(rtt_ms=20)
     lab.move_uptime(2**bits / 1000 - 8)
     lab.start()
+    assert os.readlink(f"/proc/{lab.program.pid}/ns/time") != os.readlink("/proc/self/ns/time")
     began = time.monotonic()
     time.sleep(16)
     is_as_before(lab, began)

@@ -36,7 +36,9 @@ def test_it_tells_the_panel_only_what_changed(lab):
     began = time.monotonic()
     time.sleep(10)
     signals = [name for moment, name in lab.area.signals if moment > began]
-    assert set(signals) == {"XAyatanaNewLabel", "NewIconAccessibleDesc", "ItemsPropertiesUpdated"}
+    assert {"XAyatanaNewLabel", "ItemsPropertiesUpdated"} <= set(signals)
+    # where the response time has changed as well
+    assert set(signals) <= {"XAyatanaNewLabel", "NewIconAccessibleDesc", "ItemsPropertiesUpdated"}
     # five samples of the traffic and at most three answers
     assert all(signals.count(name) <= 8 for name in signals), signals
 

@@ -29,8 +29,8 @@ def test_an_answer_that_is_none_is_no_connection_and_the_next_right_one_is_green
     assert lab.servers.names.queries(right)
 
 
-@pytest.mark.parametrize("addresses", [["0.0.0.0"], ["255.255.255.255"], ["224.0.0.1"], ["::1"], ["::"], ["::ffff:127.0.0.1"], ["fe80::1"], []],
-                         ids=str)
+@pytest.mark.parametrize("addresses", [
+    ["0.0.0.0"], ["255.255.255.255"], ["224.0.0.1"], ["::1"], ["::"], ["::ffff:127.0.0.1"], ["fe80::1"], []], ids=str)
 def test_an_address_that_is_nobodys_is_no_connection_and_the_next_right_one_is_green(lab, addresses):
     lab.network.add_ipv6()
     lab.network.names_from_dns(RESOLVER)

@@ -38,8 +38,9 @@ void PortalLaunchAgent::toggle() {
                         {QStringLiteral("commandline"), QStringList{executable_}}};
     bus_.send(call);
     QDir().mkpath(QFileInfo(unanswered_).path());
-    unanswered_.open(QIODevice::WriteOnly);
-    unanswered_.close();
+    if (unanswered_.open(QIODevice::WriteOnly)) {
+        unanswered_.close();
+    }
 }
 
 void PortalLaunchAgent::answered(uint /*response*/, const QVariantMap& results) {

@@ -362,22 +362,32 @@ TEST_F(LogindSleepMonitorTest, WakesWhenLogindWasRestartedDuringTheSuspendAndSay
 }
 
 TEST_F(LogindSleepMonitorTest, StaysAsleepWhenLogindWasRestartedAndTheSuspendGoesOn) {
-    constexpr auto longerThanTheRestart = 1500ms;
-    LogindSleepMonitor patient(bus_.address(), epoch_, longerThanTheRestart);
-    patient.start([this] { calls_ += QStringLiteral("sleep"); }, [this] { calls_ += QStringLiteral("wake"); });
-    startLogind();
-    ASSERT_TRUE(inhibitorsBecome(1));
-    logind_->announceSleep(true);
-    ASSERT_TRUE(inhibitorsBecome(0));
-    QElapsedTimer sinceTheEnd;
-    sinceTheEnd.start();
-    logind_.reset();
-    startLogind(R"({"PreparingForSleep": true})");
-    runFor(longerThanTheRestart + longEnoughForAnotherCall - std::chrono::milliseconds(sinceTheEnd.elapsed()));
-    EXPECT_EQ(calls_, list({"sleep"}));
-    EXPECT_EQ(logind_->inhibitors(), QStringList{});
-    logind_->announceSleep(false);
-    EXPECT_TRUE(called("wake"));
+    // A machine that was too busy for the restart has another chance, with a longer absence tolerated.
+    for (auto tolerated = 1500ms; tolerated < 1min; tolerated *= 2) {
+        calls_.clear();
+        logind_.reset();
+        LogindSleepMonitor patient(bus_.address(), epoch_, tolerated);
+        patient.start([this] { calls_ += QStringLiteral("sleep"); }, [this] { calls_ += QStringLiteral("wake"); });
+        startLogind();
+        ASSERT_TRUE(inhibitorsBecome(1));
+        logind_->announceSleep(true);
+        ASSERT_TRUE(inhibitorsBecome(0));
+        QElapsedTimer sinceTheEnd;
+        sinceTheEnd.start();
+        logind_.reset();
+        startLogind(R"({"PreparingForSleep": true})");
+        const std::chrono::milliseconds restart(sinceTheEnd.elapsed());
+        if (restart > tolerated / 2) {
+            continue;
+        }
+        runFor(tolerated + longEnoughForAnotherCall - restart);
+        EXPECT_EQ(calls_, list({"sleep"}));
+        EXPECT_EQ(logind_->inhibitors(), QStringList{});
+        logind_->announceSleep(false);
+        EXPECT_TRUE(called("wake"));
+        return;
+    }
+    FAIL() << "no restart was fast enough";
 }
 
 TEST_F(LogindSleepMonitorTest, WakesWhenLogindDoesNotComeBack) {

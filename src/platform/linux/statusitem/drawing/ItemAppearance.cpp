@@ -34,12 +34,14 @@ ItemAppearance appearance(Presentation presentation, const StatusDisplay& displa
     ItemAppearance result;
     result.icon.presentation = presentation;
     result.icon.status = display.status;
-    result.description = titleText(display.title);
+    StatusTitle described = display.title;
+    std::erase_if(described, [](const TitleSegment& segment) { return segment.isTraffic; });
+    result.description = titleText(described);
     // Where the text stands in the panel already, a tooltip that never changes costs no host anything.
     result.toolTipTitle = display.toolTip;
     switch (presentation) {
     case Presentation::label:
-        result.label = result.description;
+        result.label = titleText(display.title);
         result.labelGuide = result.label;
         std::replace_if(
             result.labelGuide.begin(), result.labelGuide.end(), [](QChar character) { return character.isDigit(); },
@@ -52,7 +54,7 @@ ItemAppearance appearance(Presentation presentation, const StatusDisplay& displa
         break;
     case Presentation::badge:
         result.icon.number = display.number;
-        result.toolTipTitle = result.description;
+        result.toolTipTitle = titleText(display.title);
         result.toolTipText = display.toolTip;
         break;
     }

@@ -3,6 +3,7 @@
 #include "platform/linux/desktop/ApplicationIcon.h"
 
 #include <QAction>
+#include <QFontInfo>
 #include <QGuiApplication>
 #include <QIcon>
 #include <QKeyEvent>
@@ -168,6 +169,7 @@ void QtMenu::popUp(QRect anchor) {
         return;
     }
     screen_ = screen->geometry();
+    shrinkToScreen();
     anchor_ = QRect(clampedTo(screen_, anchor.topLeft()), clampedTo(screen_, anchor.bottomRight()));
     if (keepsSize_) {
         fixSize(*widget_);
@@ -176,9 +178,17 @@ void QtMenu::popUp(QRect anchor) {
     // choose an entry by the click that opens the menu.
     const bool isAbove = anchor_.center().y() >= screen_.center().y();
     widget_->popup({leftEdge(), isAbove ? anchor_.top() - widget_->sizeHint().height() : anchor_.bottom() + 1});
-    // Qt cuts one that is wider than the screen, from right to left where its lines begin.
-    if (const int width = widget_->sizeHint().width(); width > widget_->width()) {
-        widget_->setGeometry(leftEdge(), widget_->y(), width, widget_->height());
+}
+
+// Qt would put what is too high into columns, beyond the screen's edge.
+void QtMenu::shrinkToScreen() {
+    constexpr int leastPixels = 8;
+    widget_->setFont(QFont());
+    QFont font = widget_->font();
+    int pixels = QFontInfo(font).pixelSize();
+    while (widget_->sizeHint().boundedTo(screen_.size()) != widget_->sizeHint() && pixels > leastPixels) {
+        font.setPixelSize(--pixels);
+        widget_->setFont(font);
     }
 }
 

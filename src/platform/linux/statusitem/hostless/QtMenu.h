@@ -23,12 +23,14 @@ class QtMenu {
     QMenu& widget() { return *widget_; }
     /// Opens the menu beside `anchor`, in logical pixels of the whole desktop: beneath it, or above it in the lower
     /// half of the screen. It lies on a screen whatever the anchor is and its texts become, and never on the anchor
-    /// where there is room for both. A press on the anchor closes it. Does nothing while there is no screen.
+    /// where there is room for both. Where the screen is too small for it the text is smaller. A press on the anchor
+    /// closes it. Does nothing while there is no screen.
     void popUp(QRect anchor);
     void close() { widget_->close(); }
 
   private:
     void updateLayout();
+    void shrinkToScreen();
     /// Of the menu beside its anchor, with its present texts.
     int leftEdge() const;
 

@@ -24,7 +24,7 @@ inline StatusDisplay latency(Status status, const QString& number, const QString
             {{QStringLiteral("  ") + number, numberFont},
              {QStringLiteral(" ") + unit, unitFont, 0.5},
              {QStringLiteral("  ") + word, numberFont},
-             {QStringLiteral("  ↓12.4M ↑210K"), numberFont}},
+             {QStringLiteral("  ↓12.4M ↑210K"), numberFont, 0, true}},
             toolTip};
 }
 
