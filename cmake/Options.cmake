@@ -18,9 +18,18 @@ endif()
 
 # The sanitizers are options of the whole build, so that no target can be left out.
 option(SKYLET_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+option(SKYLET_SANITIZE_THREADS "Build with ThreadSanitizer" OFF)
+option(SKYLET_FUZZ "Build tests/fuzz with libFuzzer, which only clang has" OFF)
+if(SKYLET_FUZZ)
+  # Some of the warnings above are GCC's own.
+  add_compile_options(-fsanitize=fuzzer-no-link -Wno-unknown-warning-option)
+endif()
 if(SKYLET_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
+elseif(SKYLET_SANITIZE_THREADS)
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   set(CMAKE_POSITION_INDEPENDENT_CODE ON)
   # Some compilers define _FORTIFY_SOURCE by themselves, and differently.

@@ -63,7 +63,8 @@ bool HTTPConnectivityProbe::accepts(const std::optional<TransferResponse>& respo
         return false;
     }
     const QUrl answered(*response->url);
-    return answered.host() == url.host() && answered.port() == url.port() && answered.path() == url.path();
+    return answered.isValid() && answered.host() == url.host() && answered.port() == url.port() &&
+           answered.path() == url.path();
 }
 
 void HTTPConnectivityProbe::invalidate() {

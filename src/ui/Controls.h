@@ -7,8 +7,8 @@
 #include <QFont>
 #include <QLabel>
 #include <QPushButton>
-#include <QStyle>
 #include <QString>
+#include <QStyle>
 
 namespace skylet {
 

@@ -1,5 +1,6 @@
 #include "connectivity/ConnectivityEngine.h"
 
+#include "connectivity/StatePrinting.h"
 #include "support/FakeProbe.h"
 #include "support/FakeSchedule.h"
 #include "support/LogCapture.h"
@@ -7,22 +8,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <chrono>
 #include <memory>
 #include <vector>
 
 namespace skylet {
-
-/// How a failed expectation shows a state.
-void PrintTo(const ConnectionState& state, std::ostream* out) {
-    static constexpr std::array names = {"online", "checking", "offline", "paused"};
-    *out << names.at(static_cast<std::size_t>(state.kind()));
-    if (state.kind() == ConnectionState::Kind::online) {
-        *out << '(' << state.latency() << ')';
-    }
-}
-
 namespace {
 
 using test::FakeProbe;

@@ -65,6 +65,10 @@ TEST(HTTPConnectivityProbeAccepts, NoOtherHost) {
     EXPECT_FALSE(accepted(204, QStringLiteral("https:/generate_204")));
 }
 
+TEST(HTTPConnectivityProbeAccepts, NoAddressWithAPortThatIsNoNumber) {
+    EXPECT_FALSE(accepted(204, QStringLiteral("https://probe.example:PORT/generate_204")));
+}
+
 TEST(HTTPConnectivityProbeAccepts, TwoAbsentHostsAsEqual) {
     EXPECT_TRUE(accepted(204, QStringLiteral("https:/generate_204"), QStringLiteral("https:/generate_204")));
 }

@@ -228,9 +228,11 @@ class StatusArea:
         source = GLib.Timeout(STALL_INTERVAL_MS)
         source.set_callback(lambda _: ask())
         source.attach(self._context)
-        yield stalls
-        source.destroy()
-        self._in_thread(lambda: [take(question) for question in list(waiting)])
+        try:
+            yield stalls
+        finally:
+            source.destroy()
+            self._in_thread(lambda: [take(question) for question in list(waiting)])
 
     def stop(self):
         self._in_thread(self._close)

@@ -181,7 +181,7 @@ def test_the_first_page_names_what_it_takes_to_build_and_to_run():
 def test_the_licence_is_that_of_its_file(unpacked):
     expression, notice = (SOURCE / "LICENSE").read_text().splitlines()[:2]
     expression = expression.removeprefix("SPDX-License-Identifier: ")
-    papers = [(unpacked / path).read_text() for path in ("usr/share/metainfo/com.vorn.skylet.metainfo.xml", "usr/share/doc/skylet/copyright")]
+    papers = [(unpacked / "usr/share" / path).read_text() for path in ("metainfo/com.vorn.skylet.metainfo.xml", "doc/skylet/copyright")]
     assert [paper for paper in papers if expression not in paper or notice not in paper] == []
     others = [path for path in (SOURCE / "README.md", *SOURCE.glob("packaging/**/*")) if path.is_file()]
     assert [path for path in others if expression in path.read_text() or notice in path.read_text()] == []

@@ -52,6 +52,11 @@ class FakeSchedule {
         waiting.front()->action();
     }
 
+    /// Of the timers that are cancelled or used up nothing is remembered.
+    void forgetTheRest() {
+        std::erase_if(*timers_, [](const auto& timer) { return !timer->pending(); });
+    }
+
   private:
     // Shared, so that the copy which the engine holds reports to the test.
     std::shared_ptr<std::vector<std::shared_ptr<Timer>>> timers_ =

@@ -39,7 +39,7 @@ class PrivateBus {
 /// Whether somebody owns `service`, as the bus tells the owner of `bus`.
 bool isOnBus(const QDBusConnection& bus, const QString& service);
 
-/// Sends a call and runs the event loop until its answer is there.
+/// Sends a call and runs the event loop until its answer is there, which is an error where none comes in 25 s.
 QDBusMessage callAndWait(const QDBusConnection& from, const QDBusMessage& call);
 
 } // namespace skylet::test

@@ -3,8 +3,21 @@
 #include <libmnl/libmnl.h>
 
 #include <cstdint>
+#include <span>
 
 namespace skylet::netlink {
+
+/// Calls `consume` with each message of a datagram, which is aligned as one, up to the first that does not fit.
+template <typename Consumer>
+void forEachMessage(std::span<const char> datagram, Consumer consume) {
+    int left = static_cast<int>(datagram.size());
+    // libmnl takes a length above 2^31 for a negative one, which fits.
+    for (const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data());
+         mnl_nlmsg_ok(message, left) && message->nlmsg_len <= static_cast<std::uint32_t>(left);
+         message = mnl_nlmsg_next(message, &left)) {
+        consume(*message);
+    }
+}
 
 /// The fixed part of a message's payload, or null when the message is shorter.
 template <typename Fixed>

@@ -1,10 +1,13 @@
 #pragma once
 
+#include "platform/linux/network/NetlinkAttributes.h"
+
 #include <libmnl/libmnl.h>
 #include <linux/rtnetlink.h>
 
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -45,11 +48,7 @@ class NetlinkSocket {
         if (size < 0) {
             return errno == EAGAIN || errno == EINTR ? Received::nothing : Received::failed;
         }
-        int left = static_cast<int>(size);
-        for (const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data()); mnl_nlmsg_ok(message, left);
-             message = mnl_nlmsg_next(message, &left)) {
-            consume(*message);
-        }
+        netlink::forEachMessage(std::span(buffer).first(static_cast<std::size_t>(size)), consume);
         return Received::messages;
     }
 

@@ -22,11 +22,11 @@ constexpr std::uint32_t loopbackInterface = 1;
 
 // No route, and routes or rules of the types unreachable, prohibit and blackhole, which all packets meet alike; then
 // what a kernel says that does not have the address family.
-constexpr std::array refusals = {ENETUNREACH, EHOSTUNREACH, EACCES, EINVAL, EOPNOTSUPP, EAFNOSUPPORT};
+constexpr std::array refusals = {-ENETUNREACH, -EHOSTUNREACH, -EACCES, -EINVAL, -EOPNOTSUPP, -EAFNOSUPPORT};
 
 bool isRefusal(const nlmsghdr& answer) {
     const auto* error = answer.nlmsg_type == NLMSG_ERROR ? fixedPart<nlmsgerr>(answer) : nullptr;
-    return error != nullptr && std::find(refusals.begin(), refusals.end(), -error->error) != refusals.end();
+    return error != nullptr && std::find(refusals.begin(), refusals.end(), error->error) != refusals.end();
 }
 
 const rtmsg* routeHead(const nlmsghdr& answer) {

@@ -1,12 +1,14 @@
 #include "platform/linux/network/LinkTable.h"
 
 #include "NetlinkMessage.h"
+#include "platform/linux/network/NetlinkAttributes.h"
 
 #include <gtest/gtest.h>
 #include <linux/if.h>
 #include <linux/if_link.h>
 #include <sys/socket.h>
 
+#include <span>
 #include <string_view>
 
 namespace skylet::test {
@@ -42,6 +44,15 @@ LinkTable portAndRider() {
 }
 
 } // namespace
+
+TEST(NetlinkMessages, OneThatClaimsMoreThan2GigabytesEndsItsDatagram) {
+    auto message = about(port);
+    message.cutTo(0x80000010);
+    int messages = 0;
+    netlink::forEachMessage(std::span(reinterpret_cast<const char*>(&message.header()), 64),
+                            [&messages](const nlmsghdr&) { ++messages; });
+    EXPECT_EQ(messages, 0);
+}
 
 TEST(LinkTable, AggregatesAndTunnelsAreStacked) {
     for (const char* kind : {"bond", "bridge", "team", "vxlan", "geneve", "gre", "sit", "wireguard", "xfrm"}) {

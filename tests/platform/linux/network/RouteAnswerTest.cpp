@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <limits>
 
 namespace skylet::test {
 
@@ -47,6 +48,12 @@ std::vector<std::uint8_t> hop(std::uint32_t interface, std::uint8_t flags) {
 }
 
 } // namespace
+
+TEST(RouteAnswer, ANumberThatIsNoErrorOfTheKernelsLeavesTheRouteUnknown) {
+    nlmsgerr body{};
+    body.error = std::numeric_limits<int>::min();
+    EXPECT_EQ(parseRoute(NetlinkMessage(NLMSG_ERROR, body).header()), Route{});
+}
 
 TEST(RouteAnswer, TellsInterfaceGatewayAndSource) {
     NetlinkMessage answer(RTM_NEWROUTE, unicast());

@@ -199,12 +199,18 @@ void DBusMenuExporter::handleEvent(const DBusMenuEvent& event) {
             // A choice closes the menu.
             setOpenIn(host, false);
         }
+        if (chosen_.contains(event.id)) {
+            // One message may hold a million clicks.
+            return;
+        }
+        chosen_.insert(event.id);
         // Only after the answer is on its way: the action may open windows or end the program.
-        const auto trigger = [this, index = event.id - 1] {
+        const auto trigger = [this, id = event.id] {
+            chosen_.remove(id);
             // Plasma has flipped the check mark in its own copy of the menu, whatever the click comes to.
-            sent_[index].remove(QStringLiteral("toggle-state"));
+            sent_[id - 1].remove(QStringLiteral("toggle-state"));
             scheduleUpdate();
-            const std::shared_ptr<MenuItem> item = menu_.at(static_cast<std::size_t>(index));
+            const std::shared_ptr<MenuItem> item = menu_.at(static_cast<std::size_t>(id) - 1);
             if (item->isEnabled()) {
                 item->trigger();
             }

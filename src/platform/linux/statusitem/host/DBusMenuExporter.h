@@ -82,6 +82,8 @@ class DBusMenuExporter final : public QObject, protected QDBusContext {
     /// Each item's properties as hosts have them, without the root's.
     QList<QVariantMap> sent_;
     bool updateScheduled_ = false;
+    /// Ids of entries whose actions are about to run.
+    QSet<int> chosen_;
     bool toldOnlyWhileOpen_ = false;
     QSet<QString> openIn_;
     /// The one of them that has only called AboutToShow and may say no more; the menu counts as open there for a while.

@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <limits>
 
@@ -236,6 +237,39 @@ TEST_F(DBusMenuExporterTest, TakesGroupsOfEventsAndNamesTheUnknownOnes) {
     EXPECT_EQ(none.type(), QDBusMessage::ErrorMessage);
     const QDBusMessage nothing = host_.callMenu(QStringLiteral("EventGroup"), {QVariant::fromValue(events.mid(2))});
     EXPECT_EQ(nothing.type(), QDBusMessage::ReplyMessage);
+}
+
+TEST_F(DBusMenuExporterTest, ChoosesAnEntryOnceHoweverOftenOneMessageHasIt) {
+    const QList<DBusMenuEvent> events(1000, {idOf(2), QStringLiteral("clicked")});
+    host_.callMenu(QStringLiteral("EventGroup"), {QVariant::fromValue(events)});
+    host_.settle();
+    EXPECT_EQ(chosen_.size(), 1);
+    host_.callMenu(QStringLiteral("EventGroup"), {QVariant::fromValue(events)});
+    host_.settle();
+    EXPECT_EQ(chosen_.size(), 2);
+}
+
+TEST_F(DBusMenuExporterTest, AnswersMessagesAsLargeAsTheBusCarries) {
+    // An array has 64 MB at most.
+    const int megabytes = std::max(qEnvironmentVariableIntValue("SKYLET_MESSAGE_MEGABYTES"), 1);
+    const QList<DBusMenuEvent> events(megabytes * 24'000, {idOf(2), QStringLiteral("clicked")});
+    const QList<int> ids(megabytes * 250'000, idOf(2));
+    const QList<int> strangers(megabytes * 250'000, 4711);
+    const QStringList names(megabytes * 120'000, QStringLiteral("x"));
+    const QString text(megabytes * 1'000'000, u'x');
+    const auto isAnswered = [this](const char* method, const QVariantList& arguments) {
+        return host_.callMenu(QString::fromUtf8(method), arguments).type() == QDBusMessage::ReplyMessage;
+    };
+    EXPECT_TRUE(isAnswered("EventGroup", {QVariant::fromValue(events)}));
+    EXPECT_TRUE(isAnswered("GetGroupProperties", {list(ids), QStringList()}));
+    EXPECT_TRUE(isAnswered("AboutToShowGroup", {list(ids)}));
+    EXPECT_FALSE(isAnswered("AboutToShowGroup", {list(strangers)}));
+    EXPECT_TRUE(isAnswered("GetLayout", {0, -1, names}));
+    EXPECT_FALSE(isAnswered("GetProperty", {idOf(2), text}));
+    EXPECT_EQ(event(idOf(2), text).type(), QDBusMessage::ReplyMessage);
+    host_.settle();
+    EXPECT_EQ(chosen_.size(), 1);
+    EXPECT_EQ(layout().children.size(), 5);
 }
 
 TEST_F(DBusMenuExporterTest, NeedsNoUpdateBeforeItIsShown) {
