@@ -27,6 +27,7 @@
 #include <QApplication>
 #include <QDBusConnection>
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -98,6 +99,8 @@ extern "C" void sayWhatIsWaitedFor(int /*signal*/) {
 } // namespace
 
 int main(int argc, char** argv) {
+    // Each thread that looks up a name would get a heap of its own from the C library, which is never given back.
+    mallopt(M_ARENA_MAX, 1);
     ensureHome();
     std::signal(SIGALRM, sayWhatIsWaitedFor);
     alarm(secondsUntilWaitIsSaid);

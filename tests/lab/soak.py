@@ -123,12 +123,12 @@ class Soak:
         while self._program.running and area.now.dot != "green" and time.monotonic() < ended + GIVEN_UP_AFTER:
             time.sleep(0.01)
         shown = area.since(ended)
-        took = max(0.0, area.dots(ended)[-1][0] - ended)
+        took = max(0.0, (area.dots(ended)[-1][0] if area.now.dot == "green" else time.monotonic()) - ended)
         slow = any(state.dot == "yellow" and state.milliseconds for state in shown)
         starved = self._starved() - starved if took > LIMIT else 0
         limit = (LIMIT_AFTER_SLOW if slow else LIMIT) + starved
         self._recoveries.append((took, slow))
-        if took > limit or area.now.dot != "green":
+        if took > limit:
             self._miss(f"green after {took:.2f} s, {starved:.2f} s of them without a processor", began, ended)
         elif not self._has_checked():
             self._miss(f"no check within {LATEST_CHECK} s", began, ended)

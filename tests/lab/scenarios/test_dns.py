@@ -2,6 +2,7 @@
 
 import itertools
 import time
+from pathlib import Path
 
 import network
 import pytest
@@ -124,3 +125,23 @@ def recoveries(labs):
 def test_when_the_name_server_is_back_its_first_answer_turns_the_dot_green(recoveries):
     print(f"green after {[round(seconds, 2) for seconds in recoveries]} s")
     assert max(recoveries) <= DNS_TIMEOUT + OFFLINE_WAIT + 0.5
+
+
+def heaps_of_threads(lab):
+    """What the C library has reserved for them, 64 MB of addresses each."""
+    lines = Path("/proc", str(lab.program.pid), "maps").read_text().splitlines()
+    ranges = (line.split()[0].split("-") for line in lines if " ---p " in line)
+    return [(start, end) for start, end in ranges if int(end, 16) - int(start, 16) > 60 << 20]
+
+
+def test_threads_that_wait_for_names_get_no_heaps_of_their_own(lab):
+    lab.network.names_from_dns("timeout:1")
+    lab.start()
+    lab.servers.names.set(answer="silent")
+    for _ in range(4):
+        lab.link.remove_default_route()
+        time.sleep(0.3)
+        lab.link.add_default_route()
+        time.sleep(0.3)
+    assert lab.program.threads() > 5
+    assert heaps_of_threads(lab) == []
