@@ -4,9 +4,9 @@
 // (seconds, monotonic), and runs until it is ended. With "label" it is a status item whose label changes every 2 s;
 // with "windows" it waits 6 s, opens and closes three plain windows one after the other, and says "closed".
 
+#include "LabelItem.h"
+
 #include <QApplication>
-#include <QDBusConnection>
-#include <QDBusMessage>
 #include <QLabel>
 #include <QPushButton>
 #include <QTimer>
@@ -21,40 +21,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr int windows = 3;
-
-class LabelItem final : public QObject {
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierItem")
-    Q_PROPERTY(QString Id READ name)
-    Q_PROPERTY(QString IconName READ name)
-    Q_PROPERTY(QString XAyatanaLabel READ label)
-
-  public:
-    void start() {
-        auto bus = QDBusConnection::sessionBus();
-        bus.registerObject(QStringLiteral("/StatusNotifierItem"), this,
-                           QDBusConnection::ExportAllProperties | QDBusConnection::ExportAllSignals);
-        auto call = QDBusMessage::createMethodCall(
-            QStringLiteral("org.kde.StatusNotifierWatcher"), QStringLiteral("/StatusNotifierWatcher"),
-            QStringLiteral("org.kde.StatusNotifierWatcher"), QStringLiteral("RegisterStatusNotifierItem"));
-        bus.send(call << bus.baseService());
-        timer_.callOnTimeout(this, [this] {
-            ++count_;
-            Q_EMIT XAyatanaNewLabel(label(), label());
-        });
-        timer_.start(2s);
-    }
-
-  Q_SIGNALS:
-    void XAyatanaNewLabel(const QString& label, const QString& guide); // NOLINT(readability-identifier-naming)
-
-  private:
-    QString name() const { return QStringLiteral("reference"); }
-    QString label() const { return QString::number(count_); }
-
-    QTimer timer_;
-    int count_ = 0;
-};
 
 void openWindows(int left) {
     if (left == 0) {
@@ -91,5 +57,3 @@ int main(int argc, char** argv) {
     });
     return QCoreApplication::exec();
 }
-
-#include "ReferenceProgram.moc"
