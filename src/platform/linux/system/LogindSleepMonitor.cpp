@@ -161,8 +161,12 @@ void LogindSleepMonitor::requestInhibitor() {
 }
 
 void LogindSleepMonitor::prepareForSleep(bool sleeping) {
+    // An announcement is newer than an answer that Qt may hand over after it.
+    questions_.reset();
     if (sleeping != asleep_) {
         sleeping ? goToSleep() : wakeUp();
+    } else if (!sleeping && !inhibitor_.isValid()) {
+        requestInhibitor();
     }
 }
 

@@ -1,5 +1,6 @@
 #include "platform/linux/system/LogindSleepMonitor.h"
 
+#include "platform/linux/system/BusCall.h"
 #include "platform/linux/system/FileDescriptor.h"
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
@@ -476,6 +477,24 @@ TEST_F(LogindSleepMonitorTest, ALogindThatDoesNotAnswerIsNotWaitedFor) {
     }
     logind_->thaw();
     EXPECT_TRUE(inhibitorsBecome(1));
+}
+
+TEST_F(LogindSleepMonitorTest, AnAnnouncementCountsMoreThanAnAnswerThatIsHandedOverAfterIt) {
+    startLogind();
+    logind_->freeze();
+    monitor_.start([this] { calls_ += QStringLiteral("sleep"); }, [this] { calls_ += QStringLiteral("wake"); });
+    const QDBusConnection own(QStringLiteral("skylet-logind-%1").arg(quintptr(&monitor_)));
+    // Who logind is, has been answered by then, and what is asked of it has reached the bus.
+    for (int round = 0; round < 3; ++round) {
+        callAndWait(own, busCall(QStringLiteral("GetId")));
+    }
+    QMetaObject::invokeMethod(&monitor_, "prepareForSleep", Q_ARG(bool, true));
+    logind_->thaw();
+    // Answered in its turn, after what the monitor had asked.
+    const auto question =
+        propertyCall(logind, QStringLiteral("/org/freedesktop/login1"), manager, QStringLiteral("PreparingForSleep"));
+    EXPECT_EQ(callAndWait(own, question).type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(callsSoFar(), list({"sleep"}));
 }
 
 TEST_F(LogindSleepMonitorTest, AnnouncementsOfSomebodyElseAreNotBelieved) {

@@ -62,7 +62,10 @@ void StatusHostMonitor::start() {
     // Hosts bear their process id in their name, so their whole family is watched.
     nameWatcher_.addWatchedService(QStringLiteral("org.kde*"));
     connect(&nameWatcher_, &QDBusServiceWatcher::serviceOwnerChanged, this,
-            [this](const QString& name, const QString& /*before*/, const QString& owner) { setOwner(name, owner); });
+            [this](const QString& name, const QString& /*before*/, const QString& owner) {
+                unanswered_.remove(name);
+                setOwner(name, owner);
+            });
     for (const QString& signal :
          {QStringLiteral("StatusNotifierHostRegistered"), QStringLiteral("StatusNotifierHostUnregistered")}) {
         connection_.connect(QString(), watcherPath(), QString(watcherName), signal, this, SLOT(askWatcherForHosts()));
@@ -70,9 +73,13 @@ void StatusHostMonitor::start() {
     callAsync(connection_, busCall(QStringLiteral("ListNames")), this, [this](const QDBusMessage& names) {
         for (const QString& name : QDBusReply<QStringList>(names).value()) {
             if (isOfInterest(name)) {
-                callAsync(
-                    connection_, busCall(QStringLiteral("GetNameOwner"), {name}), this,
-                    [this, name](const QDBusMessage& owner) { setOwner(name, QDBusReply<QString>(owner).value()); });
+                unanswered_.insert(name);
+                callAsync(connection_, busCall(QStringLiteral("GetNameOwner"), {name}), this,
+                          [this, name](const QDBusMessage& owner) {
+                              if (unanswered_.remove(name)) {
+                                  setOwner(name, QDBusReply<QString>(owner).value());
+                              }
+                          });
             }
         }
     });
@@ -155,13 +162,14 @@ void StatusHostMonitor::askWatcherForHosts() {
     const auto isWanted = [this] {
         return owners_.size() == 1 && !watcherOwner_.isEmpty() && !traitsOfConnection(watcherOwner_).watchesOnly;
     };
+    hostQuestion_.reset();
     if (!isWanted()) {
         return;
     }
     callAsync(connection_,
               propertyCall(watcherOwner_, watcherPath(), QString(watcherName),
                            QStringLiteral("IsStatusNotifierHostRegistered")),
-              this, [this, isWanted, asked = watcherOwner_](const QDBusMessage& reply) {
+              this, hostQuestion_.guard([this, isWanted, asked = watcherOwner_](const QDBusMessage& reply) {
                   const QDBusReply<QDBusVariant> registered(reply);
                   // A watcher that does not say is taken for its own host.
                   const bool hasNoHost = registered.isValid() && registered.value().variant() == QVariant(false);
@@ -169,7 +177,7 @@ void StatusHostMonitor::askWatcherForHosts() {
                       watcherHasNoHost_ = hasNoHost;
                       report();
                   }
-              });
+              }));
 }
 
 void StatusHostMonitor::report() {

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "platform/Lifetime.h"
 #include "platform/linux/statusitem/host/KnownHosts.h"
 
 #include <QDBusConnection>
 #include <QDBusServiceWatcher>
 #include <QHash>
 #include <QObject>
+#include <QSet>
 #include <QString>
 
 #include <functional>
@@ -65,6 +67,11 @@ class StatusHostMonitor final : public QObject {
     QDBusConnection connection_;
     StatusHostEnvironment environment_;
     QDBusServiceWatcher nameWatcher_;
+    // Qt may hand answers over in another order than they came in, and after what was told later.
+    /// Names whose owners were asked for, as long as nothing has been told of them.
+    QSet<QString> unanswered_;
+    /// Only the latest counts.
+    Lifetime hostQuestion_;
     /// Who owns the watcher's name and the names of hosts.
     QHash<QString, Program> owners_;
     QString watcherOwner_;
