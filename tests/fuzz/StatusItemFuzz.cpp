@@ -243,7 +243,8 @@ void callItemOnce(FuzzInput& input) {
                     {itemInterface(), property, variant(anyValue(input))});
         const auto id = item().call(itemPath(), propertiesInterface(), QStringLiteral("Get"),
                                     {itemInterface(), QStringLiteral("Id")});
-        require(id.arguments().value(0).value<QDBusVariant>().variant() == u"skylet"_qs, "nobody sets a property");
+        require(id.arguments().value(0).value<QDBusVariant>().variant() == QStringLiteral("skylet"),
+                "nobody sets a property");
         break;
     }
     default: {
