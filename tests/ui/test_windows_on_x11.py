@@ -16,6 +16,12 @@ SMALL = 1024, 600
 MINIMIZE, MAXIMIZE, CLOSE = 1 << 3, 1 << 4, 1 << 5
 
 
+def pictures_folder():
+    folder = Path(os.environ["SKYLET_WINDOWS_PICTURES"])
+    folder.mkdir(parents=True, exist_ok=True)
+    return folder
+
+
 @pytest.fixture(scope="module")
 def session():
     with ExitStack() as stack:
@@ -153,7 +159,7 @@ def test_windows_stay_on_a_small_screen(small_session, language, scale, points):
         demo.show(what, name)
         left, top, right, bottom, title_bar = frame(demo, name)
         assert left >= 0 and top >= 0 and right <= SMALL[0] and bottom <= SMALL[1] and title_bar > 10
-        picture = Path(os.environ["SKYLET_WINDOWS_PICTURES"]) / f"small-{what}-{language}-x{scale}-{points}pt.png"
+        picture = pictures_folder() / f"small-{what}-{language}-x{scale}-{points}pt.png"
         small_session.screen.take_picture(picture)
     demo.end()
 
@@ -229,8 +235,7 @@ def test_the_gauge_moves_while_covered_but_not_while_away(screen, demo):
 @pytest.mark.parametrize("scale", [1, 2])
 def test_titles_and_pictures(session, screen, language, titles, scale):
     """Keeps a picture of each window with its frame, on a light and on a dark desktop."""
-    folder = Path(os.environ["SKYLET_WINDOWS_PICTURES"])
-    folder.mkdir(parents=True, exist_ok=True)
+    folder = pictures_folder()
     time.sleep(1)  # until openbox no longer says which virtual desktop this is
     demo = Demo(session, language, scale)
     for (what, name), title in zip(WINDOWS, titles):
