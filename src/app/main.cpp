@@ -3,7 +3,6 @@
 #include "connectivity/ConnectivityEngine.h"
 #include "connectivity/HTTPConnectivityProbe.h"
 #include "platform/Timers.h"
-#include "platform/linux/desktop/DarkTitleBar.h"
 #include "platform/linux/desktop/DesktopApplication.h"
 #include "platform/linux/network/NetlinkInterfaceCounters.h"
 #include "platform/linux/network/NetlinkPathMonitor.h"
@@ -57,15 +56,13 @@ SpeedTestFactory makeSpeedTest(const std::shared_ptr<const Clock>& clock,
                                const std::shared_ptr<const NetworkEpoch>& epoch,
                                const std::shared_ptr<NameResolver>& names, InterfaceCounters& counters) {
     return [clock, epoch, names, &counters] {
-        auto speedTest = std::make_unique<SpeedTestController>(
+        return std::make_unique<SpeedTestController>(
             [epoch, names, &counters](const SessionConfiguration& configuration, BulkTransferDelegate& delegate) {
                 return std::make_unique<CurlBulkTransferSession>(
                     configuration, epoch, names, delegate,
                     [uplinks = UplinkTraffic(counters)]() mutable { return uplinks.sentBytes(); });
             },
             *clock);
-        speedTest->beforeShowing = askForDarkTitleBar;
-        return speedTest;
     };
 }
 

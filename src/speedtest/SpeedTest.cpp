@@ -165,9 +165,6 @@ void SpeedTestController::show() {
     if (!window_) {
         build();
     }
-    if (beforeShowing) {
-        beforeShowing(*window_);
-    }
     window_->bringToFront();
     if (!isRunning()) {
         measurement_.start();

@@ -18,7 +18,6 @@
 
 #include <array>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <vector>
 
@@ -99,9 +98,6 @@ class SpeedTestController final : public SpeedTesting, private SpeedTestDisplay 
     void setLatencyMs(std::int64_t milliseconds) override { measurement_.setLatencyMs(milliseconds); }
     void show() override;
     void cancel() override { measurement_.cancel(); }
-
-    /// Called with the window before each showing, for requests that only some desktops know.
-    std::function<void(const QWidget& window)> beforeShowing;
 
   private:
     void build();

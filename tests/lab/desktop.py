@@ -45,7 +45,7 @@ class Logind:
             env={"DBUS_SYSTEM_BUS_ADDRESS": bus.address, "PATH": "/usr/bin"}))
         self._connection = bus.connect()
         stack.callback(self._close)
-        wait_until(lambda: self._has_owner("org.freedesktop.login1"), 5, "logind is there")
+        wait_until(lambda: self._has_owner("org.freedesktop.login1"), 30, "logind is there")
 
     def _close(self):
         if not self._connection.is_closed():  # a bus that died has taken it along

@@ -296,6 +296,11 @@ class Panel:
         """As desktops do in order to have programs drawn larger."""
         self._screen.do("xprop", "-root", "-f", "RESOURCE_MANAGER", "8s", "-set", "RESOURCE_MANAGER", f"Xft.dpi:\t{dpi}\n")
 
+    def make_dark(self, dark=True):
+        """Desktops of GTK: as their settings do it, GNOME's and Cinnamon's."""
+        for schema in ("org.gnome.desktop.interface", "org.x.apps.portal"):
+            self._screen.ask("gsettings", "set", schema, "color-scheme", "prefer-dark" if dark else "default")
+
     def click(self, place, button=1):
         self._screen.click(*place, button)
 

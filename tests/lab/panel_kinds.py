@@ -185,7 +185,7 @@ class Kind:
     keyboard: bool = True  # it gives the keyboard to its menu
     wayland: bool = False  # its windows are a compositor's, which draws them on the screen
     is_compositor: bool = False  # so that no program outlives it
-    outlived_by_watcher: bool = False  # who watches for items lives on when it dies, and says that there is a host
+    outlived_by_watcher: bool = False  # who watches for items lives on when it dies
 
 
 WINDOW_MANAGER = ("openbox",)

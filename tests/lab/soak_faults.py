@@ -309,22 +309,25 @@ def ipv6(world, dead):
 
 # names
 
-@fault("network", answer=("silent", "nxdomain", "servfail", "refused", "empty"), afresh=(True, True, False))
-def no_names(world, answer, afresh):
-    world.lab.servers.names.set(answer=answer)
+@contextmanager
+def names_set(world, afresh, **behaviour):
+    world.lab.servers.names.set(**behaviour)
     if afresh:
         world.new_network()
     yield
     world.lab.servers.names.set()
+
+
+@fault("network", answer=("silent", "nxdomain", "servfail", "refused", "empty"), afresh=(True, True, False))
+def no_names(world, answer, afresh):
+    with names_set(world, afresh, answer=answer):
+        yield
 
 
 @fault("network", delay=(0.5, 1.5, 4), afresh=(True, True, False))
 def slow_names(world, delay, afresh):
-    world.lab.servers.names.set(delay=delay)
-    if afresh:
-        world.new_network()
-    yield
-    world.lab.servers.names.set()
+    with names_set(world, afresh, delay=delay):
+        yield
 
 
 @fault("network")

@@ -124,7 +124,7 @@ def test_the_manual_is_that_of_this_version(manual):
 
 @pytest.mark.parametrize("topic", [
     "EXIT STATUS", "SIGTERM, SIGINT, SIGHUP", "no display", "https_proxy, all_proxy, no_proxy", "LANGUAGE, LC_ALL, LC_MESSAGES, LANG",
-    "DBUS_SESSION_BUS_ADDRESS", "XDG_CURRENT_DESKTOP", "DISPLAY, WAYLAND_DISPLAY", "$XDG_CONFIG_HOME/skylet/skylet.ini",
+    "DBUS_SESSION_BUS_ADDRESS", "XDG_CURRENT_DESKTOP", "QT_LOGGING_RULES", "DISPLAY, WAYLAND_DISPLAY", "$XDG_CONFIG_HOME/skylet/skylet.ini",
     "skylet.ini.corrupt", "$XDG_CONFIG_HOME/autostart/com.vorn.skylet.desktop", "/tmp/skylet.log", "$XDG_RUNTIME_DIR/skylet-*/"])
 def test_the_manual_tells_what_decides_over_the_program_and_what_it_leaves(manual, topic):
     assert topic in manual

@@ -142,18 +142,6 @@ TEST_F(SpeedTestControllerTest, DoesNotLetTheResultsJitter) {
     QApplication::setFont(font);
 }
 
-TEST_F(SpeedTestControllerTest, GivesItsWindowToWhoeverPreparesItBeforeEachShowing) {
-    std::vector<bool> shown;
-    controller->beforeShowing = [&shown](const QWidget& given) {
-        EXPECT_EQ(given.objectName(), QStringLiteral("speedTestWindow"));
-        shown.push_back(given.isVisible());
-    };
-    show();
-    window().close();
-    show();
-    EXPECT_THAT(shown, ElementsAre(false, false));
-}
-
 TEST_F(SpeedTestControllerTest, PaintsItsButtonAnewWhenItCanBePressed) {
     show();
     test::settle();

@@ -1,6 +1,6 @@
 #include "connectivity/ConnectivityEngine.h"
 #include "platform/linux/desktop/ApplicationIcon.h"
-#include "platform/linux/desktop/DarkTitleBar.h"
+#include "platform/linux/desktop/WindowShade.h"
 #include "platform/linux/system/SystemClock.h"
 #include "speedtest/SpeedTest.h"
 #include "support/FakeBulkTransfers.h"
@@ -71,7 +71,6 @@ class WindowsDemo {
             speedTest_.onStarted = [this] { reports_.append(QStringLiteral("started")); };
             speedTest_.onCancelled = [this] { reports_.append(QStringLiteral("cancelled")); };
             speedTest_.onFinished = [this](auto, auto) { reports_.append(QStringLiteral("finished")); };
-            speedTest_.beforeShowing = askForDarkTitleBar;
             speedTest_.setLatencyMs(38);
             speedTest_.show();
         }
@@ -139,6 +138,7 @@ int main(int argc, char** argv) {
     const QApplication application(argc, argv);
     QGuiApplication::setWindowIcon(applicationIcon());
     QGuiApplication::setQuitOnLastWindowClosed(false);
+    const WindowShade windowShade;
     WindowsDemo demo;
     QSocketNotifier input(fileno(stdin), QSocketNotifier::Read);
     QObject::connect(&input, &QSocketNotifier::activated, &application, [&demo] {

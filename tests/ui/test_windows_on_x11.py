@@ -80,8 +80,17 @@ def test_the_dark_panel_asks_for_a_dark_title_bar_each_time(screen, demo):
         assert demo.properties("speedTestWindow", "_GTK_THEME_VARIANT").strip() == '_GTK_THEME_VARIANT(UTF8_STRING) = "dark"'
         screen.press("Escape")
         wait_until(lambda: not demo.window("speedTestWindow")["visible"], 10, "it is closed")
+
+
+def test_a_title_bar_is_as_dark_as_its_window(demo):
+    def asks_for_dark():
+        return "dark" in demo.properties("aboutWindow", "_GTK_THEME_VARIANT")
     demo.show("about", "aboutWindow")
-    assert "dark" not in demo.properties("aboutWindow", "_GTK_THEME_VARIANT")
+    assert not asks_for_dark()
+    demo.tell("palette dark")
+    wait_until(asks_for_dark, 10, "the title bar is to be dark")
+    demo.tell("palette light")
+    wait_until(lambda: not asks_for_dark(), 10, "it is to be light again")
 
 
 @pytest.mark.parametrize("what,name", WINDOWS)

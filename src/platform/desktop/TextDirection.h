@@ -14,4 +14,11 @@ inline bool hasRightToLeft(const QString& text) {
     });
 }
 
+/// The text for a line that runs from left to right as a whole. What ends a text of the other direction, such as the
+/// dots of "בודק…", stays at its end there.
+inline QString insideLeftToRight(const QString& text) {
+    constexpr char16_t rightToLeftMark = u'\u200F';
+    return hasRightToLeft(text) ? text + QChar(rightToLeftMark) : text;
+}
+
 } // namespace skylet

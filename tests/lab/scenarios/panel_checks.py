@@ -16,8 +16,9 @@ SEPARATED_AFTER = (1, 4)
 LINES_ABOVE = 3
 # mean difference of a colour by which a panel's own way of scaling may differ from ours
 FITS = 8
-# of a screen of scale 2: the area that holds any panel, the usual height of icons, and a picture that is scaled down at most
+# the area that holds any panel of scale 2, and a strip beneath a panel of scale 1
 TALL_PANEL = (0, 0, WIDTH, 72)
+# of a screen of scale 2: the usual height of icons, and a picture that is scaled down at most
 ICON_OF_SCALE_2 = 44
 FITS_WELL = 5
 HOSTLESS_DELAY = 3  # seconds that the program waits for a panel before it shows the item itself
@@ -244,11 +245,12 @@ def check_return(lab, panel):
     left = 1 if panel.kind.shows == "tray" else 0
     wait_until(lambda: len(panel.shot("gone").dots("green", PANEL)) == left, 5, "the panel is gone")
     if panel.kind.outlived_by_watcher:
-        wait_until(lambda: [x for x, _ in panel.shot("strip").dots("green", PANEL) if x > WIDTH // 2], 10, "the strip")
+        # a window manager that dies leaves its panel's room free
+        wait_until(lambda: [x for x, _ in panel.shot("strip").dots("green", TALL_PANEL) if x > WIDTH // 2], 10, "the strip")
     panel.restart()
 
     def back():
-        dots = panel.shot("back").dots("green", PANEL)
+        dots = panel.shot("back").dots("green", TALL_PANEL)
         return len(dots) == 1 and abs(dots[0][0] - place[0]) < 40
     wait_until(back, 20, "one green dot again, where it was")
     # in whose place no other comes up when the time to wait for a panel is over

@@ -33,7 +33,8 @@ def test_a_link_of_64_kbit_moves_the_needle_packet_by_packet(lab):
     for way in ("down", "up"):
         moments, counts = zip(*result[way]["series"])
         assert max(later - earlier for earlier, later in zip(counts, counts[1:])) < 6000, "a TLS record holds 16 KB"
-        assert moments[0] - result[way]["began"] < 2 and result[way]["ended"] - moments[-1] < 0.5
+        assert moments[0] - result[way]["began"] < 2
+        assert len(set(counts)) > 8, "a packet takes 0.19 s; a lost one holds up those behind it for most of a second"
 
 
 @pytest.mark.alone

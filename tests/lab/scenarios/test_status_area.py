@@ -1,6 +1,7 @@
 """The item comes to every status area there is, and tells it no more than what changes."""
 
 import time
+from pathlib import Path
 
 from lab import green_with_its_label
 
@@ -50,3 +51,10 @@ def test_it_tells_nothing_while_no_figure_changes(lab):
     began = time.monotonic()
     time.sleep(7)
     assert [name for moment, name in lab.area.signals if moment > began] == []
+
+
+def test_the_picture_of_the_dot_is_written_without_plug_ins_for_other_pictures(lab):
+    lab.start()
+    assert lab.area.now.dot == "green"
+    assert list((lab.program.home / "run").glob("skylet-*/dot-*.png"))
+    assert "imageformats" not in Path(f"/proc/{lab.program.pid}/maps").read_text()

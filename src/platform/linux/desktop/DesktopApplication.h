@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/desktop/Application.h"
+#include "platform/linux/desktop/WindowShade.h"
 #include "platform/linux/statusitem/DesktopStatusItem.h"
 
 #include <QPointer>
@@ -31,6 +32,7 @@ class DesktopApplication final : public Application {
   private:
     Q_DISABLE_COPY_MOVE(DesktopApplication)
 
+    WindowShade windowShade_;
     QPointer<DesktopStatusItem> statusItem_;
 };
 

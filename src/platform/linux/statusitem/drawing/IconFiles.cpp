@@ -1,5 +1,6 @@
 #include "platform/linux/statusitem/drawing/IconFiles.h"
 
+#include "platform/linux/statusitem/drawing/Png.h"
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 
 #include <QDir>
@@ -49,9 +50,9 @@ QString IconFiles::fileFor(const StatusIcon& icon) {
     // On a full disk nothing is left under the name. QSaveFile would wait until the disk has it.
     QFile whole(file + QStringLiteral(".new"));
     const QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
-    const bool isWritten = whole.open(QIODevice::WriteOnly) &&
-                           paintStatusIcon(icon, fileSide, font).save(&whole, "PNG") && whole.flush() &&
-                           whole.rename(file);
+    const QByteArray png = toPng(paintStatusIcon(icon, fileSide, font));
+    const bool isWritten = !png.isEmpty() && whole.open(QIODevice::WriteOnly) && whole.write(png) == png.size() &&
+                           whole.flush() && whole.rename(file);
     return isWritten ? file : QString();
 }
 

@@ -18,7 +18,7 @@ QString titleText(const StatusTitle& title) {
     QString text;
     bool rightToLeft = false;
     for (const TitleSegment& segment : title) {
-        text += segment.text;
+        text += insideLeftToRight(segment.text);
         if (hasRightToLeft(segment.text)) {
             text += QChar(leftToRightMark);
             rightToLeft = true;

@@ -1,6 +1,7 @@
 #include "platform/linux/statusitem/drawing/TitleLine.h"
 
 #include "platform/desktop/TabularLine.h"
+#include "platform/desktop/TextDirection.h"
 #include "platform/linux/statusitem/drawing/StatusColors.h"
 
 #include <QFontMetricsF>
@@ -41,9 +42,10 @@ void TitleLine::add(const TitleSegment& segment, QFont font, double scale) {
     // Half a pixel up is made a whole one.
     const double raise = std::round(segment.baselineOffset * scale);
     const auto advance = [&metrics](const QString& text) { return metrics.horizontalAdvance(text); };
-    TabularLine line{{{segment.text, {}}}, advance(segment.text)};
+    const QString text = insideLeftToRight(segment.text);
+    TabularLine line{{{text, {}}}, advance(text)};
     if (segment.font.monospacedDigits) {
-        line = layOutTabular(segment.text, advance);
+        line = layOutTabular(text, advance);
     }
     for (const TextRun& run : line.runs) {
         pieces_.push_back({run.text, font, width_ + run.place.x(), raise});

@@ -1,8 +1,8 @@
 #include "platform/linux/statusitem/host/DBusMenuExporter.h"
 
 #include "platform/linux/desktop/ApplicationIcon.h"
+#include "platform/linux/statusitem/drawing/Png.h"
 
-#include <QBuffer>
 #include <QDBusError>
 #include <QDBusMessage>
 #include <QImage>
@@ -21,11 +21,7 @@ constexpr uint layoutRevision = 1;
 
 /// The application's icon for screens of scale 2: hosts scale down to the size of their menus, never up.
 QByteArray pngOfIcon(int side) {
-    QByteArray data;
-    QBuffer buffer(&data);
-    buffer.open(QIODevice::WriteOnly);
-    applicationIcon().pixmap(QSize(2 * side, 2 * side), 1.0).toImage().save(&buffer, "PNG");
-    return data;
+    return toPng(applicationIcon().pixmap(QSize(2 * side, 2 * side), 1.0).toImage());
 }
 
 /// Those that stay as they are.

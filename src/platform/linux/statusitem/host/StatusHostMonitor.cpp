@@ -70,6 +70,9 @@ void StatusHostMonitor::start() {
          {QStringLiteral("StatusNotifierHostRegistered"), QStringLiteral("StatusNotifierHostUnregistered")}) {
         connection_.connect(QString(), watcherPath(), QString(watcherName), signal, this, SLOT(askWatcherForHosts()));
     }
+    // Cinnamon's watcher says in no other way that its last host has gone, and lives on.
+    connection_.connect(QString(), watcherPath(), QStringLiteral("org.freedesktop.DBus.Properties"),
+                        QStringLiteral("PropertiesChanged"), this, SLOT(askWatcherForHosts()));
     callAsync(connection_, busCall(QStringLiteral("ListNames")), this, [this](const QDBusMessage& names) {
         for (const QString& name : QDBusReply<QStringList>(names).value()) {
             if (isOfInterest(name)) {

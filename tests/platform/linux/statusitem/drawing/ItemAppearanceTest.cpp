@@ -36,7 +36,12 @@ TEST(LabelAppearance, HasTheSameIconWhileTheColourStays) {
 }
 
 TEST(LabelAppearance, KeepsThePartsFromLeftToRightAroundHebrew) {
-    EXPECT_EQ(label(sample::hebrew()).label, QStringLiteral("\u200E87 ms  מגיב מהר\u200E  ↓12.4M ↑210K"));
+    EXPECT_EQ(label(sample::hebrew()).label, QStringLiteral("\u200E87 ms  מגיב מהר\u200F\u200E  ↓12.4M ↑210K"));
+}
+
+TEST(LabelAppearance, KeepsTheDotsOfAHebrewWordAtItsEnd) {
+    const StatusDisplay checking = sample::stateWord(Status::checking, QStringLiteral("בודק…"));
+    EXPECT_EQ(label(checking).label, QStringLiteral("\u200Eבודק…\u200F\u200E"));
 }
 
 TEST(LabelAppearance, HasAGuideAsWideForEveryNumberOfTheSameLength) {

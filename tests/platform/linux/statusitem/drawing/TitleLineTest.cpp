@@ -234,6 +234,13 @@ TEST(TitlePlate, KeepsThePartsFromLeftToRightAroundHebrew) {
     EXPECT_EQ(end(hebrew), end(english));
 }
 
+TEST(TitlePlate, KeepsTheDotsOfAHebrewWordAtItsEnd) {
+    const QImage image = plate(sample::stateWord(Status::checking, QStringLiteral("בודק…")));
+    // From right to left: the first letter stands on the right, where dots would be three pixels high at most.
+    const QImage rightmost = image.copy(letters(image).right() - 3, 0, 4, image.height());
+    EXPECT_GT(letters(rightmost).height(), 4);
+}
+
 TEST(TitlePlate, CutsATitleThatIsTooWideForAnyPanel) {
     const QImage image = plate(sample::stateWord(Status::offline, QString(400, u'W')));
     EXPECT_EQ(image.width(), 640);

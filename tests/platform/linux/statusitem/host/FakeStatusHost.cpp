@@ -56,6 +56,13 @@ void FakeStatusHost::tellOfHosts() {
         QDBusMessage::createSignal(watcherPath(), watcherName(), QStringLiteral("StatusNotifierHostRegistered")));
 }
 
+void FakeStatusHost::tellOfProperties() {
+    QDBusMessage signal =
+        QDBusMessage::createSignal(watcherPath(), propertiesInterface(), QStringLiteral("PropertiesChanged"));
+    signal.setArguments({watcherName(), QVariantMap(), QStringList()});
+    connection_.send(signal);
+}
+
 QVariantList FakeStatusHost::last(const QString& signal) const {
     const auto range = signals_.equal_range(signal);
     return range.first == range.second ? QVariantList() : std::prev(range.second)->second;

@@ -37,6 +37,8 @@ class FakeStatusHost final : public QDBusVirtualObject {
     std::optional<bool> saysHostIsRegistered;
     /// Says that a host has come or gone.
     void tellOfHosts();
+    /// Says only that its properties have changed.
+    void tellOfProperties();
     /// Runs in the middle of a registration.
     std::function<void()> onRegistration;
 

@@ -232,6 +232,20 @@ TEST_F(StatusHostMonitorTest, KnowsAWatcherThatHasNoHost) {
     EXPECT_EQ(changes_, changes + 1);
 }
 
+TEST_F(StatusHostMonitorTest, SeesTheLastHostGoWhereOnlyAPropertyChanges) {
+    processName_ = QStringLiteral("xapp-sn-watcher");
+    FakeStatusHost watcher(bus_.connect());
+    watcher.saysHostIsRegistered = true;
+    watcher.appear();
+    start(QStringLiteral("X-Cinnamon"));
+    ASSERT_TRUE(changesReach(1));
+    settle();
+    ASSERT_TRUE(monitor_->hasHost());
+    watcher.saysHostIsRegistered = false;
+    watcher.tellOfProperties();
+    EXPECT_TRUE(waitUntil([this] { return !monitor_->hasHost(); }));
+}
+
 TEST_F(StatusHostMonitorTest, TellsOfAHostThatComesThoughNothingElseChanges) {
     FakeStatusHost watcher(bus_.connect());
     watcher.saysHostIsRegistered = false;
