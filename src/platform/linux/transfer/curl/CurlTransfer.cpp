@@ -124,6 +124,7 @@ void CurlTransfer::lookUp(std::size_t next) {
                 return;
             }
             append(transfer->resolveEntries_, resolveEntry(transfer->names_[next], addresses));
+            transfer->firstAddresses_.push_back(addresses.front());
             transfer->lookUp(next + 1);
         });
 }
@@ -144,6 +145,7 @@ void CurlTransfer::libcurlIsDone(CURLcode result) {
     if (std::exchange(isNameWanted_, false) && result != CURLE_OK) {
         begun_.reset();
         resolveEntries_.reset();
+        firstAddresses_.clear();
         lookUp(0);
     } else {
         finish(result);
@@ -183,9 +185,9 @@ std::optional<std::chrono::microseconds> CurlTransfer::roundTrip() const {
 void CurlTransfer::reportNames(bool areRight) {
     for (const auto& name : names_) {
         multi_.names().setStale(name.host, !areRight);
-        if (!areRight && !opened_.empty()) {
-            multi_.names().putFirstAddressLast(name.host);
-        }
+    }
+    for (std::size_t index = 0; index < firstAddresses_.size() && !areRight; ++index) {
+        multi_.names().putLast(names_[index].host, firstAddresses_[index]);
     }
 }
 

@@ -76,7 +76,8 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
     /// When the proxy had made its connection to the target, and the TLS handshake began. Absent before, without a
     /// proxy, and on a connection that was there already.
     std::optional<SteadyClock::time_point> proxyConnected() const { return proxyConnected_; }
-    /// Tells the resolver whether the addresses led to the right server; if not, it looks them up again.
+    /// Tells the resolver whether the addresses led to the right server; if not, it looks them up again, and others are
+    /// tried first.
     void reportNames(bool areRight);
 
   private:
@@ -102,6 +103,8 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
     const std::vector<HostAndPort> names_;
     /// The value for CURLOPT_RESOLVE.
     CurlList resolveEntries_;
+    /// Of `names_`, as far as they were looked up for this transfer: the address that libcurl tries first.
+    NameResolver::Addresses firstAddresses_;
     std::array<char, CURL_ERROR_SIZE> errorBuffer_{};
     CurlEasy easy_;
     const SteadyClock::time_point started_ = SteadyClock::now();

@@ -87,9 +87,9 @@ void NameResolver::setStale(const QString& host, bool isStale) {
     }
 }
 
-void NameResolver::putFirstAddressLast(const QString& host) {
-    if (const auto place = names_.find(host); place != names_.end() && !place->second.addresses.empty()) {
-        auto& addresses = place->second.addresses;
+void NameResolver::putLast(const QString& host, const QByteArray& address) {
+    auto& addresses = names_[host].addresses;
+    if (!addresses.empty() && addresses.front() == address) {
         std::rotate(addresses.begin(), addresses.begin() + 1, addresses.end());
     }
 }

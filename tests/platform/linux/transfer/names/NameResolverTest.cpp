@@ -234,7 +234,8 @@ TEST_F(NameResolverTest, AnAddressThatLedNowhereComesLastUntilTheAnswerIsAnother
     const Addresses turned{first[1], first[0]};
     lookUp();
     answer(0, first);
-    resolver->putFirstAddressLast(host);
+    resolver->putLast(host, first[0]);
+    resolver->putLast(host, first[0]); // two requests tried it
     lookUp();
     EXPECT_THAT(results, ElementsAre(first, turned));
     lookUp(host, Freshness::fresh);
@@ -250,7 +251,7 @@ TEST_F(NameResolverTest, AnAddressThatLedNowhereComesLastUntilTheAnswerIsAnother
 TEST_F(NameResolverTest, OnAnotherNetworkTheAddressesHaveTheSystemsOrderAgain) {
     lookUp();
     answer(0, first);
-    resolver->putFirstAddressLast(host);
+    resolver->putLast(host, first[0]);
     epoch->advance();
     lookUp();
     answer(1, first);
