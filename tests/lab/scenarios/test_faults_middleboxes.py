@@ -22,6 +22,7 @@ def have_silent_addresses_in_front(lab):
 def lose_large_packets_of_ipv6(lab):
     """As in a tunnel whose routers tell nobody what is too large: connections open, and no certificate arrives."""
     lab.network.add_ipv6()
+    lab.network.names_from_dns()
     lab.link.drop_larger_than(500, *network.ENDPOINT_IPV6_ADDRESSES)
 
 
