@@ -13,7 +13,13 @@
 //   loss WAY SHARE SEED     drops this share of the packets at random, the same ones for the same seed
 //   hole WAY on|off         drops everything, what is already under way too
 //   mute|unmute ADDRESS     drops everything to and from this address, or no longer
+//   largest BYTES ADDRESS   drops IP packets to and from this address that are larger, and tells nobody
 //   gate off|drop|reset     what becomes of a SYN from A: it passes, is dropped, or is answered with an RST
+//   gate accept             the link itself accepts each connection from A, and drops all else of TCP
+//   flows off|drop|reset IDLE BYTES
+//                           forgets a TCP connection over which nothing went for IDLE seconds, or once it has carried
+//                           so many bytes (0: no limit), and drops its packets from then on or answers them with an RST
+//   forget                  forgets all connections that there are
 //   stats                   JSON: packets and IP bytes that were put on the link, and how many packets were dropped
 //   trace                   JSON: every packet: seconds (monotonic), way, far address, near port, far port, bytes, TCP
 //                           flags
@@ -49,6 +55,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -93,6 +100,7 @@ struct Header {
     std::string farAddress;
     unsigned nearPort = 0;
     unsigned farPort = 0;
+    bool isTcp = false;
     unsigned tcpFlags = 0;
 };
 
@@ -120,15 +128,17 @@ std::optional<Header> parse(std::span<const std::uint8_t> packet, bool up) {
         const std::size_t transport = v6 ? fixedLength : std::size_t{packet[0] & 15U} * 4;
         header.nearPort = bigEndian16(packet, up ? transport : transport + 2);
         header.farPort = bigEndian16(packet, up ? transport + 2 : transport);
-        header.tcpFlags = protocol == IPPROTO_TCP ? bigEndian16(packet, transport + 12) & 255U : 0;
+        header.isTcp = protocol == IPPROTO_TCP;
+        header.tcpFlags = header.isTcp ? bigEndian16(packet, transport + 12) & 255U : 0;
     }
     return header;
 }
 
-enum class Gate : std::uint8_t { off, drop, reset };
+enum class Gate : std::uint8_t { off, drop, reset, accept };
 
 Gate gateNamed(const std::string& name) {
-    static const std::map<std::string, Gate> gates{{"off", Gate::off}, {"drop", Gate::drop}, {"reset", Gate::reset}};
+    static const std::map<std::string, Gate> gates{
+        {"off", Gate::off}, {"drop", Gate::drop}, {"reset", Gate::reset}, {"accept", Gate::accept}};
     return gates.at(name);
 }
 
@@ -156,8 +166,9 @@ void putBigEndian16(std::span<std::uint8_t> packet, std::size_t at, unsigned val
     packet[at + 1] = static_cast<std::uint8_t>(value);
 }
 
-/// The IP packet with the RST that refuses the connection which the SYN in `packet` asks for. `packet` is a whole one.
-std::vector<std::uint8_t> refusalOf(std::span<const std::uint8_t> packet) {
+/// The packet of TCP, without data, that answers `packet`, a whole one from A: an RST, or to a SYN a SYN that accepts
+/// it.
+std::vector<std::uint8_t> answerTo(std::span<const std::uint8_t> packet, unsigned flags) {
     constexpr std::size_t tcpLength = 20;
     const bool v6 = packet[0] >> 4U == 6;
     const std::size_t length = v6 ? 40 : 20;
@@ -180,15 +191,17 @@ std::vector<std::uint8_t> refusalOf(std::span<const std::uint8_t> packet) {
     if (!v6) {
         putBigEndian16(reply, 10, checksum(std::span(reply).first(length)));
     }
-    const auto syn = packet.subspan(v6 ? length : std::size_t{packet[0] & 15U} * 4);
+    const auto asked = packet.subspan(v6 ? length : std::size_t{packet[0] & 15U} * 4);
     const auto tcp = std::span(reply).subspan(length);
-    putBigEndian16(tcp, 0, bigEndian16(syn, 2));
-    putBigEndian16(tcp, 2, bigEndian16(syn, 0));
-    const std::uint32_t acknowledged = (bigEndian16(syn, 4) << 16U | bigEndian16(syn, 6)) + 1;
+    putBigEndian16(tcp, 0, bigEndian16(asked, 2));
+    putBigEndian16(tcp, 2, bigEndian16(asked, 0));
+    std::copy_n(&asked[8], 4, &tcp[4]); // what it expects next
+    const std::uint32_t acknowledged = (bigEndian16(asked, 4) << 16U | bigEndian16(asked, 6)) + 1;
     putBigEndian16(tcp, 8, acknowledged >> 16U);
     putBigEndian16(tcp, 10, acknowledged & 0xffffU);
     tcp[12] = tcpLength / 4 << 4U;
-    tcp[13] = tcpReset | tcpAck;
+    tcp[13] = static_cast<std::uint8_t>(flags | tcpAck);
+    putBigEndian16(tcp, 14, 0xffff); // window
     putBigEndian16(tcp, 16, checksum(std::span(reply).subspan(source), IPPROTO_TCP + tcpLength));
     return reply;
 }
@@ -306,6 +319,42 @@ class Way {
     std::uint64_t dropped_ = 0;
 };
 
+/// What a NAT remembers of the TCP connections through it.
+class Flows {
+  public:
+    Gate whenUnknown = Gate::off;
+    std::chrono::duration<double> idleLimit{0};
+    std::uint64_t byteLimit = 0;
+
+    /// Whether it knows the connection that the packet belongs to.
+    bool pass(const Header& header, std::size_t size, bool up, Time now) {
+        if (whenUnknown == Gate::off || !header.isTcp) {
+            return true;
+        }
+        const auto key = std::tuple(header.farAddress, header.nearPort, header.farPort);
+        if (up && opensConnection(header)) {
+            flows_[key] = {now, 0};
+        }
+        const auto flow = flows_.find(key);
+        if (flow == flows_.end()) {
+            return false;
+        }
+        auto& [last, bytes] = flow->second;
+        bytes += size;
+        if ((idleLimit.count() > 0 && now - last > idleLimit) || (byteLimit > 0 && bytes > byteLimit)) {
+            flows_.erase(flow);
+            return false;
+        }
+        last = now;
+        return true;
+    }
+
+    void forget() { flows_.clear(); }
+
+  private:
+    std::map<std::tuple<std::string, unsigned, unsigned>, std::pair<Time, std::uint64_t>> flows_;
+};
+
 /// A TUN device in a namespace. It goes when its descriptor is closed.
 FileDescriptor makeDevice(const std::string& netns, const std::string& name) {
     const FileDescriptor space(open(("/run/netns/" + netns).c_str(), O_RDONLY | O_CLOEXEC), netns);
@@ -370,18 +419,26 @@ class Link {
             const auto packet = std::span(buffer_).first(static_cast<std::size_t>(size));
             if (const auto header = parse(packet, up)) {
                 const Time now = Clock::now();
-                const bool stopped = up && gate_ != Gate::off && opensConnection(*header);
-                (up ? up_ : down_).enter(packet, *header, stopped || muted_.contains(header->farAddress), now);
+                const bool opens = up && opensConnection(*header);
+                const bool isStopped = gate_ == Gate::accept ? header->isTcp : gate_ != Gate::off && opens;
+                const bool isKnown = flows_.pass(*header, packet.size(), up, now);
+                const auto limit = largest_.find(header->farAddress);
+                const bool isTooLarge = limit != largest_.end() && packet.size() > limit->second;
+                const bool isMuted = muted_.contains(header->farAddress);
+                (up ? up_ : down_).enter(packet, *header, isStopped || !isKnown || isTooLarge || isMuted, now);
                 record(*header, packet.size(), up, now);
-                if (stopped && gate_ == Gate::reset) {
-                    refuse(packet, now);
+                if (opens && gate_ == Gate::accept) {
+                    answer(packet, tcpSyn, now);
+                } else if ((isStopped && gate_ == Gate::reset) ||
+                           (up && !isKnown && flows_.whenUnknown == Gate::reset)) {
+                    answer(packet, tcpReset, now);
                 }
             }
         }
     }
 
-    void refuse(std::span<const std::uint8_t> syn, Time now) {
-        const auto reply = refusalOf(syn);
+    void answer(std::span<const std::uint8_t> packet, unsigned flags, Time now) {
+        const auto reply = answerTo(packet, flags);
         if (const auto header = parse(reply, false)) {
             down_.enter(reply, *header, false, now);
             record(*header, reply.size(), false, now);
@@ -448,6 +505,15 @@ class Link {
             trace_.clear();
         } else if (command == "gate") {
             gate_ = gateNamed(next(std::string()));
+        } else if (command == "largest") {
+            const auto bytes = next(std::size_t());
+            largest_[next(std::string())] = bytes;
+        } else if (command == "flows") {
+            flows_.whenUnknown = gateNamed(next(std::string()));
+            flows_.idleLimit = std::chrono::duration<double>(next(double()));
+            flows_.byteLimit = next(std::uint64_t());
+        } else if (command == "forget") {
+            flows_.forget();
         } else if (command == "mute") {
             muted_.insert(next(std::string()));
         } else if (command == "unmute") {
@@ -531,7 +597,9 @@ class Link {
     Way up_;
     Way down_;
     std::set<std::string> muted_;
+    std::map<std::string, std::size_t> largest_;
     Gate gate_ = Gate::off;
+    Flows flows_;
     std::deque<TracedPacket> trace_;
     std::array<std::uint8_t, largestPacket> buffer_{};
     std::string input_;

@@ -114,10 +114,24 @@ class Link(Tool):
         for address in addresses:
             self.ask(f"unmute {address}")
 
+    def drop_larger_than(self, size, *addresses):
+        """IP packets to and from these that are larger vanish, and nobody is told."""
+        for address in addresses:
+            self.ask(f"largest {size} {address}")
+
     def gate(self, how):
         """What becomes of new TCP connections from the client, while those that are open pass: "off" (all is well), "drop"
-        (their SYNs vanish) or "reset" (refused)."""
+        (their SYNs vanish) or "reset" (refused). With "accept" the link itself accepts them, and nothing of TCP passes."""
         self.ask(f"gate {how}")
+
+    def translate(self, how, idle=0, most_bytes=0):
+        """As a carrier's NAT that forgets a TCP connection over which nothing went for `idle` seconds, or once it has carried so
+        many bytes (0: no limit): from then on its packets vanish ("drop") or are answered with an RST ("reset"). "off": no NAT.
+        Connections that are open when it begins are unknown to it."""
+        self.ask(f"flows {how} {idle} {most_bytes}")
+
+    def forget_connections(self):
+        self.ask("forget")
 
     def add_default_route(self, metric=100):
         self.client.ip(f"route add default via {self.gateway} dev {self.device} metric {metric}")

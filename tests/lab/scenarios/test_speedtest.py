@@ -110,6 +110,17 @@ def test_dead_names_fail_both_phases_and_nobody_waits_for_them(lab):
         assert 0.9 < result[way]["ended"] - result[way]["began"] < 1.2
 
 
+def test_an_address_that_fails_the_download_is_not_tried_first_again(lab):
+    unused = "198.51.100.90"
+    lab.network.names_from_dns()
+    lab.serve_speed_test()
+    lab.servers.names.set(name=settings.SPEEDTEST_HOST, addresses=[unused, network.SPEEDTEST_ADDRESS])
+    lab.link.mute(unused)
+    lab.link.set(rate_kbit=8000)
+    result = lab.run_speed_test(1.5)
+    assert result["down"]["result"] is None and result["up"]["result"]
+
+
 def test_a_black_hole_in_mid_transfer_is_cut_off_like_any_other(lab):
     speed = lab.serve_speed_test()
     speed.set("down", rate=500_000)

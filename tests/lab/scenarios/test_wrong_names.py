@@ -10,9 +10,10 @@ SYN, ACK = 0x02, 0x10
 UNUSED_ADDRESS = "203.0.113.99"
 
 
-def set_addresses(lab, addresses):
-    for endpoint, address in zip(lab.servers.both, addresses):
-        lab.servers.names.set(name=endpoint.name, addresses=[address])
+def set_addresses(lab, *addresses):
+    """Of the first endpoint and of the second."""
+    for endpoint, own in zip(lab.servers.both, addresses):
+        lab.servers.names.set(name=endpoint.name, addresses=own)
 
 
 @pytest.mark.parametrize("answer", [
@@ -42,6 +43,14 @@ def test_an_address_where_nobody_is_does_not_outlive_the_right_answer(lab):
     lab.area.wait_for("green", OFFLINE_WAIT + LIMIT + RETRY + 1, since=right)
 
 
+def test_of_two_addresses_the_second_is_tried_when_the_first_is_silent(lab):
+    lab.network.names_from_dns()
+    lab.link.mute(UNUSED_ADDRESS)
+    set_addresses(lab, *([UNUSED_ADDRESS, endpoint.address] for endpoint in lab.servers.both))
+    lab.start(within=LIMIT + RETRY + 3)
+    assert "red" not in {state.dot for state in lab.area.since(lab.program.started)}
+
+
 @pytest.mark.parametrize("how", [
     {"truncated": True}, {"addresses": [f"203.0.113.{number}" for number in range(56, 255)]}], ids=["truncated", "many addresses"])
 def test_an_answer_too_long_for_one_datagram_is_as_good_as_any(lab, how):
@@ -59,7 +68,7 @@ def test_answers_do_not_survive_a_change_of_network(lab):
     lab.network.names_from_dns()
     lab.start()
     time.sleep(0.5)  # nothing is under way any more
-    set_addresses(lab, network.OTHER_ENDPOINT_ADDRESSES)
+    set_addresses(lab, *([address] for address in network.OTHER_ENDPOINT_ADDRESSES))
     usb0.mute(*network.ENDPOINT_ADDRESSES)
     moved = time.monotonic()
     lab.network.client.ip(f"route replace default via {usb0.gateway} dev usb0 metric 100")
@@ -77,7 +86,7 @@ def test_an_answer_that_is_under_way_when_the_network_changes_is_neither_waited_
     lab.program.start()
     lab.area.wait_for("yellow", 5)
     time.sleep(1)
-    set_addresses(lab, network.OTHER_ENDPOINT_ADDRESSES)
+    set_addresses(lab, *([address] for address in network.OTHER_ENDPOINT_ADDRESSES))
     moved = time.monotonic()
     lab.network.client.ip(f"route replace default via {usb0.gateway} dev usb0 metric 100")
     green = lab.area.wait_for("green", 2, since=moved)
@@ -106,7 +115,7 @@ def test_servers_that_move_are_found_at_the_second_probe(lab):
     lab.link.set(rtt_ms=20)
     lab.start()
     time.sleep(6)
-    set_addresses(lab, network.OTHER_ENDPOINT_ADDRESSES)
+    set_addresses(lab, *([address] for address in network.OTHER_ENDPOINT_ADDRESSES))
     lab.link.mute(*network.ENDPOINT_ADDRESSES)
     moved = time.monotonic()
     yellow = lab.area.wait_for("yellow", CYCLE + LIMIT + 1, since=moved)

@@ -73,14 +73,15 @@ void BulkTransfer::endNow(End end) {
     end_ = end;
     setCurlOption(easy(), CURLOPT_FORBID_REUSE, 1L);
     stop();
-    log(end == End::cancelled ? QStringLiteral("cut off") : QStringLiteral("timed out"));
-    onReportDue_();
+    reportEnd(end == End::cancelled ? QStringLiteral("cut off") : QStringLiteral("timed out"));
 }
 
-void BulkTransfer::log(const QString& outcome) const {
+void BulkTransfer::reportEnd(const QString& outcome) {
+    reportNames(progress() > 0);
     qCInfo(transferLog, "%s: %s after %lld ms, %lld bytes received, %lld sent", qPrintable(url().toString()),
            qPrintable(outcome), static_cast<long long>(elapsed().count()), static_cast<long long>(arrived_),
            static_cast<long long>(acknowledged_));
+    onReportDue_();
 }
 
 void BulkTransfer::checkLimits() {
@@ -121,8 +122,7 @@ void BulkTransfer::ended(CURLcode result) {
     // An answer that came in whole counts, even if the connection is then lost over the rest of the request.
     const bool isAnswerWhole = result == CURLE_OK || announcedLength() == read_;
     end_ = status() && isAnswerWhole ? End::finished : End::failed;
-    log(end_ == End::finished ? QStringLiteral("answered with %1").arg(*status()) : errorText(result));
-    onReportDue_();
+    reportEnd(end_ == End::finished ? QStringLiteral("answered with %1").arg(*status()) : errorText(result));
 }
 
 std::int64_t BulkTransfer::progress() const {

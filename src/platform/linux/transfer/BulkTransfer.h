@@ -63,7 +63,7 @@ class BulkTransfer final : public CurlTransfer, public BulkTransferTask {
     void configureBody();
     /// Ends it before its time; its connection is not used again.
     void endNow(End end);
-    void log(const QString& outcome) const;
+    void reportEnd(const QString& outcome);
     void measure();
     /// `count` bytes of the request's body have been acknowledged, if nobody on this machine did so for the other end.
     void countAcknowledged(std::int64_t count);

@@ -183,6 +183,9 @@ std::optional<std::chrono::microseconds> CurlTransfer::roundTrip() const {
 void CurlTransfer::reportNames(bool areRight) {
     for (const auto& name : names_) {
         multi_.names().setStale(name.host, !areRight);
+        if (!areRight && !opened_.empty()) {
+            multi_.names().putFirstAddressLast(name.host);
+        }
     }
 }
 

@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 #include <system_error>
@@ -86,6 +87,13 @@ void NameResolver::setStale(const QString& host, bool isStale) {
     }
 }
 
+void NameResolver::putFirstAddressLast(const QString& host) {
+    if (const auto place = names_.find(host); place != names_.end() && !place->second.addresses.empty()) {
+        auto& addresses = place->second.addresses;
+        std::rotate(addresses.begin(), addresses.begin() + 1, addresses.end());
+    }
+}
+
 void NameResolver::forgetOtherNetwork() {
     if (epochOfNames_ == epoch_->current()) {
         return;
@@ -142,13 +150,18 @@ void NameResolver::answered(const QString& host, std::uint64_t generation, const
     }
     auto& name = names_[host];
     name.isPending = false;
-    if (!answer.addresses.empty()) {
-        // The same answer again is as stale as before.
-        name.isStale = name.isStale && name.addresses == answer.addresses;
-        name.addresses = answer.addresses;
+    auto addresses = answer.addresses;
+    if (!addresses.empty()) {
+        // The same answer again is as stale as before, and what led nowhere stays behind.
+        if (std::is_permutation(addresses.begin(), addresses.end(), name.addresses.begin(), name.addresses.end())) {
+            addresses = name.addresses;
+        } else {
+            name.isStale = false;
+            name.addresses = addresses;
+        }
         name.answered = clock_->systemUptime();
     }
-    complete(std::exchange(name.waiting, {}), answer.addresses);
+    complete(std::exchange(name.waiting, {}), addresses);
 }
 
 void NameResolver::complete(const std::vector<Completion>& waiting, const Addresses& addresses) {

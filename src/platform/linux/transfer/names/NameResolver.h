@@ -71,6 +71,9 @@ class NameResolver {
     /// Stale: a request to `host` failed, so that the kept answer may be wrong. It is looked up again for whoever wants
     /// it next, and used only if no other comes soon. It is stale until another answer comes, or a request succeeds.
     void setStale(const QString& host, bool isStale);
+    /// No connection could be made: of several addresses another one is to be tried first until the answer changes.
+    /// libcurl waits for minutes before it leaves one that is silent, and forever where TLS is.
+    void putFirstAddressLast(const QString& host);
 
     /// getaddrinfo(3) for TCP over any family that this machine has. Blocks.
     static Answer askSystem(const QByteArray& host);

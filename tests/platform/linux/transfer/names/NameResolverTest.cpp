@@ -230,6 +230,33 @@ TEST_F(NameResolverTest, AnAnswerThatProvedRightIsStaleNoMore) {
     EXPECT_EQ(system.calls().size(), 1U);
 }
 
+TEST_F(NameResolverTest, AnAddressThatLedNowhereComesLastUntilTheAnswerIsAnother) {
+    const Addresses turned{first[1], first[0]};
+    lookUp();
+    answer(0, first);
+    resolver->putFirstAddressLast(host);
+    lookUp();
+    EXPECT_THAT(results, ElementsAre(first, turned));
+    lookUp(host, Freshness::fresh);
+    answer(1, first);
+    EXPECT_EQ(results.back(), turned) << "the same addresses again";
+    lookUp(host, Freshness::fresh);
+    answer(2, second);
+    lookUp(host, Freshness::fresh);
+    answer(3, first);
+    EXPECT_EQ(results.back(), first);
+}
+
+TEST_F(NameResolverTest, OnAnotherNetworkTheAddressesHaveTheSystemsOrderAgain) {
+    lookUp();
+    answer(0, first);
+    resolver->putFirstAddressLast(host);
+    epoch->advance();
+    lookUp();
+    answer(1, first);
+    EXPECT_EQ(results.back(), first);
+}
+
 TEST_F(NameResolverTest, OtherNameServersAreAskedAtOnceForThoseWhoWait) {
     lookUp();
     ASSERT_TRUE(runUntilCalls(1));
