@@ -44,6 +44,8 @@ def machine():
 def main(*arguments):
     quick = "--quick" in arguments
     names = [name for name in arguments if name != "--quick"] or ["steady", *PARTS]
+    if unknown := set(names) - {"steady", *PARTS}:
+        sys.exit("bench: nothing is called " + ", ".join(sorted(unknown)))
     print(machine())
     began = time.monotonic()
     network.sweep()

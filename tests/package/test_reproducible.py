@@ -7,7 +7,7 @@ import pytest
 from package import PACKAGE, SOURCE
 
 # all that the build reads
-INGREDIENTS = ["CMakeLists.txt", "CMakePresets.json", "cmake", "packaging", "script", "src"]
+INGREDIENTS = ["CMakeLists.txt", "CMakePresets.json", "LICENSE", "cmake", "packaging", "script", "src"]
 
 
 @pytest.fixture(name="second_build", scope="module")
