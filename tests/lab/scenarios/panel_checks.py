@@ -56,8 +56,8 @@ def check_number(lab, panel, place):
             distance, given, drawn = panel.icon_distance(picture, dots[0], now["IconPixmap"])
             print(f"{panel.name}: the picture is off by {distance:.1f}; {given} pixels high, drawn with {drawn}")
             return distance < FITS
-        # A wider title before it, such as that of the start, keeps its room for ten seconds.
-        wait_until(fits, 25, "the panel shows our picture")
+        # A wider title before it, such as that of the start, keeps its room for ten seconds; comparing takes long on a busy machine.
+        wait_until(fits, 90, "the panel shows our picture")
 
 
 def check_sharp(lab, panel, wide=False, height=ICON_OF_SCALE_2):
