@@ -39,7 +39,7 @@ def measure_start(bench):
 
 
 def measure_memory(bench):
-    """Private and proportional, of both at the same time: what they share counts for both alike."""
+    """Private, which is what comes from no file, and proportional, of both at the same time: what they share counts for both alike."""
     with ExitStack() as stack:
         lab, other = (bench.make_lab(stack, Nginx) for _ in range(2))
         lab.serve_speed_test()
@@ -49,7 +49,7 @@ def measure_memory(bench):
 
         def look():
             time.sleep(SETTLED_AFTER)
-            return [[each.program.private_kb() / 1024, each.program.proportional_kb() / 1024] for each in (lab, other)]
+            return [[each.program.anonymous_kb() / 1024, each.program.proportional_kb() / 1024] for each in (lab, other)]
 
         def close_windows():
             wait_until(lambda: screen.press("Escape") or not screen.things(), 20, "all windows are closed")
