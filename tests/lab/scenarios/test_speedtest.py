@@ -34,7 +34,7 @@ def test_a_link_of_64_kbit_moves_the_needle_packet_by_packet(lab):
         moments, counts = zip(*result[way]["series"])
         assert max(later - earlier for earlier, later in zip(counts, counts[1:])) < 6000, "a TLS record holds 16 KB"
         assert moments[0] - result[way]["began"] < 2
-        assert len(set(counts)) > 8, "a packet takes 0.19 s; a lost one holds up those behind it for most of a second"
+        assert len(set(counts)) > 4, "a packet takes 0.19 s; a lost one holds up those behind it for a second and more"
 
 
 @pytest.mark.alone
