@@ -2,6 +2,7 @@
 
 import itertools
 import os
+import signal
 import subprocess
 import time
 from pathlib import Path
@@ -55,6 +56,9 @@ class VirtualScreen:
         wait_until(lambda: "unix:" in self.ask("xprop", "-root", "AT_SPI_BUS"), 10, "there is an accessibility bus")
 
     def signal_accessibility_bus(self, how):
+        if how == signal.SIGSTOP:
+            # One that stands still would outlive everything else.
+            self._stack.callback(self.signal_accessibility_bus, signal.SIGCONT)
         for process in Path(f"/proc/{self._accessibility.pid}/task/{self._accessibility.pid}/children").read_text().split():
             os.kill(int(process), how)
 
