@@ -3,7 +3,8 @@ and name servers. A program of its own, run in the server's namespace:
 
     server.py CERTIFICATES NAME=ADDRESS,ADDRESS... dns=ADDRESS,ADDRESS... NAME=ADDRESS,ADDRESS...
 
-The names after the name servers are those of servers elsewhere. It prints "ready" and then obeys one JSON array a line, answering each with one line:
+The names after the name servers are those of servers elsewhere. It prints "ready" and then obeys one JSON array a line, answering
+each with one line:
 
     ["set", NAME, BEHAVIOUR]    from now on NAME behaves so (fields of Behaviour; the rest is as by default)
     ["drop", NAME, HOW]         ends the connections that NAME has: "goaway", "close" or "reset"
