@@ -1,6 +1,6 @@
 #include "platform/linux/transfer/curl/CurlOptions.h"
 
-#include <QDir>
+#include <QDirIterator>
 
 #include <openssl/ssl.h>
 
@@ -14,7 +14,7 @@ namespace {
 /// system may keep only a bundle.
 bool holdsHashedCertificates(const char* folder) {
     const QStringList hashedNames{QStringLiteral("????????.[0-9]")};
-    return folder != nullptr && !QDir(QString::fromUtf8(folder)).entryList(hashedNames, QDir::Files).isEmpty();
+    return folder != nullptr && QDirIterator(QString::fromUtf8(folder), hashedNames, QDir::Files).hasNext();
 }
 
 CURLcode prepareTls(CURL* /*handle*/, void* context, void* /*data*/) {
