@@ -1,6 +1,7 @@
 """A real panel on a virtual screen, with a home and message buses of its own, in the client's namespace: what it starts or
 asks for stays in there."""
 
+import itertools
 import os
 import re
 import shutil
@@ -158,8 +159,8 @@ class Panel:
 
     # the bus
 
-    def _call(self, name, path, interface, method, arguments):
-        return unpack(self._connection.call_sync(name, path, interface, method, arguments, None, 0, 3000, None))
+    def _call(self, name, path, interface, method, arguments, within_ms=3000):
+        return unpack(self._connection.call_sync(name, path, interface, method, arguments, None, 0, within_ms, None))
 
     def _ask_bus(self, method, *arguments):
         return self._call("org.freedesktop.DBus", "/", "org.freedesktop.DBus", method,
@@ -181,14 +182,13 @@ class Panel:
 
     def item(self, pid):
         """(connection, properties) of the item of this process, as any host can read them."""
-        # GTK, where Qt loads it, has a later connection that answers nobody.
-        names = (name for name in self._ask_bus("ListNames") if name.startswith(":"))
-        for name in sorted(names, key=lambda name: int(name.rpartition(".")[2])):
-            if self._pid_of(name) == pid:
-                try:
-                    return name, self._call(name, "/StatusNotifierItem", PROPERTIES, "GetAll", GLib.Variant("(s)", (ITEM,)))[0]
-                except GLib.Error:
-                    pass
+        names = [name for name in self._ask_bus("ListNames") if name.startswith(":") and self._pid_of(name) == pid]
+        # GTK, where Qt loads it, has a connection that answers nobody.
+        for within_ms, name in itertools.product((300, 3000), names):
+            try:
+                return name, self._call(name, "/StatusNotifierItem", PROPERTIES, "GetAll", GLib.Variant("(s)", (ITEM,)), within_ms)[0]
+            except GLib.Error:
+                pass
         raise AssertionError("the program has no item on the bus")
 
     def _pid_of(self, name):

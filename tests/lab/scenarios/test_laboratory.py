@@ -156,7 +156,7 @@ def test_a_wrong_certificate_is_not_accepted(lab, certificate):
 @pytest.mark.parametrize("behaviour, failures", [
     ({"accept": "refuse"}, [7]), ({"accept": "silent"}, [28]), ({"accept": "reset"}, [7, 35]), ({"answer": "never"}, [28]),
     ({"answer": "drip"}, [28]), ({"answer": "drip", "protocols": ["http/1.1"]}, [28]), ({"delay": 4}, [28]),
-    ({"answer": "endless"}, [56]), ({"answer": "endless", "protocols": ["http/1.1"]}, [56])])
+    ({"answer": "endless"}, [16, 56]), ({"answer": "endless", "protocols": ["http/1.1"]}, [56])])
 def test_an_endpoint_misbehaves_as_it_is_told(lab, behaviour, failures):
     lab.servers.first.set(**behaviour)
     lab.link.reset()

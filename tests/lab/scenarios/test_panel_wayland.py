@@ -39,10 +39,10 @@ def test_another_start_opens_the_menu_where_a_click_does(lab):
     closed = panel.wait_until_still()
 
     def menu():
-        area = wait_until(lambda: large_enough(panel.look().difference(closed, SCREEN)) and panel.wait_until_still(), 5,
+        area = wait_until(lambda: large_enough(panel.look().difference(closed, SCREEN)) and panel.wait_until_still(), 20,
                           "the menu opens").difference(closed, SCREEN)
         panel.press("Escape")
-        wait_until(lambda: not large_enough(panel.look().difference(closed, SCREEN)), 3, "the menu closes")
+        wait_until(lambda: not large_enough(panel.look().difference(closed, SCREEN)), 10, "the menu closes")
         return area
 
     panel.click(closed.dots("green", SCREEN)[0])
