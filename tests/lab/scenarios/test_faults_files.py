@@ -163,7 +163,10 @@ def test_without_a_descriptor_to_be_had_it_is_offline_and_green_again_once_there
     print(f"processor {(spent.cpu_s - calm.cpu_s) / (spent.time - calm.time):.1%}")
     assert (spent.cpu_s - calm.cpu_s) / (spent.time - calm.time) < LARGEST_SHARE
     lab.area.click("Launch at Login")
+    lab.area.click("Show Live Traffic")
     lab.area.click("About Skylet")
+    time.sleep(1)
+    assert lab.program.settings_file.read_text() == SETTINGS
     enough_descriptors(lab)
     lab.area.wait_for("green", OVER_WITHIN + LIMIT)
     is_at_work(lab)
