@@ -3,6 +3,7 @@
 import configparser
 import json
 import re
+import shutil
 import subprocess
 from pathlib import Path
 from xml.etree import ElementTree
@@ -176,6 +177,37 @@ def test_the_first_page_names_what_it_takes_to_build_and_to_run():
     assert len(lists) == 4
     needed = {name for words in (*lists, field("Recommends").replace(",", "")) for name in words.split()} - {"ccache"}
     assert [name for name in needed if not re.search(rf"[` ]{re.escape(name)}[` ]", page)] == []
+
+
+def run_without(folder, missing, *script):
+    """(exit code, all that it says) of one of the scripts where nothing has to be built and these tools are missing."""
+    for name in ("packages", "run"):
+        (folder / "script" / name).parent.mkdir(exist_ok=True)
+        shutil.copy(SOURCE / "script" / name, folder / "script")
+    (folder / "script/build").write_text("#!/bin/sh\n")
+    (folder / "script/build").chmod(0o755)
+    tools = folder / "tools"
+    tools.mkdir()
+    for path in (path for place in ("/usr/bin", "/usr/sbin") for path in Path(place).iterdir()):
+        if path.name not in missing and not (tools / path.name).is_symlink():
+            (tools / path.name).symlink_to(path)
+    done = subprocess.run([folder / "script" / script[0], *script[1:]], env=ENVIRONMENT | {"PATH": str(tools)}, timeout=60,
+                          text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
+    return done.returncode, done.stdout
+
+
+@pytest.mark.parametrize("missing,code", [((), 0), (("cmake",), 1)])
+def test_without_apt_it_is_said_what_to_install(tmp_path, missing, code):
+    exit_code, said = run_without(tmp_path, ("apt-get", *missing), "packages", "build", "run")
+    assert exit_code == code
+    for line in ("There is no apt-get here", "on Fedora: dnf install gcc-c++ cmake", "on Arch: pacman -S --needed gcc cmake"):
+        assert line in said
+    assert [tool for tool in missing if f"{tool} is missing" not in said] == []
+
+
+def test_without_a_screen_and_what_a_virtual_one_takes_a_start_says_so(tmp_path):
+    exit_code, said = run_without(tmp_path, ("apt-get", "Xvfb"), "run")
+    assert exit_code == 1 and "Xvfb is missing" in said.splitlines()[-1]
 
 
 def test_the_licence_is_that_of_its_file(unpacked):

@@ -8,6 +8,7 @@ from pathlib import Path
 
 import pytest
 from hostility import LARGEST_SHARE, OVER_WITHIN
+from support.processes import wait_until
 
 CYCLE, LIMIT = 5, 3
 # seconds: what counts here is whether it happens
@@ -26,8 +27,8 @@ def inside(lab, path):
     return Path(f"/proc/{lab.program.pid}/root{path}")
 
 
-def full_disk(folder):
-    return f"mkdir -p {folder}; mount -t tmpfs -o size=64k none {folder}; cat /dev/zero >{folder}/rest 2>/dev/null || true"
+def full_disk(folder, mode=1777):
+    return f"mkdir -p {folder}; mount -t tmpfs -o size=64k,mode={mode} none {folder}; cat /dev/zero >{folder}/rest 2>/dev/null || true"
 
 
 def is_at_work(lab):
@@ -95,10 +96,16 @@ def test_a_log_that_cannot_be_written_is_left_out(lab, fault):
     is_at_work(lab)
 
 
-def test_without_room_for_pictures_they_go_over_the_bus(lab):
-    start_after(lab, full_disk(lab.program.environment["XDG_RUNTIME_DIR"]))
-    assert not [file for file in inside(lab, lab.program.environment["XDG_RUNTIME_DIR"]).rglob("*.png") if file.stat().st_size]
+def test_without_room_for_pictures_they_go_over_the_bus_until_there_is_some(lab):
+    folder = lab.program.environment["XDG_RUNTIME_DIR"]
+    # one that anybody may write to is none to the program
+    start_after(lab, full_disk(folder, mode=700))
     is_at_work(lab)
+    assert not list(inside(lab, folder).rglob("*.png"))
+    (inside(lab, folder) / "rest").unlink()
+    lab.area.click("Pause Automatic Checks")
+    pictures = wait_until(lambda: list(inside(lab, folder).rglob("*.png")), BUSY, "a picture in the folder")
+    assert all(picture.read_bytes().endswith(b"IEND\xaeB`\x82") for picture in pictures), "one is not whole"
     assert lab.program.end()[0] == 0
 
 
@@ -163,7 +170,10 @@ def test_without_a_descriptor_to_be_had_it_is_offline_and_green_again_once_there
     print(f"processor {(spent.cpu_s - calm.cpu_s) / (spent.time - calm.time):.1%}")
     assert (spent.cpu_s - calm.cpu_s) / (spent.time - calm.time) < LARGEST_SHARE
     lab.area.click("Launch at Login")
+    lab.area.click("Show Live Traffic")
     lab.area.click("About Skylet")
+    time.sleep(1)
+    assert lab.program.settings_file.read_text() == SETTINGS
     enough_descriptors(lab)
     lab.area.wait_for("green", OVER_WITHIN + LIMIT)
     is_at_work(lab)

@@ -22,13 +22,12 @@ constexpr qint64 largestSensibleSize = 65'536;
 /// The lines of the file, a single empty one where there is no file; absent where it cannot be read: a folder, a pipe,
 /// a file of any size, what a crash has left. Each byte becomes one character, so that lines of any encoding can be
 /// written back as they were.
-std::optional<QStringList> readLines(const QString& path) {
-    const QFileInfo info(path);
+std::optional<QStringList> readLines(QFile& file) {
+    const QFileInfo info(file);
     if (!info.exists()) {
         return QStringList(QString());
     }
-    QFile file(path);
-    if (!info.isFile() || info.size() > largestSensibleSize || !file.open(QIODevice::ReadOnly)) {
+    if (!info.isFile() || !file.open(QIODevice::ReadOnly) || info.size() > largestSensibleSize) {
         return std::nullopt;
     }
     const QByteArray content = file.read(largestSensibleSize);
@@ -97,7 +96,8 @@ QString IniUserDefaults::defaultPath() {
 }
 
 std::optional<bool> IniUserDefaults::boolForKey(const QString& key) const {
-    const QStringList lines = readLines(path_).value_or(QStringList());
+    QFile file(path_);
+    const QStringList lines = readLines(file).value_or(QStringList());
     QString text = lines.value(findKey(lines, key).key).section(u'=', 1).section(u';', 0, 0).toLower();
     text = text.remove(u'"').trimmed();
     if (text == QStringLiteral("true") || text == QStringLiteral("1")) {
@@ -107,8 +107,13 @@ std::optional<bool> IniUserDefaults::boolForKey(const QString& key) const {
 }
 
 void IniUserDefaults::setBool(bool value, const QString& key) {
-    std::optional<QStringList> lines = readLines(path_);
+    QFile file(path_);
+    std::optional<QStringList> lines = readLines(file);
     if (!lines) {
+        if (!file.isOpen() && QFileInfo(file).isFile() && eaccess(QFile::encodeName(path_).constData(), R_OK) == 0) {
+            // There is no descriptor or no memory for it now, and the file may be a good one.
+            return;
+        }
         QString aside = path_ + QStringLiteral(".corrupt");
         while (QFileInfo::exists(aside)) {
             aside += u'~';

@@ -625,9 +625,12 @@ TEST_F(StatusItemOnHostTest, NeedsAttentionForAWhileWithAFrameAroundTheSameDot) 
     EXPECT_EQ(host_.last(QStringLiteral("NewStatus")), QVariantList{QStringLiteral("NeedsAttention")});
     EXPECT_EQ(count("NewAttentionIcon"), 1);
     EXPECT_EQ(pixmaps(QStringLiteral("AttentionIconPixmap")).last().pixels, framedPixels(64));
-    EXPECT_NE(pixmaps().last().pixels, framedPixels(64));
+    EXPECT_EQ(count("NewIcon"), 1);
+    EXPECT_EQ(pixmaps().last().pixels, framedPixels(64)) << "MATE and Waybar draw no other";
     ASSERT_TRUE(waitUntil([this] { return count("NewStatus") == 2; }));
     EXPECT_EQ(host_.last(QStringLiteral("NewStatus")), QVariantList{QStringLiteral("Active")});
+    EXPECT_EQ(count("NewIcon"), 2);
+    EXPECT_NE(pixmaps().last().pixels, framedPixels(64));
 }
 
 TEST_F(StatusItemOnHostTest, KeepsTheDotRightWhileItNeedsAttention) {

@@ -8,6 +8,7 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -42,6 +43,26 @@ class BrokenDisk {
     BrokenDisk& operator=(const BrokenDisk&) = delete;
     BrokenDisk(BrokenDisk&&) = delete;
     BrokenDisk& operator=(BrokenDisk&&) = delete;
+};
+
+/// This process can open no more files while it lives.
+class NoDescriptors {
+  public:
+    NoDescriptors() {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const int lowestFree = dup(STDERR_FILENO);
+        close(lowestFree);
+        const rlimit none{static_cast<rlim_t>(lowestFree), before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+    NoDescriptors(NoDescriptors&&) = delete;
+    NoDescriptors& operator=(NoDescriptors&&) = delete;
+
+  private:
+    rlimit before_{};
 };
 
 const auto key = QStringLiteral("showTraffic");
@@ -212,6 +233,17 @@ TEST_F(IniUserDefaultsTest, ADiskThatFailsAtTheLastMomentLeavesTheOldFile) {
         IniUserDefaults(path_).setBool(false, key);
     }
     EXPECT_EQ(content(), "[General]\nshowTraffic=true\n");
+    EXPECT_EQ(files(), QStringList{QStringLiteral("skylet.ini")});
+}
+
+TEST_F(IniUserDefaultsTest, WithoutADescriptorToBeHadAGoodFileStaysWhereItIs) {
+    const QByteArray text = "[General]\ndidOnboard=true\n";
+    write(text);
+    {
+        const NoDescriptors none;
+        IniUserDefaults(path_).setBool(false, key);
+    }
+    EXPECT_EQ(content(), text);
     EXPECT_EQ(files(), QStringList{QStringLiteral("skylet.ini")});
 }
 

@@ -145,7 +145,7 @@ void SniObject::scheduleSignals() {
 
 void SniObject::sendSignals() {
     signalsScheduled_ = false;
-    const Sent now{appearance_.icon, appearance_.description, label(), status_, wantedToolTip()};
+    const Sent now{shownIcon(), appearance_.description, label(), status_, wantedToolTip()};
     const Sent before = std::exchange(sent_, now).value_or(now);
     const bool newIcon = now.icon != before.icon;
     const bool newStatus = now.status != before.status;
@@ -187,6 +187,10 @@ DBusToolTip SniObject::wantedToolTip() const {
     return {appearance_.toolTipTitle, escapedMarkup(appearance_.toolTipText)};
 }
 
+StatusIcon SniObject::shownIcon() const {
+    return status_ == Status::needsAttention ? attentionIcon() : appearance_.icon;
+}
+
 StatusIcon SniObject::attentionIcon() const {
     StatusIcon icon = appearance_.icon;
     icon.needsAttention = true;
@@ -206,9 +210,9 @@ QList<DBusPixmap> SniObject::iconPixmap() {
     if (!iconName().isEmpty()) {
         return {};
     }
-    if (paintedIcon_ != appearance_.icon) {
-        paintedIcon_ = appearance_.icon;
-        pixmaps_ = paintInAllSizes(appearance_.icon);
+    if (paintedIcon_ != shownIcon()) {
+        paintedIcon_ = shownIcon();
+        pixmaps_ = paintInAllSizes(shownIcon());
     }
     return pixmaps_;
 }
@@ -217,7 +221,7 @@ QList<DBusPixmap> SniObject::attentionIconPixmap() {
     if (!attentionIconName().isEmpty()) {
         return {};
     }
-    return status_ == Status::needsAttention ? paintInAllSizes(attentionIcon())
+    return status_ == Status::needsAttention ? iconPixmap()
                                              : QList<DBusPixmap>{painted(attentionIcon(), iconSizes.front())};
 }
 

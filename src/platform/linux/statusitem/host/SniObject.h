@@ -107,7 +107,7 @@ class SniObject final : public QObject, protected QDBusContext {
     QString id() const { return id_; }
     QString statusName() const;
     /// Empty while hosts are given pixels.
-    QString iconName() { return fileName(appearance_.icon); }
+    QString iconName() { return fileName(shownIcon()); }
     QList<DBusPixmap> iconPixmap();
     QString attentionIconName() { return fileName(attentionIcon()); }
     QList<DBusPixmap> attentionIconPixmap();
@@ -123,6 +123,8 @@ class SniObject final : public QObject, protected QDBusContext {
     void scheduleSignals();
     void sendSignals();
     DBusToolTip wantedToolTip() const;
+    /// Framed while attention is wanted, since MATE and Waybar draw no other.
+    StatusIcon shownIcon() const;
     StatusIcon attentionIcon() const;
     QString fileName(const StatusIcon& icon);
 

@@ -5,6 +5,7 @@
 
 #include <QApplication>
 #include <QFontDatabase>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QScreen>
@@ -139,6 +140,11 @@ void TitleStrip::mouseReleaseEvent(QMouseEvent* event) {
         Q_EMIT activated(QRect((event->globalPosition() - event->position()).toPoint(), size()));
     }
     pressedAt_.reset();
+}
+
+// On Wayland a window that comes up gets the keyboard, perhaps from somebody who is typing.
+void TitleStrip::keyPressEvent(QKeyEvent* event) {
+    event->ignore();
 }
 
 } // namespace skylet

@@ -13,8 +13,8 @@
 namespace skylet {
 
 /// The title in a small window of its own at the top right of the screen, above other windows, for desktops that have
-/// no place for it. Never takes the focus; to a screen reader it is a button. Can be drawn elsewhere with the mouse;
-/// Wayland lets the compositor choose the place and the layer.
+/// no place for it. Never asks for the focus, and no key works it; to a screen reader it is a button. Can be drawn
+/// elsewhere with the mouse; Wayland lets the compositor choose the place, the layer and who has the keyboard.
 class TitleStrip final : public QAbstractButton {
     Q_OBJECT
 
@@ -31,6 +31,7 @@ class TitleStrip final : public QAbstractButton {
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
 
   private:
     void place();

@@ -120,6 +120,32 @@ TEST_F(HostlessItemTest, StaysInTheTrayThatTakesOverFromAnother) {
     EXPECT_EQ(second.requests(), 1);
 }
 
+TEST_F(HostlessItemTest, StaysInTheNewTrayWhenTheFarewellOfTheOldOneIsReadAfterwards) {
+    FakeTray first(screen_.display(), Qt::white);
+    show(screen_.display());
+    ASSERT_TRUE(waitUntil([&] {
+        item_->openMenu();
+        return menuPlace_.has_value();
+    }));
+    // Each property takes an answer from the server, which has dealt with everything before it then.
+    FakeTray second(screen_.display(), Qt::white);
+    second.setProperty("FIRST", XCB_ATOM_CARDINAL, 0);
+    // More than is read at once.
+    const auto other = X11Connection::open(screen_.display());
+    xcb_client_message_event_t message{};
+    message.response_type = XCB_CLIENT_MESSAGE;
+    message.format = 32;
+    for (int count = 0; count < 1000; ++count) {
+        xcb_send_event(other->get(), 0, other->screen().root, XCB_EVENT_MASK_STRUCTURE_NOTIFY,
+                       reinterpret_cast<const char*>(&message));
+    }
+    other->atom("SECOND");
+    first.expel();
+    first.setProperty("THIRD", XCB_ATOM_CARDINAL, 0);
+    ASSERT_TRUE(waitUntil([&] { return second.icon() != XCB_WINDOW_NONE; }));
+    EXPECT_FALSE(waitUntil([this] { return item_->strip() != nullptr; }, 900ms));
+}
+
 TEST_F(HostlessItemTest, IsAStripThoughOneTrayAfterAnotherComesAndTakesNoIcon) {
     show(screen_.display());
     FakeTray taking(screen_.display(), Qt::white);

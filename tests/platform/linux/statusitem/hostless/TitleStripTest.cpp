@@ -8,6 +8,7 @@
 
 #include <QAccessible>
 #include <QApplication>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QScreen>
 
@@ -77,7 +78,7 @@ TEST_F(TitleStripTest, KeepsItsWidthForAWhileWhenTheTitleGetsShorter) {
     EXPECT_EQ(strip_.geometry().right(), before.right());
 }
 
-TEST_F(TitleStripTest, NeverTakesTheFocus) {
+TEST_F(TitleStripTest, NeverAsksForTheFocus) {
     EXPECT_TRUE(strip_.windowFlags().testFlag(Qt::WindowDoesNotAcceptFocus));
     EXPECT_TRUE(strip_.windowFlags().testFlag(Qt::WindowStaysOnTopHint));
     EXPECT_TRUE(strip_.testAttribute(Qt::WA_ShowWithoutActivating));
@@ -111,6 +112,16 @@ TEST_F(TitleStripTest, TellsWhereItIsWhenItIsClicked) {
     mouse(QEvent::MouseButtonRelease, {10, 10});
     EXPECT_EQ(clicks_, 1);
     EXPECT_EQ(place_, strip_.geometry());
+}
+
+TEST_F(TitleStripTest, IsNotPressedByTheKeysOfSomebodyWhoWasTypingWhenItCame) {
+    for (const Qt::Key key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Select}) {
+        for (const QEvent::Type type : {QEvent::KeyPress, QEvent::KeyRelease}) {
+            QKeyEvent event(type, key, Qt::NoModifier);
+            QApplication::sendEvent(&strip_, &event);
+        }
+    }
+    EXPECT_EQ(clicks_, 0);
 }
 
 TEST_F(TitleStripTest, GoesByTheMouseWhereItDoesNotKnowItsPlace) {
