@@ -26,6 +26,7 @@
 #include <QApplication>
 #include <QDBusConnection>
 
+#include <fcntl.h>
 #include <malloc.h>
 #include <unistd.h>
 
@@ -93,12 +94,24 @@ extern "C" void sayWhatIsWaitedFor(int /*signal*/) {
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
 }
 
+/// Buses and connections would take the numbers of those that are closed, and warnings would be written to them.
+void openStandardStreams() {
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+        if (fcntl(stream, F_GETFD) < 0) {
+            open("/dev/null", O_RDWR);
+        }
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     // Each thread that looks up a name would get a heap of its own from the C library, which is never given back.
     mallopt(M_ARENA_MAX, 1);
+    openStandardStreams();
     ensureHome();
+    // A limit on the size of files (setrlimit(2)) is met as a full disk is.
+    std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGALRM, sayWhatIsWaitedFor);
     alarm(secondsUntilWaitIsSaid);
     DesktopWindows::awaitScreenReaders();
