@@ -36,6 +36,13 @@ def test_each_of_the_usual_variables_names_the_proxy(lab, variable):
     assert proxy.clients() and lab.link.near not in addresses_of_clients(lab)
 
 
+@pytest.mark.parametrize("address", ["http://127.0.0.1:99999", "socks5://127.0.0.1:3128 "])
+def test_nobody_goes_past_a_proxy_whose_address_is_none(lab, address):
+    lab.program.environment["https_proxy"] = address
+    lab.start(until="red", within=RED_WITHIN)
+    assert not addresses_of_clients(lab)
+
+
 @pytest.mark.parametrize("exception", ["name", "domain", "*"])
 def test_names_that_the_environment_excepts_are_asked_directly(lab, exception):
     proxy = use(lab, "http")
