@@ -91,6 +91,10 @@ void endWithoutDisplay(QtMsgType type, const QMessageLogContext& context, const 
     std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, message)));
 }
 
+// What windows, speed tests and lost networks needed for a while the C library keeps: 2 MB and more.
+constexpr Seconds heapTrimInterval{60};
+constexpr Seconds heapTrimTolerance{6};
+
 // Display and bus may accept and answer late: what systemd starts on demand does.
 constexpr unsigned secondsUntilWaitIsSaid = 5;
 
@@ -155,6 +159,7 @@ int main(int argc, char** argv) {
     FileDiagnosticLog diagnosticLog;
     const auto launchAgent = makeLaunchAgent(bus);
     DesktopWindows windows;
+    const auto heapTrim = repeatingTimer(heapTrimInterval, heapTrimTolerance, [] { malloc_trim(0); });
 
     Skylet skylet({.application = application,
                    .pathMonitor = pathMonitor,

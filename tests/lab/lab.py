@@ -84,6 +84,7 @@ class Servers:
                                                      network.OTHER_ENDPOINT_ADDRESSES)}
         hosts = [f"{name}={','.join([address, *further.get(name, [])])}" for name, address in addresses]
         hosts.append(f"dns={','.join([*network.DNS_ADDRESSES, network.DNS_IPV6_ADDRESS])}")
+        hosts.append(f"{settings.SPEEDTEST_HOST}={','.join(network.SPEEDTEST_ADDRESSES)}")
         command = lab_network.server.inside([sys.executable, SERVER, authority.folder, *hosts])
         self._tool = stack.enter_context(Tool(command))
         self.first, self.second, self.portal = (Endpoint(self, *address) for address in addresses)

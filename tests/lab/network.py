@@ -247,7 +247,7 @@ class Network:
 
     def add_ipv6(self):
         """From now on the client has IPv6 beside IPv4, over `wlan0`, and the hosts file knows the servers' IPv6 addresses. (The
-        name servers always know the endpoints'.)"""
+        name servers always know them.)"""
         for namespace, address in ((self.client, CLIENT_IPV6_ADDRESS), (self.server, GATEWAY_IPV6_ADDRESS)):
             namespace.run(["sysctl", "-qw", "net.ipv6.conf.wlan0.disable_ipv6=0"])
             namespace.ip(f"-6 address add {address}/64 dev wlan0 nodad")

@@ -1,9 +1,10 @@
 """The servers of the lab's Internet: the endpoints over TLS with HTTP/2 or HTTP/1.1, the portal that a redirect leads to,
 and name servers. A program of its own, run in the server's namespace:
 
-    server.py CERTIFICATES NAME=ADDRESS,ADDRESS... dns=ADDRESS,ADDRESS...
+    server.py CERTIFICATES NAME=ADDRESS,ADDRESS... dns=ADDRESS,ADDRESS... NAME=ADDRESS,ADDRESS...
 
-It prints "ready" and then obeys one JSON array a line, answering each with one line:
+The names after the name servers are those of servers elsewhere. It prints "ready" and then obeys one JSON array a line, answering
+each with one line:
 
     ["set", NAME, BEHAVIOUR]    from now on NAME behaves so (fields of Behaviour; the rest is as by default)
     ["drop", NAME, HOW]         ends the connections that NAME has: "goaway", "close" or "reset"
@@ -313,10 +314,11 @@ def obey(command, endpoints, name_servers, records):
 
 async def main(certificates, *hosts):
     addresses = {name: addresses.split(",") for name, addresses in (host.split("=") for host in hosts)}
+    served = list(addresses)[:list(addresses).index("dns")]
     dns = addresses.pop("dns")
     loop = asyncio.get_running_loop()
     records = Records()
-    endpoints = {name: Endpoint(name, own, certificates, records) for name, own in addresses.items()}
+    endpoints = {name: Endpoint(name, addresses[name], certificates, records) for name in served}
     name_servers = NameServers(dns, {name: first_of_each_family(own) for name, own in addresses.items()})
     await name_servers.listen()
     commands = asyncio.StreamReader()

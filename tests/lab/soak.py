@@ -38,6 +38,7 @@ GIVEN_UP_AFTER = 60
 WARM_UP = 300
 GROWTH_KB_PER_HOUR = 50
 FEWEST_SAMPLES = 15
+FEWEST_SPEED_TESTS = 5
 
 
 @dataclass(frozen=True)
@@ -166,9 +167,16 @@ class Soak:
             if times:
                 shares = ", ".join(f"{limit:g} s: {sum(took <= limit for took in times)}" for limit in (0, 0.25, 0.5, 1, 2, 3, 4, 8))
                 say(f"{name}: {len(times)} times, longest {times[-1]:.2f} s, median {statistics.median(times):.2f} s; within {shares}")
+        self._judge_speed_tests()
         self._judge_growth()
         say(f"{self._misses} misses")
         return 1 if self._misses else 0
+
+    def _judge_speed_tests(self):
+        transfers = [request["series"][-1][1] for request in self._world.speed_server.requests() if request["series"]]
+        say(f"speed tests: {len(transfers)} transfers of {sum(transfers) / 1e6:.0f} MB in all")
+        # Many are cancelled, cannot begin or meet other faults.
+        self._misses += not transfers and self._kinds.get("whole_speed_test", 0) >= FEWEST_SPEED_TESTS
 
     def _judge_growth(self):
         samples = [sample for sample in self._samples if sample.minute * 60 >= WARM_UP]

@@ -37,6 +37,11 @@ def shown_in(thing):
         yield from shown_in(child)
 
 
+def role(thing):
+    """Its name. Push buttons are called buttons since at-spi2 2.54."""
+    return thing.get_role_name().removeprefix("push ")
+
+
 def states(thing):
     held = thing.get_state_set()
     return {name for name in TOLD_STATES if held.contains(getattr(Atspi.StateType, name.upper()))}
@@ -45,7 +50,7 @@ def states(thing):
 def description(thing, window):
     place = thing.get_extents(Atspi.CoordType.SCREEN)
     value = thing.get_value_iface()
-    return {"window": window.get_name(), "role": thing.get_role_name(), "name": thing.get_name(),
+    return {"window": window.get_name(), "role": role(thing), "name": thing.get_name(),
             "description": thing.get_description(), "value": value.get_current_value() if value else None,
             "states": sorted(states(thing)), "place": [place.x, place.y, place.width, place.height]}
 

@@ -16,6 +16,8 @@ BUSY = 10
 INHIBITOR = ("sleep", "delay")
 # within which the program wakes by itself where logind does not come back, and looks for a bus that has gone
 ABSENCE, RETRY = 5, 10
+# within which it gives memory back that it needed for a while
+TRIM = 60
 
 # has the name that it is told, and answers nobody
 MUTE = """
@@ -182,3 +184,18 @@ def test_a_logind_that_ends_in_mid_sleep_does_not_leave_it_asleep(lab, comes_bac
     else:
         assert green.time - ended > ABSENCE - SLACK
     stays_green(lab, SLACK)
+
+
+def test_memory_that_a_speed_test_needed_is_given_back(lab):
+    lab.serve_speed_test()
+    screen = lab.start_screen()
+    lab.start()
+    began = time.monotonic()
+    lab.area.click("Run Speed Test")
+    lab.area.wait_for(lambda state: "Mbps" in state.label, 30, since=began)
+    screen.press("Escape")
+    wait_until(lambda: not screen.things(), BUSY, "the window is closed")
+    time.sleep(SLACK)
+    kb = lab.program.anonymous_kb()
+    wait_until(lambda: lab.program.anonymous_kb() < kb - 100, TRIM + BUSY, "memory is given back")
+    print(f"{kb} kB, {lab.program.anonymous_kb()} later")

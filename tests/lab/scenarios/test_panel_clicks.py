@@ -79,7 +79,7 @@ def test_a_screen_reader_that_is_switched_on_later_finds_the_strip(lab):
     reader = panel.start_screen_reader()
 
     def finds_the_strip():
-        return any(thing["role"] == "push button" and " ms " in thing["name"] for thing in json.loads(reader.ask("skylet show")))
+        return any(thing["role"] == "button" and " ms " in thing["name"] for thing in json.loads(reader.ask("skylet show")))
     wait_until(finds_the_strip, 10, "the reader finds a button with the title")
 
 

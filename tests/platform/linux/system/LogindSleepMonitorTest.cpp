@@ -52,8 +52,7 @@ class MockLogind {
         process_.start(QStringLiteral("/usr/bin/python3"),
                        {QStringLiteral("-m"), QStringLiteral("dbusmock"), QStringLiteral("--template"),
                         QStringLiteral("logind"), QStringLiteral("--parameters"), QString::fromUtf8(properties)});
-        isThere_ =
-            process_.waitForStarted() && waitUntil([this] { return isOnBus(control_, logind) && answers(); }, 10s);
+        isThere_ = process_.waitForStarted() && waitUntil([this] { return isOnBus(control_, logind) && answers(); });
     }
     ~MockLogind() {
         process_.kill();

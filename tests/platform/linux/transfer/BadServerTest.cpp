@@ -25,7 +25,9 @@ struct Behaved {
     QJsonObject part(const char* name) const { return row.value(QLatin1StringView(name)).toObject(); }
     QString text(const char* name) const { return row.value(QLatin1StringView(name)).toString(); }
     bool has(const char* name) const { return row.contains(QLatin1StringView(name)); }
-    bool isGood() const { return row.value(QStringLiteral("good")).toBool(); }
+    bool isGood() const { return text("verdict") == QStringLiteral("good"); }
+    /// Versions of libcurl read it differently.
+    bool isEither() const { return text("verdict") == QStringLiteral("either"); }
     bool isOfHttp1() const { return part("answer").contains(QStringLiteral("raw")); }
     bool isOfHttp2() const { return part("answer").contains(QStringLiteral("frames")); }
     /// Of downloads and uploads: "finishes", "fails" or "either".
@@ -135,7 +137,7 @@ class BadServerTest : public testing::TestWithParam<Behaved>, protected PeerWatc
             outcome = (*asked)->response ? "answered with " + std::to_string((*asked)->response->statusCode)
                                          : (*asked)->error->description.toStdString();
             if (isRight || !outcome.starts_with("timed out")) {
-                EXPECT_EQ(isRight, GetParam().isGood()) << outcome;
+                EXPECT_TRUE(isRight == GetParam().isGood() || GetParam().isEither()) << outcome;
                 break;
             }
         }

@@ -2,6 +2,10 @@
 
 #include <QDir>
 
+#include <openssl/ssl.h>
+
+#include <string_view>
+
 namespace skylet {
 
 namespace {
@@ -11,6 +15,11 @@ namespace {
 bool holdsHashedCertificates(const char* folder) {
     const QStringList hashedNames{QStringLiteral("????????.[0-9]")};
     return folder != nullptr && !QDir(QString::fromUtf8(folder)).entryList(hashedNames, QDir::Files).isEmpty();
+}
+
+CURLcode clearAutoRetry(CURL* /*handle*/, void* context, void* /*data*/) {
+    SSL_CTX_clear_mode(static_cast<SSL_CTX*>(context), SSL_MODE_AUTO_RETRY);
+    return CURLE_OK;
 }
 
 } // namespace
@@ -33,6 +42,14 @@ void useHashedCertificates(const CurlEasy& handle) {
         setCurlOption<const char*>(handle, CURLOPT_CAINFO, nullptr);
         setCurlOption(handle, CURLOPT_PROXY_CAPATH, folder);
         setCurlOption<const char*>(handle, CURLOPT_PROXY_CAINFO, nullptr);
+    }
+}
+
+void readOneTlsRecordAtATime(const CurlEasy& handle) {
+    // With another library libcurl would pass another context.
+    if (const char* library = curl_version_info(CURLVERSION_NOW)->ssl_version;
+        library != nullptr && std::string_view(library).starts_with("OpenSSL/")) {
+        setCurlOption(handle, CURLOPT_SSL_CTX_FUNCTION, &clearAutoRetry);
     }
 }
 

@@ -24,4 +24,8 @@ void initializeCurl();
 /// read the whole bundle for every connection; the hashed files are opened as needed.
 void useHashedCertificates(const CurlEasy& handle);
 
+/// OpenSSL reads on where a record holds no data, for as long as there are more of them. Of these connections it reads
+/// one at a time, or a server that sends key updates without end could hold whoever uses or closes them.
+void readOneTlsRecordAtATime(const CurlEasy& handle);
+
 } // namespace skylet
