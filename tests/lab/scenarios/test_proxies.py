@@ -21,7 +21,8 @@ def test_behind_a_proxy_that_works_the_dot_is_green(lab, scheme, where):
     lab.link.set(rtt_ms=20)
     lab.start(within=3)
     lab.area.click("Check Connection Now")
-    lab.area.wait_for(lambda state: state.milliseconds and state.milliseconds < 40, 3)  # over a kept connection
+    # over a kept connection; one answer may come while the machine is busy
+    lab.area.wait_for(lambda state: state.milliseconds and state.milliseconds < 40, 4 * CYCLE)
     clients = proxy.clients()
     assert {client["kind"] for client in clients} == {scheme.removesuffix("h")}
     assert {client["named"] for client in clients} == {NAMED[scheme]}
