@@ -45,6 +45,7 @@ constexpr double arcWidth = 14;
 constexpr double hubRadius = 6;
 /// Below this share of the sweep the round caps alone would show, as a dot at zero.
 constexpr double leastDrawnFraction = 0.005;
+constexpr double numberPixels = 40;
 /// What smoothed edges and glyphs wider than their cells may reach beyond their outlines.
 constexpr double edge = 2;
 constexpr double glyphEdge = 10;
@@ -92,6 +93,11 @@ class Dial {
         return {at(angle - 90, 3), at(angle, radius_ - 24), at(angle + 90, 3)};
     }
     QRectF numberArea() const { return {0, center_.y() + radius_ - 18, width_, 48}; }
+    /// Where a number of so many characters is seen: none of them is wider than the font's size.
+    QRect numberArea(qsizetype characters) const {
+        const double room = numberPixels * static_cast<double>(characters) + 2 * glyphEdge;
+        return touched({center_.x() - room / 2, numberArea().y(), room, numberArea().height()}, 0);
+    }
     /// The upper part of the 16 that the unit has: the captions of the results are close beneath.
     QRectF unitLine() const { return {0, center_.y() + radius_ + 32, width_, 10}; }
     QRectF captionArea() const { return {0, center_.y() - 0.35 * radius_ - 16, width_, 16}; }
@@ -156,41 +162,34 @@ int GaugeDrawing::overhang() const {
 void GaugeDrawing::draw(QPainter& painter, const QRegion& region, double value, const QString& caption,
                         const QColor& accent) {
     paintBackdrop(painter.deviceTransform());
+    copyBackdrop(painter, region);
     painter.setRenderHint(QPainter::Antialiasing);
     const Dial dial{QSizeF(bounds_)};
-    const double fraction = drawnFraction(value);
+    const auto shows = [&region](const QRectF& area, double margin) {
+        return region.intersects(touched(area, margin));
+    };
+    forEachPiece(0, drawnFraction(value), [&](double from, double to) {
+        if (region.intersects(dial.arcArea(from, to))) {
+            painter.strokePath(dial.arc(from, to), arcPen(accent));
+        }
+    });
+    painter.setPen(Qt::NoPen);
     const QPolygonF needle = dial.needle(value);
-    // One rectangle after the other: within a clip of any other shape, Qt spreads each fill over several threads, and
-    // handing it over costs more than the drawing.
-    for (const QRect& part : region) {
-        const auto shows = [&part](const QRectF& area, double margin) {
-            return part.intersects(touched(area, margin));
-        };
-        painter.save();
-        copyBackdrop(painter, part);
-        forEachPiece(0, fraction, [&](double from, double to) {
-            if (part.intersects(dial.arcArea(from, to))) {
-                painter.strokePath(dial.arc(from, to), arcPen(accent));
-            }
-        });
-        painter.setPen(Qt::NoPen);
-        // An infinite speed points nowhere.
-        if (std::isfinite(gauge::angle(value)) && shows(needle.boundingRect(), edge)) {
-            painter.setBrush(Qt::white);
-            painter.drawPolygon(needle);
-        }
-        if (shows(dial.hubArea(), edge)) {
-            painter.setBrush(accent);
-            painter.drawEllipse(dial.hubArea());
-        }
-        if (shows(dial.numberArea(), glyphEdge)) {
-            drawNumber(painter, dial.numberArea(), gauge::number(value));
-        }
-        if (shows(dial.captionArea(), glyphEdge)) {
-            painter.setPen(accent);
-            drawCaption(painter, dial.captionArea().center(), caption);
-        }
-        painter.restore();
+    // An infinite speed points nowhere.
+    if (std::isfinite(gauge::angle(value)) && shows(needle.boundingRect(), edge)) {
+        painter.setBrush(Qt::white);
+        painter.drawPolygon(needle);
+    }
+    if (shows(dial.hubArea(), edge)) {
+        painter.setBrush(accent);
+        painter.drawEllipse(dial.hubArea());
+    }
+    if (shows(dial.numberArea(), glyphEdge)) {
+        drawNumber(painter, dial.numberArea(), gauge::number(value));
+    }
+    if (shows(dial.captionArea(), glyphEdge)) {
+        painter.setPen(accent);
+        drawCaption(painter, dial.captionArea().center(), caption);
     }
 }
 
@@ -205,11 +204,11 @@ QRegion GaugeDrawing::difference(double from, double to) const {
     // Pieces as a whole: one that grows is rounded a little differently all along.
     forEachPiece(std::min(before, after), std::max(before, after),
                  [&](double start, double end) { region += dial.arcArea(start, end); });
-    for (const double value : {from, to}) {
-        region += touched(dial.needle(value).boundingRect());
-    }
-    if (gauge::number(from) != gauge::number(to)) {
-        region += touched(dial.numberArea(), 0);
+    region += touched(dial.needle(from).boundingRect() | dial.needle(to).boundingRect());
+    const QString numberBefore = gauge::number(from);
+    const QString numberAfter = gauge::number(to);
+    if (numberBefore != numberAfter) {
+        region += dial.numberArea(std::max(numberBefore.size(), numberAfter.size()));
     }
     return region & area();
 }
@@ -222,6 +221,9 @@ void GaugeDrawing::paintBackdrop(const QTransform& toScreen) {
     forget();
     toScreen_ = toScreen;
     font_ = font;
+    numberFont_.emplace(systemFont(numberPixels, QFont::DemiBold));
+    captionFont_ = systemFont(11, QFont::Bold);
+    captionFont_.setLetterSpacing(QFont::AbsoluteSpacing, 2);
     backdropArea_ = onScreen(area());
     backdrop_ = QPixmap(backdropArea_.size());
     backdrop_.fill(panelBackground());
@@ -236,13 +238,21 @@ void GaugeDrawing::paintBackdrop(const QTransform& toScreen) {
     drawCentered(painter, dial.unitLine(), QStringLiteral("Mbps"), systemFont(12, QFont::Medium));
 }
 
-void GaugeDrawing::copyBackdrop(QPainter& painter, const QRect& part) {
-    const QRect pixels = onScreen(part) & backdropArea_;
-    const QTransform logical = painter.transform();
+void GaugeDrawing::copyBackdrop(QPainter& painter, const QRegion& region) {
+    // Within a clip of any other shape than a rectangle, and from 96 rows on, Qt copies on several threads, and waking
+    // them costs more than the copying.
+    constexpr int rows = 64;
+    painter.save();
     painter.setTransform(toScreen_.inverted(), true);
-    painter.setClipRect(pixels);
-    painter.drawPixmap(pixels.topLeft(), backdrop_, pixels.translated(-backdropArea_.topLeft()));
-    painter.setTransform(logical);
+    for (const QRect& part : region) {
+        const QRect pixels = onScreen(part) & backdropArea_;
+        painter.setClipRect(pixels);
+        for (int y = pixels.top(); y <= pixels.bottom(); y += rows) {
+            const QRect strip = pixels & QRect(pixels.x(), y, pixels.width(), rows);
+            painter.drawPixmap(strip.topLeft(), backdrop_, strip.translated(-backdropArea_.topLeft()));
+        }
+    }
+    painter.restore();
 }
 
 QRect GaugeDrawing::onScreen(const QRect& logical) const {
@@ -250,29 +260,31 @@ QRect GaugeDrawing::onScreen(const QRect& logical) const {
 }
 
 void GaugeDrawing::drawNumber(QPainter& painter, const QRectF& area, const QString& number) {
-    const QFont font = systemFont(40, QFont::DemiBold);
     const QTransform logical = painter.transform();
     painter.setTransform(toScreen_.inverted(), true);
-    for (const auto& [glyph, place] : tabularCentered(area, number, font)) {
-        drawGlyph(painter, glyph, place, font);
+    // Within a rectangle, where it is one, pictures are drawn in half the time.
+    painter.setClipRect(onScreen(touched(area, glyphEdge)));
+    for (const auto& [glyph, place] : numberFont_->centered(area, number)) {
+        drawGlyph(painter, glyph, place);
     }
+    painter.setClipping(false);
     painter.setTransform(logical);
 }
 
-void GaugeDrawing::drawGlyph(QPainter& painter, const QString& text, QPointF place, const QFont& font) {
+void GaugeDrawing::drawGlyph(QPainter& painter, const QString& text, QPointF place) {
     constexpr int most = 64;
     constexpr int steps = 16;
     const QPointF exact = toScreen_.map(place);
     const QPoint pixel(static_cast<int>(std::floor(exact.x())), static_cast<int>(std::floor(exact.y())));
     const auto key = std::pair(text, static_cast<int>((exact.x() - pixel.x()) * steps));
     if (!glyphs_.contains(key)) {
-        const QRect pixels = onScreen(touched(QFontMetricsF(font).boundingRect(text).translated(place)));
+        const QRect pixels = onScreen(touched(QFontMetricsF(numberFont_->font()).boundingRect(text).translated(place)));
         Glyph glyph{QPixmap(pixels.size()), pixels.topLeft() - pixel};
         glyph.picture.fill(Qt::transparent);
         QPainter inside(&glyph.picture);
         inside.setRenderHint(QPainter::Antialiasing);
         inside.setTransform(toScreen_ * QTransform::fromTranslate(-pixels.x(), -pixels.y()));
-        inside.setFont(font);
+        inside.setFont(numberFont_->font());
         inside.setPen(Qt::white);
         inside.drawText(place, text);
         inside.end();
@@ -286,15 +298,14 @@ void GaugeDrawing::drawGlyph(QPainter& painter, const QString& text, QPointF pla
 }
 
 void GaugeDrawing::drawCaption(QPainter& painter, const QPointF& middle, const QString& caption) {
-    QFont font = systemFont(11, QFont::Bold);
-    font.setLetterSpacing(QFont::AbsoluteSpacing, 2);
     if (caption_.text() != caption) {
         caption_ = QStaticText(caption);
         caption_.setTextFormat(Qt::PlainText);
-        caption_.prepare({}, font);
+        caption_.prepare({}, captionFont_);
     }
-    painter.setFont(font);
-    painter.drawStaticText(middle - QPointF(caption_.size().width(), QFontMetricsF(font).height()) / 2, caption_);
+    painter.setFont(captionFont_);
+    painter.drawStaticText(middle - QPointF(caption_.size().width(), QFontMetricsF(captionFont_).height()) / 2,
+                           caption_);
 }
 
 void GaugeDrawing::forget() {

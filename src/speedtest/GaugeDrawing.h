@@ -1,6 +1,7 @@
 #pragma once
 
 #include "speedtest/SpeedTestDisplay.h"
+#include "ui/Fonts.h"
 
 #include <QColor>
 #include <QFont>
@@ -14,6 +15,7 @@
 #include <QString>
 #include <QTransform>
 
+#include <optional>
 #include <utility>
 
 class QPainter;
@@ -46,11 +48,10 @@ class GaugeDrawing {
 
   private:
     void paintBackdrop(const QTransform& toScreen);
-    /// Copies a part of it, to which it clips the painter.
-    void copyBackdrop(QPainter& painter, const QRect& part);
+    void copyBackdrop(QPainter& painter, const QRegion& region);
     void drawNumber(QPainter& painter, const QRectF& area, const QString& number);
     /// `painter` in pixels of the screen, `place` in logical ones.
-    void drawGlyph(QPainter& painter, const QString& text, QPointF place, const QFont& font);
+    void drawGlyph(QPainter& painter, const QString& text, QPointF place);
     void drawCaption(QPainter& painter, const QPointF& middle, const QString& caption);
 
     QRect onScreen(const QRect& logical) const;
@@ -70,6 +71,9 @@ class GaugeDrawing {
         QPoint offset;
     };
     QHash<std::pair<QString, int>, Glyph> glyphs_;
+    // Kept between frames: Qt looks up anew how to draw a font that has just been made.
+    std::optional<TabularFont> numberFont_;
+    QFont captionFont_;
     QStaticText caption_;
 };
 

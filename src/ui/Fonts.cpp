@@ -1,6 +1,5 @@
 #include "ui/Fonts.h"
 
-#include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QPainter>
 #include <QTextLayout>
@@ -28,23 +27,28 @@ void drawCentered(QPainter& painter, const QRectF& area, const QString& text, co
     }
 }
 
-std::vector<TextRun> tabularCentered(const QRectF& area, const QString& text, const QFont& font) {
-    const QFontMetricsF metrics(font);
-    TabularLine line = layOutTabular(text, [&metrics](const QString& part) {
-        // A single character is measured without shaping it, in a fraction of the time.
-        return part.size() == 1 ? metrics.horizontalAdvance(part.front()) : metrics.horizontalAdvance(part);
-    });
+std::vector<TextRun> TabularFont::centered(const QRectF& area, const QString& text) {
+    TabularLine line = layOutTabular(text, [this](const QString& part) { return advance(part); });
     const QPointF start(area.center().x() - line.width / 2,
-                        area.center().y() + (metrics.ascent() - metrics.descent()) / 2);
+                        area.center().y() + (metrics_.ascent() - metrics_.descent()) / 2);
     for (TextRun& run : line.runs) {
         run.place += start;
     }
     return line.runs;
 }
 
+double TabularFont::advance(const QString& text) {
+    if (text.size() != 1) {
+        return metrics_.horizontalAdvance(text);
+    }
+    // A single character is measured without shaping it, in a fraction of the time.
+    const auto known = advances_.constFind(text);
+    return known != advances_.cend() ? *known : *advances_.insert(text, metrics_.horizontalAdvance(text.front()));
+}
+
 void drawTabularCentered(QPainter& painter, const QRectF& area, const QString& text, const QFont& font) {
     painter.setFont(font);
-    for (const auto& [part, place] : tabularCentered(area, text, font)) {
+    for (const auto& [part, place] : TabularFont(font).centered(area, text)) {
         painter.drawText(place, part);
     }
 }

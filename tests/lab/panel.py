@@ -181,8 +181,10 @@ class Panel:
 
     def item(self, pid):
         """(connection, properties) of the item of this process, as any host can read them."""
-        for name in self._ask_bus("ListNames"):
-            if name.startswith(":") and self._pid_of(name) == pid:
+        # GTK, where Qt loads it, has a later connection that answers nobody.
+        names = (name for name in self._ask_bus("ListNames") if name.startswith(":"))
+        for name in sorted(names, key=lambda name: int(name.rpartition(".")[2])):
+            if self._pid_of(name) == pid:
                 try:
                     return name, self._call(name, "/StatusNotifierItem", PROPERTIES, "GetAll", GLib.Variant("(s)", (ITEM,)))[0]
                 except GLib.Error:

@@ -25,8 +25,8 @@ struct TransferResponse {
     int statusCode = 0;
     /// The address that answered, as text; absent when the transport does not know it.
     std::optional<QString> url;
-    /// The part of the exchange's time for which this program was busy with something else, while the request could
-    /// have gone out or the last byte was there already.
+    /// The part of the exchange's time for which this program was busy while the request could have gone out, or the
+    /// last byte was there already.
     Seconds localDelay{0};
 };
 

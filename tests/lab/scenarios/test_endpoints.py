@@ -30,6 +30,12 @@ def test_one_dead_endpoint_leaves_the_dot_green(lab, dead, how):
     assert len(lab.servers.both[1 - dead].requests(died)) >= 2
 
 
+def test_a_new_connection_costs_little(lab):
+    lab.start()
+    time.sleep(1)
+    assert max(packet["bytes"] for packet in lab.link.trace("up")) < 1000, "a packet of keys"
+
+
 @pytest.mark.parametrize("how", ["refused", "silent"])
 def test_a_start_with_one_dead_endpoint_turns_green(lab, how):
     kill(lab, lab.servers.first, how)

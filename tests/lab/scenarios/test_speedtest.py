@@ -7,7 +7,7 @@ import subprocess
 import network
 import pytest
 import settings
-from agreement import assert_agreement
+from agreement import PACKETS, assert_agreement
 from support.processes import BARE_ENVIRONMENT, wait_until
 
 QUIET_AFTER = 0.3  # seconds from a cut-off
@@ -29,7 +29,9 @@ def test_a_link_of_64_kbit_moves_the_needle_packet_by_packet(lab):
     speed = lab.serve_speed_test()
     lab.link.set(rtt_ms=60, rate_kbit=64, queue_ms=1000)
     result = lab.run_speed_test()
-    assert_agreement(speed, result, 60)
+    counted, served = assert_agreement(speed, result, 60, ["down"])["up"]
+    # Newer versions of libcurl send a request's head and its first 16 KB as one TLS record, which the server must have in whole.
+    assert served - PACKETS <= counted < 4 * 8000, "bytes in 4 s"
     for way in ("down", "up"):
         moments, counts = zip(*result[way]["series"])
         assert max(later - earlier for earlier, later in zip(counts, counts[1:])) < 6000, "a TLS record holds 16 KB"

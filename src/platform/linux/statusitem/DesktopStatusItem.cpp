@@ -56,10 +56,8 @@ DesktopStatusItem::DesktopStatusItem(const QDBusConnection& connection, StatusIt
     if (!connection_.isConnected()) {
         return;
     }
-    // Hosts look at the item as soon as they hear of it, so everything is in place before its name is.
     menuExporter_.exportOn(connection_, menuPath());
     object_.exportOn(connection_);
-    monitor_.start();
     connection_.connect(QString(), screenLockPath(), screenLockInterface(), QStringLiteral("ActiveChanged"), this,
                         SLOT(screenLockChanged()));
 }
@@ -91,6 +89,10 @@ void DesktopStatusItem::setDisplay(const StatusDisplay& display) {
     if (display != display_) {
         display_ = display;
         show();
+    }
+    // Hosts look at the item as soon as they hear of it, so everything is in place before its name is.
+    if (!std::exchange(isAnnounced_, true) && connection_.isConnected()) {
+        monitor_.start();
     }
 }
 

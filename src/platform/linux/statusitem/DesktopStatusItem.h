@@ -72,6 +72,7 @@ class DesktopStatusItem final : public QObject, public StatusItem {
 
     QDBusConnection connection_;
     StatusDisplay display_;
+    bool isAnnounced_ = false;
     bool visible_ = true;
     QtMenu menu_;
     DBusMenuExporter menuExporter_;

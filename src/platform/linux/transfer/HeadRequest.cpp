@@ -116,9 +116,10 @@ void HeadRequest::connectionOpens() {
     pool_.connectionOpens();
 }
 
-/// The time this thread was busy with something else while the request was to go out, or the answer was there.
+/// The time this thread was busy with something else while the request was to go out, or the answer was there, and the
+/// time it took to read the answer.
 Seconds HeadRequest::localDelay() const {
-    SteadyClock::duration time = sinceLastData(socket());
+    SteadyClock::duration time = std::max<SteadyClock::duration>(sinceLastData(socket()), SteadyClock::now() - found());
     long newConnections = 0;
     curl_easy_getinfo(handle(), CURLINFO_NUM_CONNECTS, &newConnections);
     if (isOnKeptConnection_ && newConnections == 0 && sent_) {

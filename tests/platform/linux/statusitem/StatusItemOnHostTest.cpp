@@ -803,12 +803,23 @@ TEST_F(StatusItemOnHostTest, SurvivesAHostThatGoesWithTheMenuOpen) {
     ASSERT_TRUE(waitUntil([this] { return count("NewToolTip") == 1; }));
 }
 
-TEST_F(StatusItemOnHostTest, GoesQuietlyWithAnswersUnderWay) {
+TEST_F(StatusItemOnHostTest, IsRegisteredOnlyWhenItHasSomethingToShow) {
     host_.appear();
+    item_ = std::make_unique<DesktopStatusItem>(itemConnection_);
+    runFor(50ms);
+    EXPECT_TRUE(host_.registrations().isEmpty());
+    item_->setDisplay(sample::fast());
+    EXPECT_TRUE(waitUntil([this] { return !host_.item().isEmpty(); }));
+}
+
+TEST_F(StatusItemOnHostTest, GoesQuietlyWithAnswersUnderWay) {
+    host_.setManner(FakeStatusHost::Manner::refuses);
+    host_.appear();
+    registration_ = {10ms, 3};
     makeItem(QStringLiteral("gnome-shell"));
     item_.reset();
     runFor(50ms);
-    EXPECT_TRUE(host_.registrations().isEmpty());
+    EXPECT_EQ(host_.registrations().size(), 1);
 }
 
 } // namespace

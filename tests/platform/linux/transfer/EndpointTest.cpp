@@ -248,6 +248,11 @@ TEST_P(EndpointTest, AnAnswerThatThisProgramIsLateToReadIsNotLate) {
     EXPECT_GE(*localDelay, Seconds(0.2));
 }
 
+TEST_P(EndpointTest, TheTimeToReadAnAnswerIsNotTheServers) {
+    EXPECT_EQ(status(), 204);
+    EXPECT_GT(results.back().response.value().localDelay, Seconds(0));
+}
+
 TEST_P(EndpointTest, AProgramThatIsNotBusyIsNotHeldUp) {
     EXPECT_EQ(status(), 204);
     // A busy machine may hold any single one up.

@@ -23,6 +23,10 @@ bool isOfInterest(const QString& name) {
     return name == watcherName || name.startsWith(hostPrefix);
 }
 
+QDBusMessage processQuestion(const QString& connection) {
+    return busCall(QStringLiteral("GetConnectionUnixProcessID"), {connection});
+}
+
 const char* nameOf(Presentation presentation) {
     switch (presentation) {
     case Presentation::label:
@@ -62,10 +66,7 @@ void StatusHostMonitor::start() {
     // Hosts bear their process id in their name, so their whole family is watched.
     nameWatcher_.addWatchedService(QStringLiteral("org.kde*"));
     connect(&nameWatcher_, &QDBusServiceWatcher::serviceOwnerChanged, this,
-            [this](const QString& name, const QString& /*before*/, const QString& owner) {
-                unanswered_.remove(name);
-                setOwner(name, owner);
-            });
+            [this](const QString& name, const QString& /*before*/, const QString& owner) { setOwner(name, owner); });
     for (const QString& signal :
          {QStringLiteral("StatusNotifierHostRegistered"), QStringLiteral("StatusNotifierHostUnregistered")}) {
         connection_.connect(QString(), watcherPath(), QString(watcherName), signal, this, SLOT(askWatcherForHosts()));
@@ -73,19 +74,18 @@ void StatusHostMonitor::start() {
     // Cinnamon's watcher says in no other way that its last host has gone, and lives on.
     connection_.connect(QString(), watcherPath(), QStringLiteral("org.freedesktop.DBus.Properties"),
                         QStringLiteral("PropertiesChanged"), this, SLOT(askWatcherForHosts()));
-    callAsync(connection_, busCall(QStringLiteral("ListNames")), this, [this](const QDBusMessage& names) {
-        for (const QString& name : QDBusReply<QStringList>(names).value()) {
-            if (isOfInterest(name)) {
-                unanswered_.insert(name);
-                callAsync(connection_, busCall(QStringLiteral("GetNameOwner"), {name}), this,
-                          [this, name](const QDBusMessage& owner) {
-                              if (unanswered_.remove(name)) {
-                                  setOwner(name, QDBusReply<QString>(owner).value());
-                              }
-                          });
+    // In the event loop each answer would wait for all else that the start of the program takes.
+    const QDBusReply<QStringList> names = connection_.call(busCall(QStringLiteral("ListNames")));
+    for (const QString& name : names.value()) {
+        if (isOfInterest(name)) {
+            const QDBusReply<QString> owner = connection_.call(busCall(QStringLiteral("GetNameOwner"), {name}));
+            if (owner.isValid()) {
+                owners_.insert(name, {owner, std::nullopt});
+                setProcess(name, connection_.call(processQuestion(owner)));
             }
         }
-    });
+    }
+    update();
 }
 
 void StatusHostMonitor::setOwner(const QString& name, const QString& owner) {
@@ -95,18 +95,22 @@ void StatusHostMonitor::setOwner(const QString& name, const QString& owner) {
     owners_.remove(name);
     if (!owner.isEmpty()) {
         owners_.insert(name, {owner, std::nullopt});
-        callAsync(connection_, busCall(QStringLiteral("GetConnectionUnixProcessID"), {owner}), this,
-                  [this, name, owner](const QDBusMessage& reply) {
-                      const auto program = owners_.find(name);
-                      if (program != owners_.end() && program->connection == owner) {
-                          const uint processId = QDBusReply<uint>(reply).value();
-                          program->process = processId == 0 ? QString() : environment_.processName(processId);
-                          qCInfo(statusItemLog) << name << "belongs to" << owner << *program->process;
-                          update();
-                      }
-                  });
+        callAsync(connection_, processQuestion(owner), this, [this, name, owner](const QDBusMessage& reply) {
+            const auto program = owners_.find(name);
+            if (program != owners_.end() && program->connection == owner) {
+                setProcess(name, reply);
+                update();
+            }
+        });
     }
     update();
+}
+
+void StatusHostMonitor::setProcess(const QString& name, const QDBusMessage& reply) {
+    const uint processId = QDBusReply<uint>(reply).value();
+    Program& program = owners_[name];
+    program.process = processId == 0 ? QString() : environment_.processName(processId);
+    qCInfo(statusItemLog) << name << "belongs to" << program.connection << *program.process;
 }
 
 Presentation StatusHostMonitor::presentation() const {

@@ -7,7 +7,6 @@
 #include <QDBusServiceWatcher>
 #include <QHash>
 #include <QObject>
-#include <QSet>
 #include <QString>
 
 #include <functional>
@@ -28,14 +27,14 @@ struct StatusHostEnvironment {
 };
 
 /// Finds out who shows status items in this session: the owner of the watcher's name and the hosts beside it, and from
-/// them which presentation of the title suits best. Asks asynchronously only, and of the hosts themselves nothing.
+/// them which presentation of the title suits best. Waits for the bus when it starts, and for no other program ever.
 class StatusHostMonitor final : public QObject {
     Q_OBJECT
 
   public:
     StatusHostMonitor(QDBusConnection connection, StatusHostEnvironment environment);
 
-    /// Reports the first time soon after, once something is known.
+    /// Reports at once who is there.
     void start();
     /// The connection that owns the watcher's name; empty: no watcher.
     const QString& watcherOwner() const { return watcherOwner_; }
@@ -59,6 +58,8 @@ class StatusHostMonitor final : public QObject {
     };
 
     void setOwner(const QString& name, const QString& owner);
+    /// `reply`: says the number of the process that owns the name.
+    void setProcess(const QString& name, const QDBusMessage& reply);
     StatusHostTraits traitsOf(const Program& program) const;
     void update();
     Q_SLOT void askWatcherForHosts();
@@ -67,10 +68,7 @@ class StatusHostMonitor final : public QObject {
     QDBusConnection connection_;
     StatusHostEnvironment environment_;
     QDBusServiceWatcher nameWatcher_;
-    // Qt may hand answers over in another order than they came in, and after what was told later.
-    /// Names whose owners were asked for, as long as nothing has been told of them.
-    QSet<QString> unanswered_;
-    /// Only the latest counts.
+    /// Only the latest counts. Qt may hand answers over in another order than they came in.
     Lifetime hostQuestion_;
     /// Who owns the watcher's name and the names of hosts.
     QHash<QString, Program> owners_;

@@ -187,6 +187,7 @@ void CurlMulti::watch(curl_socket_t socket, QSocketNotifier::Type type, int even
 }
 
 void CurlMulti::handleEvents(curl_socket_t socket, int events) {
+    lastEvent_ = std::chrono::steady_clock::now();
     int running = 0;
     curl_multi_socket_action(multi_.get(), socket, events, &running);
     // One at a time: libcurl drops the messages of handles that are taken out meanwhile.

@@ -9,6 +9,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -45,6 +46,8 @@ class CurlMulti {
     // For CurlTransfer:
 
     NameResolver& names() const { return names_; }
+    /// When the event loop last found that there is something to do.
+    std::chrono::steady_clock::time_point lastEvent() const { return lastEvent_; }
     void add(CurlTransfer& transfer);
     void remove(CurlTransfer& transfer);
     /// Opens a socket for libcurl. Its number is CURL_SOCKET_BAD where none can be had.
@@ -74,6 +77,7 @@ class CurlMulti {
     std::multimap<curl_socket_t, Notifier> notifiers_;
     std::vector<CurlTransfer*> transfers_;
     std::vector<CurlSocket> sockets_;
+    std::chrono::steady_clock::time_point lastEvent_;
     std::int64_t ended_ = 0;
     std::int64_t lastProgress_ = 0;
     /// Records and messages of handshakes since the transfers last got anywhere.

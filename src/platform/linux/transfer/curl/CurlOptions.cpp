@@ -1,6 +1,6 @@
 #include "platform/linux/transfer/curl/CurlOptions.h"
 
-#include <QDir>
+#include <QDirIterator>
 
 #include <openssl/ssl.h>
 
@@ -14,11 +14,14 @@ namespace {
 /// system may keep only a bundle.
 bool holdsHashedCertificates(const char* folder) {
     const QStringList hashedNames{QStringLiteral("????????.[0-9]")};
-    return folder != nullptr && !QDir(QString::fromUtf8(folder)).entryList(hashedNames, QDir::Files).isEmpty();
+    return folder != nullptr && QDirIterator(QString::fromUtf8(folder), hashedNames, QDir::Files).hasNext();
 }
 
-CURLcode clearAutoRetry(CURL* /*handle*/, void* context, void* /*data*/) {
-    SSL_CTX_clear_mode(static_cast<SSL_CTX*>(context), SSL_MODE_AUTO_RETRY);
+CURLcode prepareTls(CURL* /*handle*/, void* context, void* /*data*/) {
+    auto* tls = static_cast<SSL_CTX*>(context);
+    SSL_CTX_clear_mode(tls, SSL_MODE_AUTO_RETRY);
+    // Before 3.5 OpenSSL has no such exchange and does not know how to leave one out.
+    SSL_CTX_set1_groups_list(tls, "DEFAULT:-X25519MLKEM768");
     return CURLE_OK;
 }
 
@@ -45,11 +48,11 @@ void useHashedCertificates(const CurlEasy& handle) {
     }
 }
 
-void readOneTlsRecordAtATime(const CurlEasy& handle) {
+void tuneTls(const CurlEasy& handle) {
     // With another library libcurl would pass another context.
     if (const char* library = curl_version_info(CURLVERSION_NOW)->ssl_version;
         library != nullptr && std::string_view(library).starts_with("OpenSSL/")) {
-        setCurlOption(handle, CURLOPT_SSL_CTX_FUNCTION, &clearAutoRetry);
+        setCurlOption(handle, CURLOPT_SSL_CTX_FUNCTION, &prepareTls);
     }
 }
 

@@ -71,7 +71,7 @@ CurlTransfer::CurlTransfer(CurlMulti& multi, const QUrl& url, NameResolver::Fres
     setCurlOption(easy_, CURLOPT_NOSIGNAL, 1L);
     setCurlOption(easy_, CURLOPT_ERRORBUFFER, errorBuffer_.data());
     useHashedCertificates(easy_);
-    readOneTlsRecordAtATime(easy_);
+    tuneTls(easy_);
     setCurlOption(easy_, CURLOPT_PROXY, proxy_ ? proxy_->url.constData() : "");
     // ProxySettings has considered no_proxy.
     setCurlOption(easy_, CURLOPT_NOPROXY, "");

@@ -64,6 +64,8 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
     std::size_t headBytes() const { return headBytes_; }
     SteadyClock::time_point started() const { return started_; }
     std::chrono::milliseconds elapsed() const;
+    /// When what is being read now was found to be there.
+    SteadyClock::time_point found() const { return multi_.lastEvent(); }
     /// The connection that carries the request; CURL_SOCKET_BAD before the request goes out, and when it is closed.
     curl_socket_t socket() const { return socket_; }
     /// When libcurl began to work on it; absent while names are being looked up.
