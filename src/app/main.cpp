@@ -19,6 +19,7 @@
 #include "platform/linux/transfer/CurlBulkTransferSession.h"
 #include "platform/linux/transfer/CurlTransferSession.h"
 #include "platform/linux/transfer/names/NameResolver.h"
+#include "platform/linux/transfer/names/ProxySettings.h"
 #include "platform/network/NetworkEpoch.h"
 #include "speedtest/SpeedTest.h"
 #include "ui/DesktopWindows.h"
@@ -26,6 +27,7 @@
 #include <QApplication>
 #include <QDBusConnection>
 
+#include <fcntl.h>
 #include <malloc.h>
 #include <unistd.h>
 
@@ -40,6 +42,11 @@
 using namespace skylet;
 
 namespace {
+
+bool isBehindProxy() {
+    const auto endpoints = ConnectivityEngine::defaultEndpoints();
+    return std::any_of(endpoints.begin(), endpoints.end(), [](const QUrl& url) { return proxyFor(url).has_value(); });
+}
 
 std::unique_ptr<ConnectivityEngine> makeEngine(const std::shared_ptr<const Clock>& clock,
                                                const std::shared_ptr<const NetworkEpoch>& epoch,
@@ -97,12 +104,24 @@ extern "C" void sayWhatIsWaitedFor(int /*signal*/) {
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
 }
 
+/// Buses and connections would take the numbers of those that are closed, and warnings would be written to them.
+void openStandardStreams() {
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+        if (fcntl(stream, F_GETFD) < 0) {
+            open("/dev/null", O_RDWR);
+        }
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     // Each thread that looks up a name would get a heap of its own from the C library, which is never given back.
     mallopt(M_ARENA_MAX, 1);
+    openStandardStreams();
     ensureHome();
+    // A limit on the size of files (setrlimit(2)) is met as a full disk is.
+    std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGALRM, sayWhatIsWaitedFor);
     alarm(secondsUntilWaitIsSaid);
     DesktopWindows::awaitScreenReaders();
@@ -133,7 +152,7 @@ int main(int argc, char** argv) {
     const auto clock = std::make_shared<SystemClock>();
     const auto epoch = std::make_shared<NetworkEpoch>();
     const auto names = std::make_shared<NameResolver>(clock, epoch);
-    NetlinkPathMonitor pathMonitor(*epoch);
+    NetlinkPathMonitor pathMonitor(*epoch, isBehindProxy());
     LogindSleepMonitor sleepMonitor(LogindSleepMonitor::systemBusAddress(), *epoch);
     NetlinkInterfaceCounters interfaceCounters;
     IniUserDefaults userDefaults(IniUserDefaults::defaultPath());

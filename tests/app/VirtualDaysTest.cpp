@@ -270,6 +270,9 @@ class VirtualDaysTest : public testing::Test {
         const auto cycles = internet_->cycles;
         pass(duration);
         EXPECT_EQ(internet_->cycles, cycles) << "asleep";
+        if (duration > hour / 60) {
+            EXPECT_EQ(timers(), 0U) << "long asleep";
+        }
         asked([this] { sleepMonitor_.wake(); });
         enter(internet_->network);
     }

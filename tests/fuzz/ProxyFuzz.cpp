@@ -18,6 +18,8 @@ void readProxyVariables(FuzzInput input) {
     require(isSet || !proxy, "there is no proxy that nobody named");
     require(isSet && qEnvironmentVariableIsEmpty("no_proxy") ? proxy.has_value() : true, "the proxy is used");
     if (proxy) {
+        require(!proxy->url.isEmpty() || (proxy->host.isEmpty() && !proxy->wantsAddress),
+                "no request goes past the proxy");
         require(proxy->port >= 0 && proxy->port <= 65535, "a port is one");
         require(!proxy->url.contains('\n') && !proxy->url.contains('\0'), "the address is one line");
         require(qgetenv("no_proxy") != "*" && qgetenv("no_proxy") != "example", "exempt is exempt");

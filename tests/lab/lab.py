@@ -312,6 +312,7 @@ class WallClock:
     """A clock on the wall that can be moved (WallClock.cpp)."""
 
     def __init__(self, file, program):
+        assert settings.WALL_CLOCK.exists(), "without it no clock would be moved"
         self._file = file
         self.move(0)
         program.environment |= {"SKYLET_LAB_CLOCK": str(file), "LD_PRELOAD": str(settings.WALL_CLOCK)}

@@ -50,6 +50,7 @@ class Behaviour:
     certificate: str = "good"  # or another kind that the authority makes
     protocols: list = field(default_factory=lambda: ["h2", "http/1.1"])
     answer: str = "whole"  # or "never", "drip" (a byte per second), "endless" (headers without end)
+    handshake: float = 0  # seconds from the accept to the server's part of the TLS handshake
     delay: float = 0  # seconds from the request to the answer
     status: int = 204
     headers: list = field(default_factory=list)  # pairs
@@ -269,6 +270,7 @@ class Endpoint:
 
     async def _serve(self, client, record, secure):
         client.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        await asyncio.sleep(self.behaviour.handshake)
         try:
             await asyncio.get_running_loop().connect_accepted_socket(
                 lambda: Connection(self, record), client, ssl=self._context() if secure else None)

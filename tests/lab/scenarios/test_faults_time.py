@@ -2,6 +2,7 @@
 
 import os
 import signal
+import threading
 import time
 
 import pytest
@@ -10,6 +11,9 @@ from support.processes import wait_until
 
 DAY, HOUR = 24 * 60 * 60, 60 * 60
 CYCLE, SLACK = 5, 1
+RATE_KBIT, SAMPLES = 4000, 2  # seconds between two
+# seconds: what counts here is whether it happens
+BUSY = 10
 INHIBITOR = ("sleep", "delay")
 
 
@@ -111,6 +115,27 @@ def test_a_wall_clock_that_jumps_a_day_is_not_seen(lab, start, jump):
     time.sleep(2 * CYCLE + SLACK)
     assert made_since(lab, began)
     is_as_before(lab, began)
+
+
+@pytest.mark.parametrize("start, jump", [(0, DAY), (DAY, 0)], ids=["forward", "back"])
+def test_traffic_is_as_much_as_it_is_while_the_wall_clock_jumps_a_day(lab, start, jump):
+    if lab.program.sanitized:
+        pytest.skip("a sanitizer has to be the first that is preloaded")
+    clock = lab.wall_clock()
+    clock.move(start)
+    lab.link.set(rtt_ms=20, rate_kbit=RATE_KBIT)
+    lab.serve_traffic()
+    lab.start()
+    transfer = threading.Thread(target=lab.client_traffic, args=("receive", lab.link.gateway, 5 * SAMPLES))
+    transfer.start()
+    time.sleep(2.5 * SAMPLES)
+    clock.move(jump)
+    jumped = time.monotonic()
+    time.sleep(1.5 * SAMPLES)
+    shown = [state.traffic[0] for state in lab.area.since(jumped) if state.traffic]
+    transfer.join()
+    assert min(shown) > RATE_KBIT * 1000 / 2
+    lab.area.wait_for(lambda state: state.traffic and max(state.traffic) < RATE_KBIT * 100, BUSY)
 
 
 def test_a_wall_clock_on_which_the_certificates_have_expired_is_red_until_it_is_right(lab):

@@ -56,6 +56,15 @@ def test_a_link_on_which_no_new_connection_answers_in_time_is_slow_and_not_offli
     assert all(1200 <= state.milliseconds <= 1300 for state in lab.area.since(state.time))
 
 
+def test_far_behind_a_box_that_accepts_connections_itself_it_is_slow_and_not_offline(lab):
+    """As carriers' accelerators and VPN programs do: the round trip that the kernel sees is the box's."""
+    for endpoint in lab.servers.both:
+        endpoint.set(handshake=1.7, delay=1.7)
+    lab.program.start()
+    state = lab.area.wait_for(lambda state: state.milliseconds, 20, since=lab.program.started)
+    assert (state.dot, state.word, state.milliseconds) == ("yellow", "Very high delay", 1700)
+
+
 def test_the_time_for_which_the_program_itself_stood_still_is_no_delay(lab):
     lab.link.set(rtt_ms=200)
     lab.start()

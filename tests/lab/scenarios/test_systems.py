@@ -109,6 +109,16 @@ def test_without_a_display_it_says_so_and_ends_with_one(lab, environment):
     assert "display" in last
 
 
+@pytest.mark.parametrize("shell", ["exec <&- >&- 2>&-", "ulimit -f 0"], ids=["no standard streams", "no file may grow"])
+def test_it_runs_as_any_launcher_starts_it(lab, shell):
+    lab.program.starter = ["sh", "-c", f'{shell}; exec "$0"']
+    lab.start()
+    lab.area.click("About Skylet")  # of which Qt has something to say
+    lab.area.click("Show Live Traffic")
+    lab.area.wait_for(shows_no_traffic, BUSY)
+    assert lab.program.end()[0] == 0
+
+
 @pytest.mark.parametrize("environment", [
     {"XDG_RUNTIME_DIR": "/nonexistent"}, {"XDG_RUNTIME_DIR": "/dev/null"}, {"XDG_RUNTIME_DIR": "/proc"},
     {"FONTCONFIG_FILE": "/dev/null"}])

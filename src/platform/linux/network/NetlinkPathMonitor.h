@@ -19,8 +19,10 @@ namespace skylet {
 /// the probes and keeps trying.
 class NetlinkPathMonitor : public PathMonitor {
   public:
-    /// `epoch` is advanced right before each report except the first, and outlives the monitor.
-    explicit NetlinkPathMonitor(NetworkEpoch& epoch);
+    /// `epoch` is advanced right before each report except the first, and outlives the monitor. `isBehindProxy`:
+    /// requests go by a proxy, which may be reached without any route to the Internet; so it always reports
+    /// "satisfied".
+    explicit NetlinkPathMonitor(NetworkEpoch& epoch, bool isBehindProxy = false);
 
     void start(UpdateHandler handler) override;
     void cancel() override;
@@ -34,6 +36,7 @@ class NetlinkPathMonitor : public PathMonitor {
     void report(const PathState& state);
 
     NetworkEpoch& epoch_;
+    const bool isBehindProxy_;
     UpdateHandler handler_;
     std::optional<NetlinkSocket> events_;
     QSocketNotifier eventReadable_{QSocketNotifier::Read};

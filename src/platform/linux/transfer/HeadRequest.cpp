@@ -53,20 +53,25 @@ HeadRequest::HeadRequest(ConnectionPool& pool, CurlMulti& multi, CURLSH* share, 
 }
 
 /// Since the last step no more has passed than two round trips and the time to send a lost packet again. Behind a proxy
-/// the proxy's own round trip says nothing of the target's; how long it took to reach the target does.
+/// the proxy's own round trip says nothing of the target's; how long it took to reach the target does, and so does the
+/// TLS handshake, also behind a box that accepts connections in the target's place.
 bool HeadRequest::isConnecting() const {
     const auto accepted = roundTrip();
     if (!begun() || !accepted) {
         return false;
     }
-    SteadyClock::duration lastStep = std::max(*accepted, timeOf(easy(), CURLINFO_APPCONNECT_TIME_T));
-    SteadyClock::duration wholeTrip = *accepted;
+    SteadyClock::duration lastStep = *accepted;
+    SteadyClock::duration nextStep = 2 * lastStep;
     if (const auto connected = proxyConnected()) {
-        wholeTrip = std::max(wholeTrip, *connected - *begun() - *accepted);
+        nextStep = std::max(nextStep, 2 * (*connected - *begun() - lastStep));
         lastStep = std::max(lastStep, *connected - *begun());
     }
+    if (const auto handshake = timeOf(easy(), CURLINFO_APPCONNECT_TIME_T); handshake > lastStep) {
+        nextStep = std::max(nextStep, handshake - lastStep);
+        lastStep = handshake;
+    }
     const auto retransmission = settings_.limit / 3;
-    return SteadyClock::now() - *begun() < lastStep + 2 * wholeTrip + retransmission;
+    return SteadyClock::now() - *begun() < lastStep + nextStep + retransmission;
 }
 
 TransferError HeadRequest::timeout() const {

@@ -7,15 +7,25 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <array>
+#include <utility>
+
 namespace skylet::test {
 
 namespace {
 
 class HomeFolderTest : public testing::Test {
   protected:
-    void TearDown() override { before_.isNull() ? qunsetenv("HOME") : qputenv("HOME", before_); }
+    void TearDown() override {
+        for (const auto& [name, value] : before_) {
+            value.isNull() ? qunsetenv(name) : qputenv(name, value);
+        }
+    }
 
-    const QByteArray before_ = qgetenv("HOME");
+    static std::pair<const char*, QByteArray> variable(const char* name) { return {name, qgetenv(name)}; }
+
+    const std::array<std::pair<const char*, QByteArray>, 3> before_ = {variable("HOME"), variable("XDG_CONFIG_HOME"),
+                                                                       variable("XDG_RUNTIME_DIR")};
 };
 
 } // namespace
@@ -36,6 +46,16 @@ TEST_F(HomeFolderTest, WithoutOneItIsTheUserDatabases) {
     qputenv("HOME", "");
     ensureHome();
     EXPECT_EQ(qgetenv("HOME"), home);
+}
+
+TEST_F(HomeFolderTest, FoldersBelowTheOneItIsStartedInCountAsNone) {
+    for (const auto& [name, value] : before_) {
+        qputenv(name, "some/where");
+    }
+    ensureHome();
+    EXPECT_TRUE(qgetenv("HOME").startsWith('/'));
+    EXPECT_FALSE(qEnvironmentVariableIsSet("XDG_CONFIG_HOME"));
+    EXPECT_FALSE(qEnvironmentVariableIsSet("XDG_RUNTIME_DIR"));
 }
 
 TEST_F(HomeFolderTest, ForAUserWhomNobodyKnowsItIsAPlaceThatTakesNothing) {

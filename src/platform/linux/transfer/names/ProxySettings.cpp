@@ -56,6 +56,9 @@ std::optional<Proxy> proxyFor(const QUrl& target) {
     }
     const auto full = QString::fromUtf8(text.contains("://") ? text : "http://" + text);
     const QUrl url(full);
+    if (!url.isValid()) {
+        return Proxy();
+    }
     const auto scheme = url.scheme();
     Proxy proxy;
     // As it is understood here, lest libcurl understands it otherwise and looks up another name.

@@ -53,6 +53,13 @@ TEST(ProxySettings, WithoutASchemeItIsHttpAndWithoutAPort1080) {
 }
 
 TEST(ProxySettings, ATextThatNamesNoHostIsAProxyNobodyReaches) {
+    for (const auto* text :
+         {"http://proxy.example:3128 ", "http://127.0.0.1:99999", "socks5://127.0.0.1:1080x", "x://[::1"}) {
+        const auto named = proxy({{"https_proxy", text}});
+        ASSERT_TRUE(named.has_value()) << text;
+        EXPECT_TRUE(named->host.isEmpty()) << text;
+        EXPECT_FALSE(named->wantsAddress) << "the target would be reached without it: " << text;
+    }
     for (const auto* text : {"::::", "socks5://[::1", "http://", "proxy..x", "-"}) {
         const auto named = proxy({{"https_proxy", text}});
         ASSERT_TRUE(named.has_value()) << text;
