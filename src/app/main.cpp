@@ -19,7 +19,6 @@
 #include "platform/linux/transfer/CurlBulkTransferSession.h"
 #include "platform/linux/transfer/CurlTransferSession.h"
 #include "platform/linux/transfer/names/NameResolver.h"
-#include "platform/linux/transfer/names/ProxySettings.h"
 #include "platform/network/NetworkEpoch.h"
 #include "speedtest/SpeedTest.h"
 #include "ui/DesktopWindows.h"
@@ -42,11 +41,6 @@
 using namespace skylet;
 
 namespace {
-
-bool isBehindProxy() {
-    const auto endpoints = ConnectivityEngine::defaultEndpoints();
-    return std::any_of(endpoints.begin(), endpoints.end(), [](const QUrl& url) { return proxyFor(url).has_value(); });
-}
 
 std::unique_ptr<ConnectivityEngine> makeEngine(const std::shared_ptr<const Clock>& clock,
                                                const std::shared_ptr<const NetworkEpoch>& epoch,
@@ -152,7 +146,7 @@ int main(int argc, char** argv) {
     const auto clock = std::make_shared<SystemClock>();
     const auto epoch = std::make_shared<NetworkEpoch>();
     const auto names = std::make_shared<NameResolver>(clock, epoch);
-    NetlinkPathMonitor pathMonitor(*epoch, isBehindProxy());
+    NetlinkPathMonitor pathMonitor(*epoch);
     LogindSleepMonitor sleepMonitor(LogindSleepMonitor::systemBusAddress(), *epoch);
     NetlinkInterfaceCounters interfaceCounters;
     IniUserDefaults userDefaults(IniUserDefaults::defaultPath());

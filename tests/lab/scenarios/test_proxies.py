@@ -37,19 +37,6 @@ def test_each_of_the_usual_variables_names_the_proxy(lab, variable):
     assert proxy.clients() and lab.link.near not in addresses_of_clients(lab)
 
 
-def test_a_proxy_is_enough_without_a_default_route(lab):
-    proxy = use(lab, "http")
-    lab.link.remove_default_route()
-    lab.network.client.ip(f"route add {proxy.address} via {lab.link.gateway} dev wlan0")
-    lab.start(within=3)
-    lab.network.client.ip(f"route delete {proxy.address}")
-    lab.area.wait_for("red", RED_WITHIN)
-    lab.link.add_default_route()
-    lab.area.wait_for("green", SLACK)
-    lab.link.remove_default_route()
-    lab.area.wait_for("red", RETRY + SLACK)
-
-
 @pytest.mark.parametrize("address", ["http://127.0.0.1:99999", "socks5://127.0.0.1:3128 "])
 def test_nobody_goes_past_a_proxy_whose_address_is_none(lab, address):
     lab.program.environment["https_proxy"] = address

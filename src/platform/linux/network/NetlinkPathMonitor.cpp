@@ -59,8 +59,7 @@ QString text(const PathState& state) {
 
 } // namespace
 
-NetlinkPathMonitor::NetlinkPathMonitor(NetworkEpoch& epoch, bool isBehindProxy)
-    : epoch_(epoch), isBehindProxy_(isBehindProxy) {
+NetlinkPathMonitor::NetlinkPathMonitor(NetworkEpoch& epoch) : epoch_(epoch) {
     QObject::connect(&eventReadable_, &QSocketNotifier::activated, &eventReadable_, [this] { readEvents(); });
     updateTimer_.setSingleShot(true);
     updateTimer_.setTimerType(Qt::PreciseTimer);
@@ -138,11 +137,9 @@ void NetlinkPathMonitor::report(const PathState& state) {
     if (reported_) {
         epoch_.advance();
     }
-    qCInfo(networkLog).noquote() << text(state) + (isBehindProxy_ ? QStringLiteral("; behind a proxy") : QString()) +
-                                        QStringLiteral("; network epoch")
-                                 << epoch_.current();
+    qCInfo(networkLog).noquote() << text(state) + QStringLiteral("; network epoch") << epoch_.current();
     reported_ = state;
-    handler_(isBehindProxy_ || state.isSatisfied());
+    handler_(state.isSatisfied());
 }
 
 } // namespace skylet

@@ -19,10 +19,8 @@ namespace skylet {
 /// the probes and keeps trying.
 class NetlinkPathMonitor : public PathMonitor {
   public:
-    /// `epoch` is advanced right before each report except the first, and outlives the monitor. `isBehindProxy`:
-    /// requests go by a proxy, which may be reached without any route to the Internet; so it always reports
-    /// "satisfied".
-    explicit NetlinkPathMonitor(NetworkEpoch& epoch, bool isBehindProxy = false);
+    /// `epoch` is advanced right before each report except the first, and outlives the monitor.
+    explicit NetlinkPathMonitor(NetworkEpoch& epoch);
 
     void start(UpdateHandler handler) override;
     void cancel() override;
@@ -36,7 +34,6 @@ class NetlinkPathMonitor : public PathMonitor {
     void report(const PathState& state);
 
     NetworkEpoch& epoch_;
-    const bool isBehindProxy_;
     UpdateHandler handler_;
     std::optional<NetlinkSocket> events_;
     QSocketNotifier eventReadable_{QSocketNotifier::Read};

@@ -194,17 +194,6 @@ TEST_F(NetlinkPathMonitorTest, ReportsADefaultRouteThatComesAndGoes) {
     EXPECT_EQ(reportsAfter(), std::vector{false});
 }
 
-TEST_F(NetlinkPathMonitorTest, BehindAProxyRoutesToTheInternetAreNotNeededAndTheirChangesAreReported) {
-    NetlinkPathMonitor monitor(epoch_, true);
-    monitor.start([this](bool satisfied) { reports_.push_back(satisfied); });
-    EXPECT_EQ(reportsAfter(), std::vector{true});
-    namespace_->addUplink("wan", 1);
-    namespace_->ip("route add default via 10.1.0.2");
-    EXPECT_EQ(reportsAfter(), std::vector{true});
-    namespace_->ip("route del default");
-    EXPECT_EQ(reportsAfter(), std::vector{true});
-}
-
 TEST_F(NetlinkPathMonitorTest, LogsWhereTheRoutesLeadAndWhyThereAreNone) {
     const NetworkLog log;
     namespace_->disableIPv6();
