@@ -41,6 +41,7 @@ def test_an_answer_that_drips_is_given_up_after_three_seconds(lab, protocol):
     for endpoint in lab.servers.both:
         endpoint.set(protocols=[protocol])
     lab.start()
+    time.sleep(1)  # the slower endpoint has been asked too
     dripping = time.monotonic()
     for endpoint in lab.servers.both:
         endpoint.set(protocols=[protocol], answer="drip")
