@@ -226,7 +226,7 @@ class StatusArea:
             stalls.append(max(0.0, time.monotonic() - asked - lacked))
 
         source = GLib.Timeout(STALL_INTERVAL_MS)
-        source.set_callback(lambda _: ask())
+        source.set_callback(lambda *_: ask())
         source.attach(self._context)
         try:
             yield stalls
@@ -262,7 +262,7 @@ class StatusArea:
             return GLib.SOURCE_REMOVE
 
         source = GLib.Idle()
-        source.set_callback(lambda _: run())
+        source.set_callback(lambda *_: run())
         source.attach(self._context)
         return future.result(10)
 

@@ -70,7 +70,7 @@ TEST_F(HebrewWindowsTest, WelcomeMirrorsTheBodyAndTheCheckBoxAlone) {
     EXPECT_EQ(text(u"headline"), QStringLiteral("Skylet נמצא עכשיו בשורת התפריטים"));
     EXPECT_NEAR(drawn(u"headline").center().x(), 190, 3);
     EXPECT_GT(drawn(u"body").right(), 350);
-    EXPECT_GT(drawn(u"body").left(), 5);
+    EXPECT_GT(drawn(u"body").left(), 0);
     EXPECT_GT(drawn(u"loginBox").right(), 350);
     EXPECT_GT(drawn(u"loginBox").left(), 60);
     EXPECT_EQ(find<QPushButton>(u"gotItButton").text(), QStringLiteral("הבנתי"));
