@@ -173,7 +173,8 @@ def test_it_installs_starts_upgrades_and_goes_without_a_trace(root, stack, lower
     assert session.start().wait(5) == 0, "the new version finds the old one"
     session.area.click("Quit")
     assert program.wait(5) == 0
-    assert program.stdout.read() == ""
+    # Newer versions of Qt mention there that the system has no portal.
+    assert [line for line in program.stdout.read().splitlines() if not line.startswith("qt.qpa.")] == []
     wait_until(lambda: session.area.now.dot is None, 2, "the item is gone")
     upgraded = session.start(LANGUAGE="he")
     session.area.wait_for(lambda state: state.dot == "red" and "אין רשת" in state.word, 15)
