@@ -24,6 +24,18 @@ FITS_WELL = 5
 HOSTLESS_DELAY = 3  # seconds that the program waits for a panel before it shows the item itself
 
 
+def start_without_a_bar(lab):
+    """The program on Wayland with nothing that shows its item: (panel, screen) once its strip stands still, which a title that grows
+    moves."""
+    panel = lab.start_panel("sway")
+    panel.use_wayland()
+    lab.link.set(rtt_ms=40)
+    lab.program.start()
+    wait_until(lambda: panel.look().dots("green", SCREEN), 30, "a green dot")
+    panel.park_mouse()
+    return panel, panel.wait_until_still()
+
+
 def check_panel(lab, panel):
     """The dot and the number are seen, a real click opens the menu, what is chosen there is obeyed and seen, and all that
     holds when the panel has crashed and come back."""

@@ -1,7 +1,7 @@
 """The item on a real swaybar in sway, where its menu is a window like any other."""
 
 from panel import BELOW, SCREEN, WIDTH
-from panel_checks import large_enough
+from panel_checks import large_enough, start_without_a_bar
 from support.processes import wait_until
 
 
@@ -25,13 +25,7 @@ def test_the_menu_is_no_larger_than_its_lines_and_closes_again(lab):
 
 
 def test_the_menu_still_opens_when_the_bar_comes_while_the_menu_of_the_strip_is_open(lab):
-    panel = lab.start_panel("sway")
-    panel.use_wayland()
-    lab.link.set(rtt_ms=40)
-    lab.program.start()
-    wait_until(lambda: panel.look().dots("green", SCREEN), 30, "a strip")
-    panel.park_mouse()
-    closed = panel.wait_until_still()  # a title that grows moves the strip
+    panel, closed = start_without_a_bar(lab)
     open_menu(panel, closed.dots("green", SCREEN)[0], closed, SCREEN)
     panel.start_another("swaybar")
     place = panel.wait_for_dot("green", 20, "bar")
