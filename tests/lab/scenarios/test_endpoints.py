@@ -4,8 +4,10 @@ import time
 
 import pytest
 from lab import sleep_until
+from support.processes import wait_until
 
 LIMIT, RETRY, OFFLINE_WAIT, CYCLE = 3, 0.5, 3, 5
+NO_DATA = 60  # bytes of a packet of TCP over IPv4
 TOLERANCE = 0.3
 
 
@@ -31,9 +33,20 @@ def test_one_dead_endpoint_leaves_the_dot_green(lab, dead, how):
 
 
 def test_a_new_connection_costs_little(lab):
+    lab.link.set(rtt_ms=20)
     lab.start()
     time.sleep(1)
     assert max(packet["bytes"] for packet in lab.link.trace("up")) < 1000, "a packet of keys"
+    lab.link.reset()
+    lab.servers.first.drop("reset")
+    wait_until(lambda: lab.servers.first.connections(lab.program.started)[1:], CYCLE + 1, "a new connection")
+    time.sleep(1)
+    port = lab.servers.first.connections()[-1]["port"]
+    sizes = [packet["bytes"] for packet in lab.link.trace("up") if packet["near_port"] == port and packet["bytes"] > NO_DATA]
+    print(sizes)
+    hello, request, *_ = sizes
+    assert hello < 635, "a ticket of a short digest, few groups"
+    assert 200 < request < 280, "the end of the handshake, of a short digest too, the first frames and the request"
 
 
 @pytest.mark.parametrize("how", ["refused", "silent"])

@@ -43,10 +43,6 @@ HeadRequest::HeadRequest(ConnectionPool& pool, CurlMulti& multi, CURLSH* share, 
                   pool.needsHttp1() ? long{CURL_HTTP_VERSION_1_1} : long{CURL_HTTP_VERSION_2TLS});
     // Rather share a connection that is still being made than make a second one.
     setCurlOption(easy(), CURLOPT_PIPEWAIT, 1L);
-    if (settings_.isRenewal) {
-        // Nobody waits for this one: what it says may go out in fewer and larger packets.
-        setCurlOption(easy(), CURLOPT_TCP_NODELAY, 0L);
-    }
     setCurlOption(easy(), CURLOPT_SHARE, share);
     limit_->callOnTimeout([this] { pool_.limitReached(*this); });
     setLimit(settings_.limit);

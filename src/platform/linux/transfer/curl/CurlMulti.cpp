@@ -51,6 +51,11 @@ void resetOnClose(curl_socket_t socket) {
     ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
 }
 
+/// A corked socket sends full packets only; what is left goes out when it is uncorked (tcp(7)).
+void setCorked(curl_socket_t socket, int isCorked) {
+    ::setsockopt(socket, IPPROTO_TCP, TCP_CORK, &isCorked, sizeof isCorked);
+}
+
 } // namespace
 
 bool CurlSocket::isOpen() const {
@@ -188,8 +193,19 @@ void CurlMulti::watch(curl_socket_t socket, QSocketNotifier::Type type, int even
 
 void CurlMulti::handleEvents(curl_socket_t socket, int events) {
     lastEvent_ = std::chrono::steady_clock::now();
+    const bool isConnecting = socket != CURL_SOCKET_TIMEOUT && std::none_of(transfers_.begin(), transfers_.end(),
+                                                                            [socket](const CurlTransfer* transfer) {
+                                                                                return transfer->socket() == socket;
+                                                                            });
     int running = 0;
+    // The end of the handshake, the first frames and the request are written one by one.
+    if (isConnecting) {
+        setCorked(socket, 1);
+    }
     curl_multi_socket_action(multi_.get(), socket, events, &running);
+    if (isConnecting) {
+        setCorked(socket, 0);
+    }
     // One at a time: libcurl drops the messages of handles that are taken out meanwhile.
     int queued = 0;
     while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &queued)) {

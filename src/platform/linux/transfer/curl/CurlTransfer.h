@@ -36,6 +36,8 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
     const QUrl& url() const { return url_; }
     /// The status of the final answer, once its head is complete; libcurl alone would take one that breaks off, too.
     std::optional<int> status() const { return status_; }
+    /// The connection that carries the request; CURL_SOCKET_BAD before the request goes out, and when it is closed.
+    curl_socket_t socket() const { return socket_; }
     /// Grows whenever the transfer gets anywhere before its end.
     virtual std::int64_t progress() const { return 0; }
 
@@ -66,8 +68,6 @@ class CurlTransfer : public std::enable_shared_from_this<CurlTransfer> {
     std::chrono::milliseconds elapsed() const;
     /// When what is being read now was found to be there.
     SteadyClock::time_point found() const { return multi_.lastEvent(); }
-    /// The connection that carries the request; CURL_SOCKET_BAD before the request goes out, and when it is closed.
-    curl_socket_t socket() const { return socket_; }
     /// When libcurl began to work on it; absent while names are being looked up.
     std::optional<SteadyClock::time_point> begun() const { return begun_; }
     /// The kernel's round trip to the proxy or the target, on the connection that was opened for this transfer; absent
