@@ -282,7 +282,6 @@ class Endpoint:
         key = (self.behaviour.certificate, *self.behaviour.protocols)
         if key not in self._contexts:
             context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-            context.options &= ~ssl.OP_CIPHER_SERVER_PREFERENCE  # the client's order counts, as with most servers
             context.load_cert_chain(f"{self._certificates}/{self._name}.{self.behaviour.certificate}.pem")
             context.set_alpn_protocols(self.behaviour.protocols)
             self._contexts[key] = context

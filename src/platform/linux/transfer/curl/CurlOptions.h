@@ -25,9 +25,8 @@ void initializeCurl();
 void useHashedCertificates(const CurlEasy& handle);
 
 /// OpenSSL reads on where a record holds no data, for as long as there are more of them. Here it reads one at a time,
-/// or a server that sends key updates without end could hold whoever uses or closes the connection. And it offers what
-/// makes handshakes short. That leaves out the post-quantum key exchange, which takes 2.3 kB of each new connection:
-/// nothing that is sent is a secret.
+/// or a server that sends key updates without end could hold whoever uses or closes the connection. And it leaves out
+/// the post-quantum key exchange, which takes 2.3 kB of each new connection: nothing that is sent is a secret.
 void tuneTls(const CurlEasy& handle);
 
 } // namespace skylet
