@@ -114,8 +114,9 @@ int main(int argc, char** argv) {
     mallopt(M_ARENA_MAX, 1);
     openStandardStreams();
     ensureHome();
-    // A limit on the size of files (setrlimit(2)) is met as a full disk is.
+    // A limit on the size of files (setrlimit(2)) is met as a full disk is, and nobody need read what it warns of.
     std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGALRM, sayWhatIsWaitedFor);
     alarm(secondsUntilWaitIsSaid);
     DesktopWindows::awaitScreenReaders();

@@ -32,6 +32,22 @@ def test_one_dead_endpoint_leaves_the_dot_green(lab, dead, how):
     assert len(lab.servers.both[1 - dead].requests(died)) >= 2
 
 
+def test_an_endpoint_that_answers_wrongly_beside_a_good_one_costs_no_connection_each_time(lab):
+    lab.start()
+    time.sleep(1)  # the slower endpoint's connection is there too
+    blocked = time.monotonic()
+    lab.servers.first.set(status=403)
+    time.sleep(2 * CYCLE + 1)
+    assert colours(lab, blocked) == {"green"}
+    assert len(lab.servers.first.requests(blocked)) >= 2
+    assert not lab.servers.first.connections(blocked)
+    lab.servers.second.die()
+    lab.area.wait_for("yellow", CYCLE + 1)
+    failed = time.monotonic()
+    lab.area.wait_for("red", RETRY + 1)
+    assert lab.servers.first.connections(failed), "now a new one may have another answer"
+
+
 def test_a_new_connection_costs_little(lab):
     lab.link.set(rtt_ms=20)
     lab.start()

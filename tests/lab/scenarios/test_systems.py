@@ -109,7 +109,11 @@ def test_without_a_display_it_says_so_and_ends_with_one(lab, environment):
     assert "display" in last
 
 
-@pytest.mark.parametrize("shell", ["exec <&- >&- 2>&-", "ulimit -f 0"], ids=["no standard streams", "no file may grow"])
+NOBODY_READS = 'mkfifo "$TMPDIR/pipe"; : <"$TMPDIR/pipe" & exec >"$TMPDIR/pipe" 2>&1; wait'
+
+
+@pytest.mark.parametrize("shell", ["exec <&- >&- 2>&-", "ulimit -f 0", NOBODY_READS],
+                         ids=["no standard streams", "no file may grow", "who read its output has gone"])
 def test_it_runs_as_any_launcher_starts_it(lab, shell):
     lab.program.starter = ["sh", "-c", f'{shell}; exec "$0"']
     lab.start()

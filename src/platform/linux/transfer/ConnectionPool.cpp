@@ -80,11 +80,8 @@ void ConnectionPool::ended(HeadRequest& request, CURLcode result) {
         hasAnswered_ = true;
         isBehindSlowProxy_ = false;
         auto response = request.response();
-        if (request.settings().accepts(response)) {
-            request.reportNames(true);
-        } else {
-            failed(request);
-        }
+        isRejected_ = !request.settings().accepts(response);
+        request.reportNames(!isRejected_);
         request.finish(std::move(response), {});
     } else {
         const auto error = request.errorText(result);

@@ -24,9 +24,10 @@ class ConnectionPool {
 
     std::shared_ptr<Cancellation> head(HeadRequest::Settings settings, TransferSession::Completion completion);
 
-    /// False once a request has failed here, or brought an answer that its asker does not accept: a connection is used
-    /// again only while all went well on it.
+    /// False once a request has failed here: a connection is used again only while all went well on it.
     bool isUsable() const { return isUsable_; }
+    /// All went well, but the newest answer is one that its asker does not accept.
+    bool isRejected() const { return isRejected_; }
     void markUnusable();
     /// A proxy was asked for a connection and has not made it within a request's limit. It is waited for all the same,
     /// for `proxyLimit`: whoever gave up each time would never get one. The next request should not wait for it.
@@ -71,6 +72,7 @@ class ConnectionPool {
     bool isHttp1Only_;
     const std::function<void()> onSettled_;
     bool isUsable_ = true;
+    bool isRejected_ = false;
     bool isBehindSlowProxy_ = false;
     bool isRetired_ = false;
     bool hasAnswered_ = false;

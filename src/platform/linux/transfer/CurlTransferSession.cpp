@@ -70,8 +70,20 @@ bool CurlTransferSession::isFitForUse(const ConnectionPool& pool) const {
     if (!pool.isUsable() || pool.isBehindSlowProxy() || pool.isClosedByPeer()) {
         return false;
     }
+    // Where one host answers and the other does not as it should, a new connection to that each time would be most of
+    // what is sent.
+    if (pool.isRejected() && !isAnyAccepted()) {
+        return false;
+    }
     // Where nothing was asked for long, as in a pause, nothing has been renewed.
     return !pool.hasAnswered() || SteadyClock::now() - pool.newestConnection() <= 3 * renewalInterval_;
+}
+
+bool CurlTransferSession::isAnyAccepted() const {
+    return std::any_of(hosts_.begin(), hosts_.end(), [](const auto& entry) {
+        const Pool& pool = entry.second.current;
+        return pool && pool->isUsable() && pool->hasAnswered() && !pool->isRejected();
+    });
 }
 
 CurlTransferSession::Pool CurlTransferSession::makePool(const Host& host) {
@@ -113,7 +125,7 @@ void CurlTransferSession::finishRenewal(const QString& key, Host& host) {
     auto replacement = std::exchange(host.replacement, nullptr);
     const bool isInUse = host.current && host.current->isUsable() && host.current->hasAnswered();
     const bool isOutdone = isInUse && host.current->newestConnection() > replacement->newestConnection();
-    if (replacement->isUsable() && !isOutdone) {
+    if (replacement->isUsable() && !replacement->isRejected() && !isOutdone) {
         qCInfo(transferLog, "%s: the fresh connection is used from now on", qPrintable(key));
         std::swap(host.current, replacement);
     } else if (isInUse && !isOutdone) {

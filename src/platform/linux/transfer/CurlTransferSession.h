@@ -18,8 +18,9 @@ namespace skylet {
 
 /// HTTPS over libcurl on the Qt event loop, HTTP/2 where the server speaks it. Each host has a pool of connections of
 /// its own, which is thrown away, connections and all, once a request failed there or the network has become another
-/// one. A connection that works says nothing of whether a new one could be made; so each is replaced from time to time
-/// by a fresh one, made beside it with a new name look-up and handshake, and is not used again if that fails.
+/// one; once its answer was rejected, only if that of no other host was accepted. A connection that works says nothing
+/// of whether a new one could be made; so each is replaced from time to time by a fresh one, made beside it with a new
+/// name look-up and handshake, and is not used again if that fails.
 class CurlTransferSession final : public TransferSession {
   public:
     /// Each time this has passed the oldest of the connections is replaced. With two hosts, asked every five seconds,
@@ -54,6 +55,7 @@ class CurlTransferSession final : public TransferSession {
     /// The host, with a current pool that is fit for use.
     Host& hostFor(const QString& key);
     bool isFitForUse(const ConnectionPool& pool) const;
+    bool isAnyAccepted() const;
     Pool makePool(const Host& host);
     void renewIfDue(const QString& key, const QUrl& url, const Accepts& accepts);
     /// Takes the replacement's connection into use if it brought an answer that is accepted, else neither.
