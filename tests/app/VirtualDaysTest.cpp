@@ -370,7 +370,7 @@ class VirtualDaysTest : public testing::Test {
         staysOnline(hour / 2);
     }
 
-    test::RandomEvents random_{2, "SKYLET_VIRTUAL_DAYS"};
+    test::RandomEvents random_{2, 90, "SKYLET_VIRTUAL_DAYS"};
     Agenda agenda_;
     test::CallLog calls_;
     test::FakeApplication application_{calls_};
