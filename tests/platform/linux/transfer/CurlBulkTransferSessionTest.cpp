@@ -517,7 +517,7 @@ TEST_F(StalledServerTest, TheResourceLimitHoldsForTheWholeTransfer) {
 }
 
 TEST_F(CurlBulkTransferSessionTest, TheRequestLimitIsForHowLongNothingMoves) {
-    makeSession({Seconds(0.3), 15s});
+    makeSession({Seconds(1), 15s});
     server->set(QStringLiteral("down"), {{QStringLiteral("rate"), 2'000'000},
                                          {QStringLiteral("at"), 2'000'000},
                                          {QStringLiteral("deed"), QStringLiteral("stall")}});
@@ -527,7 +527,7 @@ TEST_F(CurlBulkTransferSessionTest, TheRequestLimitIsForHowLongNothingMoves) {
     const auto down = session->download(test::SpeedServer::down(20'000'000));
     const auto up = session->upload(test::SpeedServer::up(), "text/plain", 20'000'000, Seconds(4));
     EXPECT_EQ(finish(down).end, End::failed);
-    EXPECT_GE(since.elapsed(), 1100) << "a second of moving, and the limit";
+    EXPECT_GE(since.elapsed(), 1800) << "a second of moving, and the limit";
     expectAbout(told(down).received, 2'000'000);
     EXPECT_TRUE(told(up).results.empty()) << "the request's own limit takes the place of the session's";
     EXPECT_EQ(finish(up).end, End::failed);
