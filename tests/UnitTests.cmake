@@ -1,6 +1,7 @@
-# What script/test builds: the units, and of them those that measure.
+# What script/test builds: the units, and of them those that measure and those that take long.
 add_custom_target(unit_programs)
 add_custom_target(timed_programs)
+add_custom_target(long_programs)
 
 # unit_tests(TARGET [NAME name] [SHARES n] [TIMED filter] [LONG filter] [ENVIRONMENT variable...]): the cases of a gtest executable as
 # the test NAME, or as n of them side by side where the cases wait for something. Not one by one: a process for each case takes
@@ -30,6 +31,7 @@ function(unit_tests target)
     unit_test(${arg_NAME}.timed timed ${target} *.Timed*:${arg_TIMED})
   endif()
   if(arg_LONG)
+    add_dependencies(long_programs ${target})
     unit_test(${arg_NAME}.long long ${target} ${arg_LONG})
   endif()
 endfunction()

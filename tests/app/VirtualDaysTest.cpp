@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -41,23 +42,30 @@ std::size_t allocatedBytes() {
 #endif
 }
 
+/// Who waits for something.
+enum class Waiter { engine, exchange, sampler, banner, speedTest };
+
 /// What is to happen, in the order of its time. Whatever waits for something is in here, and nowhere else.
 class Agenda {
   public:
     using Action = std::function<void()>;
 
     Time now() const { return now_; }
-    std::size_t size() const { return entries_.size(); }
+    bool isEmpty() const { return entries_.empty(); }
+    auto count(Waiter waiter) const {
+        return std::count_if(entries_.begin(), entries_.end(),
+                             [waiter](const auto& entry) { return entry.second.waiter == waiter; });
+    }
 
-    std::shared_ptr<Cancellation> add(Time delay, Action action) {
+    std::shared_ptr<Cancellation> add(Waiter waiter, Time delay, Action action) {
         const auto key = std::pair(now_ + delay, ++count_);
-        entries_.emplace(key, std::move(action));
+        entries_.emplace(key, Entry{waiter, std::move(action)});
         return std::make_shared<CancellationAction>([this, key] { entries_.erase(key); });
     }
 
-    std::shared_ptr<Cancellation> addRepeating(Time interval, const Action& action) {
+    std::shared_ptr<Cancellation> addRepeating(Waiter waiter, Time interval, const Action& action) {
         const auto next = std::make_shared<std::shared_ptr<Cancellation>>();
-        repeat(interval, action, next);
+        repeat(waiter, interval, action, next);
         return std::make_shared<CancellationAction>([next] { (*next)->cancel(); });
     }
 
@@ -65,21 +73,26 @@ class Agenda {
     template <typename Function>
     void runUntil(Time end, Function beforeEach) {
         while (!entries_.empty() && entries_.begin()->first.first <= end) {
-            const auto first = entries_.extract(entries_.begin());
-            now_ = first.key().first;
+            now_ = entries_.begin()->first.first;
             beforeEach();
-            first.mapped()();
+            entries_.extract(entries_.begin()).mapped().action();
         }
         now_ = end;
     }
 
   private:
-    void repeat(Time interval, const Action& action, const std::shared_ptr<std::shared_ptr<Cancellation>>& next) {
-        *next = add(interval, [this, interval, action, next = std::weak_ptr(next)] {
+    struct Entry {
+        Waiter waiter;
+        Action action;
+    };
+
+    void repeat(Waiter waiter, Time interval, const Action& action,
+                const std::shared_ptr<std::shared_ptr<Cancellation>>& next) {
+        *next = add(waiter, interval, [this, waiter, interval, action, next = std::weak_ptr(next)] {
             // The timer is there for as long as its handle.
             const auto still = next.lock();
             if (still) {
-                repeat(interval, action, still);
+                repeat(waiter, interval, action, still);
                 action();
             }
         });
@@ -87,11 +100,13 @@ class Agenda {
 
     Time now_ = 0;
     std::size_t count_ = 0;
-    std::map<std::pair<Time, std::size_t>, Action> entries_;
+    std::map<std::pair<Time, std::size_t>, Entry> entries_;
 };
 
 /// What the network is like.
 enum class Network { good, slow, lossy, portal, dead, none };
+constexpr std::array networks = {Network::good,   Network::slow, Network::lossy,
+                                 Network::portal, Network::dead, Network::none};
 
 /// Asks the network as it is, and remembers when it was asked and what it answered.
 class Internet final : public ConnectivityProbing {
@@ -107,25 +122,18 @@ class Internet final : public ConnectivityProbing {
             }
         }
         const auto [delay, answer] = exchange();
-        const auto alive = std::make_shared<char>();
-        probes_.push_back(alive);
-        return agenda_.add(
-            delay, [this, alive, answer = answer, completion = std::move(completion), cycle = lastCycle_.begun] {
-                if (!answer && cycle == lastCycle_.begun) {
-                    ++lastCycle_.failures;
-                }
-                lastAnswer = agenda_.now();
-                completion(answer);
-            });
+        return agenda_.add(Waiter::exchange, delay,
+                           [this, answer = answer, completion = std::move(completion), cycle = lastCycle_.begun] {
+                               if (!answer && cycle == lastCycle_.begun) {
+                                   ++lastCycle_.failures;
+                               }
+                               lastAnswer = agenda_.now();
+                               completion(answer);
+                           });
     }
 
     /// Both endpoints failed in each of the last two cycles.
     bool hasFailedTwice() const { return lastCycle_.failures == 2 && lastButOneCycle_.failures == 2; }
-    /// Of those that somebody still holds.
-    std::size_t liveProbes() {
-        std::erase_if(probes_, [](const auto& probe) { return probe.expired(); });
-        return probes_.size();
-    }
 
     Network network = Network::good;
     std::int64_t cycles = 0;
@@ -160,7 +168,6 @@ class Internet final : public ConnectivityProbing {
 
     Agenda& agenda_;
     test::RandomEvents& random_;
-    std::vector<std::weak_ptr<char>> probes_;
     Cycle lastCycle_;
     Cycle lastButOneCycle_;
 };
@@ -171,8 +178,10 @@ class VirtualDaysTest : public testing::Test {
     VirtualDaysTest() {
         defaults_.stored[QStringLiteral("didOnboard")] = true;
         const auto milliseconds = [](Seconds interval) { return static_cast<Time>(interval.count() * second); };
-        const auto oneShot = [this, milliseconds](Seconds interval, std::function<void()> action) {
-            return agenda_.add(milliseconds(interval), std::move(action));
+        const auto oneShot = [this, milliseconds](Waiter waiter) {
+            return [this, milliseconds, waiter](Seconds interval, std::function<void()> action) {
+                return agenda_.add(waiter, milliseconds(interval), std::move(action));
+            };
         };
         Skylet::Services services{
             .application = application_,
@@ -185,16 +194,16 @@ class VirtualDaysTest : public testing::Test {
             .clock = clock_,
             .repeatingTimer =
                 [this, milliseconds](Seconds interval, Seconds /*tolerance*/, auto action) {
-                    return agenda_.addRepeating(milliseconds(interval), action);
+                    return agenda_.addRepeating(Waiter::sampler, milliseconds(interval), action);
                 },
-            .oneShotTimer = oneShot,
+            .oneShotTimer = oneShot(Waiter::banner),
             .makeSpeedTest = speedTests_.factory(),
             .windows = windows_,
         };
         const std::vector endpoints = {QUrl(QStringLiteral("https://one.example/generate_204")),
                                        QUrl(QStringLiteral("https://two.example/generate_204"))};
-        skylet_ = std::make_unique<Skylet>(std::move(services),
-                                           std::make_unique<ConnectivityEngine>(internet_, endpoints, oneShot));
+        skylet_ = std::make_unique<Skylet>(
+            std::move(services), std::make_unique<ConnectivityEngine>(internet_, endpoints, oneShot(Waiter::engine)));
         internet_->beforeCycle = [this] { checkPace(); };
         skylet_->applicationDidFinishLaunching();
         pathMonitor_.report(true);
@@ -203,12 +212,10 @@ class VirtualDaysTest : public testing::Test {
 
     void TearDown() override {
         skylet_->applicationWillTerminate();
-        EXPECT_EQ(timers(), 0U) << "the end of the program leaves nothing behind";
+        EXPECT_TRUE(agenda_.isEmpty()) << "the end of the program leaves nothing behind";
     }
 
     Status status() const { return application_.shown->display.status; }
-    /// All that waits, less the exchanges under way.
-    std::size_t timers() { return agenda_.size() - internet_->liveProbes(); }
 
     void pass(Time duration) {
         agenda_.runUntil(agenda_.now() + duration, [this] {
@@ -230,10 +237,13 @@ class VirtualDaysTest : public testing::Test {
             ++reds_;
         }
         isReported_ = status() == Status::offline;
-        // The engine's, the sampler's, the banner's and that of the speed test here.
-        EXPECT_LE(timers(), 4U);
-        // Of two cycles, while the network changes.
-        EXPECT_LE(internet_->liveProbes(), 4U);
+        const bool isToCheck = !isAsleep_ && status() != Status::paused && internet_->network != Network::none;
+        // A cycle is under way or awaited, never both.
+        EXPECT_EQ(agenda_.count(Waiter::engine) + (agenda_.count(Waiter::exchange) > 0 ? 1 : 0), isToCheck ? 1 : 0)
+            << "after " << agenda_.now() << " ms";
+        EXPECT_LE(agenda_.count(Waiter::exchange), 2);
+        EXPECT_EQ(agenda_.count(Waiter::sampler), isAsleep_ ? 0 : 1);
+        EXPECT_LE(agenda_.count(Waiter::banner), 1);
     }
 
     /// Cycles that the program begins by itself follow the answer that decided the last one after 5, 0.5 or 3 seconds,
@@ -265,16 +275,20 @@ class VirtualDaysTest : public testing::Test {
 
     void sleep(Time duration) {
         sleepMonitor_.sleep();
-        // That of a speed test's banner runs out by itself, and that of the speed test is none of the program's.
-        EXPECT_LE(timers(), 1U) << "asleep";
+        isAsleep_ = true;
         const auto cycles = internet_->cycles;
         pass(duration);
         EXPECT_EQ(internet_->cycles, cycles) << "asleep";
         if (duration > hour / 60) {
-            EXPECT_EQ(timers(), 0U) << "long asleep";
+            EXPECT_TRUE(agenda_.isEmpty()) << "long asleep";
         }
+        // It may wake up elsewhere, and hears of the new path only later.
+        const Network network = random_.anyOf(networks);
+        internet_->network = network == Network::none ? Network::good : network;
         asked([this] { sleepMonitor_.wake(); });
-        enter(internet_->network);
+        isAsleep_ = false;
+        pass(static_cast<Time>(random_.below(second)));
+        enter(network);
     }
 
     void pause(Time duration) {
@@ -290,18 +304,21 @@ class VirtualDaysTest : public testing::Test {
     void runSpeedTest() {
         skylet_->runSpeedTest();
         if (speedTests_.last != nullptr && speedTests_.last->running) {
-            agenda_.add(8600, [this] {
+            agenda_.add(Waiter::speedTest, 8600, [this] {
                 if (speedTests_.last->running) {
                     speedTests_.last->finish(93.4, 11.0);
                 }
             });
-            pass(random_.oneIn(3) ? 5 * second : 30 * second);
+            // Under way, with its result on show, and long over.
+            static constexpr std::array durations = {5 * second, 9 * second, 30 * second};
+            pass(random_.anyOf(durations));
         }
     }
 
     void useTheProgram() {
         switch (random_.below(5)) {
         case 0:
+            runSpeedTest();
             runSpeedTest();
             break;
         case 1:
@@ -337,8 +354,6 @@ class VirtualDaysTest : public testing::Test {
     void liveOneDay() {
         const bool isOffline = random_.oneIn(10);
         while (agenda_.now() % day < 16 * hour) {
-            static constexpr std::array networks = {Network::good,   Network::slow, Network::lossy,
-                                                    Network::portal, Network::dead, Network::none};
             enter(isOffline ? Network::none : random_.anyOf(networks));
             pass(static_cast<Time>(random_.below(2 * hour)));
             useTheProgram();
@@ -349,11 +364,13 @@ class VirtualDaysTest : public testing::Test {
                 staysOnline(hour / 4);
             }
         }
+        // What it knows of the path is of yesterday.
+        enter(Network::none);
         sleep(day - agenda_.now() % day);
         staysOnline(hour / 2);
     }
 
-    test::RandomEvents random_{2, "SKYLET_VIRTUAL_DAYS"};
+    test::RandomEvents random_{2, 90, "SKYLET_VIRTUAL_DAYS"};
     Agenda agenda_;
     test::CallLog calls_;
     test::FakeApplication application_{calls_};
@@ -371,6 +388,7 @@ class VirtualDaysTest : public testing::Test {
     std::uint64_t received_ = 0;
     bool isReported_ = false;
     bool expectsPace_ = false;
+    bool isAsleep_ = false;
     std::int64_t reds_ = 0;
 };
 

@@ -22,6 +22,15 @@ QByteArray read(const QString& path) {
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+/// The lines in which no choice stands, nor the heading that one may need.
+QByteArrayList withoutChoices(const QByteArray& content) {
+    QByteArrayList lines = content.split('\n');
+    lines.removeIf([](const QByteArray& line) {
+        return line.contains("showTraffic") || line.contains("didOnboard") || line == "[General]" || line.isEmpty();
+    });
+    return lines;
+}
+
 void readSettings(FuzzInput input) {
     static const QTemporaryDir folder;
     const QString path = folder.filePath(QStringLiteral("skylet.ini"));
@@ -36,8 +45,10 @@ void readSettings(FuzzInput input) {
     settings.setBool(value, traffic);
     require(IniUserDefaults(path).boolForKey(traffic) == value, "what was stored is there");
     require(IniUserDefaults(path).boolForKey(welcomed) == other, "the other choice stays what it was");
-    const QByteArray kept = read(path + QStringLiteral(".corrupt"));
-    require(kept.isEmpty() || kept == content, "what is no settings file is kept as it was");
+    const bool isJunk = content.contains('\0');
+    require(read(path + QStringLiteral(".corrupt")) == (isJunk ? content : QByteArray()),
+            "what is no settings file is kept as it was, and nothing else is");
+    require(isJunk || withoutChoices(read(path)) == withoutChoices(content), "all other lines stay");
     settings.setBool(!value, traffic);
     settings.setBool(value, welcomed);
     require(settings.boolForKey(traffic) == !value && settings.boolForKey(welcomed) == value, "both can be changed");

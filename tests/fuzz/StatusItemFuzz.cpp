@@ -125,6 +125,17 @@ ExportedItem& item() {
     return *exported;
 }
 
+/// Whether a host that says so of an entry chooses it.
+bool chooses(int id, const QString& event) {
+    return isKnown(id) && id != 0 && id != separator && id != disabled && event == u"clicked";
+}
+
+/// What was chosen before is done and forgotten.
+void forgetChoices() {
+    QCoreApplication::processEvents();
+    item().triggered().clear();
+}
+
 bool isError(const QDBusMessage& answer) {
     return answer.type() == QDBusMessage::ErrorMessage;
 }
@@ -155,27 +166,31 @@ void callMenuOnce(FuzzInput& input) {
     case 3: {
         const int id = itemId(input);
         const QString name = eventName(input);
-        // What was chosen before is done.
-        QCoreApplication::processEvents();
-        item().triggered().clear();
+        forgetChoices();
         const auto answer =
             item().callMenu(QStringLiteral("Event"), {id, name, variant(anyValue(input)), input.number<uint>()});
         require(isError(answer) == !isKnown(id), "entries that are there have events");
         QCoreApplication::processEvents();
-        const bool chooses = isKnown(id) && id != 0 && id != separator && id != disabled && name == u"clicked";
-        require(item().triggered() == (chooses ? std::map<int, int>{{id, 1}} : std::map<int, int>()),
+        require(item().triggered() == (chooses(id, name) ? std::map<int, int>{{id, 1}} : std::map<int, int>()),
                 "a click chooses once, and nothing else does");
         break;
     }
     case 4: {
         QList<DBusMenuEvent> events;
+        std::map<int, int> chosen;
         for (int count = input.byte(); count > 0; --count) {
             events.append({itemId(input), eventName(input)});
+            if (chooses(events.constLast().id, events.constLast().eventId)) {
+                chosen[events.constLast().id] = 1;
+            }
         }
+        forgetChoices();
         const auto known =
             std::count_if(events.begin(), events.end(), [](const auto& event) { return isKnown(event.id); });
         const auto answer = item().callMenu(QStringLiteral("EventGroup"), {QVariant::fromValue(events)});
         require(isError(answer) == (!events.isEmpty() && known == 0), "a group is refused as a whole or not at all");
+        QCoreApplication::processEvents();
+        require(item().triggered() == chosen, "a group chooses each entry once, however often it was clicked");
         break;
     }
     case 5: {
@@ -239,11 +254,11 @@ void callItemOnce(FuzzInput& input) {
         break;
     case 6: {
         const QString& property = properties.at(input.byte() % properties.size());
-        item().call(itemPath(), propertiesInterface(), QStringLiteral("Set"),
-                    {itemInterface(), property, variant(anyValue(input))});
-        const auto id = item().call(itemPath(), propertiesInterface(), QStringLiteral("Get"),
-                                    {itemInterface(), QStringLiteral("Id")});
-        require(id.arguments().value(0).value<QDBusVariant>().variant() == QStringLiteral("skylet"),
+        const auto answer = item().call(itemPath(), propertiesInterface(), QStringLiteral("Set"),
+                                        {itemInterface(), property, variant(anyValue(input))});
+        const auto name = item().call(itemPath(), propertiesInterface(), QStringLiteral("Get"),
+                                      {itemInterface(), QStringLiteral("objectName")});
+        require(isError(answer) || name.arguments().value(0).value<QDBusVariant>().variant() == QString(),
                 "nobody sets a property");
         break;
     }

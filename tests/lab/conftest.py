@@ -1,4 +1,5 @@
 import os
+import signal
 import tempfile
 from contextlib import ExitStack
 
@@ -8,6 +9,10 @@ import settings
 from authority import Authority
 from lab import Lab
 from support.ctest import pytest_configure, pytest_sessionfinish  # noqa: F401
+
+# What is ignored here the program would ignore, too: a shell starts what is to run in the background so, and nohup.
+signal.signal(signal.SIGINT, signal.default_int_handler)
+signal.signal(signal.SIGHUP, signal.SIG_DFL)
 
 
 def pytest_addoption(parser):

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/Timing.h"
+
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -15,11 +17,12 @@ namespace skylet::test {
 
 /// A long random sequence of events for a test that compares its subject with the rules after each of them. The seed is
 /// printed; SKYLET_MODEL_SEED in the environment repeats a run, SKYLET_MODEL_EVENTS (or `countVariable`) gives it
-/// another length.
+/// another length. Without that variable it is `longCount` where the test has the machine to itself.
 class RandomEvents {
   public:
-    explicit RandomEvents(std::size_t usualCount, const char* countVariable = "SKYLET_MODEL_EVENTS")
-        : count_(fromEnvironment(countVariable, usualCount)),
+    explicit RandomEvents(std::size_t usualCount, std::size_t longCount = 1'000'000,
+                          const char* countVariable = "SKYLET_MODEL_EVENTS")
+        : count_(fromEnvironment(countVariable, runsAlone() ? longCount : usualCount)),
           seed_(fromEnvironment("SKYLET_MODEL_SEED", std::random_device()())), generator_(seed_) {
         std::cout << "SKYLET_MODEL_SEED=" << seed_ << ' ' << countVariable << '=' << count_ << std::endl;
     }

@@ -1,6 +1,7 @@
 """Clocks that jump and systems that sleep: what the user of a program that runs sees."""
 
 import os
+import re
 import signal
 import threading
 import time
@@ -162,3 +163,18 @@ def test_an_uptime_beyond_so_many_bits_of_milliseconds_is_not_seen(lab, bits):
     time.sleep(16)
     is_as_before(lab, began)
     assert lab.program.end()[0] == 0
+
+
+@pytest.mark.parametrize("bits", [31, 32])
+def test_a_speed_test_during_which_the_uptime_passes_so_many_bits_of_milliseconds_is_right(lab, bits):
+    lab.serve_speed_test()
+    lab.link.set(rtt_ms=20, rate_kbit=RATE_KBIT)
+    lab.move_uptime(2**bits / 1000 - 7)  # in the upload
+    lab.start()
+    began = time.monotonic()
+    lab.area.click("Run Speed Test")
+    label = lab.area.wait_for(lambda state: "↓" in state.label and "Mbps" in state.label, 3 * BUSY, since=began).label
+    print(label)
+    down, up = (float(text) for text in re.findall(r"[↓↑] ([0-9.]+) Mbps", label))
+    assert min(down, up) > RATE_KBIT / 2000
+    assert max(down, up) < RATE_KBIT / 800

@@ -21,10 +21,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <initializer_list>
 #include <limits>
 #include <memory>
+#include <utility>
 
 namespace skylet {
 namespace {
@@ -735,6 +737,26 @@ TEST_F(StatusItemOnHostTest, PassesOnTokensForWindowsButNoTextsThatAreNone) {
         EXPECT_EQ(answer.type(), QDBusMessage::ReplyMessage);
     }
     EXPECT_EQ(taken, QStringList{QStringLiteral("token-1")});
+}
+
+TEST_F(StatusItemOnHostTest, KeepsNothingOfMessagesAsLargeAsTheBusCarries) {
+    showBadge();
+    const QString text(test::largestMegabytes() * 1'000'000, u'x');
+    const QVariant value = QVariant::fromValue(QDBusVariant(text));
+    EXPECT_EQ(host_.callItem(QStringLiteral("Scroll"), {1, text}).type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(host_.callItem(QStringLiteral("ProvideXdgActivationToken"), {text}).type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(host_.callItem(QStringLiteral("Nonsense"), {text}).type(), QDBusMessage::ErrorMessage);
+    const QString properties = QStringLiteral("org.freedesktop.DBus.Properties");
+    const std::array<std::pair<QString, QString>, 2> objects = {
+        {{QStringLiteral("/StatusNotifierItem"), QStringLiteral("org.kde.StatusNotifierItem")},
+         {QStringLiteral("/MenuBar"), QStringLiteral("com.canonical.dbusmenu")}}};
+    for (const auto& [path, interface] : objects) {
+        const QVariantList name = {interface, QStringLiteral("objectName")};
+        host_.call(path, properties, QStringLiteral("Set"), name + QVariantList{value});
+        const QDBusMessage answer = host_.call(path, properties, QStringLiteral("Get"), name);
+        EXPECT_EQ(qdbus_cast<QDBusVariant>(answer.arguments().value(0)).variant(), QString()) << path.toStdString();
+    }
+    EXPECT_EQ(property(QStringLiteral("Id")), QStringLiteral("skylet"));
 }
 
 TEST_F(StatusItemOnHostTest, LeavesTheEnvironmentAloneWhereNothingReadsTheToken) {

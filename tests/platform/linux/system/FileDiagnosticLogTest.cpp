@@ -1,6 +1,7 @@
 #include "platform/linux/system/FileDiagnosticLog.h"
 
 #include "platform/linux/system/FileDescriptor.h"
+#include "support/FullDisk.h"
 #include "support/UnprivilegedUser.h"
 
 #include <QDir>
@@ -86,6 +87,26 @@ TEST_F(FileDiagnosticLogTest, AFileThatThisUserMayNotWriteIsReplaced) {
     ASSERT_EQ(chmod(path_.constData(), 0400), 0);
     log_.append(QStringLiteral("now\n"));
     EXPECT_EQ(read(path_), "now\n");
+    EXPECT_EQ(names(), QStringList{QStringLiteral("skylet.log")});
+}
+
+TEST_F(FileDiagnosticLogTest, OnAFullDiskAFirstLineLeavesNoFile) {
+    const QString line = QStringLiteral("a first line\n");
+    for (qsizetype room = 0; room < line.size(); ++room) {
+        const FullDisk disk(static_cast<rlim_t>(room));
+        log_.append(line);
+        EXPECT_EQ(names(), QStringList()) << room;
+    }
+}
+
+TEST_F(FileDiagnosticLogTest, OnAFullDiskAFileThatThisUserMayNotWriteStays) {
+    const UnprivilegedUser user;
+    ASSERT_TRUE(user.isReady());
+    write(path_, "earlier\n");
+    ASSERT_EQ(chmod(path_.constData(), 0400), 0);
+    const FullDisk disk(3);
+    log_.append(QStringLiteral("now\n"));
+    EXPECT_EQ(read(path_), "earlier\n");
     EXPECT_EQ(names(), QStringList{QStringLiteral("skylet.log")});
 }
 

@@ -209,21 +209,22 @@ TEST_F(IniUserDefaultsTest, OfSeveralLinesWithTheKeyTheLastCounts) {
 }
 
 TEST_F(IniUserDefaultsTest, AFullDiskLeavesTheOldFile) {
-    write("[General]\nshowTraffic=true\n");
-    {
-        const FullDisk disk(20);
+    const QByteArray text = "[General]\nshowTraffic=true\n";
+    write(text);
+    for (qsizetype room = 0; room <= text.size(); ++room) {
+        const FullDisk disk(static_cast<rlim_t>(room));
         IniUserDefaults(path_).setBool(false, key);
+        EXPECT_EQ(content(), text) << room;
+        EXPECT_EQ(files(), QStringList{QStringLiteral("skylet.ini")}) << room;
     }
-    EXPECT_EQ(content(), "[General]\nshowTraffic=true\n");
-    EXPECT_EQ(files(), QStringList{QStringLiteral("skylet.ini")});
 }
 
 TEST_F(IniUserDefaultsTest, OnAFullDiskAFirstChoiceLeavesNoFile) {
-    {
-        const FullDisk disk(0);
+    for (rlim_t room = 0; room < sizeof "[General]\nshowTraffic=false"; ++room) {
+        const FullDisk disk(room);
         IniUserDefaults(path_).setBool(false, key);
+        EXPECT_EQ(files(), QStringList()) << room;
     }
-    EXPECT_EQ(files(), QStringList());
 }
 
 TEST_F(IniUserDefaultsTest, ADiskThatFailsAtTheLastMomentLeavesTheOldFile) {

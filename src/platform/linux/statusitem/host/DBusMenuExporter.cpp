@@ -66,6 +66,7 @@ QVariantMap restricted(QVariantMap properties, const QStringList& wanted) {
 
 DBusMenuExporter::DBusMenuExporter(std::chrono::milliseconds openTime) {
     registerDBusTypes();
+    keepNameless(*this);
     aboutToShowTimer_.setSingleShot(true);
     aboutToShowTimer_.setInterval(openTime);
     connect(&aboutToShowTimer_, &QTimer::timeout, this, [this] { setOpenIn(aboutToShowIn_, false); });

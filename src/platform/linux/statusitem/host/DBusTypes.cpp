@@ -93,4 +93,9 @@ void registerDBusTypes() {
     qDBusRegisterMetaType<QList<DBusMenuEvent>>();
 }
 
+void keepNameless(QObject& exported) {
+    QObject::connect(&exported, &QObject::objectNameChanged, &exported,
+                     [&exported] { exported.setObjectName(QString()); });
+}
+
 } // namespace skylet

@@ -8,6 +8,7 @@
 #include <QVariantMap>
 
 class QImage;
+class QObject;
 
 namespace skylet {
 
@@ -65,5 +66,8 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, DBusMenuEvent& ev
 
 /// Makes the structures known to Qt D-Bus. Harmless when repeated.
 void registerDBusTypes();
+
+/// Qt lets whoever calls an exported object name it, with a text of any length. Its name stays empty.
+void keepNameless(QObject& exported);
 
 } // namespace skylet

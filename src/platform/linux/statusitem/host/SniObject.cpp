@@ -58,6 +58,7 @@ QList<DBusPixmap> paintInAllSizes(StatusIcon icon) {
 SniObject::SniObject(QString path, const QString& menuPath, MenuOpener menuOpener)
     : path_(std::move(path)), menuOpener_(std::move(menuOpener)), menuPath_(menuPath) {
     registerDBusTypes();
+    keepNameless(*this);
 }
 
 bool SniObject::exportOn(const QDBusConnection& connection) {

@@ -250,8 +250,7 @@ TEST_F(DBusMenuExporterTest, ChoosesAnEntryOnceHoweverOftenOneMessageHasIt) {
 }
 
 TEST_F(DBusMenuExporterTest, AnswersMessagesAsLargeAsTheBusCarries) {
-    // An array has 64 MB at most.
-    const qsizetype megabytes = std::max(qEnvironmentVariableIntValue("SKYLET_MESSAGE_MEGABYTES"), 1);
+    const qsizetype megabytes = test::largestMegabytes();
     const QList<DBusMenuEvent> events(megabytes * 24'000, {idOf(2), QStringLiteral("clicked")});
     const QList<int> ids(megabytes * 250'000, idOf(2));
     const QList<int> strangers(megabytes * 250'000, 4711);

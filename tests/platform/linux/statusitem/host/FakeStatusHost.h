@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/Timing.h"
+
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
@@ -12,6 +14,16 @@
 #include <optional>
 
 namespace skylet {
+
+namespace test {
+
+/// About how large the messages of a test are that are as large as the bus carries them: an array has 64 MB at most.
+/// Fewer where others want the machine, too.
+inline qsizetype largestMegabytes() {
+    return runsAlone() ? 60 : 1;
+}
+
+} // namespace test
 
 /// A StatusNotifierWatcher and the host behind it, on a connection of its own: takes registrations, counts the signals
 /// of items, and calls them as a panel does.

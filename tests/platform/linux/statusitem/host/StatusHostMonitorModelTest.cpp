@@ -163,7 +163,6 @@ class StatusHostMonitorModelTest : public testing::Test {
     /// It takes all who are there for the program whose turn it is.
     const char* replaceMonitor() {
         monitor_.reset();
-        reports_ = 0;
         for (const auto& panel : panels_) {
             if (panel->watchesAs) {
                 panel->watchesAs = current_;
@@ -173,9 +172,8 @@ class StatusHostMonitorModelTest : public testing::Test {
             }
         }
         if (random_.oneIn(2)) {
-            // What was on its way to it finds nobody.
+            // What was on its way to it finds nobody, or else a sanitizer says so.
             settle();
-            EXPECT_EQ(reports_, 0);
         }
         startMonitor();
         return "the monitor goes, another comes";
