@@ -1,7 +1,8 @@
 """soak.py [SECONDS [SEED]]: the program in the lab with a fault or a few at once every few seconds, 4500 seconds unless told
 otherwise. The same seed brings the same faults.
 
-After the last of them has ended the dot has to be green within 4 s and to stay so; where a response was slow, at the next check.
+After the last of them has ended the dot has to be green within 4 s and to stay so; where a response was slow, at the next check;
+and where a check was under way whose answers the fault took, within 4 s of its failure, which the rules wait for.
 Descriptors and threads are read once a minute, when all is well; memory each second, and the least of each minute counts: what a
 window or a speed test needs for a while is no growth. In the first quarter of an hour fonts, caches and connections come to
 what they stay at: the hour after it is judged. Ends with 1 if anything was not as it has to be.
@@ -9,10 +10,12 @@ what they stay at: the hour after it is judged. Ends with 1 if anything was not 
 
 import os
 import random
+import re
 import signal
 import statistics
 import sys
 import tempfile
+import textwrap
 import threading
 import time
 import traceback
@@ -72,7 +75,7 @@ class Soak:
     def __init__(self, world, seconds, seed):
         self._world, self._lab, self._program = world, world.lab, world.lab.program
         self._seconds, self._rounds = seconds, rounds(seed)
-        self._recoveries, self._samples, self._memory, self._misses, self._kinds = [], [], [], 0, {}
+        self._recoveries, self._samples, self._memory, self._misses, self._waits, self._kinds = [], [], [], 0, 0, {}
 
     def run(self):
         self._program.environment |= {"QT_LOGGING_RULES": "skylet.*=true",
@@ -131,6 +134,9 @@ class Soak:
         slow = any(state.dot == "yellow" and state.milliseconds for state in shown)
         starved = self._starved() - starved if took > LIMIT else 0
         limit = (LIMIT_AFTER_SLOW if slow else LIMIT) + starved
+        if took > limit:
+            limit += self._failed_check(ended)
+            self._waits += took <= limit
         self._recoveries.append((took, slow))
         if took > limit:
             self._miss(f"green after {took:.2f} s, {starved:.2f} s of them without a processor", began, ended)
@@ -140,6 +146,18 @@ class Soak:
     def _has_checked(self):
         """Whether anything was sent to an endpoint since the last fault ended: a green dot says little if nobody looks."""
         return any(packet["far_port"] == HTTPS for packet in self._lab.link.trace("up"))
+
+    def _failed_check(self, ended):
+        """When after `ended` a check failed that had begun before it; 0 if none did."""
+        found = re.finditer(r"after ([\d.]+) ms\n *([\d.]+) .*: offline: every endpoint failed", self._said())
+        checks = [(float(check[2]) - (ended - self._program.started), float(check[1]) / 1000) for check in found]
+        return max((failure for failure, took in checks if failure - took < 0 < failure), default=0)
+
+    def _said(self):
+        """The program's log of this round."""
+        with self._program.output.open() as log:
+            log.seek(self._log_start)
+            return log.read()
 
     def _starved(self):
         """Seconds for which the program, the servers and the link could have run but had no processor."""
@@ -152,9 +170,7 @@ class Soak:
         say(f"  the round began {began - self._program.started:.3f} s after the program" +
             (f", its last fault ended {ended - self._program.started:.3f} s after it" if ended else ""))
         say("  shown since then:" + self._lab.area.describe(began))
-        with self._program.output.open() as log:
-            log.seek(self._log_start)
-            say("  the program's log:\n" + "".join(f"    {line}" for line in log))
+        say("  the program's log:\n" + textwrap.indent(self._said(), "    "))
 
     def _watch_memory(self):
         with suppress(OSError):  # the program has ended
@@ -177,6 +193,7 @@ class Soak:
             if times:
                 shares = ", ".join(f"{limit:g} s: {sum(took <= limit for took in times)}" for limit in (0, 0.25, 0.5, 1, 2, 3, 4, 8))
                 say(f"{name}: {len(times)} times, longest {times[-1]:.2f} s, median {statistics.median(times):.2f} s; within {shares}")
+        say(f"{self._waits} of them later by a check that was under way and failed")
         self._judge_speed_tests()
         self._judge_growth()
         say(f"{self._misses} misses")
