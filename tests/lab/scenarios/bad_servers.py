@@ -6,13 +6,15 @@ import time
 from dataclasses import dataclass
 from pathlib import Path
 
-from hostility import CYCLE, LARGEST_RISE_KB, LIMIT, LONGEST_STALL, OVER_WITHIN, RETRY, RISE_THAT_MAY_STAY_KB, SLACK, watch
+from hostility import CYCLE, LARGEST_RISE_KB, LIMIT, LONGEST_STALL, OVER_WITHIN, RETRY, RISE_THAT_MAY_STAY_KB, watch
 from program import schedule
 from support.processes import wait_until
 
 TABLE = json.loads((Path(__file__).parents[2] / "speedserver/behaviours.json").read_text())
 RECKONING = re.compile(r"skylet\.connectivity: https://\S+: .* after ([\d.]+) ms")
 LATE_MS = 250
+# What is shown may be late on a busy machine; how long a probe took is judged by the program's own reckoning.
+SLACK = 5
 
 
 @dataclass(frozen=True)
@@ -73,8 +75,10 @@ def join_another_network(lab):
     """After it nothing is left of what is known of the servers."""
     left = time.monotonic()
     lab.link.remove_default_route()
-    lab.area.wait_for("red", SLACK, since=left)
-    lab.link.add_default_route()
+    try:
+        lab.area.wait_for("red", SLACK, since=left)
+    finally:
+        lab.link.add_default_route()
     return time.monotonic()
 
 
