@@ -39,6 +39,7 @@ HTTPS = 443
 LIMIT = 4
 # A response may be on its way when its fault ends, for 3 s at most; a slow one is shown, in yellow, until the next check 5 s later.
 LIMIT_AFTER_SLOW = 8.5
+SLOW, FAILED = " after a slow response", " after a check that was under way had failed"
 LATEST_CHECK = 9
 GIVEN_UP_AFTER = 60
 WARM_UP = 900
@@ -56,7 +57,7 @@ class Sample:
     threads: int
 
     def __str__(self):
-        return (f"{self.minute:5.1f} min: at least {self.private_kb} kB private, {self.anonymous_kb} kB anonymous; "
+        return (f"{self.minute:5.1f} min: {self.private_kb} kB private, at least {self.anonymous_kb} kB anonymous; "
                 f"{self.descriptors} descriptors, {self.threads} threads")
 
 
@@ -75,7 +76,7 @@ class Soak:
     def __init__(self, world, seconds, seed):
         self._world, self._lab, self._program = world, world.lab, world.lab.program
         self._seconds, self._rounds = seconds, rounds(seed)
-        self._recoveries, self._samples, self._memory, self._misses, self._waits, self._kinds = [], [], [], 0, 0, {}
+        self._recoveries, self._samples, self._memory, self._misses, self._kinds = [], [], [], 0, {}
 
     def run(self):
         self._program.environment |= {"QT_LOGGING_RULES": "skylet.*=true",
@@ -134,10 +135,11 @@ class Soak:
         slow = any(state.dot == "yellow" and state.milliseconds for state in shown)
         starved = self._starved() - starved if took > LIMIT else 0
         limit = (LIMIT_AFTER_SLOW if slow else LIMIT) + starved
-        if took > limit:
-            limit += self._failed_check(ended)
-            self._waits += took <= limit
-        self._recoveries.append((took, slow))
+        after = SLOW if slow else ""
+        if took > limit and (failure := self._failed_check(ended)):
+            limit += failure
+            after = FAILED
+        self._recoveries.append((took, after))
         if took > limit:
             self._miss(f"green after {took:.2f} s, {starved:.2f} s of them without a processor", began, ended)
         elif not self._has_checked():
@@ -175,25 +177,25 @@ class Soak:
     def _watch_memory(self):
         with suppress(OSError):  # the program has ended
             while self._program.running:
-                self._memory.append((self._program.anonymous_kb(), self._program.private_kb()))
+                self._memory.append(self._program.anonymous_kb())
                 time.sleep(1)
 
     def _take_sample(self):
         memory, self._memory = self._memory, []
-        anonymous, private = map(min, zip(*memory))
-        self._samples.append(Sample((time.monotonic() - self._began) / 60, private, anonymous,
-                                    self._program.descriptors(), self._program.threads()))
+        program = self._program
+        self._samples.append(Sample((time.monotonic() - self._began) / 60, program.private_kb(), min(memory),
+                                    program.descriptors(), program.threads()))
         say(self._samples[-1])
 
     def _summary(self):
         say(f"{len(self._recoveries)} rounds of {sum(self._kinds.values())} faults: " +
             ", ".join(f"{count} {name}" for name, count in sorted(self._kinds.items())))
-        for slow, name in ((False, "green again"), (True, "green again after a slow response")):
-            times = sorted(took for took, was_slow in self._recoveries if was_slow == slow)
+        for after in ("", SLOW, FAILED):
+            times = sorted(took for took, what in self._recoveries if what == after)
             if times:
                 shares = ", ".join(f"{limit:g} s: {sum(took <= limit for took in times)}" for limit in (0, 0.25, 0.5, 1, 2, 3, 4, 8))
-                say(f"{name}: {len(times)} times, longest {times[-1]:.2f} s, median {statistics.median(times):.2f} s; within {shares}")
-        say(f"{self._waits} of them later by a check that was under way and failed")
+                say(f"green again{after}: {len(times)} times, longest {times[-1]:.2f} s, median {statistics.median(times):.2f} s; "
+                    f"within {shares}")
         self._judge_speed_tests()
         self._judge_growth()
         say(f"{self._misses} misses")
