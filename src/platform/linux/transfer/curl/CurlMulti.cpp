@@ -193,12 +193,9 @@ void CurlMulti::watch(curl_socket_t socket, QSocketNotifier::Type type, int even
 
 void CurlMulti::handleEvents(curl_socket_t socket, int events) {
     lastEvent_ = std::chrono::steady_clock::now();
-    const bool isConnecting = socket != CURL_SOCKET_TIMEOUT && std::none_of(transfers_.begin(), transfers_.end(),
-                                                                            [socket](const CurlTransfer* transfer) {
-                                                                                return transfer->socket() == socket;
-                                                                            });
     int running = 0;
     // The end of the handshake, the first frames and the request are written one by one.
+    const bool isConnecting = socket != CURL_SOCKET_TIMEOUT && !carriesRequest(socket);
     if (isConnecting) {
         setCorked(socket, 1);
     }
@@ -219,6 +216,11 @@ void CurlMulti::handleEvents(curl_socket_t socket, int events) {
             transfer->libcurlIsDone(result);
         }
     }
+}
+
+bool CurlMulti::carriesRequest(curl_socket_t socket) const {
+    return std::any_of(transfers_.begin(), transfers_.end(),
+                       [socket](const CurlTransfer* transfer) { return transfer->socket() == socket; });
 }
 
 std::int64_t CurlMulti::progress() const {

@@ -68,6 +68,7 @@ class CurlMulti {
 
     void watch(curl_socket_t socket, QSocketNotifier::Type type, int event);
     void handleEvents(curl_socket_t socket, int events);
+    bool carriesRequest(curl_socket_t socket) const;
     /// Grows whenever a transfer gets anywhere.
     std::int64_t progress() const;
 
